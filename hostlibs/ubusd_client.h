@@ -1,0 +1,39 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/* One connection of the broker: reading whole messages, writing with a bounded queue. */
+#ifndef HOSTLIBS_UBUSD_CLIENT_H
+#define HOSTLIBS_UBUSD_CLIENT_H
+
+#include <libubox/blob.h>
+#include <libubox/uloop.h>
+
+#include "ubus_wire.h"
+
+#define CLIENT_NAME_SIZE 64
+
+struct client {
+    struct list_head link;
+    struct uloop_fd sock;
+    uint32_t id;
+    char user[CLIENT_NAME_SIZE];
+    char group[CLIENT_NAME_SIZE];
+    unsigned int objects; /* how many it owns */
+
+    /* private: the message being read, and what waits to be written */
+    uint8_t prefix[UBUS_WIRE_PREFIX];
+    size_t have;
+    struct blob_attr *body;
+    size_t body_size;
+    struct list_head output;
+    size_t output_bytes;
+};
+
+/* Takes the descriptor over and greets. NULL when that failed; it is closed then. */
+struct client *client_open(int fd);
+
+struct client *client_find(uint32_t id);
+
+/* Never blocks and never frees a client. What a slow reader has no room for is dropped. */
+void client_send(struct client *c, const struct ubus_wire_header *header,
+                 const struct blob_attr *body);
+
+#endif
