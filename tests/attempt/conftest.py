@@ -1,0 +1,67 @@
+# SPDX-License-Identifier: GPL-2.0-only
+"""Gives each test process a private world and each test a router in it."""
+import linecache
+import os
+import sys
+
+import pytest
+
+SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(SOURCE_DIR, 'tests', 'world'))
+
+import daemon_run  # noqa: E402
+import world as private_world  # noqa: E402
+from router import Router  # noqa: E402
+
+NEEDED = ('kelm', 'tests/world/shift_time.so', 'hostlibs/ubusd', 'hostlibs/ubus')
+
+
+def pytest_addoption(parser):
+    parser.addoption('--build', default=os.environ.get('KELM_BUILD'),
+                     help='the build directory whose daemon is tested (or KELM_BUILD)')
+
+
+def pytest_configure(config):
+    build = config.getoption('--build')
+    if not build:
+        raise pytest.UsageError('name the build directory: --build DIR or KELM_BUILD=DIR')
+    for name in NEEDED:
+        if not os.path.exists(os.path.join(build, name)):
+            raise pytest.UsageError(f'{build} holds no {name}: build it with KELM_TESTS=ON')
+    if hasattr(config, 'workerinput'):
+        return  # the main process has seen to it, and a worker has too many threads for it
+    try:
+        private_world.gain_privilege()
+    except private_world.WorldError as error:
+        raise pytest.UsageError(f'the attempt tests cannot run: {error}') from error
+
+
+def _keep_own_sources():
+    """For the reports of failures: the tree may lie under the /tmp that is about to be covered."""
+    for module in list(sys.modules.values()):
+        path = getattr(module, '__file__', None) or ''
+        if path.startswith(SOURCE_DIR) and path.endswith('.py'):
+            lines = linecache.getlines(path)
+            linecache.cache[path] = (sum(map(len, lines)), None, lines, path)
+
+
+@pytest.fixture(scope='session')
+def world(pytestconfig):
+    _keep_own_sources()
+    return private_world.World(SOURCE_DIR, os.path.abspath(pytestconfig.getoption('--build')))
+
+
+@pytest.fixture
+def router(world):
+    world.reset()
+    device = Router(world)
+    yield device
+    device.close()
+    reports = world.sanitizer_reports()
+    assert not reports, reports
+
+
+@pytest.fixture(autouse=True, scope='session')
+def no_leftovers():
+    yield
+    daemon_run.end_leftovers()

@@ -1,0 +1,111 @@
+# SPDX-License-Identifier: GPL-2.0-only
+"""Runs the daemon and sees its whole life, though it leaves its parent."""
+import os
+import signal
+import subprocess
+import time
+
+from world import wait_for
+
+PROGRAM = '/mnt/build/kelm'
+SHIFT_TIME = '/mnt/build/tests/world/shift_time.so'
+SIG_NEW_CONFIG = 42
+
+
+def _status(pid):
+    """(name, parent) of a process, or None when it is gone."""
+    try:
+        with open(f'/proc/{pid}/stat', encoding='utf-8') as file:
+            text = file.read()
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+    name, rest = text[text.index('(') + 1:].rsplit(')', 1)
+    return name, int(rest.split()[1])
+
+
+def _children():
+    """(pid, name) of this process's children, adopted ones included."""
+    for entry in os.listdir('/proc'):
+        if entry.isdigit():
+            found = _status(entry)
+            if found is not None and found[1] == os.getpid():
+                yield int(entry), found[0]
+
+
+def _environment():
+    reports = 'log_path=/mnt/log/sanitizer'
+    environment = dict(os.environ, LD_PRELOAD=SHIFT_TIME)
+    environment['ASAN_OPTIONS'] = f'{reports}:detect_leaks=1:verify_asan_link_order=0'
+    environment['LSAN_OPTIONS'] = 'use_unaligned=0'
+    environment['UBSAN_OPTIONS'] = f'{reports}:print_stacktrace=1'
+    # The bus thread is meant to be left behind at the end.
+    environment['TSAN_OPTIONS'] = f'{reports}:report_thread_leaks=0:exitcode=66'
+    return environment
+
+
+class Daemon:
+    """One run of the daemon, from its start as a command to its exit status."""
+
+    def __init__(self, arguments=(), environment=None, umask=0o022):
+        begin = time.monotonic()
+        before = {pid for pid, _ in _children()}
+        command = subprocess.Popen(
+            [PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, env=dict(_environment(), **(environment or {})),
+            cwd='/', umask=umask, restore_signals=True)
+        self.output, self.errors = command.communicate(timeout=20)
+        self.command_status = command.returncode
+        self.command_seconds = time.monotonic() - begin
+        found = [pid for pid, name in _children() if name == 'kelm' and pid not in before]
+        assert len(found) <= 1, f'more than one process was left behind: {found}'
+        self.pid = found[0] if found else None
+        self.exit_status = None
+
+    def send(self, number):
+        """Signals the daemon, which is held as a zombie when it has ended."""
+        os.kill(self.pid, number)
+
+    def poke(self):
+        """Ends the wait of the main loop, so that a test need not wait for its second to pass."""
+        if self._is_listening():
+            self.send(SIG_NEW_CONFIG)
+
+    def _is_listening(self):
+        """Whether the signal has its handler: before that it would end the process."""
+        caught = self.proc_status().get('SigCgt', '0')
+        return bool(int(caught, 16) & 1 << SIG_NEW_CONFIG - 1)
+
+    def proc_status(self, path=None):
+        try:
+            with open(path or f'/proc/{self.pid}/status', encoding='utf-8') as file:
+                return dict(line.rstrip('\n').split(':\t', 1) for line in file if ':\t' in line)
+        except (FileNotFoundError, ProcessLookupError):
+            return {}
+
+    def is_running(self):
+        if self.exit_status is not None:
+            return False
+        pid, status = os.waitpid(self.pid, os.WNOHANG)
+        if pid != 0:
+            self.exit_status = os.waitstatus_to_exitcode(status)
+        return pid == 0
+
+    def wait_exit(self, timeout=20.0, poke=True):
+        """Its exit status; a negative one is the signal that killed it."""
+        wait_for(lambda: not self.is_running(), 'the end of the daemon', timeout,
+                 self.poke if poke else None)
+        return self.exit_status
+
+
+def end_leftovers():
+    """Kills and reaps what a test left behind; returns what had to be killed."""
+    killed = []
+    for pid, name in list(_children()):
+        try:
+            if os.waitpid(pid, os.WNOHANG)[0] == 0:
+                killed.append(name)
+                os.kill(pid, signal.SIGKILL)
+                os.waitpid(pid, 0)
+        except ChildProcessError:
+            pass
+    return killed

@@ -1,0 +1,121 @@
+# SPDX-License-Identifier: GPL-2.0-only
+"""The daemon's peers, scripted: hostapd's and wpa_supplicant's control sockets, and the bus."""
+import os
+import select
+import socket
+import subprocess
+import threading
+
+import wire
+from world import wait_for
+
+BROKER = '/mnt/build/hostlibs/ubusd'
+BUS_COMMAND = '/mnt/build/hostlibs/ubus'
+
+
+class ControlServer:
+    """One interface's control socket. Clients that attach get its events.
+
+    replies: per request ("ATTACH", "DETACH") the datagrams to answer with, in order; an empty list
+    is silence. What is not named is answered with "OK".
+    """
+
+    def __init__(self, path, replies=None):
+        self.path = path
+        self.requests = []
+        self.clients = []
+        self._replies = replies or {}
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(path)
+        self._wake, self._wake_end = os.pipe()
+        self._thread = threading.Thread(target=self._serve, daemon=True)
+        self._thread.start()
+
+    def close(self):
+        """What the end of the Wi-Fi daemon does: the socket is gone, nothing is said."""
+        os.write(self._wake_end, b'.')
+        self._thread.join()
+        self._socket.close()
+        os.close(self._wake)
+        os.close(self._wake_end)
+        if os.path.lexists(self.path):
+            os.unlink(self.path)
+
+    def send(self, event):
+        """An event to each attached client."""
+        data = event if isinstance(event, bytes) else event.encode()
+        assert self.clients, f'nobody is attached to {self.path}'
+        for client in list(self.clients):
+            self._socket.sendto(data, client)
+
+    def wait_attached(self, count=1):
+        wait_for(lambda: len(self.clients) >= count, f'a client attached to {self.path}')
+
+    def _serve(self):
+        while True:
+            ready = select.select([self._socket, self._wake], [], [])[0]
+            if self._wake in ready:
+                return
+            data, client = self._socket.recvfrom(4096)
+            self._answer(data.decode(), client)
+
+    def _answer(self, request, client):
+        self.requests.append(request)
+        replies = self._replies.get(request, ['OK\n'])
+        if request == 'DETACH' and client in self.clients:
+            self.clients.remove(client)
+        for reply in replies:
+            self._socket.sendto(reply.encode(), client)
+        if request == 'ATTACH' and 'OK\n' in replies:
+            self.clients.append(client)
+
+
+class Broker:
+    """The project's own broker."""
+
+    def __init__(self):
+        self._process = None
+        self.start()
+
+    def start(self):
+        self._process = subprocess.Popen([BROKER], close_fds=True)
+        wait_for(self._answers, 'the broker')
+
+    @staticmethod
+    def _answers():
+        probe = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        try:
+            probe.connect(wire.SOCKET)
+            return True
+        except OSError:
+            return False
+        finally:
+            probe.close()
+
+    def stop(self):
+        """Ends it if it runs; its socket goes with it."""
+        if self._process is None:
+            return
+        self._process.terminate()
+        self._process.wait(10)
+        self._process = None
+
+
+class SilentBroker:
+    """Takes connections and says nothing."""
+
+    def __init__(self):
+        os.makedirs(os.path.dirname(wire.SOCKET), exist_ok=True)
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._socket.bind(wire.SOCKET)
+        self._socket.listen(5)
+
+    def accepted(self):
+        """Whether a client waits to be accepted, or was."""
+        return bool(select.select([self._socket], [], [], 0)[0])
+
+    def stop(self):
+        self._socket.close()
+        if os.path.lexists(wire.SOCKET):
+            os.unlink(wire.SOCKET)

@@ -1,0 +1,313 @@
+# SPDX-License-Identifier: GPL-2.0-only
+"""A private world for attempt tests: the fixed paths and programs that the daemon uses.
+
+The same layout as that of the function tests (world.h): empty /tmp with /var/run inside it, /etc and
+/usr/bin with a writable layer, a /dev of its own whose console is a FIFO, the two trees under
+/mnt/src and /mnt/build, and stand-ins that note each call.
+"""
+import ctypes
+import fcntl
+import mmap
+import os
+import re
+import shutil
+import stat
+import struct
+import sys
+import time
+
+CLONE_NEWNS = 0x00020000
+CLONE_NEWUSER = 0x10000000
+MS_BIND = 0x1000
+MS_MOVE = 0x2000
+MS_REC = 0x4000
+MS_PRIVATE = 0x40000
+PR_SET_CHILD_SUBREAPER = 36
+
+CONSOLE = '/dev/console'
+CONSOLE_PIPE_SIZE = 1 << 20
+COMMAND_LOG = '/mnt/log/commands'
+CLOCK = '/mnt/clock'
+STAND_INS = (
+    '/mnt/bin/hostapd_cli', '/mnt/bin/wpa_cli', '/mnt/bin/ubus', '/mnt/bin/nvram',
+    '/mnt/bin/killall', '/etc/init.d/wps', '/etc/init.d/wifi', '/usr/bin/wifi')
+MISSING_PRIVILEGE = (
+    'a private mount namespace needs root (CAP_SYS_ADMIN) or unprivileged user namespaces '
+    '(sysctl kernel.unprivileged_userns_clone=1, user.max_user_namespaces above 0), and this '
+    'machine grants neither')
+
+_libc = ctypes.CDLL(None, use_errno=True)
+
+
+class WorldError(Exception):
+    """The world cannot be built."""
+
+
+def _check(result, what):
+    if result != 0:
+        error = ctypes.get_errno()
+        raise WorldError(f'{what}: {os.strerror(error)}')
+
+
+def _mount(source, target, kind=None, flags=0, data=None):
+    def text(value):
+        return value.encode() if value is not None else None
+    result = _libc.mount(text(source), text(target), text(kind), ctypes.c_ulong(flags), text(data))
+    _check(result, f'mount on {target}')
+
+
+def _may_unshare_mounts():
+    """Tried in a child, since a namespace once left cannot be entered again."""
+    child = os.fork()
+    if child == 0:
+        os._exit(0 if _libc.unshare(CLONE_NEWNS) == 0 else 1)
+    return os.waitpid(child, 0)[1] == 0
+
+
+def _write(path, text):
+    with open(path, 'w', encoding='utf-8') as file:
+        file.write(text)
+
+
+def gain_privilege():
+    """Makes private mounts possible for this process and its children.
+
+    A user who is not root becomes root of a user namespace. That works in a process with one thread
+    only: the test runner calls this before it starts its workers.
+    """
+    if _may_unshare_mounts():
+        return
+    uid, gid = os.geteuid(), os.getegid()
+    if _libc.unshare(CLONE_NEWUSER) != 0:
+        raise WorldError(MISSING_PRIVILEGE)
+    _write('/proc/self/setgroups', 'deny')
+    _write('/proc/self/uid_map', f'0 {uid} 1')
+    _write('/proc/self/gid_map', f'0 {gid} 1')
+    if not _may_unshare_mounts():
+        raise WorldError(MISSING_PRIVILEGE)
+
+
+def _bind_folder(descriptor, target):
+    """By descriptor, since the path may be covered already."""
+    os.makedirs(target)
+    _mount(f'/proc/self/fd/{descriptor}', target, flags=MS_BIND | MS_REC)
+    os.close(descriptor)
+
+
+def _layer_over(folder, name, own=()):
+    """A folder that lies in the layer is this user's own; one that shows through may not be."""
+    upper, work = f'/mnt/layers/{name}/upper', f'/mnt/layers/{name}/work'
+    os.makedirs(upper)
+    os.makedirs(work)
+    for inner in own:
+        os.makedirs(f'{upper}/{inner}')
+    _mount('overlay', folder, 'overlay', 0, f'lowerdir={folder},upperdir={upper},workdir={work}')
+
+
+def _cover_dev():
+    """A folder of its own, so that a test can take the console away."""
+    os.mkdir('/mnt/dev')
+    _mount('tmpfs', '/mnt/dev', 'tmpfs', 0, 'mode=755')
+    for device in ('null', 'zero', 'full', 'random', 'urandom', 'tty'):
+        _write(f'/mnt/dev/{device}', '')
+        _mount(f'/dev/{device}', f'/mnt/dev/{device}', flags=MS_BIND)
+    os.symlink('/proc/self/fd', '/mnt/dev/fd')
+    os.mkdir('/mnt/dev/shm')
+    _mount('/mnt/dev', '/dev', flags=MS_MOVE)
+
+
+def _cover_tmp():
+    _mount('tmpfs', '/tmp', 'tmpfs', 0, 'mode=1777')
+    os.mkdir('/tmp/run')
+    _mount('/tmp/run', os.path.realpath('/var/run'), flags=MS_BIND)
+
+
+def _put_stand_ins():
+    for folder in ('/mnt/bin', '/mnt/log', '/mnt/reply'):
+        os.mkdir(folder)
+    shutil.copyfile('/mnt/src/tests/world/record', '/mnt/record')
+    os.chmod('/mnt/record', 0o755)
+    for place in STAND_INS:
+        if os.path.lexists(place):
+            os.unlink(place)
+        os.symlink('/mnt/record', place)
+    os.environ['PATH'] = '/mnt/bin:' + os.environ.get('PATH', '/usr/sbin:/usr/bin:/sbin:/bin')
+
+
+def _empty(folder, keep=()):
+    for name in os.listdir(folder):
+        if name in keep:
+            continue
+        path = os.path.join(folder, name)
+        if os.path.isdir(path) and not os.path.islink(path):
+            shutil.rmtree(path)
+        else:
+            os.unlink(path)
+
+
+def wait_for(condition, what, timeout=20.0, between=None):
+    """The first true value of condition(); calls between() while it waits."""
+    end = time.monotonic() + timeout
+    pause = 0.002
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise AssertionError(f'waited {timeout} s in vain for {what}')
+        if between is not None:
+            between()
+        time.sleep(pause)
+        pause = min(pause * 1.5, 0.05)
+
+
+class Console:
+    """What the daemon writes to /dev/console."""
+
+    def __init__(self):
+        self._descriptor = -1
+        self._text = ''
+
+    def put(self):
+        """A new, empty console."""
+        if self._descriptor >= 0:
+            os.close(self._descriptor)
+        if os.path.lexists(CONSOLE):
+            os.unlink(CONSOLE)
+        os.mkfifo(CONSOLE, 0o600)
+        self._descriptor = os.open(CONSOLE, os.O_RDWR | os.O_NONBLOCK | os.O_CLOEXEC)
+        fcntl.fcntl(self._descriptor, fcntl.F_SETPIPE_SZ, CONSOLE_PIPE_SIZE)
+        self._text = ''
+
+    def remove(self):
+        os.unlink(CONSOLE)
+
+    def fill(self):
+        """Makes the console take nothing more."""
+        self.text()
+        try:
+            while True:
+                os.write(self._descriptor, b'#' * 4096)
+        except BlockingIOError:
+            pass
+
+    def text(self):
+        """All that came since the console was put up or forget() was called."""
+        parts = []
+        try:
+            while True:
+                parts.append(os.read(self._descriptor, 1 << 16))
+        except BlockingIOError:
+            pass
+        self._text += b''.join(parts).decode('utf-8', 'surrogateescape')
+        return self._text
+
+    def forget(self):
+        self.text()
+        self._text = ''
+
+    def lines(self):
+        """The messages without their origin, blank lines left out.
+
+        The dump of a root access point's record is left out too: it is a session's whole record.
+        """
+        found = []
+        for line in self.text().split('\n'):
+            match = re.match(r'kelm\[(\w+):\d+\]: (.*)$', line)
+            if match is None and line:
+                found.append('without origin: ' + line)
+            elif match is not None and match.group(1) != 'dump_rootap_info':
+                found.append(match.group(2))
+        return found
+
+
+class World:
+    """The world of one test process; reset() makes it new for the next test."""
+
+    def __init__(self, source_dir, build_dir):
+        _check(_libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 'prctl')
+        _check(_libc.unshare(CLONE_NEWNS), MISSING_PRIVILEGE)
+        _mount('none', '/', flags=MS_REC | MS_PRIVATE)
+        source = os.open(source_dir, os.O_PATH | os.O_DIRECTORY)
+        build = os.open(build_dir, os.O_PATH | os.O_DIRECTORY)
+        _mount('tmpfs', '/mnt', 'tmpfs', 0, 'mode=755')
+        _bind_folder(source, '/mnt/src')
+        _bind_folder(build, '/mnt/build')
+        _cover_dev()
+        _layer_over('/etc', 'etc', ('init.d', 'config'))
+        _layer_over('/usr/bin', 'usr-bin')
+        _cover_tmp()
+        _put_stand_ins()
+        self.console = Console()
+        self._clock = self._open_clock()
+        self.reset()
+
+    @staticmethod
+    def _open_clock():
+        with open(CLOCK, 'w+b') as file:
+            file.write(bytes(8))
+            file.flush()
+            return mmap.mmap(file.fileno(), 8)
+
+    def reset(self):
+        self.clear_tmp()
+        _empty('/etc/config')
+        _empty('/mnt/reply')
+        _empty('/mnt/log')
+        _write(COMMAND_LOG, '')
+        self.console.put()
+        self.shift_time(0)
+
+    @staticmethod
+    def clear_tmp():
+        _empty('/tmp', keep=('run',))
+        _empty('/tmp/run')
+
+    def shift_time(self, seconds):
+        """Moves the daemon's time() ahead of the machine's."""
+        self._clock[:] = struct.pack('=q', seconds)
+
+    @staticmethod
+    def write(path, text):
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        _write(path, text)
+
+    @staticmethod
+    def read(path):
+        """The whole file, or None when there is none."""
+        try:
+            with open(path, encoding='utf-8', errors='surrogateescape') as file:
+                return file.read()
+        except FileNotFoundError:
+            return None
+
+    @staticmethod
+    def mode(path):
+        return stat.S_IMODE(os.stat(path).st_mode)
+
+    def reply(self, name, shell_text):
+        """Shell text that a stand-in runs after it noted the call; the name is that of commands()."""
+        self.write(f'/mnt/reply/{name}', shell_text)
+
+    @staticmethod
+    def commands():
+        """The stand-ins' calls in order, one text per call; unsafe words are quoted."""
+        with open(COMMAND_LOG, encoding='utf-8', errors='surrogateescape') as file:
+            return file.read().splitlines()
+
+    @staticmethod
+    def forget_commands():
+        os.truncate(COMMAND_LOG, 0)
+
+    @staticmethod
+    def sanitizer_reports():
+        reports = ''
+        for name in sorted(os.listdir('/mnt/log')):
+            if name.startswith('sanitizer'):
+                with open(f'/mnt/log/{name}', encoding='utf-8', errors='replace') as file:
+                    reports += f'--- {name}\n{file.read()}'
+        return reports
+
+
+def announce_failure(error):
+    print(f'test world: {error}', file=sys.stderr)
