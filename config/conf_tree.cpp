@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: ISC
+// Reader of hostapd and wpa_supplicant configuration files.
+#include "config/conf_tree.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/handle.h"
+#include "core/log.h"
+#include "core/text.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t OPEN_BLOCKS_MAX = 10;
+constexpr char TABS[] = "\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t";
+constexpr size_t DUMP_LEVELS_MAX = sizeof TABS - 1;  // more than a parse ever nests
+
+// The open blocks of a parse, innermost last.
+struct cfgitem_ptr_stack {
+    hapd_wpasupp_cfgitem **items;
+    size_t capacity;
+    size_t count;
+};
+
+int cfgitem_ptr_stack_init(cfgitem_ptr_stack *stack, size_t capacity)
+{
+    stack->items = static_cast<hapd_wpasupp_cfgitem **>(calloc(capacity, sizeof *stack->items));
+    stack->capacity = capacity;
+    stack->count = 0;
+    return stack->items == nullptr ? -1 : 0;
+}
+
+void cfgitem_ptr_stack_deinit(cfgitem_ptr_stack *stack)
+{
+    free(stack->items);
+    *stack = {};
+}
+
+size_t cfgitem_ptr_stack_count(const cfgitem_ptr_stack *stack)
+{
+    return stack->items == nullptr ? 0 : stack->count;
+}
+
+// The item, or null when there is no room for it.
+hapd_wpasupp_cfgitem *cfgitem_ptr_stack_push(cfgitem_ptr_stack *stack, hapd_wpasupp_cfgitem *item)
+{
+    if (stack->items == nullptr || stack->count == stack->capacity)
+        return nullptr;
+    stack->items[stack->count++] = item;
+    return item;
+}
+
+hapd_wpasupp_cfgitem *cfgitem_ptr_stack_pop(cfgitem_ptr_stack *stack)
+{
+    if (cfgitem_ptr_stack_count(stack) == 0)
+        return nullptr;
+    hapd_wpasupp_cfgitem *item = stack->items[--stack->count];
+    stack->items[stack->count] = nullptr;
+    return item;
+}
+
+// A tree under construction. While a block is open, its lines follow it as siblings; its closing
+// brace hangs them below it in one step.
+struct cfg_builder {
+    cfg_builder() = default;
+    cfg_builder(const cfg_builder &) = delete;
+    cfg_builder &operator=(const cfg_builder &) = delete;
+    ~cfg_builder() { cfgitem_ptr_stack_deinit(&open_blocks); }
+
+    unique_cfg_tree tree;
+    hapd_wpasupp_cfgitem *last = nullptr;  // what the next item follows; null: nothing yet
+    cfgitem_ptr_stack open_blocks = {};
+};
+
+void _append(cfg_builder *builder, hapd_wpasupp_cfgitem *item)
+{
+    if (builder->last == nullptr)
+        builder->tree.reset(item);
+    else
+        builder->last->next = item;
+    builder->last = item;
+}
+
+// The eleventh open block is not recorded, so its closing brace closes the tenth: a file that nests
+// deeper, which no Wi-Fi daemon writes, ends with a brace too many and is refused as a whole. Were
+// the block dropped together with its brace, its lines would pass for the tenth's own.
+void _open_block(cfg_builder *builder, hapd_wpasupp_cfgitem *item)
+{
+    _append(builder, item);
+    (void)cfgitem_ptr_stack_push(&builder->open_blocks, item);
+}
+
+// False when no block is open.
+bool _close_block(cfg_builder *builder)
+{
+    hapd_wpasupp_cfgitem *block = cfgitem_ptr_stack_pop(&builder->open_blocks);
+    if (block == nullptr)
+        return false;
+    block->child = block->next;
+    block->next = nullptr;
+    builder->last = block;
+    return true;
+}
+
+enum class line_result { taken, skipped, unmatched_brace, unknown };
+
+line_result _take_line(cfg_builder *builder, const char *line)
+{
+    cfgitem_line_state state = CFG_LINE_NOTHING;
+    unique_cfg_tree item(wps_hapd_wpasupp_config_fetch_keyvalue(line, &state));
+    switch (state) {
+        case CFG_LINE_VALUE:
+            if (!item)
+                return line_result::unknown;
+            _append(builder, item.release());
+            return line_result::taken;
+        case CFG_LINE_OPEN:
+            if (!item)
+                return line_result::unknown;
+            _open_block(builder, item.release());
+            return line_result::taken;
+        case CFG_LINE_CLOSE:
+            return _close_block(builder) ? line_result::taken : line_result::unmatched_brace;
+        case CFG_LINE_NOTHING:
+            return line_result::skipped;
+    }
+    return line_result::unknown;
+}
+
+bool _is_blank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+// The last character that counts. A carriage return does: a file with CR-LF line ends is not one
+// that a Wi-Fi daemon reads either, and its values must not look fine here.
+const char *_last_character(const char *line)
+{
+    const char *at = line + CFG_LINE_SIZE - 1;
+    while (at > line && (*at == '\0' || *at == '\n' || _is_blank(*at)))
+        --at;
+    return at;
+}
+
+const char *_skip_blanks(const char *at)
+{
+    while (_is_blank(*at))
+        ++at;
+    return at;
+}
+
+void _store_key(hapd_wpasupp_cfgitem *item, const char *first, const char *equals)
+{
+    while (equals > first && _is_blank(equals[-1]))
+        --equals;
+    copy_text(item->key, sizeof item->key, first, static_cast<size_t>(equals - first));
+}
+
+// first may stand behind last: the value is empty then. A single quote character is a value, not a
+// pair.
+void _store_value(hapd_wpasupp_cfgitem *item, const char *first, const char *last)
+{
+    size_t length = first > last ? 0 : static_cast<size_t>(last - first) + 1;
+    if (length >= 2 && *first == '"' && *last == '"') {
+        ++first;
+        length -= 2;
+    }
+    item->value_len =
+        static_cast<uint32_t>(copy_text(item->value, sizeof item->value, first, length));
+}
+
+}  // namespace
+
+hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_parse(const char *path)
+{
+    cfg_builder builder;
+    if (cfgitem_ptr_stack_init(&builder.open_blocks, OPEN_BLOCKS_MAX) != 0) {
+        kelm_log_always("Fail to init cfgitem ptr stack\n");
+        return nullptr;
+    }
+    if (path == nullptr) {
+        kelm_log_always("%s: config file name empty\n", __func__);
+        return nullptr;
+    }
+    const unique_file file(fopen(path, "re"));
+    if (!file) {
+        kelm_log_always("%s: open config file %s failed\n", __func__, path);
+        return nullptr;
+    }
+
+    char line[CFG_LINE_SIZE] = {};
+    while (fgets(line, sizeof line, file.get()) != nullptr) {
+        switch (_take_line(&builder, line)) {
+            case line_result::taken:
+                break;
+            case line_result::skipped:
+                kelm_log_detail("%s: fetch key value fail in line, continue...\n", __func__);
+                break;
+            case line_result::unmatched_brace:
+                kelm_log_always("%s: fail to pop, invalid matching of {}\n", __func__);
+                return nullptr;
+            case line_result::unknown:
+                kelm_log_normal("%s: fetch key value fail, return unknow state\n", __func__);
+                return nullptr;
+        }
+        memset(line, 0, sizeof line);
+    }
+
+    kelm_log_normal("End of anaylze config file\n");
+    if (cfgitem_ptr_stack_count(&builder.open_blocks) != 0) {
+        kelm_log_always("%s: invalid matching of {}\n", __func__);
+        return nullptr;
+    }
+    return builder.tree.release();
+}
+
+hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_fetch_keyvalue(const char *line,
+                                                             cfgitem_line_state *state)
+{
+    *state = CFG_LINE_NOTHING;
+    if (line[0] == '\n' || line[0] == '\0')
+        return nullptr;
+    const char *last = _last_character(line);
+    const char *first = _skip_blanks(line);
+    if (*first == '#')
+        return nullptr;
+    if (*first == '}') {
+        *state = CFG_LINE_CLOSE;
+        return nullptr;
+    }
+
+    unique_cfg_tree item(
+        static_cast<hapd_wpasupp_cfgitem *>(calloc(1, sizeof(hapd_wpasupp_cfgitem))));
+    if (!item) {
+        kelm_log_always("%s: fail to alloc hapd_wpasupp_cfgitem\n", __func__);
+        return nullptr;
+    }
+    const char *equals = strchr(first, '=');
+    if (equals == nullptr)
+        return nullptr;
+    _store_key(item.get(), first, equals);
+
+    const char *value = _skip_blanks(equals + 1);
+    if (*value == '{') {
+        *state = CFG_LINE_OPEN;
+        return item.release();
+    }
+    *state = CFG_LINE_VALUE;
+    _store_value(item.get(), value, last);
+    return item.release();
+}
+
+// The key's beginning decides: callers ask for "ssid" and are also served by a longer name, such as
+// an access point's "ssid2", where the plain one is not in the file.
+hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_get(hapd_wpasupp_cfgitem *first, const char *key)
+{
+    for (hapd_wpasupp_cfgitem *item = first; item != nullptr; item = item->next) {
+        if (starts_with(item->key, key))
+            return item;
+    }
+    return nullptr;
+}
+
+void wps_hapd_wpasupp_config_free(hapd_wpasupp_cfgitem *first)
+{
+    while (first != nullptr) {
+        hapd_wpasupp_cfgitem *next = first->next;
+        first->value_len = 0;
+        wps_hapd_wpasupp_config_free(first->child);
+        free(first);
+        first = next;
+    }
+}
+
+void wps_hapd_wpasupp_config_dump(const hapd_wpasupp_cfgitem *first)
+{
+    kelm_log_detail("Dump config file\n");
+    const hapd_wpasupp_cfgitem *after[DUMP_LEVELS_MAX] = {};  // where each outer level goes on
+    size_t level = 0;
+    const hapd_wpasupp_cfgitem *item = first;
+    while (item != nullptr) {
+        kelm_log_detail("%s%s=%s\n", TABS + DUMP_LEVELS_MAX - level, item->key, item->value);
+        if (item->child != nullptr && level < DUMP_LEVELS_MAX) {
+            after[level++] = item->next;
+            item = item->child;
+            continue;
+        }
+        item = item->next;
+        while (item == nullptr && level > 0)
+            item = after[--level];
+    }
+}
+
+}  // namespace kelm

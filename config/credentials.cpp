@@ -1,0 +1,347 @@
+// SPDX-License-Identifier: ISC
+// Writers of the JSON credential files: key tables and one merge-and-rewrite.
+#include "config/credentials.h"
+
+#include <cstdio>
+
+#include "config/json_file.h"
+#include "core/log.h"
+#include "core/text.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t KEY_SIZE = 32;
+constexpr uint32_t LOWEST_KEY_INDEX = 1;
+constexpr uint32_t HIGHEST_KEY_INDEX = 4;
+constexpr uint32_t ANY_VERSION = UINT32_MAX;
+
+// Texts of the authentication modes; the first row that fits counts.
+struct security_row {
+    uint32_t mode;
+    uint32_t version;
+    const char *sta_text;
+    const char *ap_text;
+};
+
+constexpr security_row SECURITY[] = {
+    {WPS_AUTH_OPEN, ANY_VERSION, "none", "none"},
+    {WPS_AUTH_WPA, WPS_VERSION_WPA, "wpa", "wpa"},
+    {WPS_AUTH_WPA, WPS_VERSION_WPA2, "wpa2", "wpa2"},
+    {WPS_AUTH_WPA, ANY_VERSION, "wpa/wpa2", "wpa/wpa2"},
+    {WPS_AUTH_WEP, ANY_VERSION, "wep", "wep"},
+    {WPS_AUTH_WPA_SINGLE, ANY_VERSION, "wpa", "wpa"},
+    {WPS_AUTH_SAE, WPS_VERSION_WPA3, "sae_only", "wpa3"},
+    {WPS_AUTH_SAE, ANY_VERSION, "psk_sae", "wpa2/wpa3"},
+    {WPS_AUTH_OWE, ANY_VERSION, "owe", "owe"},
+};
+
+// Null for a mode without a text.
+json_object *_security_text(uint32_t mode, uint32_t version, const char *security_row::*text)
+{
+    for (const security_row &row : SECURITY) {
+        if (row.mode == mode && (row.version == ANY_VERSION || row.version == version))
+            return json_object_new_string(row.*text);
+    }
+    return nullptr;
+}
+
+json_object *_switch_text(bool on)
+{
+    return json_object_new_string(on ? "on" : "off");
+}
+
+// Makers of a key's value; null leaves the key as it is in the file. The first ones serve any text
+// or number member of either record.
+template <auto member, typename config_t>
+json_object *_text(const config_t *config)
+{
+    const auto &field = config->*member;
+    return json_object_new_string_len(field, static_cast<int>(fixed_len(field, sizeof field)));
+}
+
+template <auto member, typename config_t>
+json_object *_integer(const config_t *config)
+{
+    return json_object_new_int(static_cast<int>(config->*member));
+}
+
+template <auto member, typename config_t>
+json_object *_truth(const config_t *config)
+{
+    return json_object_new_int(config->*member != 0 ? 1 : 0);
+}
+
+template <typename config_t>
+json_object *_key_index(const config_t *config)
+{
+    const uint32_t index = config->key_index;
+    const bool valid = index >= LOWEST_KEY_INDEX && index <= HIGHEST_KEY_INDEX;
+    return json_object_new_int(static_cast<int>(valid ? index : LOWEST_KEY_INDEX));
+}
+
+// The band takes part with its station from now on, whatever the settings said before.
+json_object *_sta_enable(const wps_sta_band_config *)
+{
+    return _switch_text(true);
+}
+
+json_object *_sta_security(const wps_sta_band_config *config)
+{
+    return _security_text(config->auth_mode, config->wpa_version, &security_row::sta_text);
+}
+
+json_object *_sta_encryption(const wps_sta_band_config *config)
+{
+    switch (config->encryption) {
+        case WPS_CIPHER_AES:
+            return json_object_new_string("aes");
+        case WPS_CIPHER_TKIP:
+            return json_object_new_string("tkip");
+        default:
+            return json_object_new_string("auto");
+    }
+}
+
+json_object *_ap_enable(const wps_ap_band_config *config)
+{
+    return _switch_text(config->ap_bss_enabled != 0);
+}
+
+json_object *_ap_security(const wps_ap_band_config *config)
+{
+    if (config->sec_type == WPS_AUTH_OWE)
+        return nullptr;
+    return _security_text(config->sec_type, config->wpa_version, &security_row::ap_text);
+}
+
+json_object *_ap_owe_security(const wps_ap_band_config *config)
+{
+    if (config->sec_type != WPS_AUTH_OWE)
+        return nullptr;
+    return _security_text(config->sec_type, config->wpa_version, &security_row::ap_text);
+}
+
+json_object *_own_settings(const wps_ap_band_config *)
+{
+    return json_object_new_string("false");
+}
+
+json_object *_follows_uplink(const wps_ap_band_config *)
+{
+    return json_object_new_string("true");
+}
+
+// One key of a band: its name before "_2g" and so on, and its value. The order of the rows is the
+// order of the keys in a fresh file.
+template <typename config_t>
+struct key_row {
+    const char *stem;
+    json_object *(*make)(const config_t *config);
+};
+using sta_row = key_row<wps_sta_band_config>;
+using ap_row = key_row<wps_ap_band_config>;
+
+constexpr sta_row STA_KEYS[] = {
+    {"enable", _sta_enable},
+    {"ssid", _text<&wps_sta_band_config::ssid>},
+    {"security", _sta_security},
+    {"wpa_encryption", _sta_encryption},
+    {"index", _key_index},
+    {"password", _text<&wps_sta_band_config::password>},
+    {"securityType", _integer<&wps_sta_band_config::auth_mode>},
+    {"wpaVersion", _integer<&wps_sta_band_config::wpa_version>},
+    {"wepAuthType", _integer<&wps_sta_band_config::wep_auth_type>},
+    {"wepKeyFormat", _integer<&wps_sta_band_config::wep_key_format>},
+    {"data", _text<&wps_sta_band_config::data>},
+    {"support_mesh", _truth<&wps_sta_band_config::support_mesh>},
+    {"multiap", _truth<&wps_sta_band_config::multiap>},
+};
+
+// The encryption is a number here and a text in the station file: a script of its own reads each.
+// An OWE access point's text goes under the station file's key name, where the access point script
+// looks for it; "sec" keeps what the file had, since the script knows no "owe" there.
+constexpr ap_row AP_KEYS[] = {
+    {"enable", _ap_enable},
+    {"ssid", _text<&wps_ap_band_config::ssid>},
+    {"hide", _integer<&wps_ap_band_config::hide>},
+    {"sec_follow", _own_settings},
+    {"sec", _ap_security},
+    {"security", _ap_owe_security},
+    {"index", _key_index},
+    {"password", _text<&wps_ap_band_config::password>},
+    {"securityType", _integer<&wps_ap_band_config::sec_type>},
+    {"wpaVersion", _integer<&wps_ap_band_config::wpa_version>},
+    {"wpaEncryption", _integer<&wps_ap_band_config::encryption>},
+    {"wepAuthType", _integer<&wps_ap_band_config::wep_auth_type>},
+    {"wepKeyFormat", _integer<&wps_ap_band_config::wep_key_format>},
+};
+
+// An extender's access point has its key from the uplink, hence no security here.
+constexpr ap_row EXTENDER_KEYS[] = {
+    {"enable", _ap_enable},
+    {"ssid", _text<&wps_ap_band_config::ssid>},
+    {"hide", _integer<&wps_ap_band_config::hide>},
+    {"sec_follow", _follows_uplink},
+};
+
+// Where and how a writer's object goes to its file.
+struct target {
+    const char *path;
+    const char *plain_path;  // what the failure line names: of a pair always the plain file
+    const char *total_line;  // begins the level 7 line with the whole text; null: no such line
+    bool failure_always;     // the failure line is written at any level
+};
+
+constexpr const char *STA_TOTAL = "commit sta config info";
+constexpr const char *AP_TOTAL = "ap config info total";
+
+constexpr target STA_TARGET = {WPS_STA_FILE, WPS_STA_FILE, STA_TOTAL, true};
+constexpr target STA_MESH_TARGET = {WPS_STA_FILE_MESH, WPS_STA_FILE, STA_TOTAL, true};
+constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, false};
+constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, false};
+constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, false};
+
+bool _is_band(int band)
+{
+    return band >= 0 && band < KELM_BAND_COUNT;
+}
+
+template <typename config_t, size_t count>
+void _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int band,
+               const config_t *config)
+{
+    for (const key_row<config_t> &row : rows) {
+        json_object *value = row.make(config);
+        if (value == nullptr)
+            continue;
+        char key[KEY_SIZE];
+        (void)snprintf(key, sizeof key, "%s_%s", row.stem, bandname[band]);
+        (void)json_object_object_add(object, key, value);
+    }
+}
+
+// Rewrites a file with the object. The lines carry the writer's name: it alone tells the two files
+// of a pair apart in the log.
+void _commit(const char *writer, const target &to, json_object *object)
+{
+    const char *text = json_object_to_json_string(object);
+    if (text == nullptr) {
+        (void)kelm_printf("kelm[%s:%d]: format json data failed\n", writer, __LINE__);
+        return;
+    }
+    const bool detailed = kelm_dbg_level.load(std::memory_order_relaxed) >= KELM_LOG_DETAIL;
+    if (detailed && to.total_line != nullptr)
+        (void)kelm_printf("kelm[%s:%d]: %s: %s\n", writer, __LINE__, to.total_line, text);
+    const unique_file file = kelm_open_private(to.path);
+    if (file) {
+        fprintf(file.get(), "%s\n", text);
+        return;
+    }
+    if (detailed || to.failure_always)
+        (void)kelm_printf("kelm[%s:%d]: failed to open %s!\n", writer, __LINE__, to.plain_path);
+}
+
+// Merges one band's keys into what the file holds.
+template <typename config_t, size_t count>
+void _merge_band(const char *writer, const target &to, const key_row<config_t> (&rows)[count],
+                 int band, const config_t *config)
+{
+    if (!_is_band(band) || config == nullptr)
+        return;
+    const unique_json object = _get_json_from_file(to.path);
+    if (!object)
+        return;
+    _add_keys(object.get(), rows, band, config);
+    _commit(writer, to, object.get());
+}
+
+void _merge_switch(const char *writer, const target &to, const char *key, bool on)
+{
+    const unique_json object = _get_json_from_file(to.path);
+    if (!object)
+        return;
+    (void)json_object_object_add(object.get(), key, _switch_text(on));
+    _commit(writer, to, object.get());
+}
+
+struct backhaul_row {
+    const char *ssid_key;
+    const char *password_key;
+    int source;  // whose record is written
+};
+
+// The backhaul scripts know one 5 GHz network and look for these four keys only, so every band
+// above 2.4 GHz writes band 1's: a record of bands 2 or 3 under the same keys would replace it.
+constexpr backhaul_row BACKHAUL[KELM_BAND_COUNT] = {
+    {"backhaul_ssid_2g", "backhaul_psk_key_2g", KELM_BAND_2G},
+    {"backhaul_ssid_5g", "backhaul_psk_key_5g", KELM_BAND_5G},
+    {"backhaul_ssid_5g", "backhaul_psk_key_5g", KELM_BAND_5G},
+    {"backhaul_ssid_5g", "backhaul_psk_key_5g", KELM_BAND_5G},
+};
+
+}  // namespace
+
+void _wps_set_sta_config(int band, const wps_sta_band_config *config)
+{
+    _merge_band(__func__, STA_TARGET, STA_KEYS, band, config);
+}
+
+void wps_set_sta_config(int band, const wps_sta_band_config *config)
+{
+    _merge_band(__func__, STA_MESH_TARGET, STA_KEYS, band, config);
+}
+
+void _wps_set_ap_config(int band, const wps_ap_band_config *config)
+{
+    _merge_band(__func__, AP_TARGET, AP_KEYS, band, config);
+}
+
+void _wps_set_ext_config(int band, const wps_ap_band_config *config)
+{
+    _merge_band(__func__, AP_TARGET, EXTENDER_KEYS, band, config);
+}
+
+void wps_set_ext_config(int band, const wps_ap_band_config *config)
+{
+    _merge_band(__func__, AP_MESH_TARGET, EXTENDER_KEYS, band, config);
+}
+
+void _wps_set_ext_common_config(int on)
+{
+    _merge_switch(__func__, AP_TARGET, "smart_setting_5g", on != 0);
+}
+
+void _wps_set_mesh_config(int on)
+{
+    _merge_switch(__func__, MESH_SWITCH_TARGET, "mesh_enable", on != 0);
+}
+
+int wps_set_dual_ap_bh_config(const wps_ap_band_config *bands)
+{
+    if (bands == nullptr)
+        return 0;
+    unique_json object(json_object_new_object());
+    if (!object)
+        return 0;
+    for (const backhaul_row &row : BACKHAUL) {
+        const wps_ap_band_config *config = &bands[row.source];
+        (void)json_object_object_add(object.get(), row.ssid_key,
+                                     _text<&wps_ap_band_config::ssid>(config));
+        (void)json_object_object_add(object.get(), row.password_key,
+                                     _text<&wps_ap_band_config::password>(config));
+    }
+
+    const char *text = json_object_to_json_string(object.get());
+    kelm_log_normal("--------------------------------ap config info total: %s\n",
+                    text != nullptr ? text : "");
+    const unique_file file = kelm_open_private(WPS_AP_BH_FILE);
+    if (!file)
+        printf("failed to open %s!", WPS_AP_BH_FILE);
+    else if (text != nullptr)
+        fprintf(file.get(), "%s\n", text);
+    return json_object_put(object.release());
+}
+
+}  // namespace kelm

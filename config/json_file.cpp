@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: ISC
+// JSON files: bounded reading, objects to merge into, private files.
+#include "config/json_file.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "core/log.h"
+#include "core/text.h"
+#include "platform/exec.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr mode_t OWNER_ONLY = 0600;
+constexpr size_t TOUCH_SIZE = 128;  // of the whole command
+
+// Before touch does, which would let every user read what is written to the file later.
+void _create_private(const char *path)
+{
+    const unique_fd created(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, OWNER_ONLY));
+}
+
+void _touch(const char *path)
+{
+    char word[TOUCH_SIZE];
+    if (shell_word(word, sizeof word, path) == 0)
+        (void)kelm_system_format(TOUCH_SIZE, "touch %s", word);
+}
+
+// Some releases of the library answer a failure with a pointer of all ones.
+bool _is_error_mark(const json_object *object)
+{
+    return reinterpret_cast<uintptr_t>(object) == UINTPTR_MAX;
+}
+
+unsigned _handle(const unique_json &object)
+{
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(object.get()));
+}
+
+}  // namespace
+
+json_read_result kelm_read_json(const char *path, int flags, size_t limit, unique_json *out)
+{
+    // One byte more than is read: the parser gets a terminated text also when the file fills it.
+    const unique_text text(static_cast<char *>(calloc(limit + 1, 1)));
+    if (!text)
+        return json_read_result::no_memory;
+    const unique_fd file(::open(path, flags | O_CLOEXEC));
+    if (!file.valid())
+        return json_read_result::open_failed;
+    ssize_t length = -1;
+    do {
+        length = ::read(file.get(), text.get(), limit);
+    } while (length < 0 && errno == EINTR);
+    if (length < 0)
+        return json_read_result::read_failed;
+
+    unique_json parsed(json_tokener_parse(text.get()));
+    if (_is_error_mark(parsed.get()))
+        (void)parsed.release();
+    if (!parsed)
+        return json_read_result::parse_failed;
+    *out = std::move(parsed);
+    return json_read_result::ok;
+}
+
+int kelm_json_int(json_object *object, const char *key, int fallback)
+{
+    json_object *value = nullptr;
+    if (!json_object_object_get_ex(object, key, &value))
+        return fallback;
+    return json_object_is_type(value, json_type_int) ? json_object_get_int(value) : fallback;
+}
+
+unique_json _get_json_from_file(const char *path)
+{
+    _create_private(path);
+    _touch(path);
+
+    unique_json root(json_object_from_file(path));
+    if (_is_error_mark(root.get()))
+        (void)root.release();
+    kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
+                    json_object_get_type(root.get()));
+    if (!json_object_is_type(root.get(), json_type_object))
+        root.reset(json_object_new_object());
+    if (!root) {
+        kelm_log_always("Parse string to json failed.\n");
+        return root;
+    }
+    kelm_log_detail("obj %s\n", json_object_to_json_string(root.get()));
+    kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
+                    json_object_get_type(root.get()));
+    return root;
+}
+
+unique_file kelm_open_private(const char *path)
+{
+    unique_fd fd(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, OWNER_ONLY));
+    if (!fd.valid())
+        return nullptr;
+    // The file may be older and wider. A file system without modes is not worth losing credentials.
+    (void)::fchmod(fd.get(), OWNER_ONLY);
+    unique_file file(::fdopen(fd.get(), "w"));
+    if (file)
+        (void)fd.release();
+    return file;
+}
+
+}  // namespace kelm

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: ISC
+// JSON files: an owning handle, bounded reading, merging, and files that only their owner may read.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include <json-c/json.h>
+
+#include "core/handle.h"
+
+namespace kelm {
+
+struct json_putter {
+    void operator()(json_object *object) const { ::json_object_put(object); }
+};
+using unique_json = std::unique_ptr<json_object, json_putter>;
+
+// Why kelm_read_json gave nothing.
+enum class json_read_result { ok, no_memory, open_failed, read_failed, parse_failed };
+
+// Reads at most limit bytes of a file in one read and parses them. flags: O_RDONLY or O_RDWR.
+json_read_result kelm_read_json(const char *path, int flags, size_t limit, unique_json *out);
+
+// The integer under key, or fallback when the key is missing or of any other type, a boolean
+// included.
+int kelm_json_int(json_object *object, const char *key, int fallback);
+
+// The object of a file; a missing file is created (readable by its owner only) and anything that is
+// no JSON object gives a fresh empty one. Null only without memory (logged).
+unique_json _get_json_from_file(const char *path);
+
+// Opens a file for rewriting that only its owner may read, whatever the umask is, since it holds
+// passphrases.
+unique_file kelm_open_private(const char *path);
+
+}  // namespace kelm

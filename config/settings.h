@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: ISC
+// Reader of the flat settings files "/tmp/wps.conf" and "/tmp/wifi.conf".
+#pragma once
+
+#include "config/band_config.h"
+
+namespace kelm {
+
+constexpr const char *WPS_CONF_PATH = "/tmp/wps.conf";
+constexpr const char *WIFI_CONF_PATH = "/tmp/wifi.conf";
+
+// What a parse fills, and which blocks of the file it looks at.
+enum wps_config_info_type : int {
+    WPS_CONFIG_GLOBAL = 0,  // one wps_config_info, from every line
+    WPS_CONFIG_AP = 1,      // wps_ap_band_config[4], from the second of each five blocks
+    WPS_CONFIG_STA = 2,     // wps_sta_band_config[4], from the third of each five blocks
+};
+
+// Parses one file into the caller's record, which the caller has zeroed. Returns 0, or -1: the file
+// cannot be opened (logged), a value is empty at the end of the file, a handler failed. What stood
+// before a fault has been applied.
+int wps_parse_config(const char *path, void *record, int info_type);
+
+// The handlers of one line. 0 for any key, known or not; -1 (logged) when an argument is null.
+int _read_wps_config(const char *key, const char *value, wps_config_info *record);
+int _read_wifi_ap_config(const char *key, const char *value, wps_ap_band_config *bands);
+int _read_wifi_sta_config(const char *key, const char *value, wps_sta_band_config *bands);
+
+}  // namespace kelm

@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: ISC
+// Credential extraction from wpa_supplicant's configuration file.
+#include "config/supplicant_credentials.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/band_config.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/text.h"
+
+namespace kelm {
+
+namespace {
+
+// The lines of the extraction carry the name of its entry, whichever step writes them.
+constexpr const char *ENTRY = "rtk_get_wps_credentials";
+
+// One extraction: where it reads, where it writes, and what it has found so far.
+struct extraction {
+    int band;
+    hapd_wpasupp_cfgitem *network;
+    kelm_rootap_info *record;
+    uint32_t auth_mode;
+    uint32_t proto;
+    uint32_t pairwise;
+};
+
+bool _detailed()
+{
+    return kelm_dbg_level.load(std::memory_order_relaxed) >= KELM_LOG_DETAIL;
+}
+
+// Names found in a value, in the order in which they are applied.
+struct named_kind {
+    const char *name;
+    uint32_t kind;
+};
+
+// Notes a kind, or forgets all when another was noted before: both together mean "automatic".
+void _combine(const named_kind &row, const char *value, uint32_t *found)
+{
+    if (strstr(value, row.name) != nullptr)
+        *found = *found == 0 ? row.kind : 0;
+}
+
+constexpr named_kind PAIRWISE[] = {{"CCMP", WPS_CIPHER_AES}, {"TKIP", WPS_CIPHER_TKIP}};
+constexpr named_kind PROTO[] = {{"WPA", WPS_VERSION_WPA}, {"RSN", WPS_VERSION_WPA2}};
+
+void _take_ssid(extraction *work, const char *value)
+{
+    copy_text(work->record->ssid, value);
+    if (_detailed())
+        (void)kelm_printf("kelm[%s:%d]: --------------------band %d rootApSsid %s\n", ENTRY,
+                          __LINE__, work->band, work->record->ssid);
+}
+
+void _take_psk(extraction *work, const char *value)
+{
+    copy_text(work->record->password, value);
+    if (_detailed())
+        (void)kelm_printf("kelm[%s:%d]: --------------------band %d rootApSec password: %s\n",
+                          ENTRY, __LINE__, work->band, work->record->password);
+}
+
+void _take_pairwise(extraction *work, const char *value)
+{
+    kelm_apply_pairwise(value, &work->pairwise);
+}
+
+void _take_proto(extraction *work, const char *value)
+{
+    kelm_apply_proto(value, &work->proto);
+}
+
+constexpr named_kind KEY_MGMT[] = {
+    {"NONE", WPS_AUTH_OPEN},    {"WPA-PSK", WPS_AUTH_WPA}, {"WPA2-PSK", WPS_AUTH_WPA},
+    {"WPA3-SAE", WPS_AUTH_SAE}, {"WEP", WPS_AUTH_WEP},
+};
+
+void _take_key_mgmt(extraction *work, const char *value)
+{
+    for (const named_kind &row : KEY_MGMT) {
+        if (strcmp(value, row.name) == 0) {
+            work->auth_mode = row.kind;
+            return;
+        }
+    }
+    (void)kelm_printf("kelm[%s:%d]: Unknown KEY-MGMT %s\n", ENTRY, __LINE__, value);
+}
+
+void _take_mesh(extraction *work, const char *value)
+{
+    kelm_rootap_info *record = work->record;
+    record->support_mesh = atoi(value) != 0 ? 1 : 0;
+    if (_detailed())
+        (void)kelm_printf("kelm[%s:%d]: --------------------band %d support_mesh %d\n", ENTRY,
+                          __LINE__, work->band, record->support_mesh);
+    if (record->support_mesh == 0)
+        return;
+    const hapd_wpasupp_cfgitem *element =
+        wps_hapd_wpasupp_config_get(work->network->child, "corvex_qmie=");
+    if (element == nullptr)
+        return;
+    copy_text(record->qm_data, element->value);
+    if (_detailed())
+        (void)kelm_printf("kelm[%s:%d]: --------------------band %d corvex_qmie %s\n", ENTRY,
+                          __LINE__, work->band, record->qm_data);
+}
+
+struct network_key {
+    const char *key;
+    void (*take)(extraction *work, const char *value);
+};
+
+// The two keys with an equals sign are never found, since no key of the tree has one, and the
+// record depends on it: the root access point's security, cipher and mesh data come from the scan
+// table, its node id with them. Mesh support from here would come without a node id, the bands' ids
+// would differ and the mesh would be switched off; a security from here would stay in the record of
+// a root access point that the scan does not list.
+constexpr network_key NETWORK_KEYS[] = {
+    {"ssid", _take_ssid},          {"psk", _take_psk},
+    {"pairwise", _take_pairwise},  {"proto", _take_proto},
+    {"key_mgmt=", _take_key_mgmt}, {"corvex_support=", _take_mesh},
+};
+
+void _take_item(extraction *work, const hapd_wpasupp_cfgitem *item)
+{
+    for (const network_key &row : NETWORK_KEYS) {
+        if (strcmp(item->key, row.key) == 0) {
+            row.take(work, item->value);
+            return;
+        }
+    }
+}
+
+const char *_wpa_text(uint32_t proto)
+{
+    switch (proto) {
+        case WPS_VERSION_WPA:
+            return "wpa";
+        case WPS_VERSION_WPA2:
+            return "wpa2";
+        default:
+            return "wpa/wpa2";
+    }
+}
+
+const char *_cipher_text(uint32_t pairwise)
+{
+    switch (pairwise) {
+        case WPS_CIPHER_AES:
+            return "aes";
+        case WPS_CIPHER_TKIP:
+            return "tkip";
+        default:
+            return "auto";
+    }
+}
+
+void _set_security(kelm_rootap_info *record, const char *auth, const char *cipher)
+{
+    copy_text(record->auth, auth);
+    copy_text(record->cipher, cipher);
+}
+
+void _store_security(const extraction &work)
+{
+    switch (work.auth_mode) {
+        case WPS_AUTH_OPEN:
+            _set_security(work.record, "none", "");
+            break;
+        case WPS_AUTH_WPA:
+            _set_security(work.record, _wpa_text(work.proto), _cipher_text(work.pairwise));
+            break;
+        case WPS_AUTH_SAE:
+            _set_security(work.record, work.proto == WPS_VERSION_WPA3 ? "sae_only" : "psk_sae",
+                          "aes");
+            break;
+        case WPS_AUTH_WEP:
+            _set_security(work.record, "wep", "");
+            break;
+        default:
+            _set_security(work.record, "unknown", "");
+            break;
+    }
+}
+
+bool _is_disabled(const hapd_wpasupp_cfgitem *network)
+{
+    const hapd_wpasupp_cfgitem *disabled = wps_hapd_wpasupp_config_get(network->child, "disabled");
+    return disabled != nullptr && atoi(disabled->value) != 0;
+}
+
+}  // namespace
+
+hapd_wpasupp_cfgitem *kelm_find_learnt_network(hapd_wpasupp_cfgitem *first)
+{
+    bool seen_one = false;
+    for (hapd_wpasupp_cfgitem *item = first; item != nullptr; item = item->next) {
+        if (strcmp(item->key, "network") != 0)
+            continue;
+        if (seen_one && !_is_disabled(item))
+            return item;
+        seen_one = true;
+    }
+    return nullptr;
+}
+
+void kelm_apply_pairwise(const char *value, uint32_t *cipher)
+{
+    for (const named_kind &row : PAIRWISE)
+        _combine(row, value, cipher);
+}
+
+void kelm_apply_proto(const char *value, uint32_t *version)
+{
+    // "WPA" is found in "WPA3" as well and takes the 3 back: WPA3 reads as mixed.
+    if (strstr(value, "WPA3") != nullptr)
+        *version = WPS_VERSION_WPA3;
+    for (const named_kind &row : PROTO)
+        _combine(row, value, version);
+}
+
+int rtk_get_wps_credentials(int band, kelm_rootap_info *record)
+{
+    const kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr) {
+        kelm_log_bad_band(band);
+        return -1;
+    }
+    char path[SUPPLICANT_PATH_SIZE];
+    (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf", session->ifName);
+    const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse(path));
+    kelm_log_normal("Analyze wpa_supplicnat config file %s\n\n", path);
+    if (!tree) {
+        kelm_log_always("wps_hapd_wpasupp_config_parse failed\n");
+        return -1;
+    }
+    hapd_wpasupp_cfgitem *network = kelm_find_learnt_network(tree.get());
+    if (network == nullptr) {
+        kelm_log_always("Find enabled network configs failed\n");
+        return -1;
+    }
+    kelm_log_normal("Find enabled network configs:\n");
+    wps_hapd_wpasupp_config_dump(network);
+
+    extraction work = {band, network, record, WPS_AUTH_OPEN, 0, 0};
+    for (const hapd_wpasupp_cfgitem *item = network->child; item != nullptr; item = item->next)
+        _take_item(&work, item);
+    _store_security(work);
+    dump_rootap_info(record);
+    return 0;
+}
+
+}  // namespace kelm
