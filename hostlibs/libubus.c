@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /*
  * The bus client. Like the library it stands for it keeps its scratch message in one static
  * buffer, so contexts of different threads disturb each other: one thread for all bus work.

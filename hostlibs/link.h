@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Circular doubly linked lists, for the loop, the bus client and the broker. */
 #ifndef HOSTLIBS_LINK_H
 #define HOSTLIBS_LINK_H
@@ -7,7 +7,10 @@
 #include <stdbool.h>
 #include <stddef.h>
 
-#define LINK_EMPTY(name) { &(name), &(name) }
+#define LINK_EMPTY(name) \
+    {                    \
+        &(name), &(name) \
+    }
 #define link_entry(ptr, type, member) ((type *)(void *)((char *)(ptr)-offsetof(type, member)))
 #define link_each(pos, head) for ((pos) = (head)->next; (pos) != (head); (pos) = (pos)->next)
 

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The bus command: send events, listen to them, list objects and call their methods. */
 #include <libubox/blobmsg_json.h>
 #include <libubus.h>
@@ -87,10 +87,8 @@ static int request_limit_ms(void)
 
 static int look_up(struct ubus_context *ctx, const char *path, ubus_answer_t on_data, void *priv)
 {
-    struct ubus_request request = {.type = UBUS_MSG_LOOKUP,
-                                   .on_data = on_data,
-                                   .priv = priv,
-                                   .limit_ms = request_limit_ms()};
+    struct ubus_request request = {
+        .type = UBUS_MSG_LOOKUP, .on_data = on_data, .priv = priv, .limit_ms = request_limit_ms()};
     struct blob_buf body = {0};
     int status;
 

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* One synchronous request over a client connection, for the library and the command. */
 #ifndef HOSTLIBS_UBUS_REQUEST_H
 #define HOSTLIBS_UBUS_REQUEST_H

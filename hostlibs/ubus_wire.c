@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Message headers and attributes of the bus protocol. */
 #include "ubus_wire.h"
 

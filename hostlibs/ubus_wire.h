@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The bus protocol on the wire, for its client and for the broker. */
 #ifndef HOSTLIBS_UBUS_WIRE_H
 #define HOSTLIBS_UBUS_WIRE_H

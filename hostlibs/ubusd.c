@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The event broker: opens the socket, accepts clients, removes the socket at the end. */
 #include <errno.h>
 #include <libubox/uloop.h>
@@ -91,7 +91,8 @@ static int usage(const char *program)
     fprintf(stderr,
             "Usage: %s [<options>]\n"
             "Options:\n"
-            " -s <socket>  listen here instead of at " UBUS_UNIX_SOCKET "\n"
+            " -s <socket>  listen here instead of at " UBUS_UNIX_SOCKET
+            "\n"
             " -A <dir>     accepted and not looked at: every client may do everything\n",
             program);
     return 1;

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The broker's objects, event patterns and calls. No access control: this one serves PCs. */
 #include "ubusd_bus.h"
 
@@ -166,8 +166,7 @@ static void deliver(struct object *obj, const char *type, const void *members, s
 }
 
 /* One copy per object however many of its patterns match, none for the sender itself. */
-static void send_event(const struct client *from, const char *type, const void *members,
-                       size_t len)
+static void send_event(const struct client *from, const char *type, const void *members, size_t len)
 {
     struct list_head *pos;
 
@@ -212,8 +211,8 @@ static bool add_pattern(struct object *obj, const char *text)
 
 static int register_pattern(struct message *m)
 {
-    static const struct blobmsg_policy policy[] = {
-        {"object", BLOBMSG_TYPE_INT32}, {"pattern", BLOBMSG_TYPE_STRING}};
+    static const struct blobmsg_policy policy[] = {{"object", BLOBMSG_TYPE_INT32},
+                                                   {"pattern", BLOBMSG_TYPE_STRING}};
     struct blob_attr *tb[2] = {NULL, NULL};
     struct blob_attr *data = m->tb[UBUS_ATTR_DATA];
     struct object *obj;
@@ -236,8 +235,8 @@ static int register_pattern(struct message *m)
 
 static int publish_event(struct message *m)
 {
-    static const struct blobmsg_policy policy[] = {
-        {"id", BLOBMSG_TYPE_STRING}, {"data", BLOBMSG_TYPE_TABLE}};
+    static const struct blobmsg_policy policy[] = {{"id", BLOBMSG_TYPE_STRING},
+                                                   {"data", BLOBMSG_TYPE_TABLE}};
     struct blob_attr *tb[2] = {NULL, NULL};
     struct blob_attr *data = m->tb[UBUS_ATTR_DATA];
 

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* What the broker does with messages: objects, patterns, events, calls. */
 #ifndef HOSTLIBS_UBUSD_BUS_H
 #define HOSTLIBS_UBUSD_BUS_H

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Connections of the broker. */
 #include "ubusd_client.h"
 
@@ -138,8 +138,8 @@ static void flush(struct client *c)
 {
     while (!link_is_empty(&c->output)) {
         struct output *o = link_entry(c->output.next, struct output, link);
-        ssize_t sent = send(c->sock.fd, o->bytes + o->done, o->size - o->done,
-                            MSG_NOSIGNAL | MSG_DONTWAIT);
+        ssize_t sent =
+            send(c->sock.fd, o->bytes + o->done, o->size - o->done, MSG_NOSIGNAL | MSG_DONTWAIT);
 
         if (sent < 0)
             return; /* full, or a hang-up the loop will report */

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* One connection of the broker: reading whole messages, writing with a bounded queue. */
 #ifndef HOSTLIBS_UBUSD_CLIENT_H
 #define HOSTLIBS_UBUSD_CLIENT_H

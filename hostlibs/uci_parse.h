@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Between the two halves of the configuration reader: the file's text and the elements. */
 #ifndef HOSTLIBS_UCI_PARSE_H
 #define HOSTLIBS_UCI_PARSE_H

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The event loop: all of its state is global, one loop per process, and it is not thread-safe. */
 #include <libubox/uloop.h>
 

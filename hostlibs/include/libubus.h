@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Client side of the bus: connect, send events, receive events. */
 #ifndef HOSTLIBS_LIBUBUS_H
 #define HOSTLIBS_LIBUBUS_H

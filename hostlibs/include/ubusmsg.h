@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Numbers of the bus protocol. They travel between programs; do not renumber. */
 #ifndef HOSTLIBS_UBUSMSG_H
 #define HOSTLIBS_UBUSMSG_H

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Reading configuration files: packages, sections, options. */
 #ifndef HOSTLIBS_UCI_H
 #define HOSTLIBS_UCI_H
@@ -121,14 +121,13 @@ struct uci_package *uci_to_package(const struct uci_element *e);
 struct uci_section *uci_to_section(const struct uci_element *e);
 struct uci_option *uci_to_option(const struct uci_element *e);
 
-#define uci_foreach_element(_list, _ptr)                                  \
+#define uci_foreach_element(_list, _ptr)                                    \
     for ((_ptr) = list_to_element((_list)->next); &(_ptr)->list != (_list); \
          (_ptr) = list_to_element((_ptr)->list.next))
 
-#define uci_foreach_element_safe(_list, _tmp, _ptr)                                      \
+#define uci_foreach_element_safe(_list, _tmp, _ptr)                                            \
     for ((_ptr) = list_to_element((_list)->next), (_tmp) = list_to_element((_ptr)->list.next); \
-         &(_ptr)->list != (_list);                                                       \
-         (_ptr) = (_tmp), (_tmp) = list_to_element((_ptr)->list.next))
+         &(_ptr)->list != (_list); (_ptr) = (_tmp), (_tmp) = list_to_element((_ptr)->list.next))
 
 #ifdef __cplusplus
 }

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Binary attributes with a 32-bit head word, and the buffer they are built in. */
 #ifndef HOSTLIBS_LIBUBOX_BLOB_H
 #define HOSTLIBS_LIBUBOX_BLOB_H
@@ -78,13 +78,13 @@ struct blob_attr *blob_first_child(const struct blob_attr *attr);
 size_t blob_children_len(const struct blob_attr *attr);
 bool blob_fits(const struct blob_attr *attr, size_t rem);
 
-#define __blob_for_each_attr(pos, attr, rem)              \
-    for ((pos) = blob_at(attr); blob_fits((pos), (rem));  \
+#define __blob_for_each_attr(pos, attr, rem)             \
+    for ((pos) = blob_at(attr); blob_fits((pos), (rem)); \
          (rem) -= blob_pad_len(pos), (pos) = blob_next(pos))
 
-#define blob_for_each_attr(pos, attr, rem)                                 \
-    for ((rem) = blob_children_len(attr), (pos) = blob_first_child(attr);  \
-         blob_fits((pos), (rem)); (rem) -= blob_pad_len(pos), (pos) = blob_next(pos))
+#define blob_for_each_attr(pos, attr, rem)                                                         \
+    for ((rem) = blob_children_len(attr), (pos) = blob_first_child(attr); blob_fits((pos), (rem)); \
+         (rem) -= blob_pad_len(pos), (pos) = blob_next(pos))
 
 #ifdef __cplusplus
 }

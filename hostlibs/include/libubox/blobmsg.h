@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* Named, typed attributes: adding, reading and parsing them with a policy. */
 #ifndef HOSTLIBS_LIBUBOX_BLOBMSG_H
 #define HOSTLIBS_LIBUBOX_BLOBMSG_H
@@ -83,8 +83,8 @@ int blobmsg_parse_attr(const struct blobmsg_policy *policy, int policy_len, stru
 struct blob_attr *blobmsg_first_child(const struct blob_attr *attr);
 size_t blobmsg_children_len(const struct blob_attr *attr);
 
-#define blobmsg_for_each_attr(pos, attr, rem)                                    \
-    for ((rem) = blobmsg_children_len(attr), (pos) = blobmsg_first_child(attr);  \
+#define blobmsg_for_each_attr(pos, attr, rem)                                   \
+    for ((rem) = blobmsg_children_len(attr), (pos) = blobmsg_first_child(attr); \
          blob_fits((pos), (rem)); (rem) -= blob_pad_len(pos), (pos) = blob_next(pos))
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* blobmsg to JSON text and back. */
 #ifndef HOSTLIBS_LIBUBOX_BLOBMSG_JSON_H
 #define HOSTLIBS_LIBUBOX_BLOBMSG_JSON_H

@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
+/* SPDX-License-Identifier: ISC */
 /* The event loop of a process: descriptors, one-shot timers, and signals that end it. */
 #ifndef HOSTLIBS_LIBUBOX_ULOOP_H
 #define HOSTLIBS_LIBUBOX_ULOOP_H
