@@ -1,0 +1,117 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: ISC
+"""The person's side of the virtual router: lists the scenarios, or plays one on the screen."""
+
+import argparse
+import os
+import shutil
+import sys
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.dirname(HERE))
+
+from router import image, machine, packages, play, scenarios, timeline  # noqa: E402
+
+EXIT_FAILED, EXIT_USAGE = 1, 2
+
+
+def listing():
+    return "\n".join("  %-18s %s" % (row.name, row.sentence) for row in scenarios.SCENARIOS)
+
+
+def parse(arguments):
+    parser = argparse.ArgumentParser(
+        prog="script/demo", formatter_class=argparse.RawDescriptionHelpFormatter,
+        description="Boots a virtual router with simulated radios and plays an attempt on it.",
+        epilog="scenarios (the first one when none is named):\n" + listing())
+    parser.add_argument("scenario", nargs="?", metavar="NAME", default=scenarios.SCENARIOS[0].name)
+    parser.add_argument("--list", action="store_true", help="name the scenarios and stop")
+    parser.add_argument("--shell", action="store_true",
+                        help="boot the router with everything running and give a prompt in it")
+    parser.add_argument("--build", metavar="DIR", default="build", help=argparse.SUPPRESS)
+    parser.add_argument("--check-arguments", action="store_true", help=argparse.SUPPRESS)
+    return parser.parse_args(arguments)
+
+
+def print_outcome(view, outcome):
+    for run, commands in outcome.commands.items():
+        view.heading("Commands of the daemon, run %d:" % run)
+        for command in commands:
+            view.text("  " + command)
+        view.text("  -> %s" % (outcome.exits[run] or "still running"))
+    view.heading("Files:")
+    for path, text in outcome.files.items():
+        view.text("  %-22s %s" % (path, text.rstrip("\n").replace("\n", "\n" + " " * 25)))
+    view.heading("Checks:")
+    for check in outcome.checks:
+        view.text("  %s  %s" % ("PASS" if check.holds else "FAIL", check.statement))
+        if not check.holds:
+            view.text("        saw: %s" % (check.seen,))
+
+
+def play_on_screen(name, build_folder):
+    view = timeline.Timeline()
+    started = time.monotonic()
+    outcome = play.play(scenarios.find(name), build_folder, view)
+    print_outcome(view, outcome)
+    if outcome.trouble:
+        view.text("\nThe scenario did not get to its end: %s" % outcome.trouble)
+    failures = outcome.failures()
+    view.text("\n%d checks, %d failed; %.0f seconds in all. Logs: %s"
+              % (len(outcome.checks), len([c for c in outcome.checks if not c.holds]),
+                 time.monotonic() - started, os.path.relpath(outcome.log_folder)))
+    return EXIT_FAILED if failures else 0
+
+
+def shell(build_folder):
+    """A prompt whose lines are run in the guest, one by one."""
+    folder = os.path.join(build_folder, "router", "shell")
+    kernel, initrd = image.build(build_folder, folder, print)
+    with machine.Machine(kernel, initrd, 4, folder) as guest:
+        guest.wait_booted()
+        guest.must_run("ubusd </dev/null >/dev/null 2>&1 & sleep 1; /etc/init.d/wifi start; "
+                       "/etc/init.d/wps start")
+        print("The router runs; each line is a shell script of its own there. End with ^D.")
+        for line in _prompted_lines():
+            status, output = guest.run(line, 600)
+            sys.stdout.write(output)
+            if status != 0:
+                print("[status %d]" % status)
+    return 0
+
+
+def _prompted_lines():
+    while True:
+        try:
+            yield input("router# ")
+        except EOFError:
+            print()
+            return
+
+
+def main():
+    options = parse(sys.argv[1:])
+    if options.list:
+        print(listing())
+        return 0
+    if not options.shell and scenarios.find(options.scenario) is None:
+        print("script/demo: there is no scenario '%s'; there are:\n%s"
+              % (options.scenario, listing()), file=sys.stderr)
+        return EXIT_USAGE
+    if options.check_arguments:
+        return 0
+    if shutil.which("qemu-system-x86_64") is None:
+        print("script/demo: qemu-system-x86_64 is missing", file=sys.stderr)
+        return EXIT_FAILED
+    try:
+        if options.shell:
+            return shell(options.build)
+        return play_on_screen(options.scenario, options.build)
+    except (packages.PackageError, image.ImageError, machine.MachineError) as error:
+        print("script/demo: %s" % error, file=sys.stderr)
+        return EXIT_FAILED
+
+
+if __name__ == "__main__":
+    sys.exit(main())

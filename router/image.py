@@ -1,0 +1,225 @@
+# SPDX-License-Identifier: ISC
+"""Builds the guest's initial file system in two layers: the packages, and what this project adds.
+
+The kernel unpacks the two archives one over the other, so that a new build of the daemon costs a
+fraction of a second and not the packing of everything.
+"""
+
+import os
+import re
+import stat
+import subprocess
+
+from router import packages
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+LIBRARY_FOLDERS = ["lib/x86_64-linux-gnu", "usr/lib/x86_64-linux-gnu", "usr/lib"]
+
+# Where each program of the packages goes in the guest.
+PACKAGED_PROGRAMS = [
+    ("bin/busybox", "bin/busybox"),
+    ("bin/dash", "bin/sh"),
+    ("usr/sbin/hostapd", "usr/sbin/hostapd"),
+    ("usr/sbin/hostapd_cli", "usr/sbin/hostapd_cli"),
+    ("sbin/wpa_supplicant", "sbin/wpa_supplicant"),
+    ("sbin/wpa_cli", "sbin/wpa_cli"),
+    ("sbin/iw", "sbin/iw"),
+]
+
+# What the project builds, and where the router has it.
+BUILT_PROGRAMS = [
+    ("kelm", "usr/sbin/kelm"),
+    ("hostlibs/ubusd", "sbin/ubusd"),
+    ("hostlibs/ubus", "bin/ubus"),
+]
+
+# Debian's busybox prefers its own applets to the PATH when it is the shell; the recording
+# commands of the guest live by the PATH, so the shell is another program.
+NOT_FROM_BUSYBOX = {"busybox", "sh", "ash", "init", "linuxrc"}
+
+
+class ImageError(Exception):
+    """The image cannot be built from what is there."""
+
+
+class Archive:
+    """A cpio archive in the form the kernel reads, written without needing to be root."""
+
+    def __init__(self, path):
+        self._out = open(path, "wb")
+        self._inode = 0
+        self._folders = set()
+
+    def add_file(self, source, name, mode=None):
+        with open(source, "rb") as content:
+            data = content.read()
+        if mode is None:
+            mode = stat.S_IMODE(os.stat(source).st_mode)
+        self.add_bytes(name, data, mode)
+
+    def add_bytes(self, name, data, mode):
+        self._add_parents(name)
+        self._entry(name, stat.S_IFREG | mode, data)
+
+    def add_link(self, name, target):
+        self._add_parents(name)
+        self._entry(name, stat.S_IFLNK | 0o777, target.encode())
+
+    def add_folder(self, name):
+        if not name or name in self._folders:
+            return
+        self._add_parents(name)
+        self._folders.add(name)
+        self._entry(name, stat.S_IFDIR | 0o755, b"")
+
+    def add_device(self, name, major, minor):
+        self._add_parents(name)
+        self._entry(name, stat.S_IFCHR | 0o600, b"", (major, minor))
+
+    def close(self):
+        self._entry("TRAILER!!!", 0, b"")
+        self._out.close()
+
+    def _add_parents(self, name):
+        self.add_folder(os.path.dirname(name))
+
+    def _entry(self, name, mode, data, device=(0, 0)):
+        self._inode += 1
+        raw_name = name.encode() + b"\0"
+        fields = [self._inode, mode, 0, 0, 1, 0, len(data), 0, 0, device[0], device[1],
+                  len(raw_name), 0]
+        header = b"070701" + b"".join(b"%08X" % field for field in fields)
+        self._write_padded(header + raw_name)
+        self._write_padded(data)
+
+    def _write_padded(self, data):
+        self._out.write(data + b"\0" * (-len(data) % 4))
+
+
+def build(build_folder, out_folder, say):
+    """Builds the image; returns (kernel file, initial file system)."""
+    tree = packages.unpacked_tree(say)
+    os.makedirs(out_folder, exist_ok=True)
+    base = _base_layer(tree)
+    project = os.path.join(out_folder, "project.cpio")
+    _project_layer(tree, build_folder, project)
+    image = os.path.join(out_folder, "initrd")
+    with open(image, "wb") as out:
+        for layer in (base, project):
+            with open(layer, "rb") as content:
+                out.write(content.read())
+    return packages.kernel_image(tree), image
+
+
+def _base_layer(tree):
+    """Packs the packages; kept beside them, for it changes only with them."""
+    path = os.path.join(tree, "base.cpio")
+    newest_source = max(os.path.getmtime(os.path.join(tree, "complete")),
+                        os.path.getmtime(__file__))
+    if os.path.exists(path) and os.path.getmtime(path) > newest_source:
+        return path
+    partial = "%s.%d" % (path, os.getpid())
+    archive = Archive(partial)
+    for folder in ("dev", "proc", "sys", "tmp", "run", "root", "lib/firmware"):
+        archive.add_folder(folder)
+    # Until the device file system is mounted the first process has no other terminal.
+    archive.add_device("dev/console", 5, 1)
+    _add_packaged_programs(archive, tree)
+    _add_applets(archive, tree)
+    _add_modules(archive, tree)
+    for name in ("regulatory.db", "regulatory.db.p7s"):
+        archive.add_file(_regulatory_file(tree, name), "lib/firmware/" + name)
+    archive.close()
+    os.rename(partial, path)
+    return path
+
+
+def _add_packaged_programs(archive, tree):
+    libraries = set()
+    for source, name in PACKAGED_PROGRAMS:
+        program = os.path.join(tree, source)
+        archive.add_file(program, name, 0o755)
+        libraries |= _libraries_of(program, tree)
+    _add_libraries(archive, libraries)
+
+
+def _add_applets(archive, tree):
+    busybox = os.path.join(tree, "bin/busybox")
+    applets = subprocess.run([busybox, "--list"], stdout=subprocess.PIPE, text=True, check=True)
+    for applet in applets.stdout.split():
+        if applet not in NOT_FROM_BUSYBOX:
+            archive.add_link("bin/" + applet, "busybox")
+
+
+def _add_modules(archive, tree):
+    names = []
+    for path in packages.module_files(tree):
+        names.append(os.path.basename(path))
+        archive.add_file(path, "lib/modules/" + names[-1], 0o644)
+    archive.add_bytes("lib/modules/order", ("\n".join(names) + "\n").encode(), 0o644)
+
+
+def _regulatory_file(tree, name):
+    # The package keeps its own and the maker's signed copy side by side.
+    for suffix in ("-debian", ""):
+        path = os.path.join(tree, "lib/firmware", name + suffix)
+        if os.path.exists(path):
+            return path
+    raise ImageError("wireless-regdb holds no %s" % name)
+
+
+def _libraries_of(program, tree):
+    """Returns the libraries that a program needs, as files; those of the packages come first."""
+    folders = ":".join(os.path.join(tree, folder) for folder in LIBRARY_FOLDERS)
+    listing = subprocess.run(["ldd", program], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                             env=dict(os.environ, LD_LIBRARY_PATH=folders), text=True,
+                             check=False).stdout
+    missing = re.findall(r"(\S+) => not found", listing)
+    if missing:
+        raise ImageError("%s needs %s" % (program, ", ".join(missing)))
+    return set(re.findall(r"(/\S+) \(0x", listing))
+
+
+def _add_libraries(archive, libraries):
+    for path in sorted(libraries):
+        name = os.path.basename(path)
+        folder = "lib64" if name.startswith("ld-linux") else "lib/x86_64-linux-gnu"
+        archive.add_file(path, os.path.join(folder, name), 0o755)
+
+
+def _project_layer(tree, build_folder, path):
+    archive = Archive(path)
+    archive.add_link("var", "tmp")
+    libraries = set()
+    for source, name in BUILT_PROGRAMS:
+        program = os.path.join(build_folder, source)
+        if not os.path.exists(program):
+            raise ImageError("%s is not built" % program)
+        archive.add_file(program, name, 0o755)
+        libraries |= _libraries_of(program, tree)
+    _add_libraries(archive, libraries)
+    archive.add_file(_starter(os.path.dirname(path)), "usr/lib/router/starter", 0o755)
+    _add_guest_files(archive)
+    archive.close()
+
+
+def _add_guest_files(archive):
+    top = os.path.join(HERE, "guest")
+    for folder, _, names in sorted(os.walk(top)):
+        for name in sorted(names):
+            source = os.path.join(folder, name)
+            inside = os.path.relpath(source, top)
+            if os.path.islink(source):
+                archive.add_link(inside, os.readlink(source))
+            else:
+                archive.add_file(source, inside)
+
+
+def _starter(out_folder):
+    source = os.path.join(HERE, "starter.c")
+    program = os.path.join(out_folder, "starter")
+    if not os.path.exists(program) or os.path.getmtime(program) < os.path.getmtime(source):
+        compiler = os.environ.get("CC") or "gcc"
+        subprocess.run([compiler, "-static", "-Os", "-Wall", "-Wextra", "-Werror", "-o", program,
+                        source], check=True)
+    return program

@@ -1,0 +1,415 @@
+# SPDX-License-Identifier: ISC
+"""The scenarios of the virtual router: each a function of steps and checks, and one table of all."""
+
+from router.scene import INTERFACES
+
+SSIDS = {"2g": "Elm House", "5g": "Elm House 5G"}
+KEY = "under the old elm"
+BUTTON, PIN = 1, 2
+START, CANCEL = 1, 2
+WALK_TIME_S = 125
+
+# The commands of every access-point run: first those of its start, then those of a press.
+STARTUP_COMMANDS = [
+    "hostapd_cli -p /var/run/hostapd -i wlan1 wps_ap_pin disable",
+    "hostapd_cli -p /var/run/hostapd -i wlan0 wps_ap_pin disable",
+]
+
+
+def announce(action, *codes):
+    """The command that publishes the state, as the recorder writes it."""
+    names = ("2g_status", "5g_status", "5g2_status")
+    members = ['"action":%d' % action] + ['"%s":%d' % pair for pair in zip(names, codes)]
+    return "ubus send wps '{%s}'" % ",".join(members)
+
+
+def hostapd_commands(command):
+    return ["hostapd_cli -p /var/run/hostapd -i %s %s" % (interface, command)
+            for interface in ("wlan1", "wlan0")]
+
+
+PRESS_COMMANDS = ([announce(1, 11, 11, 0), "killall wpa_cli", "nvram get multiap_mode"]
+                  + hostapd_commands("wps_pbc"))
+CLEAN_COMMANDS = ["rm /tmp/wps_wifi_ap.txt", "rm /tmp/wps_wifi_sta.txt"]
+CANCEL_COMMANDS = hostapd_commands("wps_cancel") + [announce(2, 12, 12, 0)]
+FAILED_COMMANDS = CLEAN_COMMANDS + CANCEL_COMMANDS + [announce(2, 4, 4, 0),
+                                                      "/etc/init.d/wps restart"]
+
+
+def info_file(action, status_2g, mac_2g, status_5g, mac_5g):
+    return {"wps_action": action, "wl0_wps_status": status_2g, "wl0_wps_sta_mac": mac_2g,
+            "wl1_wps_status": status_5g, "wl1_wps_sta_mac": mac_5g}
+
+
+def success_outcome(scene, client, band):
+    """The checks of an attempt that let a client of a secured band in."""
+    mac = client.status()["address"]
+    first = band == "2g"
+    codes = (2, 4) if first else (4, 2)
+    wanted = info_file(2, "success" if first else "ok", mac if first else "",
+                       "ok" if first else "success", "" if first else mac)
+    scene.check_exit(1, "status 0")
+    scene.check_equal("the daemon announced start, stop and result", scene.announcements(),
+                      [(1, 11, 11), (2, 12, 12), (2,) + codes])
+    scene.check_equal("/tmp/kelm.info tells the success and the client's address",
+                      scene.read_json("/tmp/kelm.info"), wanted)
+    scene.check_joined(client, band, SSIDS[band], KEY)
+    check_ready_again(scene, 2)
+
+
+def check_ready_again(scene, run):
+    """The restarted service is a new daemon, waiting under a pid file of its own."""
+    pid = (scene.read("/tmp/kelm.pid") or "").strip()
+    _, name = scene.run("cat /proc/%s/comm" % (pid or "none"))
+    scene.check("a new daemon waits for the next attempt (run %d)" % run,
+                name.strip() == "kelm" and scene.exit_of(run) is None,
+                "process %s is %s" % (pid, name.strip()))
+
+
+def push_button(scene, band):
+    scene.start_router()
+    client = scene.start_client("phone", band)
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^%s: WPS-PBC-ACTIVE" % INTERFACES[band], "hostapd's push-button method")
+    client.cli("wps_pbc")
+    scene.expect("hostapd", "^%s: WPS-REG-SUCCESS" % INTERFACES[band], "the client's enrolment")
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+    success_outcome(scene, client, band)
+    done = announce(2, *((2, 4, 0) if band == "2g" else (4, 2, 0)))
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + CLEAN_COMMANDS + CANCEL_COMMANDS
+                      + [done, "/etc/init.d/wps restart"])
+    scene.check_equal("/tmp/wps_result tells the success", scene.read("/tmp/wps_result"), "1\n")
+    scene.check_equal("/tmp/wpsactive is set", scene.read("/tmp/wpsactive"), "1\n")
+
+
+def push_button_2g(scene):
+    push_button(scene, "2g")
+
+
+def push_button_5g(scene):
+    push_button(scene, "5g")
+
+
+def unconfigured(scene):
+    for package in ("wifi2G_Cfg", "wifi5G_Cfg"):
+        scene.set_setting(package, "settings2", "security", "none")
+        scene.set_setting(package, "settings2", "wpsConfigured", "0")
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan1: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    client.cli("wps_pbc")
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment")
+    scene.expect("script", "^1 /etc/init.d/wifi", "the restart of the wireless")
+    restarted = scene.mark()
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+    scene.expect("client0", "CTRL-EVENT-CONNECTED", "the client's return", since=restarted)
+
+    key = scene.setting("wifi2G_Cfg", "settings2", "password")
+    scene.check("a key was chosen and stored", 8 <= len(key) <= 64 and key != KEY, key)
+    learnt = scene.read_json("/tmp/wps_wifi_ap.txt") or {}
+    scene.check_equal("the daemon's credential file holds that key for 2.4 GHz alone",
+                      (learnt.get("password_2g"), learnt.get("enable_2g"), "ssid_5g" in learnt),
+                      (key, "on", False))
+    _, mode = scene.run("stat -c %a /tmp/wps_wifi_ap.txt")
+    scene.check_equal("only its owner can read the credential file", mode.strip(), "600")
+    scene.check_exit(1, "status 0")
+    calls = [line for line in scene.commands_of(1) if line.startswith("/etc/init.d/")]
+    scene.check_equal("at its end the daemon told the result again and restarted the wireless",
+                      calls[-2:], ["/etc/init.d/wps re_kelm_info", "/etc/init.d/wifi force_restart"])
+    scene.check("before that it had the settings stored",
+                len(calls) > 2 and set(calls[:-2]) == {"/etc/init.d/wps config_wifi"}, calls[:-2])
+    scene.check("the announced result is success on 2.4 GHz", (2, 2, 4) in scene.announcements(),
+                scene.announcements())
+    conf = scene.read("/tmp/run/hostapd-wlan1.conf") or ""
+    lines = conf.splitlines()
+    scene.check("the restarted hostapd is configured with the key",
+                "wps_state=2" in lines and ("wpa_passphrase=" + key in lines
+                                            or "wpa_psk=" + key in lines),
+                [line for line in lines if line.startswith(("wps_state", "wpa"))])
+    scene.check_equal("5 GHz, which no client used, is as it was",
+                      scene.setting("wifi5G_Cfg", "settings2", "security"), "none")
+    scene.check_joined(client, "2g", SSIDS["2g"], key)
+    check_ready_again(scene, 2)
+
+
+def client_pin(scene):
+    scene.start_router()
+    client = scene.start_client("printer", "2g")
+    scene.begin()
+    pin = client.cli("wps_pin any").splitlines()[-1]
+    scene.say("the printer shows its PIN: %s" % pin)
+    scene.ask(START, PIN, pin)
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment", 120)
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+    success_outcome(scene, client, "2g")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + [announce(1, 11, 11, 0)]
+                      + hostapd_commands("wps_pin any %s" % pin) + CLEAN_COMMANDS
+                      + CANCEL_COMMANDS + [announce(2, 2, 4, 0), "/etc/init.d/wps restart"])
+    scene.check_equal("/tmp/wps_result tells the success", scene.read("/tmp/wps_result"), "1\n")
+    scene.check_equal("a PIN start leaves no mark in /tmp/wpsactive", scene.read("/tmp/wpsactive"),
+                      None)
+
+
+def access_point_pin(scene):
+    pin = scene.setting("wpsCfg", "settings", "pinCode")
+    scene.set_setting("wpsCfg", "settings", "pinEnabled", "on")
+    scene.start_router()
+    registrar = scene.start_client("laptop", "2g")
+    scene.begin()
+    scene.say("a laptop acts as external registrar: it knows the PIN %s on the label" % pin)
+    ssid, key = "Laptop chose this", "a key from the laptop"
+    registrar.cli("wps_reg 02:00:00:00:01:00 %s '%s' WPA2PSK CCMP '%s'" % (pin, ssid, key))
+    scene.expect("hostapd", "^wlan1: WPS-NEW-AP-SETTINGS", "the registrar's new settings", 120)
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+
+    scene.check_equal("the daemon started by setting the PIN on both bands",
+                      scene.commands_of(1)[:2], hostapd_commands("wps_ap_pin set %s" % pin))
+    stored = tuple(scene.setting("wifi2G_Cfg", "settings2", option)
+                   for option in ("ssid", "security", "password"))
+    scene.check_equal("the stored settings are the registrar's", stored, (ssid, "wpa2", key))
+    scene.check_equal("5 GHz keeps its own", scene.setting("wifi5G_Cfg", "settings2", "ssid"),
+                      SSIDS["5g"])
+    learnt = scene.read_json("/tmp/wps_wifi_ap.txt") or {}
+    scene.check_equal("the daemon's credential file holds them for 2.4 GHz",
+                      (learnt.get("ssid_2g"), learnt.get("sec_2g"), learnt.get("password_2g")),
+                      (ssid, "wpa2", key))
+    scene.check_exit(1, "status 0")
+    scene.check_restart(1, ["/etc/init.d/wps config_wifi", "/etc/init.d/wps re_kelm_info",
+                            "/etc/init.d/wps restart"])
+    scene.check_joined(registrar, "2g", ssid, key)
+    check_ready_again(scene, 2)
+
+
+def overlap(scene):
+    scene.start_router()
+    clients = [scene.start_client(name, "both") for name in ("phone", "tablet")]
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.push_together(clients)
+    for interface in ("wlan1", "wlan0"):
+        scene.expect("hostapd", "^%s: WPS-OVERLAP-DETECTED" % interface, "the overlap")
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+
+    scene.check_exit(1, "status 0")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + FAILED_COMMANDS)
+    scene.check_equal("the daemon announced start, stop and failure", scene.announcements(),
+                      [(1, 11, 11), (2, 12, 12), (2, 4, 4)])
+    scene.check_equal("/tmp/kelm.info tells the overlap", scene.read_json("/tmp/kelm.info"),
+                      info_file(2, "overlap", "", "overlap", ""))
+    scene.check_equal("/tmp/wps_result tells the failure", scene.read("/tmp/wps_result"), "0\n")
+    for client in clients:
+        scene.check_not_joined(client)
+    check_ready_again(scene, 2)
+
+
+def nobody_comes(scene):
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.say("nobody pushes a client; the daemon's limit is %d seconds by the clock" % WALK_TIME_S)
+    scene.move_clock(WALK_TIME_S - 15)
+    early = scene.happens("console", "wps Timeout", 3)
+    scene.check("shortly before the limit the daemon still waits", early is None,
+                early.text if early else "no time-out")
+    scene.move_clock(15)
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+
+    scene.check_exit(1, "status 0")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + FAILED_COMMANDS)
+    scene.check_equal("the daemon announced start, stop and failure", scene.announcements(),
+                      [(1, 11, 11), (2, 12, 12), (2, 4, 4)])
+    scene.check_equal("/tmp/kelm.info tells the time-out", scene.read_json("/tmp/kelm.info"),
+                      info_file(2, "timeout", "", "timeout", ""))
+    scene.check_equal("/tmp/wps_result tells the failure", scene.read("/tmp/wps_result"), "0\n")
+    scene.check_waiting_stopped()
+    scene.check_not_joined(client)
+    check_ready_again(scene, 2)
+
+
+def cancel(scene):
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.ask(CANCEL, BUTTON)
+    scene.expect("bus", r'"action":2', "the announcement of the end")
+    scene.say("now the client is pushed, too late")
+    client.cli("wps_pbc")
+    joined = scene.happens("hostapd", "WPS-REG-SUCCESS", 10)
+
+    scene.check("nobody is let in after the cancel", joined is None,
+                joined.text if joined else "no enrolment")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + CANCEL_COMMANDS)
+    scene.check_equal("the daemon announced start and end", scene.announcements(),
+                      [(1, 11, 11), (2, 12, 12)])
+    scene.check_equal("/tmp/wps_result tells neither success nor failure",
+                      scene.read("/tmp/wps_result"), "-1\n")
+    scene.check_waiting_stopped()
+    scene.check_not_joined(client)
+    scene.check("the daemon goes on waiting for requests", scene.exit_of(1) is None
+                and scene.run("kill -0 $(cat /tmp/kelm.pid)")[0] == 0, scene.exit_of(1))
+
+
+def second_press(scene):
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.must_run("for i in 1 2 3; do kill -USR1 $(cat /tmp/kelm.pid); sleep 2; done")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.press_button()
+    scene.expect("console", "WPS is processing, ignore button press",
+                 "the daemon's answer to the second press")
+    client.cli("wps_pbc")
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment")
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+    success_outcome(scene, client, "2g")
+    scene.check_equal("the second press ran no command", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + CLEAN_COMMANDS + CANCEL_COMMANDS
+                      + [announce(2, 2, 4, 0), "/etc/init.d/wps restart"])
+
+
+def terminated(scene):
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.say("sends SIGTERM to the daemon")
+    scene.must_run("kill -TERM $(cat /tmp/kelm.pid)")
+    scene.expect_exit(1)
+
+    scene.check_exit(1, "status 0")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + CANCEL_COMMANDS + STARTUP_COMMANDS
+                      + [announce(2, 4, 4, 0)])
+    scene.check_equal("the daemon announced start, stop and time-out", scene.announcements(),
+                      [(1, 11, 11), (2, 12, 12), (2, 4, 4)])
+    scene.check_equal("no pid file is left", scene.read("/tmp/kelm.pid"), None)
+    scene.check_waiting_stopped()
+    scene.check_not_joined(client)
+
+
+def hostapd_dies(scene):
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.say("kills hostapd")
+    scene.must_run("kill -9 $(cat /run/hostapd.pid)")
+    client.cli("wps_pbc")
+    gone = scene.happens("exit", "^1 daemon", 5)
+    scene.check("the daemon outlives hostapd and waits on", gone is None,
+                gone.text if gone else "still there")
+    scene.move_clock(WALK_TIME_S)
+    scene.expect_exit(1)
+    scene.check_exit(1, "status 0")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + FAILED_COMMANDS)
+    scene.check_equal("/tmp/kelm.info tells the time-out", scene.read_json("/tmp/kelm.info"),
+                      info_file(2, "timeout", "", "timeout", ""))
+    scene.expect_exit(2)
+    scene.check_exit(2, "status 255")
+    scene.check_equal("without hostapd the next run gives up and leaves no pid file",
+                      scene.read("/tmp/kelm.pid"), None)
+    scene.check_not_joined(client)
+    scene.say("the wireless service brings hostapd back, and the daemon with it")
+    again = scene.mark()
+    scene.must_run("/etc/init.d/wifi restart")
+    scene.wait_daemon_ready(3)
+    scene.press_button()
+    scene.expect("hostapd", "^wlan1: WPS-PBC-ACTIVE", "hostapd's push-button method", since=again)
+    client.cli("wps_pbc")
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment", since=again)
+    scene.expect_exit(3)
+    scene.check_exit(3, "status 0")
+    scene.check_joined(client, "2g", SSIDS["2g"], KEY)
+
+
+def no_broker(scene):
+    scene.start_router(broker=False)
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.expect("console", "Failed to connect to ubus", "the daemon's complaint")
+    scene.say("the broker starts only now; the daemon no longer looks for it")
+    scene.start_broker()
+    scene.press_button()
+    heard_it = scene.happens("command", "^1 .* wps_pbc", 5)
+    scene.check("a press does nothing", heard_it is None, heard_it.text if heard_it else "nothing")
+    lines = scene.texts("console", "Failed to connect to ubus")
+    scene.check_equal("the daemon complained once", len(lines), 1)
+    scene.check("it goes on without the bus", scene.exit_of(1) is None
+                and scene.run("kill -0 $(cat /tmp/kelm.pid)")[0] == 0, scene.exit_of(1) or "alive")
+    scene.say("the service is restarted; now the daemon finds the broker")
+    again = scene.mark()
+    scene.must_run("/etc/init.d/wps restart")
+    scene.expect_exit(1)
+    scene.check_exit(1, "status 0")
+    scene.wait_daemon_ready(2)
+    scene.press_button()
+    scene.expect("hostapd", "^wlan1: WPS-PBC-ACTIVE", "hostapd's push-button method", since=again)
+    client.cli("wps_pbc")
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment", since=again)
+    scene.expect_exit(2)
+    scene.check_exit(2, "status 0")
+    scene.check_joined(client, "2g", SSIDS["2g"], KEY)
+
+
+class Scenario:
+    """A row of the table: what it is called, what it shows, how many radios it needs."""
+
+    def __init__(self, name, sentence, play, radios=3):
+        self.name = name
+        self.sentence = sentence
+        self.play = play
+        self.radios = radios
+
+
+SCENARIOS = [
+    Scenario("push-button", "Both bands are secured; a client joins on 2.4 GHz by push-button.",
+             push_button_2g),
+    Scenario("push-button-5g", "Both bands are secured; a client joins on 5 GHz by push-button.",
+             push_button_5g),
+    Scenario("unconfigured", "The access point is open; the first client's push secures it.",
+             unconfigured),
+    Scenario("client-pin", "A client's PIN is entered on the web page; the client joins.",
+             client_pin),
+    Scenario("access-point-pin", "A laptop uses the router's own PIN and gives it new settings.",
+             access_point_pin),
+    Scenario("overlap", "Two clients are pushed at the same time; neither gets in.", overlap,
+             radios=4),
+    Scenario("nobody-comes", "The button is pressed and no client comes.", nobody_comes),
+    Scenario("cancel", "The attempt is cancelled from the web page.", cancel),
+    Scenario("second-press", "The button is pressed again while an attempt runs.", second_press),
+    Scenario("terminated", "The daemon gets SIGTERM in the middle of an attempt.", terminated),
+    Scenario("hostapd-dies", "hostapd dies in the middle of an attempt and is brought back.",
+             hostapd_dies),
+    Scenario("no-broker", "The daemon starts before the ubus broker.", no_broker),
+]
+
+
+def find(name):
+    for scenario in SCENARIOS:
+        if scenario.name == name:
+            return scenario
+    return None

@@ -1,0 +1,193 @@
+# SPDX-License-Identifier: ISC
+"""Prints what happens in the virtual router as lines that a person can follow."""
+
+import json
+import re
+import sys
+import threading
+import time
+
+BANDS = {"wlan1": "2.4 GHz", "wlan0": "5 GHz"}
+STATUS_TEXTS = {0: "idle", 1: "cancelled", 2: "success", 3: "error", 4: "time-out",
+                8: "overlap", 11: "in progress", 12: "silent"}
+REMINDER_S = 5.0
+
+# Which lines of which source are worth telling, and how: (source, pattern, who, text). Groups of
+# the pattern fill the text; a group named "iface" becomes the band.
+ROWS = [
+    ("hostapd", r"^(?P<iface>\w+): AP-ENABLED", "hostapd", "access point is on the air"),
+    ("hostapd", r"^(?P<iface>\w+): AP-DISABLED", "hostapd", "access point is off the air"),
+    ("hostapd", r"^(?P<iface>\w+): WPS-PBC-ACTIVE", "hostapd", "waits for a client's push"),
+    ("hostapd", r"^(?P<iface>\w+): WPS-PIN-ACTIVE", "hostapd", "waits for a client with the PIN"),
+    ("hostapd", r"^(?P<iface>\w+): WPS-REG-SUCCESS (\S+)", "hostapd",
+     "client {0} has received the key"),
+    ("hostapd", r"^(?P<iface>\w+): WPS-OVERLAP-DETECTED", "hostapd",
+     "more than one client pushes: overlap"),
+    ("hostapd", r"^(?P<iface>\w+): WPS-TIMEOUT", "hostapd", "stops waiting for clients"),
+    ("hostapd", r"^(?P<iface>\w+): WPS-NEW-AP-SETTINGS", "hostapd",
+     "the access point has new settings"),
+    ("hostapd", r"^(?P<iface>\w+): EAPOL-4WAY-HS-COMPLETED (\S+)", "hostapd",
+     "client {0} proved that it has the key (4-way handshake)"),
+    ("client", r": WPS-PBC-ACTIVE", "", "has been pushed; looks for the router"),
+    ("client", r": WPS-PIN-ACTIVE", "", "has its PIN; looks for the router"),
+    ("client", r": WPS-CRED-RECEIVED", "", "has received the network's settings"),
+    ("client", r": WPS-OVERLAP-DETECTED", "", "sees an overlap and gives up"),
+    ("client", r": WPS-AP-PIN-SUCCESS|: WPS-SUCCESS", "", "is done with the exchange"),
+    ("client", r": WPS-TIMEOUT", "", "found no router in time"),
+    ("client", r": CTRL-EVENT-CONNECTED - Connection to (\S+)", "", "is connected to {0}"),
+    ("client", r": CTRL-EVENT-DISCONNECTED bssid=(\S+)", "", "is off the network"),
+    ("command", r"-i (?P<iface>\S+) wps_pbc$", "kelm", "starts the push-button method"),
+    ("command", r"-i (?P<iface>\S+) wps_pin any (\S+)", "kelm", "starts the PIN method ({0})"),
+    ("command", r"-i (?P<iface>\S+) wps_cancel", "kelm", "stops the attempt"),
+    ("command", r"-i (?P<iface>\S+) wps_ap_pin set (\S+)", "kelm",
+     "lets external registrars in with PIN {0}"),
+    ("command", r"-i (?P<iface>\S+) wps_ap_pin disable", "kelm",
+     "lets no external registrar in"),
+    ("script", r"^[1-9]\d* /etc/init.d/wps config_wifi", "script", "stores the learnt settings"),
+    ("script", r"^[1-9]\d* /etc/init.d/wps re_kelm_info", "script", "tells the result once more"),
+    ("script", r"^[1-9]\d* /etc/init.d/wps restart", "script",
+     "restarts the service for the next attempt"),
+    ("script", r"^[1-9]\d* /etc/init.d/wifi (\S+)", "script",
+     "restarts the wireless with the new settings ({0})"),
+    ("exit", r"^(\d+) daemon (\d+) status (\d+)", "kelm", "run {0} (process {1}) ends, status {2}"),
+    ("exit", r"^(\d+) daemon (\d+) signal (\d+)", "kelm",
+     "run {0} (process {1}) is killed by signal {2}"),
+    ("console", r"kelm\[[^]]*\]: wps Timeout", "kelm", "gives up after 125 seconds"),
+    ("console", r"kelm\[[^]]*\]: WPS is processing, ignore", "kelm",
+     "ignores the press: an attempt is running"),
+    ("console", r"kelm\[[^]]*\]: WPS is processing, close", "kelm",
+     "is asked to end and breaks the attempt off"),
+    ("console", r"kelm\[[^]]*\]: (Failed to connect to ubus)", "kelm", "says: {0}"),
+    ("console", r"kelm\[[^]]*\]: (Can't open event ctrl|worker socket init failed|kelm open "
+     r"failed\.|Rebuild worker socket failed\.)", "kelm", "says: {0}"),
+    ("console", r"kelm\[[^]]*\]: (Normal WPS success restart|mesh WPS fail restart|Easymesh WPS "
+     r"success restart)", "kelm", "decides: {0}"),
+    ("demo", r"^(.*)$", "demo", "{0}"),
+]
+
+
+def bus_line(text):
+    """Turns a line of `ubus listen` into (who, text); None when it says nothing new."""
+    try:
+        (name, members), = json.loads(text).items()
+    except ValueError:
+        return None
+    if name == "gpio":
+        return "button", "the WPS button is pressed"
+    if name == "wps_cli":
+        verb = {1: "start", 2: "cancel"}.get(members.get("action"), "?")
+        method = {1: "push-button", 2: "PIN"}.get(members.get("method"), "")
+        return "web page", ("asks: %s %s" % (verb, method)).rstrip()
+    if name != "wps":
+        return None
+    stage = {1: "started", 2: "ended"}.get(members.get("action"), str(members.get("action")))
+    bands = ", ".join("%s %s" % (label, STATUS_TEXTS.get(members.get(key), members.get(key)))
+                      for label, key in (("2.4 GHz", "2g_status"), ("5 GHz", "5g_status")))
+    return "kelm", "announces: %s (%s)" % (stage, bands)
+
+
+def describe(event, client_names):
+    """Returns (band, who, text) for an event worth telling, else None."""
+    if event.source == "bus":
+        found = bus_line(event.text)
+        return ("",) + found if found else None
+    source, name = event.source, None
+    if source.startswith("client"):
+        name = client_names.get(source, source)
+        source = "client"
+    for row_source, pattern, who, text in ROWS:
+        if row_source != source:
+            continue
+        found = re.search(pattern, event.text)
+        if not found:
+            continue
+        named = found.groupdict()
+        groups = list(found.groups())
+        if "iface" in named:
+            groups.remove(named["iface"])
+        band = BANDS.get(named.get("iface"), "")
+        return band, name or who, text.format(*groups)
+    return None
+
+
+class Timeline:
+    """Prints events as they come; while nothing comes, says what is being waited for."""
+
+    def __init__(self, out=sys.stdout):
+        self._out = out
+        self._lock = threading.Lock()
+        self._zero = None
+        self._last_line = None
+        self._last_print = time.monotonic()
+        self._dots = 0
+        self.client_names = {}
+
+    def zero_at(self, time_s):
+        """Times are told from here on, in seconds since this moment of the guest's clock."""
+        self._zero = time_s
+
+    def on_event(self, event):
+        told = describe(event, self.client_names)
+        if told is None:
+            return
+        band, who, text = told
+        line = "%-9s %-8s %s" % (who, band, text)
+        with self._lock:
+            # hostapd says some things once for itself and once for the control interface.
+            if line == self._last_line and who != "button":
+                return
+            self._last_line = line
+            self._print("%s  %s" % (self._stamp(event.time_s), line))
+
+    def heading(self, text):
+        with self._lock:
+            self._print("\n%s" % text)
+
+    def text(self, text=""):
+        with self._lock:
+            self._print(text)
+
+    def waiting(self, what, time_s):
+        """Called again and again while a scenario waits."""
+        with self._lock:
+            if self._out.isatty():
+                self._dots = self._dots % 3 + 1
+                self._out.write("\r%s  %-9s %s%-3s\033[K"
+                                % (self._stamp(time_s), "", "... " + what, "." * self._dots))
+                self._out.flush()
+            elif time.monotonic() - self._last_print >= REMINDER_S:
+                self._print("%s  %-9s %-8s ... %s" % (self._stamp(time_s), "", "", what))
+
+    def _stamp(self, time_s):
+        if self._zero is None:
+            return "%9s" % ""
+        return "%7.2f s" % (time_s - self._zero)
+
+    def _print(self, text):
+        if self._out.isatty():
+            self._out.write("\r\033[K")
+        self._out.write(text + "\n")
+        self._out.flush()
+        self._last_print = time.monotonic()
+
+
+class Silence:
+    """A timeline for runs that nobody watches."""
+
+    def __init__(self):
+        self.client_names = {}
+
+    def zero_at(self, time_s):
+        pass
+
+    def on_event(self, event):
+        pass
+
+    def heading(self, text):
+        pass
+
+    def text(self, text=""):
+        pass
+
+    def waiting(self, what, time_s):
+        pass
