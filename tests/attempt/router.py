@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: GPL-2.0-only
 """The router around the daemon: its settings files, its Wi-Fi daemons, its bus, its button."""
+import contextlib
 import json
 import os
 import shlex
 import signal
+import time
 
 import wire
 from daemon_run import Daemon, end_leftovers
@@ -17,6 +19,8 @@ AP_MODE, REPEATER_MODE = 1, 0
 PRESS = wire.member(wire.STRING, 'type', 'wps') + wire.member(wire.INT32, 'pressed', 1)
 START, CANCEL = 1, 2
 BUTTON_METHOD, PIN_METHOD = 1, 2
+# What the harness itself asks to see that the daemon answers.
+PROBE_LINES = ('Invalid action.', 'Message: {"action":0}', 'ibus event: 3')
 # What the bus event of a press looks like in the log.
 PRESS_TEXT = '{"type":"wps","pressed":1}'
 
@@ -46,7 +50,8 @@ class Router:
             f'pinEnabled={"off" if pin is None else "on"}\npinCode={pin or ""}\n'))
         ap_block = ''.join(f'apBssEnabledApMode_{band}=on\nwlanSecType_{band}={int(kind)}\n'
                            for band, kind in zip(BANDS, secured))
-        self.world.write('/tmp/wifi.conf', f'# made by the scripts\nunused=1\n\n{ap_block}\nend=1\n')
+        self.world.write(
+            '/tmp/wifi.conf', f'# made by the scripts\nunused=1\n\n{ap_block}\nend=1\n')
 
     def add_hostapd(self, *bands, replies=None):
         for band in bands:
@@ -72,8 +77,11 @@ class Router:
             self.hostapd[band].wait_attached()
         self.wait_registered()
 
-    def wait_registered(self):
-        """Until the bus thread has registered its last event; then the log of the start is complete."""
+    def wait_registered(self, in_loop=True):
+        """Until the bus thread has registered its last event; ends the log of the start.
+
+        in_loop: and until the main loop turns.
+        """
         def answered():
             self.bus.send('wps_cli')
             try:
@@ -82,7 +90,9 @@ class Router:
             except AssertionError:
                 return False
         wait_for(answered, 'the registration on the bus')
-        self.start_lines = [line for line in self.console.lines() if line != 'Invalid action.']
+        if in_loop:
+            self.settle()
+        self.start_lines = [line for line in self.console.lines() if line not in PROBE_LINES]
         self.console.forget()
 
     def wait_line(self, line, poke=True):
@@ -103,8 +113,16 @@ class Router:
         wait_for(lambda: self.console.lines().count('ibus event: 4') > seen, 'the button press',
                  between=self.daemon.poke if poke else None)
 
+    def press_blindly(self):
+        """Presses once; returns when the attempt has started, whatever the console says."""
+        self.bus.send('gpio', PRESS)
+        wait_for(lambda: self.world.read('/tmp/wpsactive') == '1\n', 'the start of the attempt',
+                 between=self.daemon.poke)
+
     def press_and_wait_started(self, poke=True):
         """The last trace of a start is the alive marker."""
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink('/tmp/wpsactive')
         self.press(poke)
         wait_for(lambda: self.world.read('/tmp/wpsactive') == '1\n', 'the start of the attempt')
 
@@ -128,11 +146,18 @@ class Router:
                  between=self.daemon.poke)
 
     def settle(self):
-        """Until the main loop has done what it was about to do: one harmless request and its pass."""
-        self.bus.send('wifi', wire.member(wire.INT32, 'action', 0))
+        """Until the main loop has done what it was about to do, by one harmless request."""
         seen = self.console.lines().count('ibus event: 3')
+        self.bus.send('wifi', wire.member(wire.INT32, 'action', 0))
         wait_for(lambda: self.console.lines().count('ibus event: 3') > seen, 'a pass of the loop',
                  between=self.daemon.poke)
+
+    def settle_silently(self):
+        """The same without a line of normal level: an error line, then time for one pass."""
+        seen = self.console.lines().count('Invalid action.')
+        self.bus.send('wps_cli')
+        wait_for(lambda: self.console.lines().count('Invalid action.') > seen, 'the error line')
+        time.sleep(0.1)
 
     def end(self, poke=True):
         """Waits for the daemon's end; returns its status and keeps what it had published."""
@@ -194,7 +219,3 @@ def dump_lines(index, name, status, flags, priority):
     return [f'session [band {index}][ifName {name}]======================>',
             f'\twps_status: {status}', f'\twps_flags: {names}', f'\twps_priority: {priority}',
             '\twps_score: 00000000', '\twps_inited: 00000001']
-
-
-def process_folder(pid):
-    return os.path.join('/proc', str(pid))

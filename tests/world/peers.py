@@ -2,6 +2,7 @@
 """The daemon's peers, scripted: hostapd's and wpa_supplicant's control sockets, and the bus."""
 import os
 import select
+import signal
 import socket
 import subprocess
 import threading
@@ -93,10 +94,15 @@ class Broker:
         finally:
             probe.close()
 
+    def freeze(self):
+        """From now on it accepts through the kernel alone and says nothing."""
+        self._process.send_signal(signal.SIGSTOP)
+
     def stop(self):
         """Ends it if it runs; its socket goes with it."""
         if self._process is None:
             return
+        self._process.send_signal(signal.SIGCONT)
         self._process.terminate()
         self._process.wait(10)
         self._process = None

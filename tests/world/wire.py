@@ -23,7 +23,7 @@ def _attribute(number, payload, extended=False):
 
 
 def member(kind, name, value):
-    """One named member. value: int for the integer kinds, str for STRING, bytes of members for TABLE."""
+    """One named member; the value of a TABLE is the bytes of its members."""
     header = _padded(struct.pack('>H', len(name)) + name.encode() + b'\0')
     if kind in INTEGER_FORMATS:
         payload = struct.pack(INTEGER_FORMATS[kind], value)

@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: GPL-2.0-only
 """A private world for attempt tests: the fixed paths and programs that the daemon uses.
 
-The same layout as that of the function tests (world.h): empty /tmp with /var/run inside it, /etc and
-/usr/bin with a writable layer, a /dev of its own whose console is a FIFO, the two trees under
+The same layout as that of the function tests (world.h): empty /tmp with /var/run inside it, /etc
+and /usr/bin with a writable layer, a /dev of its own whose console is a FIFO, the two trees under
 /mnt/src and /mnt/build, and stand-ins that note each call.
 """
+import contextlib
 import ctypes
 import fcntl
 import mmap
@@ -13,11 +14,12 @@ import re
 import shutil
 import stat
 import struct
-import sys
 import time
 
 CLONE_NEWNS = 0x00020000
 CLONE_NEWUSER = 0x10000000
+MS_RDONLY = 0x1
+MS_REMOUNT = 0x20
 MS_BIND = 0x1000
 MS_MOVE = 0x2000
 MS_REC = 0x4000
@@ -31,6 +33,7 @@ CLOCK = '/mnt/clock'
 STAND_INS = (
     '/mnt/bin/hostapd_cli', '/mnt/bin/wpa_cli', '/mnt/bin/ubus', '/mnt/bin/nvram',
     '/mnt/bin/killall', '/etc/init.d/wps', '/etc/init.d/wifi', '/usr/bin/wifi')
+ORIGIN = re.compile(r'kelm\[(\w+):\d+\]: ')
 MISSING_PRIVILEGE = (
     'a private mount namespace needs root (CAP_SYS_ADMIN) or unprivileged user namespaces '
     '(sysctl kernel.unprivileged_userns_clone=1, user.max_user_namespaces above 0), and this '
@@ -207,17 +210,16 @@ class Console:
         self._text = ''
 
     def lines(self):
-        """The messages without their origin, blank lines left out.
+        """The messages without their origin and the line feeds at their end.
 
-        The dump of a root access point's record is left out too: it is a session's whole record.
+        A message that was cut has no line feed, so each ends where the next origin begins. The
+        dump of a root access point's record is left out.
         """
-        found = []
-        for line in self.text().split('\n'):
-            match = re.match(r'kelm\[(\w+):\d+\]: (.*)$', line)
-            if match is None and line:
-                found.append('without origin: ' + line)
-            elif match is not None and match.group(1) != 'dump_rootap_info':
-                found.append(match.group(2))
+        parts = ORIGIN.split(self.text())
+        found = [f'without origin: {parts[0]}'] if parts[0].strip() else []
+        for function, message in zip(parts[1::2], parts[2::2]):
+            if function != 'dump_rootap_info':
+                found.append(message.rstrip('\n'))
         return found
 
 
@@ -263,6 +265,16 @@ class World:
         _empty('/tmp', keep=('run',))
         _empty('/tmp/run')
 
+    @staticmethod
+    @contextlib.contextmanager
+    def read_only_tmp():
+        """Nobody can write to /tmp meanwhile, root neither."""
+        _mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND | MS_RDONLY)
+        try:
+            yield
+        finally:
+            _mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND)
+
     def shift_time(self, seconds):
         """Moves the daemon's time() ahead of the machine's."""
         self._clock[:] = struct.pack('=q', seconds)
@@ -286,7 +298,7 @@ class World:
         return stat.S_IMODE(os.stat(path).st_mode)
 
     def reply(self, name, shell_text):
-        """Shell text that a stand-in runs after it noted the call; the name is that of commands()."""
+        """Shell text that a stand-in runs after it noted the call; named as in commands()."""
         self.write(f'/mnt/reply/{name}', shell_text)
 
     @staticmethod
@@ -307,7 +319,3 @@ class World:
                 with open(f'/mnt/log/{name}', encoding='utf-8', errors='replace') as file:
                     reports += f'--- {name}\n{file.read()}'
         return reports
-
-
-def announce_failure(error):
-    print(f'test world: {error}', file=sys.stderr)
