@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: ISC
+// The worker-done evaluation: survey the bands, wait or judge, then act by run mode.
+#include "core/evaluation.h"
+
+#include <cstring>
+
+#include "config/credentials.h"
+#include "core/bus.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/status_files.h"
+#include "platform/exec.h"
+#include "platform/ops.h"
+#include "wlan/radio.h"
+#include "wlan/rootap.h"
+#include "wlan/run_mode.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t FILE_COMMAND_SIZE = 128;
+constexpr const char *CONFIG_WIFI = "/etc/init.d/wps config_wifi";
+constexpr const char *WPS_AP_BACKUP = "/tmp/wps_wifi_ap.bak";
+constexpr const char *WPS_STA_BACKUP = "/tmp/wps_wifi_sta.bak";
+
+struct survey {
+    int running;
+    int succeeded;
+    uint16_t codes[KELM_BAND_COUNT];  // as published
+};
+
+bool _has(int band, uint32_t flag)
+{
+    return (kelm_get_wps_flags(band) & flag) != 0;
+}
+
+survey _survey_bands()
+{
+    survey found = {};
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (!kelm_get_band_inited(band))
+            continue;
+        if (!kelm_is_worker_done(band))
+            ++found.running;
+        if (kelm_is_worker_succeed(band, false)) {
+            ++found.succeeded;
+            found.codes[band] = WPS_STATUS_SUCCESS;
+        } else {
+            found.codes[band] =
+                _has(band, WPS_FLAG_WORKER_LAUNCH) ? WPS_STATUS_TIMEOUT : WPS_STATUS_SILENT;
+        }
+    }
+    return found;
+}
+
+// A repeater wants every band's own credentials; an access point serves one client, which came on
+// one band.
+bool _must_wait(const survey &found)
+{
+    if (kelm_get_run_mode() == KELM_MODE_REPEATER)
+        return found.running > 0;
+    return kelm_get_run_mode() == KELM_MODE_AP && found.running > 0 && found.succeeded == 0;
+}
+
+bool _is_2g_or_5g_through(const survey &found)
+{
+    return found.codes[KELM_BAND_2G] == WPS_STATUS_SUCCESS ||
+           found.codes[KELM_BAND_5G] == WPS_STATUS_SUCCESS;
+}
+
+void _run_config_wifi()
+{
+    (void)kelm_system(CONFIG_WIFI);
+    kelm_log_normal("/etc/init.d/wps config_wifi\n");
+}
+
+// --- Access-point mode ---
+
+// Only an access point that was open has got something new to write back.
+bool _patch_open_access_points()
+{
+    bool patched = false;
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (!kelm_get_band_inited(band) || !_has(band, WPS_FLAG_WORKER_LAUNCH))
+            continue;
+        if (kelm_is_worker_succeed(band, true) && _has(band, WPS_FLAG_NONE_SECURITY)) {
+            (void)kelm_ops.patching_back(band, band, nullptr);
+            patched = true;
+        }
+    }
+    return patched;
+}
+
+void _finish_access_point(const survey &found)
+{
+    kelm_log_normal("All of the worker process finised, now we check the result of Ap Mode.\n");
+    const bool patched = _patch_open_access_points();
+    dump_wps_session();
+    kelm_log_normal("AP MODE:wps done, send wps msg: %d, %d\n", found.codes[KELM_BAND_2G],
+                    found.codes[KELM_BAND_5G]);
+    if (patched) {
+        _run_config_wifi();
+        kelm_set_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART);
+    } else {
+        kelm_set_global_wpsflag_bit(KELM_GFLAG_WPS_RESTART);
+    }
+    (void)kelm_ops.wps_cancel();
+    wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found.codes);
+}
+
+// --- Repeater mode ---
+
+// Gives a band its own credentials, or those of the succeeded band, or leaves it alone.
+void _patch_band(int band, int succ)
+{
+    if (_has(band, WPS_FLAG_WORKER_LAUNCH) && kelm_is_worker_succeed(band, true)) {
+        (void)kelm_ops.patching_back(band, band, nullptr);
+        return;
+    }
+    if (_has(band, WPS_FLAG_CONFIG_MIRROR)) {
+        const kelm_rootap_info *rootap = &kelm_get_wps_session(band)->rootap;
+        kelm_log_normal("patching wpsCfg[band %d] with rootAP %s\n", band, rootap->ssid);
+        (void)kelm_ops.patching_back(band, succ, rootap);
+        return;
+    }
+    if (!_has(band, WPS_FLAG_APBSS_ENABLE | WPS_FLAG_WORKER_LAUNCH))
+        return;
+    if (succ == KELM_BAND_NONE || _has(band, WPS_FLAG_STA_CONNECTED))
+        return;
+    kelm_log_normal("before NULL patching_back\n");
+    kelm_log_normal("%d failed, use %d STA info write back to %d AP.\n", band, succ, band);
+    (void)kelm_ops.patching_back(band, succ, nullptr);
+}
+
+// The mesh stays on for an EasyMesh root access point; else the maker's own rules decide.
+void _set_mesh_switch()
+{
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (kelm_get_band_inited(band) && get_band_easymesh_wps(band) != 0) {
+            _wps_set_mesh_config(1);
+            return;
+        }
+    }
+    _wps_set_mesh_config(_kelm_check_corvex());
+}
+
+// For the service script, which works on copies.
+void _back_up_credential_files()
+{
+    (void)kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", WPS_AP_FILE, WPS_AP_BACKUP);
+    (void)kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", WPS_STA_FILE, WPS_STA_BACKUP);
+}
+
+void _write_back_repeater(int succ)
+{
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (kelm_get_band_inited(band))
+            _patch_band(band, succ);
+    }
+    if (succ != KELM_BAND_NONE)
+        _set_mesh_switch();
+    if (kelm_get_band_inited(KELM_BAND_5G) && kelm_get_band_inited(KELM_BAND_5G2)) {
+        kelm_log_normal("set common config, smart_setting_5g to on\n");
+        _wps_set_ext_common_config(1);
+    }
+    dump_wps_session();
+    _back_up_credential_files();
+    if (succ != KELM_BAND_NONE)
+        _run_config_wifi();
+}
+
+void _finish_repeater(const survey &found)
+{
+    const int succ = kelm_get_succeed_band(KELM_BAND_NONE);
+    kelm_log_normal(
+        "All of the worker process finised, now we check the result of repeater mode.\n");
+    (void)kelm_resolve_apinfo_and_credential();
+    _write_back_repeater(succ);
+
+    // A success is published by the service after the restart, when the link can be used.
+    if (!_is_2g_or_5g_through(found)) {
+        kelm_log_always("Gonna to send wps event. status: 2g=%d, 5g=%d\n",
+                        found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
+        wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found.codes);
+    }
+    (void)kelm_ops.wps_cancel();
+    kelm_set_wps_alive(0);
+    kelm_restart_wireless();
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (kelm_get_band_inited(band))
+            kelm_set_status(band, WPS_STATUS_IDLE);
+    }
+}
+
+}  // namespace
+
+int _kelm_worker_done_process()
+{
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0) {
+        kelm_log_detail("no active wps session running \n\n");
+        return 0;
+    }
+    const survey found = _survey_bands();
+    if (_must_wait(found)) {
+        // The number was meant to be the band; by now it counts them all. Log readers look for
+        // this 4.
+        kelm_log_detail("Worker[%d] process still running, wait...\n\n", KELM_BAND_COUNT);
+        return 0;
+    }
+
+    kelm_update_wps_result_file(_is_2g_or_5g_through(found) ? 1 : 0);
+    (void)kelm_system_format(FILE_COMMAND_SIZE, "rm %s", WPS_AP_FILE);
+    (void)kelm_system_format(FILE_COMMAND_SIZE, "rm %s", WPS_STA_FILE);
+
+    switch (kelm_get_run_mode()) {
+    case KELM_MODE_AP:
+        _finish_access_point(found);
+        return 0;
+    case KELM_MODE_REPEATER:
+        _finish_repeater(found);
+        break;
+    default:
+        kelm_log_always("Invalid system mode.\n");
+    }
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART) == 0) {
+        kelm_log_detail("Clean kelm workspace...\n\n");
+        kelm_clean_wksp();
+    }
+    return 0;
+}
+
+int _kelm_check_corvex()
+{
+    const kelm_rootap_info *kept = nullptr;
+    int result = 0;
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        const kelm_session *session = kelm_get_wps_session(band);
+        if (!kelm_get_band_inited(band) || !_has(band, WPS_FLAG_WORKER_LAUNCH) ||
+            session->rootap.qm_data[0] == '\0')
+            continue;
+        const kelm_rootap_info *rootap = &session->rootap;
+        if (rootap->support_mesh != 0 && kept == nullptr) {
+            result = 1;
+            kept = rootap;
+            continue;
+        }
+        if (rootap->support_mesh == 0)
+            kelm_log_normal(" band : %d  disable mesh [reason: %s is not supporting mesh]\n", band,
+                            rootap->ssid);
+        constexpr char NO_NODEID[WPS_NODEID_LEN] = {};
+        const char *kept_nodeid = kept != nullptr ? kept->nodeid : NO_NODEID;
+        if (strncmp(kept_nodeid, rootap->nodeid, WPS_NODEID_LEN) != 0) {
+            kelm_log_normal("disable mesh [reason: nodeid not match %.5s/%.5s]\n", kept_nodeid,
+                            rootap->nodeid);
+            return 0;
+        }
+    }
+    kelm_log_normal("_kelm_check_corvex finish. support_mesh ：%d\n", result);
+    return result;
+}
+
+}  // namespace kelm

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: ISC
+// kelm: one run of the daemon serves one WPS attempt.
+#include <unistd.h>
+
+#include "core/bus.h"
+#include "core/lifecycle.h"
+#include "core/log.h"
+#include "core/mainloop.h"
+#include "core/signals.h"
+
+namespace kelm {
+
+namespace {
+
+// From the bus thread to the end of the main loop: 0, or -1 when a step of the start fails.
+int _serve()
+{
+    if (wps_create_ibus_thread() < 0)
+        return -1;
+    if (_kelm_register_signal() != 0) {
+        kelm_log_always("kelm register signal handler failed.\n");
+        return -1;
+    }
+    if (_kelm_open() != 0) {
+        kelm_log_always("kelm open failed.\n");
+        return -1;
+    }
+    (void)kelm_mainloop();
+    return 0;
+}
+
+}  // namespace
+
+}  // namespace kelm
+
+int main(int argc, char **)
+{
+    if (argc > 1) {
+        constexpr char USAGE[] = "Usage: kelm\n";
+        (void)!write(STDERR_FILENO, USAGE, sizeof USAGE - 1);
+        return -1;
+    }
+    kelm::kelm_claim_signals();
+    kelm::kelm_daemonize();
+    if (kelm::kelm_create_pid_file() != 0)
+        return -1;
+    const int result = kelm::_serve();
+    kelm::kelm_leave();
+    return result;
+}

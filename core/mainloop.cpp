@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: ISC
+// One pass: request, packet, clock, boost check, time-out.
+#include "core/mainloop.h"
+
+#include <cstring>
+#include <ctime>
+
+#include "core/bus.h"
+#include "core/evaluation.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "platform/ops.h"
+#include "wlan/precheck.h"
+#include "wlan/predict.h"
+#include "wlan/rootap.h"
+#include "wlan/run_mode.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr uint32_t END_FLAGS =
+    KELM_GFLAG_TERMINATE | KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RESTART;
+
+// One byte more than a packet can fill, so that its text always ends.
+char kelm_msg_buf[KELM_MSG_SIZE + 1];
+
+int32_t _now()
+{
+    return static_cast<int32_t>(time(nullptr));
+}
+
+void _give_up()
+{
+    kelm_mark_launched_done();
+    (void)_kelm_worker_done_process();
+    time_boost = 0;
+}
+
+// A repeater with one band through does not wait for the others beyond hope.
+void _boost_check()
+{
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0 ||
+        kelm_get_run_mode() != KELM_MODE_REPEATER)
+        return;
+
+    const int succeeded = kelm_get_succeed_band(KELM_BAND_NONE);
+    const kelm_session *session = kelm_get_wps_session(succeeded);
+    const int32_t now = _now();
+    if (session != nullptr) {
+        if (time_boost == 0)
+            time_boost = now;
+        if ((session->wps_flags & WPS_FLAG_OVER_SCAN) == 0)
+            trigger_over_scan(succeeded);
+        for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+            if (kelm_get_band_inited(band))
+                kelm_ops.band_tick(band);
+        }
+        if (now - time_last_check > 0 && get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT)
+            _give_up();
+    }
+    time_last_check = now;
+}
+
+}  // namespace
+
+int kelm_mainloop()
+{
+    do {
+        size_t length = KELM_MSG_SIZE;
+        memset(kelm_msg_buf, 0, sizeof kelm_msg_buf);
+        wps_ibus_handle_event();
+        const kelm_sock_entry *entry = _kelm_check_fd(kelm_msg_buf, &length, kelm_sock_list);
+        (void)_kelm_process_msg(kelm_msg_buf, length, entry);
+        kelm_update_time();
+        _boost_check();
+        wps_session_maintain();
+    } while (kelm_get_global_wpsflag_bit(END_FLAGS) == 0);
+    return _kelm_close();
+}
+
+int _kelm_process_msg(char *buffer, size_t length, const kelm_sock_entry *entry)
+{
+    if (entry == nullptr)
+        return -1;
+    switch (entry->packet_type) {
+    case KELM_PKT_WORKER:
+        return _kelm_process_worker_msg(static_cast<int>(entry->band), buffer, length);
+    case KELM_PKT_ROOTAP:
+        kelm_log_detail("received packet from monitor rootap info.\n");
+        return _kelm_worker_process_rootapinfo(buffer, length);
+    default:
+        kelm_log_detail("Unknown packet type\n");
+        return 0;
+    }
+}
+
+int _kelm_process_worker_msg(int band, char *buffer, size_t length)
+{
+    if (kelm_ops.process_event_msg(band, buffer, static_cast<int>(length)) != 0)
+        return 0;
+    return _kelm_worker_done_process();
+}
+
+void kelm_update_time()
+{
+    const bool running = kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) != 0;
+    if (running && time_start == 0)
+        time_start = _now();
+    else if (!running)
+        time_start = 0;
+}
+
+void wps_session_maintain()
+{
+    const int32_t now = _now();
+    kelm_update_time();
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0 ||
+        now < time_start + WPS_TIMEOUT_S)
+        return;
+
+    kelm_log_normal("wps Timeout, stop sessions[%d - %d]\n", time_start, now);
+    kelm_mark_launched_done();
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (kelm_get_band_inited(band) && kelm_get_status(band) != WPS_STATUS_SUCCESS)
+            kelm_set_status(band, WPS_STATUS_TIMEOUT);
+    }
+    (void)_kelm_worker_done_process();
+}
+
+int _kelm_close()
+{
+    kelm_worker_sock_deinit();
+    kelm_ops.kill_worker();
+    return 0;
+}
+
+}  // namespace kelm

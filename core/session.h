@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: ISC
+// The table of the four per-band sessions, the flag words and the small files about the work space.
+#pragma once
+
+#include "core/kelm.h"
+
+namespace kelm {
+
+// Makes the sessions for a band-set code (0: 2g, 1: 5g, 2: both, 3: and 5g2, 4: 2g 5g 6g, 5: all).
+// A second call replaces the table; the band mask only grows. Returns 0, or -1 without memory.
+int kelm_create_session(int band_set);
+
+// The band's record, or null for a band outside 0 to 3 (or before the table exists). Logs nothing.
+kelm_session *kelm_get_wps_session(int band);
+
+// The band of a record of the table, or KELM_BAND_NONE for any other pointer.
+int kelm_get_bandtype_by_session(const kelm_session *session);
+
+// Whether the device has the band. The band is taken modulo 4, never refused.
+int kelm_get_band_inited(int band);
+
+uint32_t kelm_get_global_wpsflag_bit(uint32_t mask);
+uint32_t kelm_set_global_wpsflag_bit(uint32_t mask);    // returns the new word
+uint32_t kelm_clean_global_wpsflag_bit(uint32_t mask);  // returns the new word
+
+// Per-band accessors. A bad band logs "Bad wps session[band %d].\n" at level 4 and reads as 0.
+uint32_t kelm_get_wps_flags(int band);
+void kelm_reset_wps_flags(int band);
+void kelm_set_wps_flag_bit(int band, uint32_t mask);
+void kelm_clean_wps_flag_bit(int band, uint32_t mask);
+void kelm_set_status(int band, int status);
+int kelm_get_status(int band);
+
+// 0 only while the band's worker was launched and has not ended; 1 otherwise, a bad band included.
+int kelm_is_worker_done(int band);
+void kelm_set_worker_done(int band);
+
+// Marks the launched workers of all bands as done.
+void kelm_mark_launched_done();
+
+// The succeeded band with the highest priority, the lower band on a tie, or KELM_BAND_NONE. exclude
+// names a band to pass over; 0 and 4 and more exclude none, so band 0 can never be excluded.
+int kelm_get_succeed_band(int exclude);
+
+// Writes "%d\n" to "/tmp/wpsactive": 1 while a push-button attempt runs, 0 after a repeater's.
+void kelm_set_wps_alive(int value);
+
+void kelm_count_credentials();
+
+// Back to nothing done: statuses and flags of all bands, the global flag word, the credential
+// count.
+void kelm_clean_wksp();
+
+// Asks the main loop to end and the exit path to restart the wireless.
+void kelm_restart_wireless();
+
+// Log the sessions, a root access point record; level 4.
+void dump_wps_session();
+void dump_rootap_info(const kelm_rootap_info *rootap);
+
+}  // namespace kelm

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: ISC
+// Result and info file.
+#include "core/status_files.h"
+
+#include <cstdint>
+#include <cstdio>
+
+#include <json-c/json.h>
+
+#include "config/json_file.h"
+#include "core/handle.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "platform/exec.h"
+#include "platform/ops.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr const char *RESULT_PATH = "/tmp/wps_result";
+constexpr const char *INFO_PATH = "/tmp/kelm.info";
+constexpr size_t RESULT_COMMAND_SIZE = 128;
+
+// Texts by status code; the web page shows them by name. Do not reorder.
+constexpr const char *STATUS_TEXTS[] = {
+    "ok",       // 0 idle
+    "cancel",   // 1
+    "success",  // 2
+    "error",    // 3
+    "timeout",  // 4
+    "cancel",   // 5
+    "cancel",   // 6
+    "cancel",   // 7
+    "overlap",  // 8
+    "cancel",   // 9 push-button access point found
+    "cancel",   // 10
+    "ok",       // 11 started
+    "silent",   // 12
+};
+static_assert(sizeof STATUS_TEXTS / sizeof STATUS_TEXTS[0] == WPS_STATUS_SILENT + 1,
+              "one text per status code");
+
+struct info_row {
+    int band;
+    const char *status_key;
+    const char *mac_key;
+};
+
+// The keys count bands, not interfaces. The 6 GHz band has no keys: no page asks for it.
+constexpr info_row INFO_ROWS[] = {
+    {KELM_BAND_2G, "wl0_wps_status", "wl0_wps_sta_mac"},
+    {KELM_BAND_5G, "wl1_wps_status", "wl1_wps_sta_mac"},
+    {KELM_BAND_5G2, "wl2_wps_status", "wl2_wps_sta_mac"},
+};
+
+int32_t last_result = 0;
+
+void _add_band(json_object *info, const info_row &row)
+{
+    if (!kelm_get_band_inited(row.band))
+        return;
+    json_object_object_add(info, row.status_key,
+                           json_object_new_string(_kelm_status2txt(kelm_get_status(row.band))));
+    json_object_object_add(info, row.mac_key,
+                           json_object_new_string(kelm_ops.get_sta_mac(row.band)));
+}
+
+}  // namespace
+
+const char *_kelm_status2txt(int status)
+{
+    const uint16_t code = static_cast<uint16_t>(status);
+    if (code < sizeof STATUS_TEXTS / sizeof STATUS_TEXTS[0])
+        return STATUS_TEXTS[code];
+    kelm_log_always("invalid status: %d.\n", code);
+    return "null";
+}
+
+void kelm_update_wps_result_file(int result)
+{
+    // A success stays: the clean-up after it must not take it back while the page still polls.
+    if (last_result == 1)
+        return;
+    last_result = result;
+    char command[RESULT_COMMAND_SIZE];
+    snprintf(command, sizeof command, "echo %d > %s", result, RESULT_PATH);
+    kelm_log_normal("%s\n", command);
+    (void)kelm_system(command);
+}
+
+void kelm_update_info_file(int action)
+{
+    unique_json info(json_object_new_object());
+    if (!info) {
+        kelm_log_always("Create json_object_t failed.\n");
+        return;
+    }
+    json_object_object_add(info.get(), "wps_action", json_object_new_int(action));
+    for (const info_row &row : INFO_ROWS)
+        _add_band(info.get(), row);
+
+    const char *text = json_object_to_json_string(info.get());
+    if (text == nullptr) {
+        kelm_log_always("Print json_object_t failed.\n");
+        return;
+    }
+    unique_file file(fopen(INFO_PATH, "wte"));
+    if (!file) {
+        kelm_log_always("Open 'kelm.info' file failed.\n");
+        return;
+    }
+    fprintf(file.get(), "%s\n", text);
+}
+
+}  // namespace kelm

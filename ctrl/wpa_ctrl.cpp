@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: ISC
+// Client of the control interface: a datagram socket with a bound path of its own.
+#include "ctrl/wpa_ctrl.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace kelm {
+
+namespace {
+
+constexpr const char *DEFAULT_CLIENT_DIR = "/tmp";
+constexpr char ABSTRACT_PREFIX[] = "@abstract:";
+constexpr size_t ABSTRACT_PREFIX_LEN = sizeof ABSTRACT_PREFIX - 1;
+constexpr size_t PATH_SIZE = sizeof sockaddr_un{}.sun_path;
+constexpr time_t SEND_LIMIT_S = 5;
+constexpr unsigned SEND_RETRY_S = 1;
+constexpr int REPLY_LIMIT_MS = 10000;
+constexpr size_t ATTACH_REPLY_SIZE = 10;
+
+// Makes the local paths of one process differ.
+uint32_t open_counter = 0;
+
+struct ctrl_freer {
+    void operator()(wpa_ctrl *ctrl) const
+    {
+        if (ctrl->s >= 0)
+            close(ctrl->s);
+        free(ctrl);
+    }
+};
+using half_open_ctrl = std::unique_ptr<wpa_ctrl, ctrl_freer>;
+
+bool _set_local_path(sockaddr_un *local, const char *client_dir)
+{
+    const bool own_dir = client_dir != nullptr && client_dir[0] == '/';
+    local->sun_family = AF_UNIX;
+    const int length = snprintf(local->sun_path, PATH_SIZE, "%s/wpa_ctrl_%d-%d",
+                                own_dir ? client_dir : DEFAULT_CLIENT_DIR,
+                                static_cast<int>(getpid()), static_cast<int>(open_counter));
+    return length > 0 && static_cast<size_t>(length) < PATH_SIZE;
+}
+
+// Binds; a path that a dead process with our number left behind is removed, once.
+bool _bind_local(int s, const sockaddr_un &local)
+{
+    const sockaddr *address = reinterpret_cast<const sockaddr *>(&local);
+    if (bind(s, address, sizeof local) == 0)
+        return true;
+    if (errno != EADDRINUSE || unlink(local.sun_path) != 0)
+        return false;
+    return bind(s, address, sizeof local) == 0;
+}
+
+bool _set_destination(sockaddr_un *dest, const char *ctrl_path)
+{
+    dest->sun_family = AF_UNIX;
+    if (strncmp(ctrl_path, ABSTRACT_PREFIX, ABSTRACT_PREFIX_LEN) == 0) {
+        // The leading zero byte is what makes the name an abstract one.
+        const char *name = ctrl_path + ABSTRACT_PREFIX_LEN;
+        memcpy(dest->sun_path + 1, name, strnlen(name, PATH_SIZE - 1));
+        return true;
+    }
+    const size_t length = strlen(ctrl_path);
+    if (length >= PATH_SIZE)
+        return false;
+    memcpy(dest->sun_path, ctrl_path, length);
+    return true;
+}
+
+void _set_non_blocking(int s)
+{
+    const int flags = fcntl(s, F_GETFL);
+    if (flags < 0 || fcntl(s, F_SETFL, flags | O_NONBLOCK) < 0)
+        perror("fcntl(ctrl->s, O_NONBLOCK)");
+}
+
+time_t _monotonic_s()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+bool _is_busy(int error)
+{
+    return error == EAGAIN || error == EWOULDBLOCK || error == EBUSY;
+}
+
+int _send_command(int s, const char *command, size_t length)
+{
+    time_t first_failure = 0;
+    while (send(s, command, length, 0) < 0) {
+        if (!_is_busy(errno))
+            return -1;
+        if (first_failure == 0)
+            first_failure = _monotonic_s();
+        else if (_monotonic_s() - first_failure >= SEND_LIMIT_S)
+            return -1;
+        sleep(SEND_RETRY_S);
+    }
+    return 0;
+}
+
+// 0 when a datagram waits, -1 on an error, -2 when none came in time.
+int _await_reply(int s)
+{
+    pollfd wait = {s, POLLIN, 0};
+    for (;;) {
+        const int ready = poll(&wait, 1, REPLY_LIMIT_MS);
+        if (ready > 0)
+            return 0;
+        if (ready == 0)
+            return -2;
+        if (errno != EINTR)
+            return -1;
+    }
+}
+
+bool _is_event(const char *message, size_t length)
+{
+    constexpr char IFNAME[] = "IFNAME=";
+    constexpr size_t IFNAME_LEN = sizeof IFNAME - 1;
+    return (length > 0 && message[0] == '<') ||
+           (length >= IFNAME_LEN && strncmp(message, IFNAME, IFNAME_LEN) == 0);
+}
+
+void _pass_event(char *message, size_t length, size_t size, wpa_ctrl_msg_cb callback)
+{
+    if (callback == nullptr || size == 0)
+        return;
+    if (length == size)
+        --length;  // room for the terminator
+    message[length] = '\0';
+    callback(message, length);
+}
+
+int _simple_request(wpa_ctrl *ctrl, const char *command)
+{
+    char reply[ATTACH_REPLY_SIZE];
+    size_t length = sizeof reply;
+    const int result = wpa_ctrl_request(ctrl, command, strlen(command), reply, &length, nullptr);
+    if (result < 0)
+        return result;
+    return length == 3 && memcmp(reply, "OK\n", 3) == 0 ? 0 : -1;
+}
+
+}  // namespace
+
+wpa_ctrl *wpa_ctrl_open(const char *ctrl_path)
+{
+    return wpa_ctrl_open2(ctrl_path, nullptr);
+}
+
+wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir)
+{
+    if (ctrl_path == nullptr)
+        return nullptr;
+    half_open_ctrl half(static_cast<wpa_ctrl *>(calloc(1, sizeof(wpa_ctrl))));
+    if (!half)
+        return nullptr;
+    half->s = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (half->s < 0)
+        return nullptr;
+
+    ++open_counter;
+    if (!_set_local_path(&half->local, client_dir) || !_bind_local(half->s, half->local))
+        return nullptr;
+
+    unique_wpa_ctrl ctrl(half.release());  // from here on there is a path to unlink
+    if (!_set_destination(&ctrl->dest, ctrl_path))
+        return nullptr;
+    const sockaddr *dest = reinterpret_cast<const sockaddr *>(&ctrl->dest);
+    if (connect(ctrl->s, dest, sizeof ctrl->dest) < 0)
+        return nullptr;
+    _set_non_blocking(ctrl->s);
+    return ctrl.release();
+}
+
+void wpa_ctrl_close(wpa_ctrl *ctrl)
+{
+    if (ctrl == nullptr)
+        return;
+    (void)unlink(ctrl->local.sun_path);
+    if (ctrl->s >= 0)
+        close(ctrl->s);
+    free(ctrl);
+}
+
+int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, char *reply,
+                     size_t *reply_len, wpa_ctrl_msg_cb callback)
+{
+    if (_send_command(ctrl->s, command, command_len) != 0)
+        return -1;
+    for (;;) {
+        const int waited = _await_reply(ctrl->s);
+        if (waited != 0)
+            return waited;
+        const ssize_t received = recv(ctrl->s, reply, *reply_len, 0);
+        if (received < 0)
+            return -1;
+        const size_t length = static_cast<size_t>(received);
+        if (!_is_event(reply, length)) {
+            *reply_len = length;
+            return 0;
+        }
+        _pass_event(reply, length, *reply_len, callback);
+    }
+}
+
+int wpa_ctrl_attach(wpa_ctrl *ctrl)
+{
+    return _simple_request(ctrl, "ATTACH");
+}
+
+int wpa_ctrl_detach(wpa_ctrl *ctrl)
+{
+    return _simple_request(ctrl, "DETACH");
+}
+
+int wpa_ctrl_recv(wpa_ctrl *ctrl, char *buffer, size_t *length)
+{
+    const ssize_t received = recv(ctrl->s, buffer, *length, 0);
+    if (received < 0)
+        return static_cast<int>(received);
+    *length = static_cast<size_t>(received);
+    return 0;
+}
+
+int wpa_ctrl_pending(wpa_ctrl *ctrl)
+{
+    pollfd wait = {ctrl->s, POLLIN, 0};
+    return poll(&wait, 1, 0) > 0 ? 1 : 0;
+}
+
+int wpa_ctrl_get_fd(const wpa_ctrl *ctrl)
+{
+    return ctrl->s;
+}
+
+}  // namespace kelm

@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: ISC
+// The attached connections and the two event tables.
+#include "platform/rtk/events.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "config/credentials.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/status_files.h"
+#include "core/text.h"
+#include "ctrl/wpa_ctrl.h"
+#include "platform/exec.h"
+#include "platform/rtk/ap_write_back.h"
+#include "platform/rtk/control.h"
+#include "wlan/predict.h"
+#include "wlan/run_mode.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t SOCKET_PATH_SIZE = 64;
+constexpr size_t REMOVE_COMMAND_SIZE = 128;
+
+// The band's attached connections, null while closed.
+unique_wpa_ctrl wpas_ctrl[KELM_BAND_COUNT];
+
+void _socket_path(const kelm_session &session, char (&path)[SOCKET_PATH_SIZE])
+{
+    path[0] = '\0';
+    switch (kelm_get_run_mode()) {
+    case KELM_MODE_REPEATER:
+        snprintf(path, sizeof path, "/var/run/wpa_supplicant/%s", session.ifName);
+        break;
+    case KELM_MODE_AP:
+        snprintf(path, sizeof path, "/var/run/hostapd/%s", session.ifName);
+        break;
+    default:
+        kelm_log_always("Invalid run mode.\n\n");
+    }
+}
+
+// --- What an event does to its band. One row of a table is one event; a text is looked for
+// anywhere in the line, since a level prefix and an interface name may stand before it. The first
+// row that matches decides. ---
+
+constexpr int NO_RESULT = -1;
+constexpr int NO_STATUS = -1;
+constexpr int NO_STEP = -1;
+
+struct event_row {
+    const char *text;
+    int result;  // for the result file, before all else, or NO_RESULT
+    int status;  // the band's new status, or NO_STATUS
+    int step;    // progress step to push, or NO_STEP
+    bool ends_worker;
+    void (*effect)(int band, kelm_session *session, char *text);  // what else happens, or null
+};
+
+void _note_rootap(int, kelm_session *session, char *text)
+{
+    _store_rootap_info(text, &session->rootap);
+    session->rootap_valid = 1;
+}
+
+void _tell_station_success(int, kelm_session *, char *)
+{
+    kelm_update_info_file(IBUS_WPS_ACTION_DONE);
+}
+
+void _note_enrollee(int, kelm_session *session, char *text)
+{
+    const char *mac = rtk_wps_GetEnrolleeMac(text);
+    copy_text(session->enrollee_mac, mac != nullptr ? mac : "");
+    kelm_update_info_file(IBUS_WPS_ACTION_DONE);
+}
+
+void _end_with_restart(int, kelm_session *session, char *)
+{
+    const bool new_settings = (session->wps_flags & WPS_FLAG_CONFIG_WIFI) != 0;
+    kelm_set_global_wpsflag_bit(new_settings ? KELM_GFLAG_WIFI_RESTART : KELM_GFLAG_WPS_RESTART);
+}
+
+void _apply_new_settings(int band, kelm_session *session, char *)
+{
+    (void)kelm_system_format(REMOVE_COMMAND_SIZE, "rm %s", WPS_AP_FILE);
+    (void)rtk_ap_patching_back(band);
+    session->wps_flags |= WPS_FLAG_CONFIG_WIFI;
+    (void)kelm_system("/etc/init.d/wps config_wifi");
+    kelm_log_normal("/etc/init.d/wps config_wifi\n");
+}
+
+// wpa_supplicant's, as an enrollee. A line with both a success and a failure is a success: the
+// order counts.
+constexpr event_row STATION_EVENTS[] = {
+    {"WPS-AP-AVAILABLE-PBC", NO_RESULT, WPS_STATUS_PBC_SEEN, EAP_STEP_PBC_FOUND, false,
+     _note_rootap},
+    {"PBC overlap detected", NO_RESULT, WPS_STATUS_OVERLAP, NO_STEP, true, nullptr},
+    {"WPS-SUCCESS", 1, WPS_STATUS_SUCCESS, EAP_STEP_SUCCESS, true, _tell_station_success},
+    {"WPS-TIMEOUT", NO_RESULT, WPS_STATUS_TIMEOUT, NO_STEP, true, nullptr},
+    {"WPS-FAIL", NO_RESULT, WPS_STATUS_ERROR, NO_STEP, true, nullptr},
+    {"WPS-AP-KEY_SWAPED", NO_RESULT, NO_STATUS, EAP_STEP_KEY_SWAPPED, false, nullptr},
+    {"WPS-AP-PIN-CHECKED", NO_RESULT, NO_STATUS, EAP_STEP_PIN_CHECKED, false, nullptr},
+    {"WPS-M2D", NO_RESULT, NO_STATUS, EAP_STEP_M2D, false, nullptr},
+};
+
+// hostapd's, as a registrar. Its own "WPS-SUCCESS" only ends the worker, whatever became of the
+// client; a failed exchange is no event here, since the client may try again within the walk time.
+constexpr event_row ACCESS_POINT_EVENTS[] = {
+    {"WPS-ENROLLEE-SEEN", NO_RESULT, NO_STATUS, NO_STEP, false, nullptr},
+    {"WPS-REG-SUCCESS", NO_RESULT, WPS_STATUS_SUCCESS, NO_STEP, true, _note_enrollee},
+    {"WPS-SUCCESS", NO_RESULT, NO_STATUS, NO_STEP, true, _end_with_restart},
+    {"WPS-PBC-DISABLE", NO_RESULT, NO_STATUS, NO_STEP, true, _end_with_restart},
+    {"AP-STA-CONNECTED", NO_RESULT, NO_STATUS, NO_STEP, false, nullptr},
+    {"WPS-OVERLAP-DETECTED", NO_RESULT, WPS_STATUS_OVERLAP, NO_STEP, true, nullptr},
+    {"WPS-TIMEOUT", NO_RESULT, WPS_STATUS_TIMEOUT, NO_STEP, true, nullptr},
+    {"WPS-NEW-AP-SETTINGS", NO_RESULT, NO_STATUS, NO_STEP, false, _apply_new_settings},
+};
+
+template <size_t count>
+const event_row *_find_event(const event_row (&table)[count], const char *text)
+{
+    for (const event_row &row : table) {
+        if (strstr(text, row.text) != nullptr)
+            return &row;
+    }
+    return nullptr;
+}
+
+void _apply_event(const event_row &row, int band, kelm_session *session, char *text)
+{
+    if (row.result != NO_RESULT)
+        kelm_update_wps_result_file(row.result);
+    if (row.status != NO_STATUS)
+        kelm_set_status(band, row.status);
+    if (row.step != NO_STEP)
+        kelm_push_eap_status(band, row.step);
+    if (row.ends_worker)
+        kelm_set_worker_done(band);
+    if (row.effect != nullptr)
+        row.effect(band, session, text);
+}
+
+// --- The two run modes ---
+
+int _process_station_event(int band, kelm_session *session, char *text)
+{
+    constexpr uint32_t worker = WPS_FLAG_WORKER_LAUNCH | WPS_FLAG_WORKER_DONE;
+    if ((session->wps_flags & worker) != WPS_FLAG_WORKER_LAUNCH) {
+        kelm_log_detail("Ignore wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+        return 0;
+    }
+    kelm_log_detail("processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+    const event_row *row = _find_event(STATION_EVENTS, text);
+    if (row == nullptr)
+        return -1;
+    _apply_event(*row, band, session, text);
+    kelm_log_normal("processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+    return 0;
+}
+
+int _process_access_point_event(int band, kelm_session *session, char *text)
+{
+    kelm_log_normal("processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+    const event_row *row = _find_event(ACCESS_POINT_EVENTS, text);
+    if (row == nullptr)
+        return -1;
+    _apply_event(*row, band, session, text);
+    return 0;
+}
+
+// The text behind a field name of an event, or null.
+const char *_field(const char *text, const char *name)
+{
+    const char *at = strstr(text, name);
+    return at == nullptr ? nullptr : at + strlen(name);
+}
+
+// The index-th blank-separated token, counted from 0. Cuts the text up.
+char *_token(char *text, int index)
+{
+    char *rest = nullptr;
+    char *token = strtok_r(text, " ", &rest);
+    for (; token != nullptr && index > 0; --index)
+        token = strtok_r(nullptr, " ", &rest);
+    return token;
+}
+
+}  // namespace
+
+int rtk_wpas_sock_init(int band)
+{
+    const kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr) {
+        kelm_log_bad_band(band);
+        return -1;
+    }
+    char path[SOCKET_PATH_SIZE];
+    _socket_path(*session, path);
+
+    unique_wpa_ctrl &ctrl = wpas_ctrl[band];
+    ctrl.reset();
+    ctrl.reset(wpa_ctrl_open(path));
+    if (!ctrl) {
+        kelm_log_always("Can't open event ctrl\n");
+        return -1;
+    }
+    kelm_log_normal("eventCtrl open success\n");
+    if (wpa_ctrl_attach(ctrl.get()) != 0) {
+        ctrl.reset();
+        kelm_log_always("Can't attach event ctrl\n");
+        return -1;
+    }
+    kelm_log_detail("eventCtrl attach success\n");
+    return wpa_ctrl_get_fd(ctrl.get());
+}
+
+void rtk_wpas_sock_deinit(int band, int)
+{
+    if (kelm_get_wps_session(band) == nullptr)
+        return;
+    unique_wpa_ctrl &ctrl = wpas_ctrl[band];
+    if (ctrl)
+        (void)wpa_ctrl_detach(ctrl.get());  // a daemon that is gone has forgotten us anyway
+    ctrl.reset();
+    kelm_log_detail("-------wpa_aupplicant socket deinit OK!\n\n");
+}
+
+int rtk_process_wpas_msg(int band, char *text, int)
+{
+    kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr) {
+        kelm_log_bad_band(band);
+        return -1;
+    }
+    switch (kelm_get_run_mode()) {
+    case KELM_MODE_REPEATER:
+        return _process_station_event(band, session, text);
+    case KELM_MODE_AP:
+        return _process_access_point_event(band, session, text);
+    default:
+        return 0;
+    }
+}
+
+void _store_rootap_info(const char *text, kelm_rootap_info *rootap)
+{
+    const char *bssid = _field(text, " bssid=");
+    if (bssid != nullptr) {
+        char mac[WPS_MAC_TEXT_LEN + 1];
+        copy_text(mac, bssid);
+        uint8_t *b = rootap->bssid;
+        memset(b, 0, WPS_BSSID_LEN);
+        (void)_convert_macstr_to_bytes(mac, b);  // a broken one reads as unknown
+        kelm_log_detail("got bssid [%02x:%02x:%02x:%02x:%02x:%02x]\n", b[0], b[1], b[2], b[3], b[4],
+                        b[5]);
+    }
+    const char *uuid = _field(text, " uuid=");
+    if (uuid != nullptr) {
+        memset(rootap->uuid, 0, WPS_UUID_LEN);
+        (void)_convert_uuidstr_to_bytes(uuid, rootap->uuid);
+    }
+    // The name may hold blanks and stands last, so it runs to the end of the line.
+    const char *ssid = _field(text, " ssid=");
+    if (ssid != nullptr) {
+        copy_text(rootap->ssid, ssid);
+        kelm_log_detail("got ssid[%s]\n", rootap->ssid);
+    }
+}
+
+char *rtk_wps_GetEnrolleeMac(char *text)
+{
+    char *mac = text != nullptr ? _token(text, 1) : nullptr;
+    if (mac != nullptr)
+        kelm_log_normal("got macAddr %s\n", mac);
+    return mac;
+}
+
+char *rtk_wps_GetEnrolleeUuid(char *text)
+{
+    char *uuid = text != nullptr ? _token(text, 2) : nullptr;
+    if (uuid != nullptr)
+        kelm_log_normal("got uuid %s\n", uuid);
+    return uuid;
+}
+
+const char *rtk_get_sta_mac(int band)
+{
+    const kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr || strlen(session->enrollee_mac) < WPS_MAC_TEXT_LEN)
+        return "";
+    return session->enrollee_mac;
+}
+
+}  // namespace kelm
