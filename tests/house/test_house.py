@@ -1,0 +1,111 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: ISC
+"""The rules of the house that a compiler does not check: floors, licence lines, what the program links."""
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+DAEMON_FOLDERS = ("core", "wlan", "config", "platform", "ctrl")
+
+# A file may include its own floor and those below. See docs/architecture.md.
+FLOORS = {
+    1: ("core/kelm", "core/log", "core/qm_syslog", "core/handle", "core/signals", "platform/exec"),
+    2: ("core/session", "core/text", "ctrl/wpa_ctrl", "config/conf_tree"),
+    3: ("wlan/run_mode", "config/band_config", "config/settings", "config/uci_option",
+        "config/json_file", "config/credentials"),
+    4: ("wlan/radio", "wlan/predict", "platform/ops"),
+    5: ("core/status_files", "core/bus", "core/event_socks"),
+    6: ("wlan/precheck", "wlan/rootap", "config/supplicant_credentials"),
+    7: ("platform/rtk/control", "platform/rtk/events", "platform/rtk/escape",
+        "platform/rtk/write_back", "platform/rtk/ap_write_back", "platform/rtk/easymesh",
+        "platform/rtk/ops"),
+    8: ("core/evaluation",),
+    9: ("core/mainloop", "core/lifecycle", "core/main"),
+}
+FLOOR_OF = {room: floor for floor, rooms in FLOORS.items() for room in rooms}
+
+
+def daemon_files():
+    return sorted(path for folder in DAEMON_FOLDERS for path in (ROOT / folder).rglob("*.[ch]*"))
+
+
+def room(path):
+    return str(path.relative_to(ROOT).with_suffix(""))
+
+
+def includes(path):
+    """The project's own headers that a file includes, as room names."""
+    names = re.findall(r'^#include "(.+)\.h"$', path.read_text(encoding="utf-8"), re.MULTILINE)
+    return [name for name in names if name != room(path)]
+
+
+def tracked_files():
+    listing = subprocess.run(["git", "-c", f"safe.directory={ROOT}", "ls-files"], cwd=ROOT,
+                             check=True, capture_output=True, text=True)
+    return [ROOT / line for line in listing.stdout.splitlines()]
+
+
+def test_every_file_of_the_daemon_has_a_floor():
+    assert sorted({room(path) for path in daemon_files()}) == sorted(FLOOR_OF)
+
+
+def test_no_file_includes_a_floor_above_its_own():
+    upward = [f"{path.relative_to(ROOT)} includes {name}" for path in daemon_files()
+              for name in includes(path) if FLOOR_OF[name] > FLOOR_OF[room(path)]]
+    assert not upward
+
+
+def test_headers_do_not_include_each_other_in_a_circle():
+    graph = {room(path): includes(path) for path in daemon_files() if path.suffix == ".h"}
+
+    def circle(name, trail):
+        if name in trail:
+            return trail[trail.index(name):] + [name]
+        found = (circle(follower, trail + [name]) for follower in graph[name])
+        return next((one for one in found if one), None)
+
+    assert [one for one in (circle(name, []) for name in graph) if one] == []
+
+
+def test_every_source_file_names_its_licence():
+    checked = (".cpp", ".c", ".h", ".py", ".sh", ".cmake")
+    first_lines = {path: path.read_text(encoding="utf-8").splitlines()[:2]
+                   for path in tracked_files() if path.suffix in checked and path.exists()}
+    assert first_lines
+    assert [str(path) for path, lines in first_lines.items()
+            if not any("SPDX-License-Identifier: ISC" in line for line in lines)] == []
+
+
+@pytest.fixture(scope="module", name="bare_program")
+def build_bare_program(tmp_path_factory):
+    """The daemon as built by the two plain commands on a machine without pkg-config."""
+    build = tmp_path_factory.mktemp("bare")
+    subprocess.run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON"],
+                   check=True, capture_output=True)
+    subprocess.run(["cmake", "--build", build, "-j2"], check=True, capture_output=True)
+    return build / "kelm"
+
+
+def test_the_plain_build_leaves_a_program_without_the_cxx_runtime(bare_program):
+    dynamic = subprocess.run(["readelf", "-d", bare_program], check=True, capture_output=True,
+                             text=True).stdout
+    needed = re.findall(r"\(NEEDED\).*\[(.+?)\.so", dynamic)
+    assert "libc" in needed and "libjson-c" in needed
+    assert set(needed) <= {"libc", "libjson-c", "ld-linux-x86-64"}
+
+
+def test_a_platform_library_can_bring_the_system_log_call(tmp_path):
+    library = tmp_path / "libplatformlog.so"
+    source = tmp_path / "log.c"
+    source.write_text("void qm_syslog(int l, int s, const char *f, ...) { (void)l; (void)s; (void)f; }\n")
+    subprocess.run(["gcc", "-shared", "-fPIC", "-o", library, source], check=True)
+    build = tmp_path / "build"
+    subprocess.run(["cmake", "-S", ROOT, "-B", build, f"-DKELM_QM_SYSLOG_LIB={library}"], check=True,
+                   capture_output=True)
+    subprocess.run(["cmake", "--build", build, "-j2"], check=True, capture_output=True)
+    symbols = subprocess.run(["nm", "-D", build / "kelm"], check=True, capture_output=True,
+                             text=True).stdout
+    assert re.search(r"^ +U qm_syslog$", symbols, re.MULTILINE)
