@@ -300,7 +300,7 @@ void dump_wps_session()
         kelm_log_normal("\twps_score: %08x\n", static_cast<uint32_t>(session->wps_score));
         kelm_log_normal("\twps_inited: %08x\n", session->wps_inited);
         dump_rootap_info(&session->rootap);
-        kelm_log_normal("\trootap_valid: %08x\n", session->rootap_valid);
+        kelm_log_normal("\trootap valid: %u\n", session->rootap_valid);
     }
     kelm_log_normal("global_wps_flags: %08x\n", kelm_flag);
 }
