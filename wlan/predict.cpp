@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: ISC
+// The estimate of a repeater attempt's chance: weights of the progress steps and their arithmetic.
+#include "wlan/predict.h"
+
+#include <cstdint>
+#include <ctime>
+
+#include "core/log.h"
+#include "core/session.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr int START_PERCENT = 50;
+constexpr int KEPT_PERCENT = 85;  // of the chance, when a pass brought no progress
+
+// By progress step. A registrar's refusal stands in fourth place and weighs next to nothing, though
+// it comes late in an exchange: with a weight between its neighbours a refused band would look like
+// one that gets on well, and the attempt would run into the time-out.
+constexpr int32_t wps_eap_status_weight[EAP_STEP_COUNT] = {
+    30, 50, 60, 70, 5, 75, 80, 85, 90, 95, 100, 100,
+};
+
+bool _is_step(int step)
+{
+    return step >= 0 && step < EAP_STEP_COUNT;
+}
+
+int _clamp_percent(int value)
+{
+    if (value > 100)
+        return 100;
+    return value < 0 ? 0 : value;
+}
+
+// Multiplied first, so that the division loses less than one percent; it cuts towards zero.
+int _moved_score(int score, int weight, int previous_weight)
+{
+    return _clamp_percent(score * (weight - previous_weight + KEPT_PERCENT) / 100);
+}
+
+// At least one of the two comes true, taken as independent.
+int _either(int total, int score)
+{
+    return total + score - (total * score) / 100;
+}
+
+}  // namespace
+
+void kelm_push_score(int band, int score)
+{
+    kelm_session *session = kelm_get_wps_session(band);
+    if (session != nullptr && score >= 0 && score <= 100)
+        session->wps_score = score;
+}
+
+void kelm_push_eap_status(int band, int step)
+{
+    kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr || step >= EAP_STEP_COUNT)
+        return;
+    session->pre_eap_status = session->eap_status;
+    session->eap_status = step;
+}
+
+void reset_wps_band_predict_score(int band)
+{
+    kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr) {
+        kelm_log_bad_band(band);
+        return;
+    }
+    session->eap_status = EAP_STEP_START;
+    session->pre_eap_status = EAP_STEP_START;
+    // Without an exchange of its own a band has no events to lose its chance by: at 0 it never
+    // raises the chance of the others, and keeps no hopeless attempt alive.
+    const bool mirrors_only =
+        band == KELM_BAND_6G || (session->wps_flags & WPS_FLAG_STAWPS_FAKEUP) != 0;
+    session->wps_score = mirrors_only ? 0 : START_PERCENT;
+}
+
+int get_wps_band_predict_score(int band)
+{
+    const kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr) {
+        kelm_log_bad_band(band);
+        return 0;
+    }
+    if (!_is_step(session->pre_eap_status) || !_is_step(session->eap_status))
+        return 0;
+
+    const int before = session->wps_score;
+    const int weight = wps_eap_status_weight[session->eap_status];
+    const int previous_weight = wps_eap_status_weight[session->pre_eap_status];
+    const int score = _moved_score(before, weight, previous_weight);
+    // The text shows the formula loosely; readers of the log look for it as it is.
+    kelm_log_detail(
+        "wps predict rate [band%d]=%d (newrate[%d] = prerate[%d] * (85 + (stat[%d] - prestat[%d]) "
+        "/ 100)\n",
+        band, score, score, before, weight, previous_weight);
+    kelm_push_score(band, score);
+    kelm_push_eap_status(band, session->eap_status);  // the step is used up
+    return score;
+}
+
+int get_wps_predict_score()
+{
+    int total = 0;
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (!kelm_get_band_inited(band) || kelm_is_worker_done(band))
+            continue;
+        total = _either(total, get_wps_band_predict_score(band));
+    }
+    kelm_log_normal(
+        "*****************************[WPS predict %d] %d percent "
+        "***********************************\n",
+        static_cast<int>(time(nullptr)), total);
+    return total;
+}
+
+}  // namespace kelm
