@@ -1,0 +1,411 @@
+// SPDX-License-Identifier: ISC
+// The search for the root access point: address distance, scan results, the resolution per band.
+#include "wlan/rootap.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "config/json_file.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/text.h"
+#include "platform/exec.h"
+#include "platform/ops.h"
+#include "wlan/precheck.h"
+#include "wlan/radio.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr int SCAN_ATTEMPTS = 6;
+
+unsigned _handle(const void *pointer)
+{
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
+}
+
+bool _has(int band, uint32_t flag)
+{
+    return (kelm_get_wps_flags(band) & flag) != 0;
+}
+
+bool _is_known(const uint8_t (&bssid)[WPS_BSSID_LEN])
+{
+    constexpr uint8_t unknown[WPS_BSSID_LEN] = {};
+    return memcmp(bssid, unknown, sizeof unknown) != 0;
+}
+
+// --- Addresses ---
+
+constexpr int OUI_LEN = 3;
+constexpr int OUI_DIFF_MAX = 1;  // one differing byte: the locally administered twin of an address
+constexpr int32_t FAR_DISTANCE = 256;  // no two radios of one device are numbered that far apart
+
+int _oui_difference(const uint8_t *a, const uint8_t *b)
+{
+    int count = 0;
+    for (int i = 0; i < OUI_LEN; ++i)
+        count += a[i] != b[i] ? 1 : 0;
+    return count;
+}
+
+int32_t _low_half(const uint8_t *mac)
+{
+    return mac[3] << 16 | mac[4] << 8 | mac[5];
+}
+
+// The same address counts as next to itself, at distance 1, since 0 means unrelated. Two addresses
+// that differ in one byte of the maker's half alone come out as 0 too: they are two networks of one
+// radio, not one network on two, and as "near" a guest network would be taken for the main one.
+int32_t _mac_distance(const uint8_t *a, const uint8_t *b)
+{
+    const int oui_difference = _oui_difference(a, b);
+    const int32_t difference = abs(_low_half(a) - _low_half(b));
+    if (oui_difference > OUI_DIFF_MAX || difference >= FAR_DISTANCE)
+        return 0;
+    if (oui_difference == 0 && difference == 0)
+        return 1;
+    return difference;
+}
+
+// --- Entries of a scan result ---
+
+// The text under a key, or null when there is none or the value is of another type.
+const char *_text(json_object *entry, const char *key)
+{
+    json_object *value = nullptr;
+    if (!json_object_object_get_ex(entry, key, &value))
+        return nullptr;
+    return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : nullptr;
+}
+
+template <size_t size>
+void _store_text(json_object *entry, const char *key, char (&field)[size])
+{
+    const char *value = _text(entry, key);
+    if (value != nullptr)
+        copy_text(field, value);
+}
+
+// Modulo 256, however long the number is.
+uint8_t _channel_number(const char *digits)
+{
+    unsigned number = 0;
+    for (; *digits >= '0' && *digits <= '9'; ++digits)
+        number = (number * 10 + static_cast<unsigned>(*digits - '0')) % 256;
+    return static_cast<uint8_t>(number);
+}
+
+void _store_channel(json_object *entry, kelm_rootap_info *rec)
+{
+    const char *value = _text(entry, "channel");
+    if (value != nullptr)
+        rec->channel = _channel_number(value);
+}
+
+void _store_nodeid(json_object *entry, kelm_rootap_info *rec)
+{
+    const char *value = _text(entry, "nodeid");
+    if (value != nullptr)
+        copy_fixed(rec->nodeid, sizeof rec->nodeid, value);
+}
+
+void _store_support_mesh(json_object *entry, kelm_rootap_info *rec)
+{
+    json_object *value = nullptr;
+    if (!json_object_object_get_ex(entry, "support_mesh", &value))
+        return;
+    if (json_object_is_type(value, json_type_int))
+        rec->support_mesh = static_cast<uint8_t>(json_object_get_int64(value));
+}
+
+// --- The choice among the entries ---
+
+// The entry chosen so far.
+struct scan_choice {
+    json_object *entry;
+    uint8_t bssid[WPS_BSSID_LEN];
+    int32_t distance;  // 0: chosen by its name, unrelated by address
+    int32_t best;      // what a nearer one has to stay below
+};
+
+constexpr int32_t WORST_DISTANCE = 255;  // so an entry exactly that far away is never chosen
+
+enum class scan_pick { none, by_ssid, by_bssid };
+
+bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
+{
+    const char *value = _text(entry, "ssid");
+    return value != nullptr && strncmp(value, ssid, sizeof ssid) == 0;
+}
+
+// The name decides only while nothing is chosen, and only once: neighbours may carry the same name,
+// but what is near by address is the device itself. So a name never displaces an address, and a
+// later entry must be strictly nearer.
+scan_pick _consider(json_object *entry, const kelm_rootap_info &wanted, scan_choice *choice)
+{
+    const char *mac = _text(entry, "mac");
+    uint8_t bssid[WPS_BSSID_LEN] = {};
+    if (mac == nullptr || _convert_macstr_to_bytes(mac, bssid) != 0)
+        return scan_pick::none;
+
+    const bool by_ssid = choice->entry == nullptr && _has_ssid(entry, wanted.ssid);
+    const int32_t distance = wps_bssid_co_hosted_check(wanted.bssid, bssid);
+    if (!by_ssid && (distance == 0 || distance >= choice->best))
+        return scan_pick::none;
+    choice->entry = entry;
+    memcpy(choice->bssid, bssid, sizeof bssid);
+    choice->distance = distance;
+    choice->best = distance != 0 ? distance : WORST_DISTANCE;
+    return by_ssid ? scan_pick::by_ssid : scan_pick::by_bssid;
+}
+
+// Null when no attempt gave JSON.
+unique_json _fetch_scan_result(int band, const char *path)
+{
+    for (int attempt = 1;; ++attempt) {
+        (void)wps_exec_cmd("/usr/bin/wifi getscanresult %s", bandname[band]);
+        unique_json list(json_object_from_file(path));
+        if (list || attempt == SCAN_ATTEMPTS)
+            return list;
+        (void)wps_exec_cmd("sleep 1");
+    }
+}
+
+// --- The resolution ---
+
+int _count_links()
+{
+    int links = 0;
+    for (int band = KELM_BAND_2G; band <= KELM_BAND_5G2; ++band) {
+        if (kelm_get_band_inited(band) && _has(band, WPS_FLAG_STA_CONNECTED))
+            ++links;
+    }
+    return links;
+}
+
+bool _is_any_running()
+{
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (kelm_get_band_inited(band) && !kelm_is_worker_done(band))
+            return true;
+    }
+    return false;
+}
+
+// --- Station settings in the words of a scan result ---
+
+constexpr uint32_t ANY_VERSION = UINT32_MAX;
+
+struct auth_row {
+    uint32_t auth_mode;
+    uint32_t wpa_version;
+    const char *text;
+};
+
+// The first row that fits decides.
+constexpr auth_row AUTH_TEXTS[] = {
+    {WPS_AUTH_OPEN, ANY_VERSION, "none"},   {WPS_AUTH_WPA, WPS_VERSION_WPA2, "wpa2"},
+    {WPS_AUTH_WPA, WPS_VERSION_WPA, "wpa"}, {WPS_AUTH_WPA, ANY_VERSION, "wpa/wpa2"},
+    {WPS_AUTH_WEP, ANY_VERSION, "wep"},     {WPS_AUTH_SAE, WPS_VERSION_WPA3, "sae_only"},
+    {WPS_AUTH_SAE, ANY_VERSION, "psk_sae"},
+};
+
+// Null for a mode that a scan result has no word for.
+const char *_auth_text(const wps_sta_band_config &cfg)
+{
+    for (const auth_row &row : AUTH_TEXTS) {
+        if (row.auth_mode == cfg.auth_mode &&
+            (row.wpa_version == ANY_VERSION || row.wpa_version == cfg.wpa_version))
+            return row.text;
+    }
+    return nullptr;
+}
+
+const char *_cipher_text(uint32_t encryption)
+{
+    switch (encryption) {
+        case WPS_CIPHER_TKIP:
+            return "tkip";
+        case WPS_CIPHER_AES:
+            return "aes";
+        default:
+            return "auto";
+    }
+}
+
+}  // namespace
+
+int32_t wps_bssid_co_hosted_check(const uint8_t *a, const uint8_t *b)
+{
+    const int32_t distance = _mac_distance(a, b);
+    kelm_log_detail(
+        "macaddr cmp[result %08x] [%02x:%02x:%02x:%02x:%02x:%02x] vs "
+        "[%02x:%02x:%02x:%02x:%02x:%02x].\n",
+        static_cast<unsigned>(distance), a[0], a[1], a[2], a[3], a[4], a[5], b[0], b[1], b[2], b[3],
+        b[4], b[5]);
+    return distance;
+}
+
+void kelm_store_apinfo_from_json(json_object *entry, kelm_rootap_info *rec, const uint8_t *bssid)
+{
+    memcpy(rec->bssid, bssid, sizeof rec->bssid);
+    _store_text(entry, "ssid", rec->ssid);
+    _store_text(entry, "security", rec->auth);
+    _store_text(entry, "wpa_encryption", rec->cipher);
+    _store_channel(entry, rec);
+    _store_nodeid(entry, rec);
+    _store_text(entry, "data", rec->qm_data);
+    _store_support_mesh(entry, rec);
+    kelm_log_normal("found ap from scan table\n");
+    dump_rootap_info(rec);
+}
+
+int kelm_match_rootap(const char *path, const kelm_session *suc_wps, kelm_session *wps)
+{
+    if (path == nullptr || wps == nullptr || suc_wps == nullptr) {
+        kelm_log_normal("err args path[%08x] wps[%08x] suc_wps[%08x]\n", _handle(path),
+                        _handle(wps), _handle(suc_wps));
+        return 0;
+    }
+    const int band = kelm_get_bandtype_by_session(wps);
+    if (band == KELM_BAND_NONE)
+        return 0;
+    const unique_json list = _fetch_scan_result(band, path);
+    if (!json_object_is_type(list.get(), json_type_array))
+        return 0;
+    const size_t count = json_object_array_length(list.get());
+    kelm_log_normal("%d APs in %s\n", static_cast<int>(count), path);
+
+    scan_choice choice = {nullptr, {}, 0, WORST_DISTANCE};
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t *mac = choice.bssid;
+        switch (_consider(json_object_array_get_idx(list.get(), i), suc_wps->rootap, &choice)) {
+            case scan_pick::none:
+                break;
+            case scan_pick::by_ssid:
+                kelm_log_normal("get entry by ssid %s[mac distance %08x]\n", suc_wps->rootap.ssid,
+                                static_cast<unsigned>(choice.distance));
+                break;
+            case scan_pick::by_bssid:
+                kelm_log_normal(
+                    "get entry by bssid %02x-%02x-%02x-%02x-%02x-%02x[mac_distance %08x]\n", mac[0],
+                    mac[1], mac[2], mac[3], mac[4], mac[5], static_cast<unsigned>(choice.distance));
+                break;
+        }
+    }
+    if (choice.entry == nullptr)
+        return 0;
+    kelm_store_apinfo_from_json(choice.entry, &wps->rootap, choice.bssid);
+    return 1;
+}
+
+int check_rootapinfo_with_uuid(int suc_band, int band)
+{
+    const kelm_session *suc_wps = kelm_get_wps_session(suc_band);
+    const kelm_session *wps = kelm_get_wps_session(band);
+    if (suc_wps == nullptr || wps == nullptr) {
+        kelm_log_normal("Bad wps session[band %d/%d].\n", suc_band, band);
+        return 0;
+    }
+    const kelm_rootap_info &joined = suc_wps->rootap;
+    const kelm_rootap_info &seen = wps->rootap;
+    if (joined.ssid[0] == '\0' || seen.ssid[0] == '\0')
+        return 0;
+    if (!_is_known(joined.bssid) || !_is_known(seen.bssid))
+        return 0;
+    if (memcmp(joined.uuid, seen.uuid, sizeof joined.uuid) != 0)
+        return 0;
+    if (wps_bssid_co_hosted_check(joined.bssid, seen.bssid) == 0)
+        return 0;
+    kelm_log_normal("is multiAP [%s] | [%s]\n", joined.ssid, seen.ssid);
+    return 1;
+}
+
+int check_rootapinfo_from_scantable(int suc_band, int band)
+{
+    const kelm_session *suc_wps = kelm_get_wps_session(suc_band);
+    kelm_session *wps = kelm_get_wps_session(band);
+    if (suc_wps == nullptr || wps == nullptr) {
+        kelm_log_normal("Bad wps session[band %d/%d].\n", suc_band, band);
+        return 0;
+    }
+    if (wps->scan_path == nullptr) {
+        kelm_log_normal("search from scantable %s.\n", "(null)");
+        return 0;
+    }
+    kelm_log_normal("search from scantable %s.\n", wps->scan_path);
+    return kelm_match_rootap(wps->scan_path, suc_wps, wps);
+}
+
+int kelm_resolve_apinfo_and_credential()
+{
+    if (_is_any_running()) {
+        kelm_log_detail("Worker process still running, wait...\n\n");
+        return -1;
+    }
+    const int suc = kelm_get_succeed_band(KELM_BAND_NONE);
+    kelm_session *suc_wps = kelm_get_wps_session(suc);
+    if (suc_wps == nullptr)
+        return -1;
+    const int links = _count_links();
+    if (links != 0 && links != 2)
+        return 2;
+
+    (void)kelm_ops.get_wps_credentials(suc, &suc_wps->rootap);
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (!kelm_get_band_inited(band) || !_has(band, WPS_FLAG_STABSS_ENABLE))
+            continue;
+        if (_has(band, WPS_FLAG_WORKER_LAUNCH) && !_has(band, WPS_FLAG_OVER_SCAN))
+            trigger_over_scan(band);
+        if (band == suc || kelm_is_worker_succeed(band, false)) {
+            // It keeps its own credentials; the scan only completes what is known of its peer.
+            kelm_clean_wps_flag_bit(band, WPS_FLAG_CONFIG_MIRROR);
+            (void)check_rootapinfo_from_scantable(suc, band);
+            continue;
+        }
+        if (check_rootapinfo_with_uuid(suc, band) != 0)
+            kelm_set_wps_flag_bit(band, WPS_FLAG_CONFIG_MIRROR);
+        if (check_rootapinfo_from_scantable(suc, band) != 0) {
+            kelm_log_detail("found rootap from scantable\n");
+            kelm_set_wps_flag_bit(band, WPS_FLAG_CONFIG_MIRROR);
+        }
+    }
+    return 0;
+}
+
+int _kelm_worker_process_rootapinfo(const char *message, size_t length)
+{
+    kelm_worker_rootapinfo rootap = {};
+    int band = KELM_BAND_NONE;
+    if (kelm_ops.parse_rootap_msg(message, length, &rootap, &band) == -1 || band >= KELM_BAND_NONE)
+        return -1;
+    kelm_session *session = kelm_get_wps_session(band);
+    if (session == nullptr) {
+        kelm_log_bad_band(band);
+        return -1;
+    }
+    copy_text(session->rootap.ssid, rootap.ssid);
+    memcpy(session->rootap.bssid, rootap.bssid, sizeof rootap.bssid);
+    memcpy(session->rootap.uuid, rootap.uuid, sizeof rootap.uuid);
+    return 0;
+}
+
+void kelm_store_apinfo_from_cfg(const wps_sta_band_config *cfg, kelm_rootap_info *rec)
+{
+    if (_is_known(cfg->bssid))
+        memcpy(rec->bssid, cfg->bssid, sizeof rec->bssid);
+    if (cfg->ssid[0] != '\0')
+        copy_text(rec->ssid, cfg->ssid);
+    const char *auth = _auth_text(*cfg);
+    if (auth != nullptr)
+        copy_text(rec->auth, auth);
+    copy_text(rec->cipher, _cipher_text(cfg->encryption));
+    copy_text(rec->qm_data, cfg->data);
+    copy_text(rec->password, cfg->password);
+    rec->support_mesh = cfg->support_mesh;
+    kelm_log_normal("found ap from stacfg\n");
+}
+
+}  // namespace kelm
