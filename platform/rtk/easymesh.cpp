@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: ISC
+// EasyMesh: what the stations' files say about the root access point, and the backhaul write-back.
+#include "platform/rtk/easymesh.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/credentials.h"
+#include "config/settings.h"
+#include "core/handle.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/text.h"
+#include "platform/exec.h"
+#include "wlan/radio.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t LINE_SIZE = 512;    // a longer line comes in pieces
+constexpr size_t SHORTEST_LINE = 5;  // shorter ones hold no key with a value
+constexpr int STATION_COUNT = 2;
+
+// By fixed names, whatever the sessions' interfaces are called: the backhaul uses the stations of
+// the first two bands only, and their names are crossed like the radios'.
+constexpr const char *STATION_FILES[STATION_COUNT] = {
+    "/tmp/run/wpa_supplicant-wlan1-vxd.conf",
+    "/tmp/run/wpa_supplicant-wlan0-vxd.conf",
+};
+
+// A station file, read by lines from its first network block on.
+struct block_reader {
+    unique_file file;
+    bool in_block;
+    char line[LINE_SIZE];
+};
+
+// The text without blanks around it, cut in place.
+char *_strip(char *text)
+{
+    text += strspn(text, " \t");
+    size_t length = strlen(text);
+    while (length > 0 && strchr(" \t\n", text[length - 1]) != nullptr)
+        text[--length] = '\0';
+    return text;
+}
+
+// The next line inside a network block, stripped, or null at the end of the file.
+const char *_next_line(block_reader *reader)
+{
+    while (fgets(reader->line, sizeof reader->line, reader->file.get()) != nullptr) {
+        const char *line = _strip(reader->line);
+        if (reader->in_block)
+            return line;
+        reader->in_block = starts_with(line, "network=");
+    }
+    return nullptr;
+}
+
+// The value of the next line that begins with key, or null.
+const char *_next_value(block_reader *reader, const char *key)
+{
+    const char *line = _next_line(reader);
+    while (line != nullptr && !starts_with(line, key))
+        line = _next_line(reader);
+    return line == nullptr ? nullptr : line + strlen(key);
+}
+
+// A text in double quotes without them, a bare one as it is.
+template <size_t size>
+void _copy_value(char (&field)[size], const char *value)
+{
+    const size_t length = strlen(value);
+    if (length >= 2 && value[0] == '"' && value[length - 1] == '"')
+        copy_text(field, size, value + 1, length - 2);
+    else
+        copy_text(field, value);
+}
+
+enum class credential { none, ssid, password };
+
+// Takes the next credential of the file into the band's record. A later one overwrites an earlier
+// one, so that the block which the attempt has added at the end is the one that counts.
+credential _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
+{
+    while (const char *line = _next_line(reader)) {
+        if (strlen(line) < SHORTEST_LINE)
+            continue;
+        if (starts_with(line, "ssid=")) {
+            _copy_value(ap->ssid, line + strlen("ssid="));
+            return credential::ssid;
+        }
+        if (starts_with(line, "psk=")) {
+            _copy_value(ap->password, line + strlen("psk="));
+            return credential::password;
+        }
+    }
+    return credential::none;
+}
+
+bool _is_band(int band)
+{
+    return band >= 0 && band < KELM_BAND_COUNT;
+}
+
+// The band whose outcome decides: the one that lends its credentials, or for a band with its own
+// the other one of the backhaul's pair. Bands 2 and 3 are paired with band 1 like band 0.
+int _partner(int band, int sta_band)
+{
+    if (band != sta_band)
+        return sta_band;
+    return band == KELM_BAND_5G ? KELM_BAND_2G : KELM_BAND_5G;
+}
+
+void _copy_credentials(wps_ap_band_config *to, const wps_ap_band_config &from)
+{
+    copy_text(to->ssid, from.ssid);
+    copy_text(to->password, from.password);
+}
+
+}  // namespace
+
+int rtk_repeater_check_ap_easymesh_support()
+{
+    bool any = false;
+    for (int band = 0; band < STATION_COUNT; ++band) {
+        block_reader reader = {unique_file(fopen(STATION_FILES[band], "re")), false, {}};
+        if (!reader.file) {
+            kelm_log_normal("Open  tmp/run/wpa_supplicant.conffailed.\n\n");
+            continue;
+        }
+        bool supported = false;
+        // Every such line decides anew: the learnt block, the last one, has the last word.
+        while (const char *value = _next_value(&reader, "easymesh_support=")) {
+            supported = atoi(value) == 1;
+            kelm_log_normal("ap_easymesh_support[band:%d] = %d\n", band, supported ? 1 : 0);
+            set_band_easymesh_wps(band, supported ? 1 : 0);
+        }
+        any = any || supported;
+    }
+    return any ? 0 : -1;
+}
+
+int rtk_repeater_easymesh_patching_back(int band, int sta_band)
+{
+    if (!_is_band(band) || !_is_band(sta_band)) {
+        kelm_log_bad_band(_is_band(band) ? sta_band : band);
+        return -1;
+    }
+    kelm_log_normal("call wps_parse_config\n");
+    wps_ap_band_config ap[KELM_BAND_COUNT] = {};
+    // From the WPS settings, not the Wi-Fi settings: the EasyMesh scripts keep the access points of
+    // the backhaul in the second block there. Missing: all empty.
+    (void)wps_parse_config(WPS_CONF_PATH, ap, WPS_CONFIG_AP);
+    kelm_log_normal("wps_parse_config finished.\n");
+
+    for (int station = 0; station < STATION_COUNT; ++station) {
+        block_reader reader = {unique_file(fopen(STATION_FILES[station], "re")), false, {}};
+        if (!reader.file) {
+            kelm_log_normal("Open /tmp/wpa_supplicant.conf failed.\n\n");
+            return -1;
+        }
+        for (;;) {
+            const credential taken = _take_next_credential(&reader, &ap[station]);
+            if (taken == credential::none)
+                break;
+            if (taken == credential::ssid)
+                kelm_log_normal("--------------------band %d localApSsid %s\n", station,
+                                ap[station].ssid);
+            else
+                kelm_log_normal("--------------------band %d localApSecCfg password: %s\n", station,
+                                ap[station].password);
+        }
+    }
+
+    const int partner = _partner(band, sta_band);
+    const bool own = band == sta_band;
+    const bool partner_succeeded = kelm_is_worker_succeed(partner, true);
+    if (!own && !partner_succeeded) {
+        kelm_log_normal("no Easymesh WPS Success\n");
+        return -1;
+    }
+    if (own && partner_succeeded)
+        kelm_log_normal("all Radio Easymesh WPS Success\n");
+    else if (own)
+        _copy_credentials(&ap[partner], ap[band]);
+    else
+        _copy_credentials(&ap[band], ap[partner]);
+
+    kelm_log_normal("call wps_set_dual_ap_bh_config\n");
+    (void)wps_set_dual_ap_bh_config(ap);
+    (void)kelm_system("/etc/init.d/wps mesh_config_wifi");
+    return 0;
+}
+
+}  // namespace kelm

@@ -1,0 +1,417 @@
+// SPDX-License-Identifier: ISC
+// Repeater write-back: read the learnt network and the settings, decide, write.
+#include "platform/rtk/write_back.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/conf_tree.h"
+#include "config/credentials.h"
+#include "config/settings.h"
+#include "config/supplicant_credentials.h"
+#include "config/uci_option.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/text.h"
+#include "wlan/radio.h"
+
+namespace kelm {
+
+namespace {
+
+// The two copies of the write-back: one body, two targets. The log texts are crossed: each names
+// the other function's underscore, as it names the writer and not the caller. Whoever follows an
+// EasyMesh attempt in the log looks for the text without the underscore.
+struct write_back_copy {
+    const char *name;
+    void (*write_sta)(int band, const wps_sta_band_config *config);
+    void (*write_ext)(int band, const wps_ap_band_config *config);
+    const char *call_text;
+};
+
+constexpr write_back_copy PLAIN_COPY = {
+    "rtk_repeater_patching_back",
+    _wps_set_sta_config,
+    _wps_set_ext_config,
+    "call _rtk_wps_set_sta_config",
+};
+constexpr write_back_copy EASYMESH_COPY = {
+    "_rtk_repeater_patching_back",
+    wps_set_sta_config,
+    wps_set_ext_config,
+    "call rtk_wps_set_sta_config",
+};
+
+// A log line under the name of the copy at work, whichever step writes it.
+#define copy_log_always(copy, format, ...) \
+    (void)kelm_printf("kelm[%s:%d]: " format, (copy).name, __LINE__, ##__VA_ARGS__)
+
+#define copy_log(level, copy, format, ...)                             \
+    do {                                                               \
+        if (kelm_dbg_level.load(std::memory_order_relaxed) >= (level)) \
+            copy_log_always(copy, format, ##__VA_ARGS__);              \
+    } while (0)
+
+#define copy_log_normal(copy, format, ...) copy_log(KELM_LOG_NORMAL, copy, format, ##__VA_ARGS__)
+#define copy_log_detail(copy, format, ...) copy_log(KELM_LOG_DETAIL, copy, format, ##__VA_ARGS__)
+
+// --- Reading the learnt network ---
+
+constexpr uint32_t WEP_OPEN = 1;
+constexpr uint32_t WEP_SHARED = 0;
+constexpr uint32_t WEP_FORMAT = 1;  // the only format that comes out of an exchange
+
+struct reading {
+    const write_back_copy &copy;
+    int ap_band;
+    hapd_wpasupp_cfgitem *block;
+    learnt_network *network;
+};
+
+void _take_ssid(const reading &at, const char *value)
+{
+    copy_text(at.network->ssid, value);
+}
+
+void _take_psk(const reading &at, const char *value)
+{
+    copy_text(at.network->password, value);
+}
+
+void _take_pairwise(const reading &at, const char *value)
+{
+    kelm_apply_pairwise(value, &at.network->encryption);
+}
+
+void _take_proto(const reading &at, const char *value)
+{
+    kelm_apply_proto(value, &at.network->wpa_version);
+}
+
+struct named_number {
+    const char *name;
+    uint32_t number;
+};
+
+constexpr named_number AUTH_ALGS[] = {{"OPEN", WEP_OPEN}, {"SHARED", WEP_SHARED}};
+
+constexpr named_number KEY_MGMTS[] = {
+    {"NONE", WPS_AUTH_OPEN},    {"WPA-PSK", WPS_AUTH_WPA}, {"WPA2-PSK", WPS_AUTH_WPA},
+    {"WPA3-SAE", WPS_AUTH_SAE}, {"WEP", WPS_AUTH_WEP},
+};
+
+// The whole value must be a name of the table; any other leaves the number alone.
+template <size_t count>
+void _take_named(const named_number (&table)[count], const char *value, uint32_t *number)
+{
+    for (const named_number &row : table) {
+        if (strcmp(value, row.name) == 0)
+            *number = row.number;
+    }
+}
+
+void _take_auth_alg(const reading &at, const char *value)
+{
+    _take_named(AUTH_ALGS, value, &at.network->wep_auth_type);
+}
+
+void _take_key_mgmt(const reading &at, const char *value)
+{
+    _take_named(KEY_MGMTS, value, &at.network->security);
+}
+
+// The key itself goes nowhere: the settings' one key field is the passphrase, and a network
+// without a passphrase is written as open.
+void _take_wep_key(const reading &at, const char *)
+{
+    at.network->wep_key_format = WEP_FORMAT;
+}
+
+void _take_wep_index(const reading &at, const char *value)
+{
+    at.network->key_index = static_cast<uint32_t>(atoi(value));
+}
+
+void _take_multiap(const reading &at, const char *value)
+{
+    if (atoi(value) == 1)
+        at.network->multiap = 1;
+    copy_log_detail(at.copy, "--------------------band %d multiap %d\n", at.ap_band,
+                    at.network->multiap);
+}
+
+void _take_mesh(const reading &at, const char *value)
+{
+    at.network->support_mesh = atoi(value) != 0 ? 1 : 0;
+    copy_log_normal(at.copy, "--------------------band %d support_mesh %d\n", at.ap_band,
+                    at.network->support_mesh);
+    if (at.network->support_mesh == 0)
+        return;
+    const hapd_wpasupp_cfgitem *element =
+        wps_hapd_wpasupp_config_get(at.block->child, "corvex_qmie");
+    if (element == nullptr)
+        return;
+    copy_text(at.network->data, element->value);
+    copy_log_detail(at.copy, "--------------------band %d corvex_qmie %s\n", at.ap_band,
+                    at.network->data);
+}
+
+struct network_key {
+    const char *key;
+    void (*take)(const reading &at, const char *value);
+};
+
+constexpr network_key NETWORK_KEYS[] = {
+    {"ssid", _take_ssid},
+    {"psk", _take_psk},
+    {"pairwise", _take_pairwise},
+    {"proto", _take_proto},
+    {"auth_alg", _take_auth_alg},
+    {"key_mgmt", _take_key_mgmt},
+    {"wep_key0", _take_wep_key},
+    {"wep_tx_keyidx", _take_wep_index},
+    {"multi_ap_backhaul_sta", _take_multiap},
+    {"corvex_support", _take_mesh},
+};
+
+void _take_item(const reading &at, const hapd_wpasupp_cfgitem &item)
+{
+    copy_log_detail(at.copy, "key[%s]: value[%s]\n", item.key, item.value);
+    for (const network_key &row : NETWORK_KEYS) {
+        if (strcmp(item.key, row.key) == 0) {
+            row.take(at, item.value);
+            return;
+        }
+    }
+}
+
+// Reads the block that sta_band's attempt has added to wpa_supplicant's file. False (logged) when
+// there is none.
+bool _read_network(const write_back_copy &copy, const kelm_session &station, write_back_case *given)
+{
+    char path[SUPPLICANT_PATH_SIZE];
+    (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf", station.ifName);
+    const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse(path));
+    copy_log_normal(copy, "Analyze wpa_supplicnat config file %s\n\n", path);
+    if (!tree) {
+        copy_log_always(copy, "wps_hapd_wpasupp_config_parse failed\n");
+        return false;
+    }
+    copy_log_detail(copy, "parse credential %d for apBand %d\n", given->sta_band, given->ap_band);
+    hapd_wpasupp_cfgitem *block = kelm_find_learnt_network(tree.get());
+    if (block == nullptr) {
+        copy_log_always(copy, "Find enabled network configs failed\n");
+        return false;
+    }
+    copy_log_normal(copy, "Find enabled network configs:\n");
+    wps_hapd_wpasupp_config_dump(block);
+
+    const reading at = {copy, given->ap_band, block, &given->network};
+    at.network->wep_key_format = WEP_FORMAT;
+    for (const hapd_wpasupp_cfgitem *item = block->child; item != nullptr; item = item->next)
+        _take_item(at, *item);
+    return true;
+}
+
+// --- Deciding ---
+
+constexpr uint32_t SAME_VERSION = UINT32_MAX;  // keeps the one that was read
+
+struct security_row {
+    const char *prefix;
+    uint32_t security;
+    uint32_t wpa_version;
+};
+
+// By the beginning of the text, in this order: "wpa" begins with less than "wpa2" and "wpa3".
+constexpr security_row SECURITY_TEXTS[] = {
+    {"owe", WPS_AUTH_OWE, WPS_VERSION_WPA3},      {"wpa3", WPS_AUTH_SAE, WPS_VERSION_WPA3},
+    {"sae_only", WPS_AUTH_SAE, WPS_VERSION_WPA3}, {"psk_sae", WPS_AUTH_SAE, WPS_VERSION_MIXED},
+    {"wpa/wpa", WPS_AUTH_WPA, WPS_VERSION_MIXED}, {"wpa2", WPS_AUTH_WPA, WPS_VERSION_WPA2},
+    {"wpa", WPS_AUTH_WPA, WPS_VERSION_WPA},       {"wep", WPS_AUTH_WEP, SAME_VERSION},
+    {"none", WPS_AUTH_OPEN, SAME_VERSION},
+};
+
+constexpr named_number CIPHER_TEXTS[] = {
+    {"tkip", WPS_CIPHER_TKIP},
+    {"aes", WPS_CIPHER_AES},
+    {"auto", WPS_CIPHER_AUTO},
+};
+
+void _apply_security_text(const char *text, learnt_network *network)
+{
+    for (const security_row &row : SECURITY_TEXTS) {
+        if (!starts_with(text, row.prefix))
+            continue;
+        network->security = row.security;
+        if (row.wpa_version != SAME_VERSION)
+            network->wpa_version = row.wpa_version;
+        return;
+    }
+}
+
+void _apply_cipher_text(const char *text, learnt_network *network)
+{
+    for (const named_number &row : CIPHER_TEXTS) {
+        if (starts_with(text, row.name)) {
+            network->encryption = row.number;
+            return;
+        }
+    }
+}
+
+// A station that has succeeded knows best; for any other band the texts of the scan count.
+void _apply_texts(const write_back_case &given, learnt_network *network)
+{
+    if (given.record == nullptr && given.station_succeeded)
+        return;
+    const kelm_rootap_info *from = given.record != nullptr ? given.record : given.joined;
+    _apply_security_text(from->auth, network);
+    _apply_cipher_text(from->cipher, network);
+}
+
+void _set_security(learnt_network *network, uint32_t security, uint32_t version, uint32_t cipher)
+{
+    network->security = security;
+    network->wpa_version = version;
+    network->encryption = cipher;
+}
+
+// Without a passphrase nothing but an open network can be joined, whatever the texts say. That
+// takes WEP in as well, whose key is none.
+void _apply_missing_passphrase(learnt_network *network)
+{
+    if (network->password[0] == '\0')
+        _set_security(network, WPS_AUTH_OPEN, WPS_VERSION_MIXED, WPS_CIPHER_AUTO);
+}
+
+// The 6 GHz band allows nothing older than WPA3.
+void _apply_band_rules(int ap_band, learnt_network *network)
+{
+    if (ap_band != KELM_BAND_6G)
+        return;
+    const bool open = network->security == WPS_AUTH_OWE || network->security == WPS_AUTH_OPEN ||
+                      network->password[0] == '\0';
+    _set_security(network, open ? WPS_AUTH_OWE : WPS_AUTH_SAE, WPS_VERSION_WPA3, WPS_CIPHER_AES);
+}
+
+constexpr const char *OWN_POSTFIX = "_EXT";
+
+// For a band that takes over another band's SSID.
+constexpr const char *ssid_suffix[KELM_BAND_COUNT] = {"_2.4GEXT", "_5GEXT", "_5GEXT", "_6GEXT"};
+
+// The station of another band than the one that learnt the network gets no SSID: the root access
+// point may bear another name there, and a wrong one would keep the station off the right one.
+const char *_station_ssid(const write_back_case &given)
+{
+    if (given.record != nullptr)
+        return given.record->ssid;
+    return given.sta_band == given.ap_band ? given.network.ssid : "";
+}
+
+void _make_ap_ssid(const write_back_case &given, char (&ssid)[WPS_SSID_SIZE])
+{
+    copy_text(ssid, given.record != nullptr ? given.record->ssid : given.network.ssid);
+    if (given.no_postfix)
+        return;
+    const bool own = given.record != nullptr || given.sta_band == given.ap_band;
+    add_ssid_postfix(ssid, own ? OWN_POSTFIX : ssid_suffix[given.ap_band]);
+}
+
+// --- Writing ---
+
+bool _is_write_back_possible(int ap_band, int sta_band)
+{
+    return kelm_get_wps_session(sta_band) != nullptr && ap_band >= 0 && ap_band < KELM_BAND_COUNT;
+}
+
+void _write(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
+            wps_ap_band_config *ap)
+{
+    copy_log_normal(copy, "%s\n", copy.call_text);
+    if (sta.sta_bss_enabled != 0)
+        copy.write_sta(ap_band, &sta);
+    copy_log_normal(copy, "sta config over! then config apCfg %d[%d/%d]\n", ap_band,
+                    ap->ap_bss_enabled, factory_mode);
+    // A device fresh from the factory opens its access points with the first attempt.
+    if (ap->ap_bss_enabled != 0 || factory_mode != 0) {
+        ap->ap_bss_enabled = 1;
+        copy.write_ext(ap_band, ap);
+    }
+    kelm_count_credentials();
+}
+
+int _patch_back(const write_back_copy &copy, int ap_band, int sta_band,
+                const kelm_rootap_info *record)
+{
+    if (!_is_write_back_possible(ap_band, sta_band)) {
+        copy_log_detail(copy, "invalid band\n");
+        return -1;
+    }
+    const kelm_session &station = *kelm_get_wps_session(sta_band);
+    write_back_case given = {};
+    given.ap_band = ap_band;
+    given.sta_band = sta_band;
+    given.station_succeeded = kelm_is_worker_succeed(sta_band, false);
+    given.record = record;
+    given.joined = &station.rootap;
+
+    copy_log_detail(copy, "call wps_parse_config\n");
+    wps_sta_band_config stations[KELM_BAND_COUNT] = {};
+    wps_ap_band_config access_points[KELM_BAND_COUNT] = {};
+    (void)wps_parse_config(WIFI_CONF_PATH, stations, WPS_CONFIG_STA);  // missing: all off
+    (void)wps_parse_config(WIFI_CONF_PATH, access_points, WPS_CONFIG_AP);
+    copy_log_detail(copy, "wps_parse_config finished.\n");
+    if (!_read_network(copy, station, &given))
+        return -1;
+    given.no_postfix = check_GermanySSID();
+
+    rtk_decide_write_back(given, &stations[ap_band], &access_points[ap_band]);
+    _write(copy, ap_band, stations[ap_band], &access_points[ap_band]);
+    return 0;
+}
+
+}  // namespace
+
+int rtk_repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record)
+{
+    return _patch_back(PLAIN_COPY, ap_band, sta_band, record);
+}
+
+int _rtk_repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record)
+{
+    return _patch_back(EASYMESH_COPY, ap_band, sta_band, record);
+}
+
+void rtk_decide_write_back(const write_back_case &given, wps_sta_band_config *sta,
+                           wps_ap_band_config *ap)
+{
+    learnt_network network = given.network;
+    _apply_texts(given, &network);
+    _apply_missing_passphrase(&network);
+    _apply_band_rules(given.ap_band, &network);
+
+    copy_text(sta->ssid, _station_ssid(given));
+    copy_text(sta->password, network.password);
+    sta->auth_mode = network.security;
+    sta->wpa_version = network.wpa_version;
+    sta->encryption = network.encryption;
+    sta->wep_auth_type = network.wep_auth_type;
+    sta->wep_key_format = network.wep_key_format;
+    sta->key_index = network.key_index;
+    copy_text(sta->data, network.data);
+    sta->support_mesh = network.support_mesh;
+    sta->multiap = network.multiap;
+
+    _make_ap_ssid(given, ap->ssid);
+    copy_text(ap->password, network.password);
+    ap->sec_type = network.security;
+    ap->wpa_version = network.wpa_version;
+    ap->encryption = network.encryption;
+    ap->wep_auth_type = network.wep_auth_type;
+    ap->wep_key_format = network.wep_key_format;
+    ap->key_index = network.key_index;
+}
+
+}  // namespace kelm
