@@ -216,20 +216,20 @@ bool blob_check_type(const void *ptr, unsigned int len, int type)
     const char *bytes = ptr;
 
     switch (type) {
-        case BLOB_ATTR_STRING:
-            return len > 0 && bytes[len - 1] == '\0';
-        case BLOB_ATTR_INT8:
-            return len == 1;
-        case BLOB_ATTR_INT16:
-            return len == 2;
-        case BLOB_ATTR_INT32:
-            return len == 4;
-        case BLOB_ATTR_INT64:
-            return len == 8;
-        case BLOB_ATTR_DOUBLE:
-            return len >= 8;
-        default:
-            return type >= 0 && type < BLOB_ATTR_LAST;
+    case BLOB_ATTR_STRING:
+        return len > 0 && bytes[len - 1] == '\0';
+    case BLOB_ATTR_INT8:
+        return len == 1;
+    case BLOB_ATTR_INT16:
+        return len == 2;
+    case BLOB_ATTR_INT32:
+        return len == 4;
+    case BLOB_ATTR_INT64:
+        return len == 8;
+    case BLOB_ATTR_DOUBLE:
+        return len >= 8;
+    default:
+        return type >= 0 && type < BLOB_ATTR_LAST;
     }
 }
 

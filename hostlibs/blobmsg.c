@@ -257,32 +257,32 @@ char *blobmsg_get_string(struct blob_attr *attr)
 uint64_t blobmsg_cast_u64(struct blob_attr *attr)
 {
     switch (blobmsg_type(attr)) {
-        case BLOBMSG_TYPE_INT64:
-            return blobmsg_get_u64(attr);
-        case BLOBMSG_TYPE_INT32:
-            return blobmsg_get_u32(attr);
-        case BLOBMSG_TYPE_INT16:
-            return blobmsg_get_u16(attr);
-        case BLOBMSG_TYPE_INT8:
-            return blobmsg_get_u8(attr);
-        default:
-            return 0;
+    case BLOBMSG_TYPE_INT64:
+        return blobmsg_get_u64(attr);
+    case BLOBMSG_TYPE_INT32:
+        return blobmsg_get_u32(attr);
+    case BLOBMSG_TYPE_INT16:
+        return blobmsg_get_u16(attr);
+    case BLOBMSG_TYPE_INT8:
+        return blobmsg_get_u8(attr);
+    default:
+        return 0;
     }
 }
 
 int64_t blobmsg_cast_s64(struct blob_attr *attr)
 {
     switch (blobmsg_type(attr)) {
-        case BLOBMSG_TYPE_INT64:
-            return (int64_t)blobmsg_get_u64(attr);
-        case BLOBMSG_TYPE_INT32:
-            return (int32_t)blobmsg_get_u32(attr);
-        case BLOBMSG_TYPE_INT16:
-            return (int16_t)blobmsg_get_u16(attr);
-        case BLOBMSG_TYPE_INT8:
-            return (int8_t)blobmsg_get_u8(attr);
-        default:
-            return 0;
+    case BLOBMSG_TYPE_INT64:
+        return (int64_t)blobmsg_get_u64(attr);
+    case BLOBMSG_TYPE_INT32:
+        return (int32_t)blobmsg_get_u32(attr);
+    case BLOBMSG_TYPE_INT16:
+        return (int16_t)blobmsg_get_u16(attr);
+    case BLOBMSG_TYPE_INT8:
+        return (int8_t)blobmsg_get_u8(attr);
+    default:
+        return 0;
     }
 }
 

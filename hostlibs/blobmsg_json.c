@@ -154,25 +154,25 @@ static void put_value(struct writer *w, struct blob_attr *attr)
         return;
     }
     switch (blobmsg_type(attr)) {
-        case BLOBMSG_TYPE_UNSPEC:
-            put_text(w, "null");
-            return;
-        case BLOBMSG_TYPE_BOOL:
-            put_text(w, blobmsg_get_bool(attr) ? "true" : "false");
-            return;
-        case BLOBMSG_TYPE_INT16:
-        case BLOBMSG_TYPE_INT32:
-        case BLOBMSG_TYPE_INT64:
-            put_number(w, blobmsg_cast_s64(attr));
-            return;
-        case BLOBMSG_TYPE_DOUBLE:
-            put_double(w, blobmsg_get_double(attr));
-            return;
-        case BLOBMSG_TYPE_STRING:
-            put_quoted(w, blobmsg_get_string(attr));
-            return;
-        default:
-            put_list(w, attr, blobmsg_type(attr) == BLOBMSG_TYPE_ARRAY);
+    case BLOBMSG_TYPE_UNSPEC:
+        put_text(w, "null");
+        return;
+    case BLOBMSG_TYPE_BOOL:
+        put_text(w, blobmsg_get_bool(attr) ? "true" : "false");
+        return;
+    case BLOBMSG_TYPE_INT16:
+    case BLOBMSG_TYPE_INT32:
+    case BLOBMSG_TYPE_INT64:
+        put_number(w, blobmsg_cast_s64(attr));
+        return;
+    case BLOBMSG_TYPE_DOUBLE:
+        put_double(w, blobmsg_get_double(attr));
+        return;
+    case BLOBMSG_TYPE_STRING:
+        put_quoted(w, blobmsg_get_string(attr));
+        return;
+    default:
+        put_list(w, attr, blobmsg_type(attr) == BLOBMSG_TYPE_ARRAY);
     }
 }
 
@@ -285,19 +285,19 @@ static bool add_integer(struct blob_buf *b, const char *name, int64_t value)
 static bool add_value(struct blob_buf *b, const char *name, struct json_object *value)
 {
     switch (json_object_get_type(value)) {
-        case json_type_boolean:
-            return blobmsg_add_u8(b, name, json_object_get_boolean(value) ? 1 : 0) == 0;
-        case json_type_int:
-            return add_integer(b, name, json_object_get_int64(value));
-        case json_type_double:
-            return blobmsg_add_double(b, name, json_object_get_double(value)) == 0;
-        case json_type_string:
-            return blobmsg_add_string(b, name, json_object_get_string(value)) == 0;
-        case json_type_object:
-        case json_type_array:
-            return add_container(b, name, value);
-        case json_type_null:
-            return blobmsg_add_field(b, BLOBMSG_TYPE_UNSPEC, name, NULL, 0) == 0;
+    case json_type_boolean:
+        return blobmsg_add_u8(b, name, json_object_get_boolean(value) ? 1 : 0) == 0;
+    case json_type_int:
+        return add_integer(b, name, json_object_get_int64(value));
+    case json_type_double:
+        return blobmsg_add_double(b, name, json_object_get_double(value)) == 0;
+    case json_type_string:
+        return blobmsg_add_string(b, name, json_object_get_string(value)) == 0;
+    case json_type_object:
+    case json_type_array:
+        return add_container(b, name, value);
+    case json_type_null:
+        return blobmsg_add_field(b, BLOBMSG_TYPE_UNSPEC, name, NULL, 0) == 0;
     }
     return false;
 }

@@ -143,6 +143,8 @@ int in_child(const std::function<int()> &body, int limit_ms)
 {
     fflush(nullptr);
     pid_t pid = fork();
+    if (pid < 0)
+        return kTimedOut;
     if (pid == 0) {
         int result = body();
         fflush(nullptr);
@@ -180,6 +182,7 @@ Program::Program(const TempDir &dir, std::vector<std::string> argv)
     pid_ = fork();
     if (pid_ == 0)
         become(argv, out_, err_);
+    EXPECT_GT(pid_, 0);
 }
 
 Program::~Program()
@@ -198,9 +201,13 @@ int Program::finish(int limit_ms)
     return result_;
 }
 
+// A process that is gone has no number here, and kill would take -1 for everybody.
 void Program::signal(int number) const
 {
-    kill(pid_, number);
+    if (pid_ > 0)
+        kill(pid_, number);
+    else
+        ADD_FAILURE() << "no process to send signal " << number << " to";
 }
 
 bool Program::running()

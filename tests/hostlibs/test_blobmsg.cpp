@@ -65,9 +65,9 @@ int parse(const char *children, const std::vector<blobmsg_policy> &policy, std::
 {
     RawMessage message(unhex(children));
     std::vector<blob_attr *> tb(policy.size(), message.head());  // dirt
-    int result = blobmsg_parse(policy.data(), static_cast<int>(policy.size()), tb.data(),
-                               blob_data(message.head()),
-                               static_cast<unsigned>(blob_len(message.head())));
+    int result =
+        blobmsg_parse(policy.data(), static_cast<int>(policy.size()), tb.data(),
+                      blob_data(message.head()), static_cast<unsigned>(blob_len(message.head())));
     found->clear();
     for (blob_attr *attr : tb)
         found->push_back(attr != nullptr);
@@ -275,8 +275,8 @@ TEST(blobmsg, a_malformed_member_ends_the_parse_and_what_was_found_stays)
     };
     for (const char *child : broken) {
         Found found;
-        std::string children = std::string("87000009 00016100 01000000 ") + child +
-                               " 87000009 00016200 01000000";
+        std::string children =
+            std::string("87000009 00016100 01000000 ") + child + " 87000009 00016200 01000000";
         EXPECT_EQ(-1, parse(children.c_str(), {{"a", BLOBMSG_TYPE_INT8}, {"b", BLOBMSG_TYPE_INT8}},
                             &found))
             << child;

@@ -42,8 +42,8 @@ std::string types_of(const char *json)
     std::string types;
     blob_attr *pos = nullptr;
     size_t rem = 0;
-    blobmsg_for_each_attr(pos, buf.b.head, rem)
-        types += std::string(blobmsg_name(pos)) + std::to_string(blobmsg_type(pos)) + " ";
+    blobmsg_for_each_attr(pos, buf.b.head, rem) types +=
+        std::string(blobmsg_name(pos)) + std::to_string(blobmsg_type(pos)) + " ";
     return types;
 }
 
