@@ -299,13 +299,12 @@ void dump_wps_session()
         kelm_log_normal("\twps_priority: %d\n", session->wps_priority);
         kelm_log_normal("\twps_score: %08x\n", static_cast<uint32_t>(session->wps_score));
         kelm_log_normal("\twps_inited: %08x\n", session->wps_inited);
-        dump_rootap_info(&session->rootap);
-        kelm_log_normal("\trootap valid: %u\n", session->rootap_valid);
+        dump_rootap_info(&session->rootap, &session->rootap_valid);
     }
     kelm_log_normal("global_wps_flags: %08x\n", kelm_flag);
 }
 
-void dump_rootap_info(const kelm_rootap_info *rootap)
+void dump_rootap_info(const kelm_rootap_info *rootap, const uint32_t *valid)
 {
     uint32_t uuid[WPS_UUID_LEN / 2];
     for (size_t i = 0; i < WPS_UUID_LEN / 2; ++i)
@@ -322,6 +321,8 @@ void dump_rootap_info(const kelm_rootap_info *rootap)
     kelm_log_normal("\trootap qm data: %s\n", rootap->qm_data);
     kelm_log_normal("\trootap nodeid: %.5s, support_mesh: %u\n", rootap->nodeid,
                     rootap->support_mesh);
+    if (valid != nullptr)
+        kelm_log_normal("\trootap valid: %u\n", *valid);
 }
 
 }  // namespace kelm
