@@ -95,12 +95,12 @@ json_object *_sta_security(const wps_sta_band_config *config)
 json_object *_sta_encryption(const wps_sta_band_config *config)
 {
     switch (config->encryption) {
-        case WPS_CIPHER_AES:
-            return json_object_new_string("aes");
-        case WPS_CIPHER_TKIP:
-            return json_object_new_string("tkip");
-        default:
-            return json_object_new_string("auto");
+    case WPS_CIPHER_AES:
+        return json_object_new_string("aes");
+    case WPS_CIPHER_TKIP:
+        return json_object_new_string("tkip");
+    default:
+        return json_object_new_string("auto");
     }
 }
 
@@ -191,17 +191,17 @@ struct target {
     const char *path;
     const char *plain_path;  // what the failure line names: of a pair always the plain file
     const char *total_line;  // begins the level 7 line with the whole text; null: no such line
-    bool failure_always;     // the failure line is written at any level
+    int failure_level;       // of the failure line
 };
 
 constexpr const char *STA_TOTAL = "commit sta config info";
 constexpr const char *AP_TOTAL = "ap config info total";
 
-constexpr target STA_TARGET = {WPS_STA_FILE, WPS_STA_FILE, STA_TOTAL, true};
-constexpr target STA_MESH_TARGET = {WPS_STA_FILE_MESH, WPS_STA_FILE, STA_TOTAL, true};
-constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, false};
-constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, false};
-constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, false};
+constexpr target STA_TARGET = {WPS_STA_FILE, WPS_STA_FILE, STA_TOTAL, KELM_LOG_ALWAYS};
+constexpr target STA_MESH_TARGET = {WPS_STA_FILE_MESH, WPS_STA_FILE, STA_TOTAL, KELM_LOG_ALWAYS};
+constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAIL};
+constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAIL};
+constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, KELM_LOG_DETAIL};
 
 bool _is_band(int band)
 {
@@ -228,19 +228,17 @@ void _commit(const char *writer, const target &to, json_object *object)
 {
     const char *text = json_object_to_json_string(object);
     if (text == nullptr) {
-        (void)kelm_printf("kelm[%s:%d]: format json data failed\n", writer, __LINE__);
+        kelm_log_as(writer, KELM_LOG_ALWAYS, "format json data failed\n");
         return;
     }
-    const bool detailed = kelm_dbg_level.load(std::memory_order_relaxed) >= KELM_LOG_DETAIL;
-    if (detailed && to.total_line != nullptr)
-        (void)kelm_printf("kelm[%s:%d]: %s: %s\n", writer, __LINE__, to.total_line, text);
+    if (to.total_line != nullptr)
+        kelm_log_as(writer, KELM_LOG_DETAIL, "%s: %s\n", to.total_line, text);
     const unique_file file = kelm_open_private(to.path);
     if (file) {
         fprintf(file.get(), "%s\n", text);
         return;
     }
-    if (detailed || to.failure_always)
-        (void)kelm_printf("kelm[%s:%d]: failed to open %s!\n", writer, __LINE__, to.plain_path);
+    kelm_log_as(writer, to.failure_level, "failed to open %s!\n", to.plain_path);
 }
 
 // Merges one band's keys into what the file holds.

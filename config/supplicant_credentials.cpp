@@ -28,11 +28,6 @@ struct extraction {
     uint32_t pairwise;
 };
 
-bool _detailed()
-{
-    return kelm_dbg_level.load(std::memory_order_relaxed) >= KELM_LOG_DETAIL;
-}
-
 // Names found in a value, in the order in which they are applied.
 struct named_kind {
     const char *name;
@@ -52,17 +47,15 @@ constexpr named_kind PROTO[] = {{"WPA", WPS_VERSION_WPA}, {"RSN", WPS_VERSION_WP
 void _take_ssid(extraction *work, const char *value)
 {
     copy_text(work->record->ssid, value);
-    if (_detailed())
-        (void)kelm_printf("kelm[%s:%d]: --------------------band %d rootApSsid %s\n", ENTRY,
-                          __LINE__, work->band, work->record->ssid);
+    kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d rootApSsid %s\n", work->band,
+                work->record->ssid);
 }
 
 void _take_psk(extraction *work, const char *value)
 {
     copy_text(work->record->password, value);
-    if (_detailed())
-        (void)kelm_printf("kelm[%s:%d]: --------------------band %d rootApSec password: %s\n",
-                          ENTRY, __LINE__, work->band, work->record->password);
+    kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d rootApSec password: %s\n",
+                work->band, work->record->password);
 }
 
 void _take_pairwise(extraction *work, const char *value)
@@ -88,16 +81,15 @@ void _take_key_mgmt(extraction *work, const char *value)
             return;
         }
     }
-    (void)kelm_printf("kelm[%s:%d]: Unknown KEY-MGMT %s\n", ENTRY, __LINE__, value);
+    kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Unknown KEY-MGMT %s\n", value);
 }
 
 void _take_mesh(extraction *work, const char *value)
 {
     kelm_rootap_info *record = work->record;
     record->support_mesh = atoi(value) != 0 ? 1 : 0;
-    if (_detailed())
-        (void)kelm_printf("kelm[%s:%d]: --------------------band %d support_mesh %d\n", ENTRY,
-                          __LINE__, work->band, record->support_mesh);
+    kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d support_mesh %d\n", work->band,
+                record->support_mesh);
     if (record->support_mesh == 0)
         return;
     const hapd_wpasupp_cfgitem *element =
@@ -105,9 +97,8 @@ void _take_mesh(extraction *work, const char *value)
     if (element == nullptr)
         return;
     copy_text(record->qm_data, element->value);
-    if (_detailed())
-        (void)kelm_printf("kelm[%s:%d]: --------------------band %d corvex_qmie %s\n", ENTRY,
-                          __LINE__, work->band, record->qm_data);
+    kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d corvex_qmie %s\n", work->band,
+                record->qm_data);
 }
 
 struct network_key {
@@ -139,24 +130,24 @@ void _take_item(extraction *work, const hapd_wpasupp_cfgitem *item)
 const char *_wpa_text(uint32_t proto)
 {
     switch (proto) {
-        case WPS_VERSION_WPA:
-            return "wpa";
-        case WPS_VERSION_WPA2:
-            return "wpa2";
-        default:
-            return "wpa/wpa2";
+    case WPS_VERSION_WPA:
+        return "wpa";
+    case WPS_VERSION_WPA2:
+        return "wpa2";
+    default:
+        return "wpa/wpa2";
     }
 }
 
 const char *_cipher_text(uint32_t pairwise)
 {
     switch (pairwise) {
-        case WPS_CIPHER_AES:
-            return "aes";
-        case WPS_CIPHER_TKIP:
-            return "tkip";
-        default:
-            return "auto";
+    case WPS_CIPHER_AES:
+        return "aes";
+    case WPS_CIPHER_TKIP:
+        return "tkip";
+    default:
+        return "auto";
     }
 }
 
@@ -169,22 +160,21 @@ void _set_security(kelm_rootap_info *record, const char *auth, const char *ciphe
 void _store_security(const extraction &work)
 {
     switch (work.auth_mode) {
-        case WPS_AUTH_OPEN:
-            _set_security(work.record, "none", "");
-            break;
-        case WPS_AUTH_WPA:
-            _set_security(work.record, _wpa_text(work.proto), _cipher_text(work.pairwise));
-            break;
-        case WPS_AUTH_SAE:
-            _set_security(work.record, work.proto == WPS_VERSION_WPA3 ? "sae_only" : "psk_sae",
-                          "aes");
-            break;
-        case WPS_AUTH_WEP:
-            _set_security(work.record, "wep", "");
-            break;
-        default:
-            _set_security(work.record, "unknown", "");
-            break;
+    case WPS_AUTH_OPEN:
+        _set_security(work.record, "none", "");
+        break;
+    case WPS_AUTH_WPA:
+        _set_security(work.record, _wpa_text(work.proto), _cipher_text(work.pairwise));
+        break;
+    case WPS_AUTH_SAE:
+        _set_security(work.record, work.proto == WPS_VERSION_WPA3 ? "sae_only" : "psk_sae", "aes");
+        break;
+    case WPS_AUTH_WEP:
+        _set_security(work.record, "wep", "");
+        break;
+    default:
+        _set_security(work.record, "unknown", "");
+        break;
     }
 }
 

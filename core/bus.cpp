@@ -44,21 +44,21 @@ wps_listen_event_t wps_listen_event;
 
 // --- The event handlers: each turns its event into one record. Bus thread only. ---
 
-// The message as JSON text, logged. Null (logged) when it cannot be formatted.
-// The log names the handler, so the caller's name comes along.
-unique_text _message_text(blob_attr *message, const char *handler, int line)
+// The message as JSON text, logged under the handler's name. Null (logged) when it cannot be
+// formatted.
+unique_text _message_text(blob_attr *message, const char *handler)
 {
     unique_text text(blobmsg_format_json_with_cb(message, true, nullptr, nullptr, -1));
     if (!text)
-        kelm_printf("kelm[%s:%d]: Invalid Message (null).\n", handler, line);
-    else if (kelm_dbg_level.load(std::memory_order_relaxed) >= KELM_LOG_NORMAL)
-        kelm_printf("kelm[%s:%d]: Message: %s\n", handler, line, text.get());
+        kelm_log_as(handler, KELM_LOG_ALWAYS, "Invalid Message (null).\n");
+    else
+        kelm_log_as(handler, KELM_LOG_NORMAL, "Message: %s\n", text.get());
     return text;
 }
 
 void wps_ubus_gpio_cb(ubus_context *, ubus_event_handler *, const char *, blob_attr *message)
 {
-    const unique_text text = _message_text(message, __func__, __LINE__);
+    const unique_text text = _message_text(message, __func__);
     if (!text)
         return;
     const unique_json event(json_tokener_parse(text.get()));
@@ -75,7 +75,7 @@ void wps_ubus_gpio_cb(ubus_context *, ubus_event_handler *, const char *, blob_a
 
 void wps_ubus_wifi_cb(ubus_context *, ubus_event_handler *, const char *, blob_attr *message)
 {
-    const unique_text text = _message_text(message, __func__, __LINE__);
+    const unique_text text = _message_text(message, __func__);
     if (!text)
         return;
     const unique_json event(json_tokener_parse(text.get()));

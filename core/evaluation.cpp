@@ -23,6 +23,7 @@ constexpr size_t FILE_COMMAND_SIZE = 128;
 constexpr const char *CONFIG_WIFI = "/etc/init.d/wps config_wifi";
 constexpr const char *WPS_AP_BACKUP = "/tmp/wps_wifi_ap.bak";
 constexpr const char *WPS_STA_BACKUP = "/tmp/wps_wifi_sta.bak";
+constexpr const char *ENTRY = "_kelm_worker_done_process";  // whose lines the steps write
 
 struct survey {
     int running;
@@ -72,7 +73,7 @@ bool _is_2g_or_5g_through(const survey &found)
 void _run_config_wifi()
 {
     (void)kelm_system(CONFIG_WIFI);
-    kelm_log_normal("/etc/init.d/wps config_wifi\n");
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "/etc/init.d/wps config_wifi\n");
 }
 
 // --- Access-point mode ---
@@ -94,11 +95,12 @@ bool _patch_open_access_points()
 
 void _finish_access_point(const survey &found)
 {
-    kelm_log_normal("All of the worker process finised, now we check the result of Ap Mode.\n");
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL,
+                "All of the worker process finised, now we check the result of Ap Mode.\n");
     const bool patched = _patch_open_access_points();
     dump_wps_session();
-    kelm_log_normal("AP MODE:wps done, send wps msg: %d, %d\n", found.codes[KELM_BAND_2G],
-                    found.codes[KELM_BAND_5G]);
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "AP MODE:wps done, send wps msg: %d, %d\n",
+                found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
     if (patched) {
         _run_config_wifi();
         kelm_set_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART);
@@ -120,7 +122,8 @@ void _patch_band(int band, int succ)
     }
     if (_has(band, WPS_FLAG_CONFIG_MIRROR)) {
         const kelm_rootap_info *rootap = &kelm_get_wps_session(band)->rootap;
-        kelm_log_normal("patching wpsCfg[band %d] with rootAP %s\n", band, rootap->ssid);
+        kelm_log_as(ENTRY, KELM_LOG_NORMAL, "patching wpsCfg[band %d] with rootAP %s\n", band,
+                    rootap->ssid);
         (void)kelm_ops.patching_back(band, succ, rootap);
         return;
     }
@@ -128,8 +131,9 @@ void _patch_band(int band, int succ)
         return;
     if (succ == KELM_BAND_NONE || _has(band, WPS_FLAG_STA_CONNECTED))
         return;
-    kelm_log_normal("before NULL patching_back\n");
-    kelm_log_normal("%d failed, use %d STA info write back to %d AP.\n", band, succ, band);
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "before NULL patching_back\n");
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "%d failed, use %d STA info write back to %d AP.\n", band,
+                succ, band);
     (void)kelm_ops.patching_back(band, succ, nullptr);
 }
 
@@ -161,7 +165,7 @@ void _write_back_repeater(int succ)
     if (succ != KELM_BAND_NONE)
         _set_mesh_switch();
     if (kelm_get_band_inited(KELM_BAND_5G) && kelm_get_band_inited(KELM_BAND_5G2)) {
-        kelm_log_normal("set common config, smart_setting_5g to on\n");
+        kelm_log_as(ENTRY, KELM_LOG_NORMAL, "set common config, smart_setting_5g to on\n");
         _wps_set_ext_common_config(1);
     }
     dump_wps_session();
@@ -173,15 +177,15 @@ void _write_back_repeater(int succ)
 void _finish_repeater(const survey &found)
 {
     const int succ = kelm_get_succeed_band(KELM_BAND_NONE);
-    kelm_log_normal(
-        "All of the worker process finised, now we check the result of repeater mode.\n");
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL,
+                "All of the worker process finised, now we check the result of repeater mode.\n");
     (void)kelm_resolve_apinfo_and_credential();
     _write_back_repeater(succ);
 
     // A success is published by the service after the restart, when the link can be used.
     if (!_is_2g_or_5g_through(found)) {
-        kelm_log_always("Gonna to send wps event. status: 2g=%d, 5g=%d\n",
-                        found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
+        kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Gonna to send wps event. status: 2g=%d, 5g=%d\n",
+                    found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
         wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found.codes);
     }
     (void)kelm_ops.wps_cancel();

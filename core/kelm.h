@@ -19,6 +19,7 @@ constexpr int KELM_BAND_COUNT = 4;
 constexpr int KELM_BAND_NONE = 4;
 
 // Log levels: a line is written while kelm_dbg_level is at least its level.
+constexpr int KELM_LOG_ALWAYS = INT32_MIN;
 constexpr int KELM_LOG_NORMAL = 4;
 constexpr int KELM_LOG_DETAIL = 7;
 

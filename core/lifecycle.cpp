@@ -28,6 +28,7 @@ namespace kelm {
 namespace {
 
 constexpr const char *WPS_RESTART = "/etc/init.d/wps restart";
+constexpr const char *ENTRY = "main";  // whose lines the first and the last step write
 
 // --- SIGTERM in mid-attempt ---
 
@@ -113,7 +114,7 @@ int kelm_create_pid_file()
     // Created only where none is, so that of two starts at once one loses here.
     unique_file own(other ? nullptr : fopen(KELM_PID_PATH, "wxe"));
     if (other || (!own && errno == EEXIST)) {
-        kelm_log_always("kelm has been started\n");
+        kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "kelm has been started\n");
         return -1;
     }
     if (!own) {
@@ -216,15 +217,15 @@ int _kelm_open()
 void kelm_leave()
 {
     (void)unlink(KELM_PID_PATH);
-    kelm_log_detail("kelm_flag: %x\n", kelm_flag);
+    kelm_log_as(ENTRY, KELM_LOG_DETAIL, "kelm_flag: %x\n", kelm_flag);
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART) != 0) {
-        kelm_log_detail("re kelm info: to send wps status\n");
+        kelm_log_as(ENTRY, KELM_LOG_DETAIL, "re kelm info: to send wps status\n");
         (void)kelm_system("/etc/init.d/wps re_kelm_info");
-        kelm_log_normal("do wifi restart\n");
-        kelm_log_normal("wps_status 2G = %d, 5G = %d.\n\n", band_worker_succeed[KELM_BAND_2G],
-                        band_worker_succeed[KELM_BAND_5G]);
+        kelm_log_as(ENTRY, KELM_LOG_NORMAL, "do wifi restart\n");
+        kelm_log_as(ENTRY, KELM_LOG_NORMAL, "wps_status 2G = %d, 5G = %d.\n\n",
+                    band_worker_succeed[KELM_BAND_2G], band_worker_succeed[KELM_BAND_5G]);
         const restart_row &restart = _choose_restart();
-        kelm_log_normal("%s\n", restart.log);
+        kelm_log_as(ENTRY, KELM_LOG_NORMAL, "%s\n", restart.log);
         (void)kelm_system(restart.command);
     }
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RESTART) != 0)

@@ -19,18 +19,20 @@ int kelm_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace kelm
 
-// One log line with the caller's name and line, at a level or always. The format is a literal.
-#define kelm_log_always(format, ...) \
-    ::kelm::kelm_printf("kelm[%s:%d]: " format, __func__, __LINE__, ##__VA_ARGS__)
-
-#define kelm_log(level, format, ...)                                           \
-    do {                                                                       \
-        if (::kelm::kelm_dbg_level.load(std::memory_order_relaxed) >= (level)) \
-            kelm_log_always(format, ##__VA_ARGS__);                            \
+// One log line with the caller's name and line. The format is a literal. kelm_log_as is for a step
+// that was split off from the function whose lines it writes: log readers look for that name.
+#define kelm_log_as(name, level, format, ...)                                           \
+    do {                                                                                \
+        if (::kelm::kelm_dbg_level.load(std::memory_order_relaxed) >= (level))          \
+            ::kelm::kelm_printf("kelm[%s:%d]: " format, name, __LINE__, ##__VA_ARGS__); \
     } while (0)
 
-#define kelm_log_normal(format, ...) kelm_log(::kelm::KELM_LOG_NORMAL, format, ##__VA_ARGS__)
-#define kelm_log_detail(format, ...) kelm_log(::kelm::KELM_LOG_DETAIL, format, ##__VA_ARGS__)
+#define kelm_log_always(format, ...) \
+    ::kelm::kelm_printf("kelm[%s:%d]: " format, __func__, __LINE__, ##__VA_ARGS__)
+#define kelm_log_normal(format, ...) \
+    kelm_log_as(__func__, ::kelm::KELM_LOG_NORMAL, format, ##__VA_ARGS__)
+#define kelm_log_detail(format, ...) \
+    kelm_log_as(__func__, ::kelm::KELM_LOG_DETAIL, format, ##__VA_ARGS__)
 
 // Every per-band accessor answers a band without a session with this line, at level 4.
 #define kelm_log_bad_band(band) kelm_log_normal("Bad wps session[band %d].\n", (band))

@@ -18,11 +18,11 @@ int _serve()
     if (wps_create_ibus_thread() < 0)
         return -1;
     if (_kelm_register_signal() != 0) {
-        kelm_log_always("kelm register signal handler failed.\n");
+        kelm_log_as("main", KELM_LOG_ALWAYS, "kelm register signal handler failed.\n");
         return -1;
     }
     if (_kelm_open() != 0) {
-        kelm_log_always("kelm open failed.\n");
+        kelm_log_as("main", KELM_LOG_ALWAYS, "kelm open failed.\n");
         return -1;
     }
     (void)kelm_mainloop();

@@ -22,6 +22,7 @@ namespace kelm {
 namespace {
 
 constexpr const char *STARTING_MARKER = "/tmp/wifid_is_starting";
+constexpr const char *ENTRY = "kelm_check_wlan_status";  // whose lines the steps write
 
 bool _has(int band, uint32_t flag)
 {
@@ -117,7 +118,7 @@ void _silence_connected()
 int _start_repeater(uint16_t *codes)
 {
     if (!_survey_stations()) {
-        kelm_log_detail("Get wlan status failed.\n\n");
+        kelm_log_as(ENTRY, KELM_LOG_DETAIL, "Get wlan status failed.\n\n");
         return -1;
     }
     if (_is_all_connected())
@@ -131,14 +132,14 @@ int _start_repeater(uint16_t *codes)
         if (kelm_get_status(band) != WPS_STATUS_SILENT) {
             kelm_set_status(band, WPS_STATUS_STARTED);
             kelm_set_wps_flag_bit(band, WPS_FLAG_WORKER_LAUNCH);
-            kelm_log_normal("wps session start [%d] [kelm_flags: 0x%08x]\n", band,
-                            kelm_get_wps_flags(band));
+            kelm_log_as(ENTRY, KELM_LOG_NORMAL, "wps session start [%d] [kelm_flags: 0x%08x]\n",
+                        band, kelm_get_wps_flags(band));
         }
         codes[band] = _code(band);
         reset_wps_band_predict_score(band);
     }
     factory_mode = check_factory() ? 1 : 0;
-    kelm_log_normal("update factory_mode = %d\n", factory_mode);
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "update factory_mode = %d\n", factory_mode);
     return 0;
 }
 
@@ -170,8 +171,8 @@ void _start_access_point(uint16_t *codes)
         if (kelm_get_status(band) != WPS_STATUS_SILENT) {
             kelm_set_status(band, WPS_STATUS_STARTED);
             kelm_set_wps_flag_bit(band, WPS_FLAG_WORKER_LAUNCH);
-            kelm_log_detail("wps session start [%d] [kelm_flags: 0x%08x]\n", band,
-                            kelm_get_wps_flags(band));
+            kelm_log_as(ENTRY, KELM_LOG_DETAIL, "wps session start [%d] [kelm_flags: 0x%08x]\n",
+                        band, kelm_get_wps_flags(band));
         }
         _note_open_access_point(band);
         codes[band] = _code(band);

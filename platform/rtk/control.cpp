@@ -50,7 +50,7 @@ bool _is_multiap_on()
 {
     const char *mode = nvram_get("multiap_mode");
     const int multiap_mode = mode != nullptr ? atoi(mode) : 0;
-    kelm_log_detail("multiap_mode = %d\n\n", multiap_mode);
+    kelm_log_as("rtk_pbc_handle", KELM_LOG_DETAIL, "multiap_mode = %d\n\n", multiap_mode);
     return multiap_mode == 1;
 }
 
@@ -77,7 +77,7 @@ int _rebuild_worker_socks()
     kelm_worker_sock_deinit();
     if (kelm_worker_sock_init() == 0)
         return 0;
-    kelm_log_always("Rebuild worker socket failed.\n\n");
+    kelm_log_as("rtk_process_ibus_msg", KELM_LOG_ALWAYS, "Rebuild worker socket failed.\n\n");
     kelm_clean_wksp();
     return -1;
 }
@@ -112,7 +112,7 @@ int _process_wps_cli(const wps_listen_event_t *event)
         rtk_kill_wpas();
         return 0;
     default:
-        kelm_log_always("Invalid wps_cli action.\n\n");
+        kelm_log_as("rtk_process_ibus_msg", KELM_LOG_ALWAYS, "Invalid wps_cli action.\n\n");
         return -1;
     }
 }

@@ -23,6 +23,7 @@ namespace {
 
 constexpr size_t SOCKET_PATH_SIZE = 64;
 constexpr size_t REMOVE_COMMAND_SIZE = 128;
+constexpr const char *ENTRY = "rtk_process_wpas_msg";  // whose lines the steps write
 
 // The band's attached connections, null while closed.
 unique_wpa_ctrl wpas_ctrl[KELM_BAND_COUNT];
@@ -38,7 +39,7 @@ void _socket_path(const kelm_session &session, char (&path)[SOCKET_PATH_SIZE])
         snprintf(path, sizeof path, "/var/run/hostapd/%s", session.ifName);
         break;
     default:
-        kelm_log_always("Invalid run mode.\n\n");
+        kelm_log_as("rtk_wpas_sock_init", KELM_LOG_ALWAYS, "Invalid run mode.\n\n");
     }
 }
 
@@ -89,7 +90,7 @@ void _apply_new_settings(int band, kelm_session *session, char *)
     (void)rtk_ap_patching_back(band);
     session->wps_flags |= WPS_FLAG_CONFIG_WIFI;
     (void)kelm_system("/etc/init.d/wps config_wifi");
-    kelm_log_normal("/etc/init.d/wps config_wifi\n");
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "/etc/init.d/wps config_wifi\n");
 }
 
 // wpa_supplicant's, as an enrollee. A line with both a success and a failure is a success: the
@@ -149,21 +150,21 @@ int _process_station_event(int band, kelm_session *session, char *text)
 {
     constexpr uint32_t worker = WPS_FLAG_WORKER_LAUNCH | WPS_FLAG_WORKER_DONE;
     if ((session->wps_flags & worker) != WPS_FLAG_WORKER_LAUNCH) {
-        kelm_log_detail("Ignore wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+        kelm_log_as(ENTRY, KELM_LOG_DETAIL, "Ignore wpsEvent[%s]: %s\n", rtk_band_name(band), text);
         return 0;
     }
-    kelm_log_detail("processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+    kelm_log_as(ENTRY, KELM_LOG_DETAIL, "processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
     const event_row *row = _find_event(STATION_EVENTS, text);
     if (row == nullptr)
         return -1;
     _apply_event(*row, band, session, text);
-    kelm_log_normal("processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
     return 0;
 }
 
 int _process_access_point_event(int band, kelm_session *session, char *text)
 {
-    kelm_log_normal("processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
     const event_row *row = _find_event(ACCESS_POINT_EVENTS, text);
     if (row == nullptr)
         return -1;

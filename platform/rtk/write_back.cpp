@@ -24,7 +24,7 @@ namespace {
 // the other function's underscore, as it names the writer and not the caller. Whoever follows an
 // EasyMesh attempt in the log looks for the text without the underscore.
 struct write_back_copy {
-    const char *name;
+    const char *name;  // under which the steps write their log lines
     void (*write_sta)(int band, const wps_sta_band_config *config);
     void (*write_ext)(int band, const wps_ap_band_config *config);
     const char *call_text;
@@ -42,19 +42,6 @@ constexpr write_back_copy EASYMESH_COPY = {
     wps_set_ext_config,
     "call rtk_wps_set_sta_config",
 };
-
-// A log line under the name of the copy at work, whichever step writes it.
-#define copy_log_always(copy, format, ...) \
-    (void)kelm_printf("kelm[%s:%d]: " format, (copy).name, __LINE__, ##__VA_ARGS__)
-
-#define copy_log(level, copy, format, ...)                             \
-    do {                                                               \
-        if (kelm_dbg_level.load(std::memory_order_relaxed) >= (level)) \
-            copy_log_always(copy, format, ##__VA_ARGS__);              \
-    } while (0)
-
-#define copy_log_normal(copy, format, ...) copy_log(KELM_LOG_NORMAL, copy, format, ##__VA_ARGS__)
-#define copy_log_detail(copy, format, ...) copy_log(KELM_LOG_DETAIL, copy, format, ##__VA_ARGS__)
 
 // --- Reading the learnt network ---
 
@@ -137,15 +124,15 @@ void _take_multiap(const reading &at, const char *value)
 {
     if (atoi(value) == 1)
         at.network->multiap = 1;
-    copy_log_detail(at.copy, "--------------------band %d multiap %d\n", at.ap_band,
-                    at.network->multiap);
+    kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "--------------------band %d multiap %d\n",
+                at.ap_band, at.network->multiap);
 }
 
 void _take_mesh(const reading &at, const char *value)
 {
     at.network->support_mesh = atoi(value) != 0 ? 1 : 0;
-    copy_log_normal(at.copy, "--------------------band %d support_mesh %d\n", at.ap_band,
-                    at.network->support_mesh);
+    kelm_log_as(at.copy.name, KELM_LOG_NORMAL, "--------------------band %d support_mesh %d\n",
+                at.ap_band, at.network->support_mesh);
     if (at.network->support_mesh == 0)
         return;
     const hapd_wpasupp_cfgitem *element =
@@ -153,8 +140,8 @@ void _take_mesh(const reading &at, const char *value)
     if (element == nullptr)
         return;
     copy_text(at.network->data, element->value);
-    copy_log_detail(at.copy, "--------------------band %d corvex_qmie %s\n", at.ap_band,
-                    at.network->data);
+    kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "--------------------band %d corvex_qmie %s\n",
+                at.ap_band, at.network->data);
 }
 
 struct network_key {
@@ -177,7 +164,7 @@ constexpr network_key NETWORK_KEYS[] = {
 
 void _take_item(const reading &at, const hapd_wpasupp_cfgitem &item)
 {
-    copy_log_detail(at.copy, "key[%s]: value[%s]\n", item.key, item.value);
+    kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "key[%s]: value[%s]\n", item.key, item.value);
     for (const network_key &row : NETWORK_KEYS) {
         if (strcmp(item.key, row.key) == 0) {
             row.take(at, item.value);
@@ -193,18 +180,19 @@ bool _read_network(const write_back_copy &copy, const kelm_session &station, wri
     char path[SUPPLICANT_PATH_SIZE];
     (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf", station.ifName);
     const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse(path));
-    copy_log_normal(copy, "Analyze wpa_supplicnat config file %s\n\n", path);
+    kelm_log_as(copy.name, KELM_LOG_NORMAL, "Analyze wpa_supplicnat config file %s\n\n", path);
     if (!tree) {
-        copy_log_always(copy, "wps_hapd_wpasupp_config_parse failed\n");
+        kelm_log_as(copy.name, KELM_LOG_ALWAYS, "wps_hapd_wpasupp_config_parse failed\n");
         return false;
     }
-    copy_log_detail(copy, "parse credential %d for apBand %d\n", given->sta_band, given->ap_band);
+    kelm_log_as(copy.name, KELM_LOG_DETAIL, "parse credential %d for apBand %d\n", given->sta_band,
+                given->ap_band);
     hapd_wpasupp_cfgitem *block = kelm_find_learnt_network(tree.get());
     if (block == nullptr) {
-        copy_log_always(copy, "Find enabled network configs failed\n");
+        kelm_log_as(copy.name, KELM_LOG_ALWAYS, "Find enabled network configs failed\n");
         return false;
     }
-    copy_log_normal(copy, "Find enabled network configs:\n");
+    kelm_log_as(copy.name, KELM_LOG_NORMAL, "Find enabled network configs:\n");
     wps_hapd_wpasupp_config_dump(block);
 
     const reading at = {copy, given->ap_band, block, &given->network};
@@ -329,11 +317,11 @@ bool _is_write_back_possible(int ap_band, int sta_band)
 void _write(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
             wps_ap_band_config *ap)
 {
-    copy_log_normal(copy, "%s\n", copy.call_text);
+    kelm_log_as(copy.name, KELM_LOG_NORMAL, "%s\n", copy.call_text);
     if (sta.sta_bss_enabled != 0)
         copy.write_sta(ap_band, &sta);
-    copy_log_normal(copy, "sta config over! then config apCfg %d[%d/%d]\n", ap_band,
-                    ap->ap_bss_enabled, factory_mode);
+    kelm_log_as(copy.name, KELM_LOG_NORMAL, "sta config over! then config apCfg %d[%d/%d]\n",
+                ap_band, ap->ap_bss_enabled, factory_mode);
     // A device fresh from the factory opens its access points with the first attempt.
     if (ap->ap_bss_enabled != 0 || factory_mode != 0) {
         ap->ap_bss_enabled = 1;
@@ -346,7 +334,7 @@ int _patch_back(const write_back_copy &copy, int ap_band, int sta_band,
                 const kelm_rootap_info *record)
 {
     if (!_is_write_back_possible(ap_band, sta_band)) {
-        copy_log_detail(copy, "invalid band\n");
+        kelm_log_as(copy.name, KELM_LOG_DETAIL, "invalid band\n");
         return -1;
     }
     const kelm_session &station = *kelm_get_wps_session(sta_band);
@@ -357,12 +345,12 @@ int _patch_back(const write_back_copy &copy, int ap_band, int sta_band,
     given.record = record;
     given.joined = &station.rootap;
 
-    copy_log_detail(copy, "call wps_parse_config\n");
+    kelm_log_as(copy.name, KELM_LOG_DETAIL, "call wps_parse_config\n");
     wps_sta_band_config stations[KELM_BAND_COUNT] = {};
     wps_ap_band_config access_points[KELM_BAND_COUNT] = {};
     (void)wps_parse_config(WIFI_CONF_PATH, stations, WPS_CONFIG_STA);  // missing: all off
     (void)wps_parse_config(WIFI_CONF_PATH, access_points, WPS_CONFIG_AP);
-    copy_log_detail(copy, "wps_parse_config finished.\n");
+    kelm_log_as(copy.name, KELM_LOG_DETAIL, "wps_parse_config finished.\n");
     if (!_read_network(copy, station, &given))
         return -1;
     given.no_postfix = check_GermanySSID();
