@@ -57,7 +57,7 @@ def test_lines_come_again_when_the_lock_is_gone(router):
     assert router.console.text() == ''
     os.close(holder)
     router.settle()
-    assert 'ibus event: 3' in router.console.lines()
+    assert 'Invalid wps_cli action.' in router.console.lines()
 
 
 def test_a_full_console_costs_lines_only(router):
