@@ -112,20 +112,20 @@ line_result _take_line(cfg_builder *builder, const char *line)
     cfgitem_line_state state = CFG_LINE_NOTHING;
     unique_cfg_tree item(wps_hapd_wpasupp_config_fetch_keyvalue(line, &state));
     switch (state) {
-        case CFG_LINE_VALUE:
-            if (!item)
-                return line_result::unknown;
-            _append(builder, item.release());
-            return line_result::taken;
-        case CFG_LINE_OPEN:
-            if (!item)
-                return line_result::unknown;
-            _open_block(builder, item.release());
-            return line_result::taken;
-        case CFG_LINE_CLOSE:
-            return _close_block(builder) ? line_result::taken : line_result::unmatched_brace;
-        case CFG_LINE_NOTHING:
-            return line_result::skipped;
+    case CFG_LINE_VALUE:
+        if (!item)
+            return line_result::unknown;
+        _append(builder, item.release());
+        return line_result::taken;
+    case CFG_LINE_OPEN:
+        if (!item)
+            return line_result::unknown;
+        _open_block(builder, item.release());
+        return line_result::taken;
+    case CFG_LINE_CLOSE:
+        return _close_block(builder) ? line_result::taken : line_result::unmatched_brace;
+    case CFG_LINE_NOTHING:
+        return line_result::skipped;
     }
     return line_result::unknown;
 }
@@ -194,17 +194,17 @@ hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_parse(const char *path)
     char line[CFG_LINE_SIZE] = {};
     while (fgets(line, sizeof line, file.get()) != nullptr) {
         switch (_take_line(&builder, line)) {
-            case line_result::taken:
-                break;
-            case line_result::skipped:
-                kelm_log_detail("%s: fetch key value fail in line, continue...\n", __func__);
-                break;
-            case line_result::unmatched_brace:
-                kelm_log_always("%s: fail to pop, invalid matching of {}\n", __func__);
-                return nullptr;
-            case line_result::unknown:
-                kelm_log_normal("%s: fetch key value fail, return unknow state\n", __func__);
-                return nullptr;
+        case line_result::taken:
+            break;
+        case line_result::skipped:
+            kelm_log_detail("%s: fetch key value fail in line, continue...\n", __func__);
+            break;
+        case line_result::unmatched_brace:
+            kelm_log_always("%s: fail to pop, invalid matching of {}\n", __func__);
+            return nullptr;
+        case line_result::unknown:
+            kelm_log_normal("%s: fetch key value fail, return unknow state\n", __func__);
+            return nullptr;
         }
         memset(line, 0, sizeof line);
     }

@@ -84,11 +84,11 @@ int _band_of_key(const char *key, const char *stem)
 bool _reads_block(int info_type, int block)
 {
     switch (info_type) {
-        case WPS_CONFIG_AP:
-        case WPS_CONFIG_STA:
-            return block % BLOCKS_PER_ROUND == info_type;
-        default:
-            return true;
+    case WPS_CONFIG_AP:
+    case WPS_CONFIG_STA:
+        return block % BLOCKS_PER_ROUND == info_type;
+    default:
+        return true;
     }
 }
 
@@ -142,20 +142,18 @@ int wps_parse_config(const char *path, void *record, int info_type)
         if (_cut_line_end(value) != 0)
             return -1;
         switch (info_type) {
-            case WPS_CONFIG_GLOBAL:
-                result = _read_wps_config(line, value, static_cast<wps_config_info *>(record));
-                break;
-            case WPS_CONFIG_AP:
-                result =
-                    _read_wifi_ap_config(line, value, static_cast<wps_ap_band_config *>(record));
-                break;
-            case WPS_CONFIG_STA:
-                result =
-                    _read_wifi_sta_config(line, value, static_cast<wps_sta_band_config *>(record));
-                break;
-            default:
-                kelm_log_detail("Invalid wps config info type!\n");
-                break;
+        case WPS_CONFIG_GLOBAL:
+            result = _read_wps_config(line, value, static_cast<wps_config_info *>(record));
+            break;
+        case WPS_CONFIG_AP:
+            result = _read_wifi_ap_config(line, value, static_cast<wps_ap_band_config *>(record));
+            break;
+        case WPS_CONFIG_STA:
+            result = _read_wifi_sta_config(line, value, static_cast<wps_sta_band_config *>(record));
+            break;
+        default:
+            kelm_log_detail("Invalid wps config info type!\n");
+            break;
         }
     }
     return result;
