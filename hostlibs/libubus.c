@@ -254,7 +254,7 @@ static struct ubus_call *find_call(struct ubus_context *ctx, const struct ubus_m
 
     while (call && (call->seq != m->header.seq || call->request->peer != m->header.peer))
         call = call->outer;
-    return call;
+    return call && !call->done ? call : NULL;
 }
 
 static void take_answer(struct ubus_context *ctx, const struct ubus_message *m)

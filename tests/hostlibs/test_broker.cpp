@@ -289,9 +289,11 @@ TEST(broker, what_a_client_sent_before_it_vanished_still_counts)
     ASSERT_EQ(0, listener.register_pattern(listener.add_object(), "wps"));
     {
         RawClient sender(broker.socket);
+        broker.process.signal(SIGSTOP);
         for (int i = 0; i < 200; i++)
             sender.send(kSend);
     }
+    broker.process.signal(SIGCONT);
     for (int i = 0; i < 200; i++)
         ASSERT_EQ("wps", event_type(listener.message())) << i;
 }

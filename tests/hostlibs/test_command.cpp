@@ -129,7 +129,7 @@ TEST(command, a_broker_dying_during_a_send_is_10)
     TempDir dir;
     FakeBroker broker(dir / "bus", [](int fd) {
         write_bytes(fd, unhex("00000000 31639df1 00000004"));
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
     });
     Result r = run_alone({"-s", dir / "bus", "send", "x"});
     EXPECT_EQ(10, r.code);
@@ -141,7 +141,7 @@ TEST(command, a_status_of_the_broker_becomes_the_exit_code)
     TempDir dir;
     FakeBroker broker(dir / "bus", [](int fd) {
         write_bytes(fd, unhex("00000000 31639df1 00000004"));
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
         write_bytes(fd, unhex("00010001 00000001 0000000c 01000008 00000009"));
         read_exactly(fd, 1);
     });

@@ -383,7 +383,7 @@ TEST(libubus, events_arriving_during_a_call_are_delivered_before_it_returns)
     TempDir dir;
     FakeBroker broker(dir / "bus", [&](int fd) {
         serve_registration(fd);
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
         write_bytes(fd, unhex(kEvent));
         write_bytes(fd, unhex("00010003 00000001 0000000c 01000008 00000000"));
         read_exactly(fd, 28);
@@ -399,7 +399,7 @@ TEST(libubus, in_a_loop_they_are_delivered_shortly_afterwards)
     TempDir dir;
     FakeBroker broker(dir / "bus", [&](int fd) {
         serve_registration(fd);
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
         write_bytes(fd, unhex(kEvent));
         write_bytes(fd, unhex("00010003 00000001 0000000c 01000008 00000000"));
         read_exactly(fd, 28);
@@ -444,7 +444,7 @@ TEST(libubus, an_unmatched_answer_is_dropped)
     TempDir dir;
     FakeBroker broker(dir / "bus", [&](int fd) {
         write_bytes(fd, unhex(kHello));
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
         write_bytes(fd, unhex("00010009 00000001 0000000c 01000008 00000004"));
         write_bytes(fd, unhex("00010001 00000009 0000000c 01000008 00000005"));
         write_bytes(fd, unhex("00010001 00000001 00000004"));
@@ -458,7 +458,7 @@ TEST(libubus, a_broker_dying_during_a_call_fails_it_and_the_next_ones)
     TempDir dir;
     FakeBroker broker(dir / "bus", [&](int fd) {
         write_bytes(fd, unhex(kHello));
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
     });
     Context c(dir / "bus");
     EXPECT_EQ(UBUS_STATUS_CONNECTION_FAILED, c.send("a"));
@@ -556,7 +556,7 @@ TEST(libubus, a_signal_does_not_end_a_wait_for_an_answer)
     TempDir dir;
     FakeBroker broker(dir / "bus", [&](int fd) {
         write_bytes(fd, unhex(kHello));
-        read_exactly(fd, 52);
+        read_exactly(fd, 64);
         sleep_ms(400);
         write_bytes(fd, unhex("00010001 00000001 0000000c 01000008 00000000"));
     });

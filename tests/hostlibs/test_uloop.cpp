@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 
@@ -320,6 +321,27 @@ TEST(uloop, timers_fire_in_order_of_time_and_then_of_setting)
                   CHILD_CHECK(uloop_timeout_add(&c) == -1);
                   uloop_run();
                   CHILD_CHECK(order == "dbca");
+                  return 0;
+              }));
+}
+
+TEST(uloop, a_timer_is_at_most_a_millisecond_early)
+{
+    EXPECT_EQ(0, in_child([] {
+                  default_signals();
+                  uloop_init();
+                  for (int i = 0; i < 5; i++) {
+                      timespec start{}, end{};
+                      uloop_timeout other{};  // wakes the loop in between
+                      other.cb = [](uloop_timeout *) {};
+                      uloop_timeout_set(&other, 15);
+                      clock_gettime(CLOCK_MONOTONIC, &start);
+                      run_with_end_after(30);
+                      clock_gettime(CLOCK_MONOTONIC, &end);
+                      int64_t took = (end.tv_sec - start.tv_sec) * 1000000 +
+                                     (end.tv_nsec - start.tv_nsec) / 1000;
+                      CHILD_CHECK(took >= 28900);
+                  }
                   return 0;
               }));
 }
