@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """Gives each test process a private world and each test a router in it."""
 import linecache
 import os

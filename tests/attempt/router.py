@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """The router around the daemon: its settings files, its Wi-Fi daemons, its bus, its button."""
 import contextlib
 import json

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """Whole access-point attempts, from the request to the restart."""
 import json
 import os

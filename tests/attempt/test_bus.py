@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """The bus when it is absent, lost, back again, frozen or silent."""
 import signal
 import time

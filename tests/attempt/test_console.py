@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """The console must never stop the daemon: missing, locked, full."""
 import fcntl
 import os

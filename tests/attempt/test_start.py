@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """From the command to the open daemon: arguments, pid file, settings, control sockets."""
 import os
 import signal

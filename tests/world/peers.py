@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """The daemon's peers, scripted: hostapd's and wpa_supplicant's control sockets, and the bus."""
 import os
 import select

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-License-Identifier: ISC
 // Preloaded into the daemon in attempt tests: time() runs as many seconds ahead as the test says.
 #include <fcntl.h>
 #include <stdint.h>

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """A bus client in bytes: sends events with integers of any width, and listens."""
 import select
 import socket

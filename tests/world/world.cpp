@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-License-Identifier: ISC
 // Builds the private world of the function tests from mounts in a namespace of its own.
 #include "tests/world/world.h"
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-License-Identifier: ISC
 // A private world for the function tests: the fixed paths and programs that the daemon's code uses.
 //
 // Layout, all of it in memory and seen by this process and its children alone:

