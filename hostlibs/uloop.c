@@ -348,7 +348,7 @@ static void reap_children(void)
 {
     int saved = errno;
 
-    if (!__atomic_exchange_n(&child_exited, false, __ATOMIC_RELAXED))
+    if (!__atomic_exchange_n(&child_exited, false, __ATOMIC_RELAXED) || !uloop_handle_sigchld)
         return;
     for (;;) {
         pid_t pid = waitpid(-1, NULL, WNOHANG);
