@@ -35,6 +35,7 @@ class Router:
         self.broker = None
         self.bus = None
         self.hostapd = {}
+        self.supplicant = {}
         self.start_lines = []
         self.published = []
         world.reply('ubus', f'exec {BUS_COMMAND} "$@"\n')
@@ -58,6 +59,15 @@ class Router:
             path = f'/var/run/hostapd/{INTERFACES[band]}'
             self.hostapd[band] = ControlServer(path, replies)
 
+    def add_supplicant(self, *bands):
+        for band in bands:
+            path = f'/var/run/wpa_supplicant/{INTERFACES[band]}-vxd'
+            self.supplicant[band] = ControlServer(path)
+
+    def set_link(self, band, status):
+        """Whether a station has its link (1), as the other daemons tell it."""
+        self.world.write(f'/tmp/wifi_runtime_info.{band}', json.dumps({'status': status}))
+
     def start_bus(self):
         self.broker = Broker()
         self.bus = wire.BusClient('wps')
@@ -67,14 +77,15 @@ class Router:
         self.daemon = Daemon(**options)
         return self.daemon
 
-    def start(self, bands=('2g', '5g'), **options):
+    def start(self, bands=('2g', '5g'), stations=(), **options):
         """Starts everything and waits until the daemon has opened all of it."""
         self.start_bus()
         self.add_hostapd(*bands)
+        self.add_supplicant(*stations)
         self.launch(**options)
         assert self.daemon.command_status == 0
-        for band in bands:
-            self.hostapd[band].wait_attached()
+        for server in (*self.hostapd.values(), *self.supplicant.values()):
+            server.wait_attached()
         wait_for(self.daemon.is_waiting, 'the main loop')
         self.wait_registered()
 
@@ -191,9 +202,13 @@ class Router:
             self.bus.close()
         if self.broker is not None:
             self.broker.stop()
-        for server in self.hostapd.values():
+        for server in (*self.hostapd.values(), *self.supplicant.values()):
             server.close()
         end_leftovers()
+
+
+def wpa_cli(band, words):
+    return f'wpa_cli -p /var/run/wpa_supplicant -i {INTERFACES[band]}-vxd {words}'
 
 
 def hostapd_cli(band, words):

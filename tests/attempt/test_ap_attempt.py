@@ -8,8 +8,8 @@ import socket
 import pytest
 
 import wire
-from router import (BUTTON_METHOD, CANCEL, PIN_METHOD, PRESS, PRESS_TEXT, PROBE_LINES, START,
-                    dump_lines, hostapd_cli, publication_lines, ubus_send)
+from router import (BUTTON_METHOD, CANCEL, NO_ACTION, PIN_METHOD, PRESS, PRESS_TEXT, PROBE_LINES,
+                    START, dump_lines, hostapd_cli, publication_lines, ubus_send)
 from world import wait_for
 
 PIN_OFF = [hostapd_cli('2g', 'wps_ap_pin disable'), hostapd_cli('5g', 'wps_ap_pin disable')]
@@ -230,6 +230,28 @@ def test_an_open_access_point_gets_hostapds_settings_written_back(router):
     assert router.world.read('/tmp/wps_wifi_sta.txt') is None
 
 
+def test_a_line_of_hostapds_file_longer_than_its_buffer_harms_nothing(router):
+    long_lines = f'a={"x" * 319}\nb={"x" * 320}\nc={"x" * 321}\nd={"x" * 5000}\n'
+    router.world.write('/tmp/run/hostapd-wlan1.conf', long_lines + HOSTAPD_FILE + long_lines)
+    begin(router, secured=(0, 1, 1, 1))
+    router.hostapd['2g'].send(REG_SUCCESS)
+    assert router.end() == 0
+    settings = json.loads(router.world.read('/tmp/wps_wifi_ap.txt'))
+    assert settings['ssid_2g'] == 'Chosen by hostapd'
+    assert settings['password_2g'] == '0123456789abcdef'
+
+
+def test_values_of_hostapds_file_longer_than_their_place_are_cut(router):
+    text = f'ssid={"s" * 200}\nwpa=2\nwpa_psk={"p" * 200}\n'
+    router.world.write('/tmp/run/hostapd-wlan1.conf', text)
+    begin(router, secured=(0, 1, 1, 1))
+    router.hostapd['2g'].send(REG_SUCCESS)
+    assert router.end() == 0
+    settings = json.loads(router.world.read('/tmp/wps_wifi_ap.txt'))
+    assert settings['ssid_2g'] in ('s' * 32, 's' * 33)
+    assert settings['password_2g'] == 'p' * 64
+
+
 def test_an_open_band_that_did_not_succeed_is_not_written_back(router):
     begin(router, secured=(0, 1, 1, 1))
     router.hostapd['5g'].send(REG_SUCCESS)
@@ -352,6 +374,18 @@ def test_second_press_while_running_is_ignored(router):
     router.hostapd['2g'].send(REG_SUCCESS)
     assert router.end() == 0
     assert router.published == [(2, 12, 12, 0), (2, 2, 4, 0)]
+
+
+def test_many_presses_leave_no_descriptors_behind(router):
+    begin(router)
+    folder = f'/proc/{router.daemon.pid}/fd'
+    before = len(os.listdir(folder))
+    for _ in range(10):
+        router.press()
+        router.settle()
+    assert len(os.listdir(folder)) == before
+    assert [len(router.hostapd[band].clients) for band in ('2g', '5g')] == [1, 1]
+    assert len([name for name in os.listdir('/tmp') if name.startswith('wpa_ctrl_')]) == 2
 
 
 def test_the_refusal_of_a_second_press_is_logged_in_detail(router):
@@ -495,6 +529,20 @@ def test_pin_attempt_from_the_request_to_the_restart(router):
     assert router.published[-1] == (2, 2, 4, 0)
     assert router.world.read('/tmp/wps_result') == '1\n'
     assert router.commands()[-1] == '/etc/init.d/wps restart'
+
+
+def test_a_pin_is_logged_in_detail_and_with_its_method_only(router):
+    router.start()
+    for _ in range(3):
+        router.console.forget()
+        router.daemon.send(signal.SIGUSR1)
+        router.wait_line('global_wps_flags: 00000000')
+    router.console.forget()
+    router.request(action=NO_ACTION, method=BUTTON_METHOD, pin='12345670')
+    router.request(action=NO_ACTION, method=PIN_METHOD, pin='87654321')
+    wait_for(lambda: any('pincode' in line for line in router.console.lines()), 'the PIN')
+    assert [line for line in router.console.lines() if 'pincode' in line] == [
+        'action: 9, pincode: 87654321']
 
 
 def test_a_pin_request_leaves_an_older_result_file_untouched(router):

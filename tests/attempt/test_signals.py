@@ -230,6 +230,14 @@ def test_children_get_only_the_standard_descriptors(router):
         for name in ('hostapd_cli', 'killall', 'ubus', '/etc/init.d/wps')}
 
 
+def test_the_bus_library_does_not_take_the_children_of_the_main_thread(router):
+    """Its handler would reap every child, the main thread's commands too."""
+    router.start()
+    caught = int(router.daemon.proc_status()['SigCgt'], 16)
+    assert caught & HELD_SIGNALS == HELD_SIGNALS
+    assert caught & 1 << signal.SIGCHLD - 1 == 0
+
+
 @pytest.mark.parametrize('umask', [0o022, 0o007])
 def test_the_scripts_get_the_umask_that_the_daemon_was_started_with(router, umask):
     settings = 'ssid=Home\nwpa=2\nwpa_passphrase=secret123\n'
