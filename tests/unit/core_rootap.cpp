@@ -14,8 +14,7 @@ namespace {
 
 constexpr char MESSAGE[] = "a message of the platform's own";
 
-class rootap_message : public testing::Test
-{
+class rootap_message : public testing::Test {
 protected:
     void SetUp() override
     {

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: ISC
+// Library calls that a test lets fail, and what the daemon's code passes to some of them.
+#pragma once
+
+namespace kelm_test {
+
+// Which call fails from now on; the linker sends each of them here, see the options --wrap.
+struct fault_points {
+    int sigaction_of = 0;  // of this signal
+    bool pthread_create = false;
+    bool calloc = false;
+    bool json_object_new_object = false;
+    bool json_object_to_json_string = false;
+    bool blobmsg_format_json_with_cb = false;
+    int ubus_register_event_handler = 0;  // that many times
+};
+extern fault_points faults;
+
+}  // namespace kelm_test

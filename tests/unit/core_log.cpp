@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: ISC
+// The console log: what is written, what is dropped, and that nothing makes it wait.
+#include "core/log.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "tests/unit/core_fixture.h"
+
+using namespace kelm;
+using namespace kelm_test;
+
+namespace {
+
+class core_log : public testing::Test {
+protected:
+    void SetUp() override { start_core(KELM_MODE_AP, DUAL_BAND); }
+};
+
+// Another process's lock, as flock sees it: one on an open file description that is not the log's.
+class console_lock {
+public:
+    console_lock() : fd_(open("/dev/console", O_RDWR | O_NONBLOCK | O_CLOEXEC))
+    {
+        EXPECT_EQ(0, flock(fd_, LOCK_EX | LOCK_NB)) << "an earlier line has left its lock";
+    }
+    ~console_lock() { close(fd_); }
+
+private:
+    int fd_;
+};
+
+void fill_console()
+{
+    const int fd = open("/dev/console", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    const std::string block(4096, '.');
+    while (write(fd, block.data(), block.size()) > 0)
+        continue;
+    close(fd);
+}
+
+std::string receive_syslog(int fd)
+{
+    char line[512] = {};
+    const ssize_t length = recv(fd, line, sizeof line - 1, MSG_DONTWAIT);
+    return length < 0 ? "" : line;
+}
+
+}  // namespace
+
+TEST_F(core_log, a_line_goes_to_the_console_as_it_is)
+{
+    EXPECT_EQ(0, kelm_printf("value %d of %s", 7, "nine"));
+    EXPECT_EQ("value 7 of nine", console_text());
+}
+
+TEST_F(core_log, a_line_of_the_macros_begins_with_function_and_line)
+{
+    kelm_log_always("one\n");
+    const int line = __LINE__ - 1;
+    EXPECT_EQ("kelm[TestBody:" + std::to_string(line) + "]: one\n", console_text());
+    kelm_log_normal("two %d\n", 2);
+    kelm_log_detail("not at level 4\n");
+    EXPECT_EQ("kelm[TestBody:N]: two 2\n", console_text_without_line_numbers());
+}
+
+TEST_F(core_log, a_line_is_written_from_its_level_on)
+{
+    struct row {
+        int level;
+        const char *expected;
+    };
+    const row rows[] = {
+        {-1, "always\n"},
+        {3, "always\n"},
+        {4, "always\nnormal\n"},
+        {6, "always\nnormal\n"},
+        {7, "always\nnormal\ndetail\n"},
+        {8, "always\nnormal\ndetail\n"},
+    };
+    for (const row &each : rows) {
+        kelm_dbg_level = each.level;
+        kelm_log_always("always\n");
+        kelm_log_normal("normal\n");
+        kelm_log_detail("detail\n");
+        EXPECT_EQ(each.expected, console_messages()) << "level " << each.level;
+    }
+}
+
+TEST_F(core_log, a_step_can_write_under_the_name_of_the_function_it_belongs_to)
+{
+    kelm_dbg_level = -100;
+    kelm_log_as("whole", KELM_LOG_ALWAYS, "always %d\n", 1);
+    kelm_log_as("whole", KELM_LOG_NORMAL, "normal %d\n", 1);
+    EXPECT_EQ("kelm[whole:N]: always 1\n", console_text_without_line_numbers());
+}
+
+TEST_F(core_log, the_bad_band_line_is_a_normal_one)
+{
+    kelm_log_bad_band(9);
+    EXPECT_EQ("Bad wps session[band 9].\n", console_messages());
+    kelm_dbg_level = 3;
+    kelm_log_bad_band(9);
+    EXPECT_EQ("", console_messages());
+}
+
+TEST_F(core_log, without_a_console_the_line_is_lost_and_nothing_else)
+{
+    remove_console();
+    EXPECT_EQ(-1, kelm_printf("nobody hears this\n"));
+    EXPECT_FALSE(file_exists("/dev/console")) << "no file may be made in its place";
+}
+
+TEST_F(core_log, a_line_is_dropped_while_another_process_holds_the_console)
+{
+    {
+        const console_lock lock;
+        EXPECT_EQ(0, kelm_printf("dropped\n"));
+    }
+    EXPECT_EQ(0, kelm_printf("written\n"));
+    EXPECT_EQ("written\n", console_text());
+}
+
+TEST_F(core_log, the_console_is_unlocked_after_each_line)
+{
+    (void)kelm_printf("one\n");
+    const console_lock lock;
+    EXPECT_EQ("one\n", console_text());
+}
+
+TEST_F(core_log, a_console_that_takes_nothing_does_not_stop_the_daemon)
+{
+    fill_console();
+    const double start = monotonic_seconds();
+    EXPECT_EQ(0, kelm_printf("no room\n"));
+    EXPECT_LT(monotonic_seconds() - start, 0.5);
+    const std::string text = console_text();
+    EXPECT_EQ(std::string::npos, text.find("no room"));
+}
+
+TEST_F(core_log, a_line_is_cut_after_2047_bytes)
+{
+    const std::string fits(2047, 'a');
+    EXPECT_EQ(0, kelm_printf("%s", fits.c_str()));
+    EXPECT_EQ(fits, console_text());
+    const std::string longer = fits + "b";
+    EXPECT_EQ(0, kelm_printf("%s", longer.c_str()));
+    EXPECT_EQ(fits, console_text());
+}
+
+TEST_F(core_log, a_zero_byte_ends_the_line)
+{
+    EXPECT_EQ(0, kelm_printf("12%c34\n", '\0'));
+    EXPECT_EQ("12", console_text());
+}
+
+TEST_F(core_log, no_descriptor_is_left_open)
+{
+    const int before = dup(STDIN_FILENO);
+    close(before);
+    for (int i = 0; i < 20; ++i)
+        (void)kelm_printf("line\n");
+    {
+        const console_lock lock;
+        (void)kelm_printf("dropped\n");
+    }
+    const int after = dup(STDIN_FILENO);
+    close(after);
+    EXPECT_EQ(before, after);
+}
+
+TEST_IN_FRESH_PROCESS(core_log_syslog, good_news_is_a_notice_and_bad_news_an_error_of_a_daemon)
+{
+    sockaddr_un address = {AF_UNIX, "/dev/log"};
+    unlink(address.sun_path);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(0, bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address));
+
+    qm_syslog(3, 1, "%s WPS succeeded.", "2g");
+    const std::string good = receive_syslog(fd);
+    qm_syslog(3, 0, "%s WPS failed.", "5g");
+    const std::string bad = receive_syslog(fd);
+    unlink(address.sun_path);
+    close(fd);
+
+    EXPECT_EQ(0u, good.find("<29>")) << good;
+    EXPECT_NE(std::string::npos, good.find("2g WPS succeeded.")) << good;
+    EXPECT_EQ(0u, bad.find("<27>")) << bad;
+    EXPECT_NE(std::string::npos, bad.find("5g WPS failed.")) << bad;
+}
