@@ -34,12 +34,20 @@ def parse(arguments):
     return parser.parse_args(arguments)
 
 
+def how_it_ended(end, commands):
+    """The exit of a run of the daemon and what it decided to restart on its way out."""
+    if end is None:
+        return "still running"
+    restarts = [line for line in commands if line.startswith("/etc/init.d/") and "restart" in line]
+    return "exit %s; restart decision: %s" % (end, ", then ".join(restarts) or "none")
+
+
 def print_outcome(view, outcome):
     for run, commands in outcome.commands.items():
         view.heading("Commands of the daemon, run %d:" % run)
         for command in commands:
             view.text("  " + command)
-        view.text("  -> %s" % (outcome.exits[run] or "still running"))
+        view.text("  -> %s" % how_it_ended(outcome.exits[run], commands))
     view.heading("Files:")
     for path, text in outcome.files.items():
         view.text("  %-22s %s" % (path, text.rstrip("\n").replace("\n", "\n" + " " * 25)))

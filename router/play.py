@@ -41,6 +41,7 @@ def play(scenario, build_folder, view=None):
                          view.on_event) as guest:
         stage = scene.Scene(guest, view)
         try:
+            view.text("           booting the router")
             guest.wait_booted()
             scenario.play(stage)
         except machine.MachineError as error:

@@ -7,7 +7,7 @@ import time
 
 from router import machine
 
-EVENT_LIMIT_S = 60
+EVENT_LIMIT_S = 120
 WAIT_STEP_S = 0.5
 DEVICE_RADIOS = 2
 
@@ -38,6 +38,20 @@ class Client:
     def cli(self, arguments):
         return self._scene.must_run("/usr/lib/router/client cli %d %s"
                                     % (self.number, arguments)).strip()
+
+    def tell(self, arguments):
+        """A request that the supplicant must take."""
+        reply = self.cli(arguments)
+        if reply.splitlines()[-1:] != ["OK"]:
+            raise machine.MachineError("%s answered %r to %r" % (self.name, reply, arguments))
+
+    def join(self, ssid, key):
+        """Adds a network by its settings, as a person would type them, and saves it."""
+        number = self.cli("add_network").splitlines()[-1]
+        for name, value in (("ssid", ssid), ("psk", key)):
+            self.tell("set_network %s %s '\"%s\"'" % (number, name, value))
+        self.tell("enable_network %s" % number)
+        self.tell("save_config")
 
     def status(self):
         lines = self.cli("status").splitlines()
@@ -91,7 +105,7 @@ class Scene:
             return None
 
     def setting(self, package, section, option):
-        return self.must_run(". /lib/functions/settings.sh; setting %s %s %s"
+        return self.must_run(". /lib/functions/settings.sh; load_settings; setting %s %s %s"
                              % (package, section, option)).rstrip("\n")
 
     def set_setting(self, package, section, option, value):
@@ -140,13 +154,14 @@ class Scene:
                  if event.source == source and re.search(pattern, event.text)]
         return found[-1] if found else 0
 
-    def start_client(self, name, band):
+    def start_client(self, name, band, more_settings=""):
+        """Starts a supplicant; `more_settings` are lines for its file."""
         number = self._clients
         self._clients += 1
         client = Client(self, number, name)
         self._timeline.client_names[client.source] = name
-        self.must_run("/usr/lib/router/client start %d %d '%s' '%s'"
-                      % (number, DEVICE_RADIOS + number, FREQUENCIES[band], name))
+        self.must_run("/usr/lib/router/client start %d %d '%s' '%s' '%s'"
+                      % (number, DEVICE_RADIOS + number, FREQUENCIES[band], name, more_settings))
         return client
 
     def push_together(self, clients):

@@ -2,36 +2,64 @@
 # The router's stored settings (/etc/config) and the files the scripts make of them for others.
 # shellcheck shell=sh
 
-# setting PACKAGE SECTION OPTION: prints the value, nothing when it is not set.
-setting() {
-    awk -v section="$2" -v option="$3" '
-        function unquoted(text) {
-            gsub(/\047\\\047\047/, "\001", text)
-            gsub(/\047/, "", text)
-            gsub(/\001/, "\047", text)
-            return text
-        }
-        $1 == "config" { inside = (unquoted($3) == section) }
-        inside && $1 == "option" && $2 == option {
-            text = $0
-            sub(/^[ \t]*option[ \t]+[^ \t]+[ \t]*/, "", text)
-            value = unquoted(text)
-        }
-        END { print value }' "/etc/config/$1"
+# load_settings: reads all packages into shell variables, in one go, for each further program costs
+# this slow guest a hundredth of a second. The values stand in the files as a shell quotes them.
+load_settings() {
+    eval "$(awk '
+        FNR == 1 { package = FILENAME; sub(/.*\//, "", package) }
+        $1 == "config" { section = $3; gsub(/\047/, "", section) }
+        $1 == "option" {
+            name = "cfg_" package "_" section "_" $2
+            sub(/^[ \t]*option[ \t]+[^ \t]+[ \t]*/, "")
+            print name "=" $0
+        }' /etc/config/*)"
 }
 
-# set_setting PACKAGE SECTION OPTION VALUE: replaces the value, or adds the option.
-set_setting() {
-    # shellcheck disable=SC2016  # the program is awk's, not the shell's
-    set_line=$(printf "\toption %s '%s'" "$3" "$(printf '%s' "$4" | sed "s/'/'\\\\''/g")") \
-        awk -v section="$2" -v option="$3" '
-        function add() { if (inside && !done) { print ENVIRON["set_line"]; done = 1 } }
-        $1 == "config" { add(); name = $3; gsub(/\047/, "", name); inside = (name == section) }
-        inside && $1 == "option" && $2 == option { add(); next }
-        NF == 0 { add() }
+# setting PACKAGE SECTION OPTION: prints the value as last loaded, nothing when it is not set.
+setting() {
+    eval "printf '%s\\n' \"\${cfg_$1_$2_$3:-}\""
+}
+
+# set_settings PACKAGE SECTION: takes "OPTION<tab>VALUE" lines from the standard input; replaces
+# the options' values or adds them.
+set_settings() {
+    awk -v section="$2" '
+        function quoted(text) {
+            gsub(/\047/, "\047\\\047\047", text)
+            return "\047" text "\047"
+        }
+        function add_missing(    name) {
+            if (inside)
+                for (name in changes)
+                    if (!(name in written)) print "\toption " name " " quoted(changes[name])
+            inside = 0
+        }
+        FILENAME == "-" {
+            name = $1
+            sub(/^[^\t]*\t/, "")
+            changes[name] = $0
+            next
+        }
+        $1 == "config" {
+            add_missing()
+            name = $3
+            gsub(/\047/, "", name)
+            inside = (name == section)
+        }
+        NF == 0 { add_missing() }
+        inside && $1 == "option" && ($2 in changes) {
+            written[$2] = 1
+            print "\toption " $2 " " quoted(changes[$2])
+            next
+        }
         { print }
-        END { add() }' "/etc/config/$1" >"/etc/config/$1.new"
+        END { add_missing() }' - "/etc/config/$1" >"/etc/config/$1.new"
     mv "/etc/config/$1.new" "/etc/config/$1"
+}
+
+# set_setting PACKAGE SECTION OPTION VALUE: the same for one option.
+set_setting() {
+    printf '%s\t%s\n' "$3" "$4" | set_settings "$1" "$2"
 }
 
 # Tables of the two bands.
@@ -40,7 +68,6 @@ band_package() { case $1 in 2g) echo wifi2G_Cfg ;; 5g) echo wifi5G_Cfg ;; esac; 
 band_interface() { case $1 in 2g) echo wlan1 ;; 5g) echo wlan0 ;; esac; }
 band_address() { case $1 in 2g) echo 192.168.2.1 ;; 5g) echo 192.168.5.1 ;; esac; }
 band_setting() { setting "$(band_package "$1")" settings2 "$2"; }
-set_band_setting() { set_setting "$(band_package "$1")" settings2 "$2" "$3"; }
 
 # security_number TEXT: the number by which /tmp/wifi.conf names a security.
 security_number() {

@@ -1,0 +1,108 @@
+# SPDX-License-Identifier: ISC
+"""The person's side of the virtual router, as far as it needs no guest."""
+
+import io
+import os
+import subprocess
+
+import pytest
+
+from router import machine, packages, play, scenarios, scene, timeline
+
+TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+NAMES = ["push-button", "push-button-5g", "unconfigured", "client-pin", "access-point-pin",
+         "overlap", "nobody-comes", "cancel", "second-press", "terminated", "hostapd-dies",
+         "no-broker"]
+
+
+def demo(*arguments):
+    return subprocess.run(["/usr/bin/python3", os.path.join(TOP, "router/demo.py"), *arguments],
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+
+
+def test_list_names_every_scenario_with_a_sentence():
+    done = demo("--list")
+    rows = [line.split(None, 1) for line in done.stdout.splitlines()]
+    assert done.returncode == 0
+    assert [row[0] for row in rows] == NAMES
+    assert all(row[1].endswith(".") for row in rows)
+
+
+def test_wrong_name_is_an_error_that_brings_the_list():
+    done = demo("no-such-thing")
+    assert done.returncode == 2
+    assert done.stdout == ""
+    assert "no scenario 'no-such-thing'" in done.stderr
+    assert all(name in done.stderr for name in NAMES)
+
+
+def test_help_tells_the_scenarios():
+    done = demo("--help")
+    assert done.returncode == 0
+    assert all(name in done.stdout for name in NAMES)
+
+
+def test_missing_build_is_told_and_fails(tmp_path):
+    done = demo("--build", str(tmp_path), "push-button")
+    assert done.returncode == 1
+    assert "kelm is not built" in done.stderr
+
+
+def test_an_outcome_without_checks_is_a_failure():
+    assert play.Outcome().failures() == ["the scenario checked nothing"]
+
+
+def test_a_failed_check_is_a_failure_and_tells_what_was_seen():
+    outcome = play.Outcome()
+    outcome.checks = [scene.Check("it works", True, "yes"), scene.Check("it lasts", False, "no")]
+    assert outcome.failures() == ["it lasts: saw no"]
+
+
+@pytest.mark.parametrize("source, text, told", [
+    ("bus", '{ "gpio": {"type":"wps","pressed":1} }', ("", "button", "the WPS button is pressed")),
+    ("bus", '{ "wps": {"action":2,"2g_status":2,"5g_status":4,"5g2_status":0} }',
+     ("", "kelm", "announces: ended (2.4 GHz success, 5 GHz time-out)")),
+    ("bus", '{ "wps_cli": {"action":2,"method":1} }',
+     ("", "web page", "asks: cancel push-button")),
+    ("bus", "no JSON", None),
+    ("bus", '{ "other": {} }', None),
+    ("hostapd", "wlan0: WPS-REG-SUCCESS 02:00:00:00:02:00 0102", ("5 GHz", "hostapd",
+     "client 02:00:00:00:02:00 has received the key")),
+    ("hostapd", "wlan1: interface state UNINITIALIZED->COUNTRY_UPDATE", None),
+    ("command", "1 hostapd_cli -p /var/run/hostapd -i wlan1 wps_pin any 12345670",
+     ("2.4 GHz", "kelm", "starts the PIN method (12345670)")),
+    ("client0", "sta0: WPS-PBC-ACTIVE ", ("", "phone", "has been pushed; looks for the router")),
+    ("exit", "2 daemon 345 status 255", ("", "kelm", "run 2 (process 345) ends, status 255")),
+    ("script", "0 /etc/init.d/wps restart", None),
+])
+def test_timeline_tells_events_in_words(source, text, told):
+    event = machine.Event(1.0, source, text)
+    assert timeline.describe(event, {"client0": "phone"}) == told
+
+
+def test_timeline_counts_seconds_from_the_zero_point():
+    out = io.StringIO()
+    view = timeline.Timeline(out)
+    event = machine.Event(12.5, "hostapd", "wlan1: AP-ENABLED ")
+    view.on_event(event)
+    view.zero_at(10.0)
+    view.on_event(machine.Event(12.5, "hostapd", "wlan0: AP-ENABLED "))
+    before, after = out.getvalue().splitlines()
+    assert before.split() == ["hostapd", "2.4", "GHz", "access", "point", "is", "on", "the", "air"]
+    assert after.split()[:2] == ["2.50", "s"]
+
+
+def test_modules_come_after_those_they_need(tmp_path):
+    folder = tmp_path / "lib/modules/1/kernel"
+    folder.mkdir(parents=True)
+    needs = {name: [] for name in packages.MODULES}
+    needs.update({"mac80211_hwsim": ["mac80211"], "mac80211": ["cfg80211"], "cfg80211": []})
+    for name, needed in needs.items():
+        (folder / (name + ".ko")).write_bytes(b"\x7f\0depends=" + ",".join(needed).encode() + b"\0")
+    names = [os.path.basename(path) for path in packages.module_files(str(tmp_path))]
+    assert names[-3:] == ["cfg80211.ko", "mac80211.ko", "mac80211_hwsim.ko"]
+    assert len(names) == len(set(names)) == len(needs)
+
+
+def test_scenarios_have_names_of_their_own():
+    assert len({row.name for row in scenarios.SCENARIOS}) == len(scenarios.SCENARIOS)
