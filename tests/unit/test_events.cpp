@@ -1,0 +1,771 @@
+// SPDX-License-Identifier: ISC
+// The control-interface events: the attached connections, and both event tables row by row.
+#include "platform/rtk/events.h"
+
+#include <cstring>
+
+#include <sys/socket.h>
+
+#include "config/credentials.h"
+#include "core/log.h"
+#include "platform/rtk/control.h"
+#include "tests/unit/ctrl_server.h"
+#include "tests/unit/device.h"
+
+using namespace kelm;
+using namespace kelm_test;
+
+namespace {
+
+constexpr uint32_t launched = WPS_FLAG_WORKER_LAUNCH;
+constexpr uint32_t done = WPS_FLAG_WORKER_DONE;
+constexpr int other_mode = 5;
+
+class events : public device_test {
+protected:
+    // Both bands run a started worker.
+    void start_attempt(int run_mode)
+    {
+        start(run_mode, 2);
+        rtk_update_interface();
+        for (int index : {0, 1}) {
+            band(index).wps_status = WPS_STATUS_STARTED;
+            band(index).wps_flags = launched;
+        }
+        (void)log_text();
+    }
+
+    static int process(int index, const std::string &line)
+    {
+        std::string text = line;
+        return rtk_process_wpas_msg(index, &text[0], static_cast<int>(text.size()));
+    }
+};
+
+// What is left of an attempt on band 1 after an event.
+struct station_case {
+    const char *line;
+    int status;
+    int step;  // the newest progress step; the attempt starts at 2
+    bool ends_worker;
+};
+
+// Each row once bare and once as the daemon sends it.
+const station_case station_cases[] = {
+    {"WPS-AP-AVAILABLE-PBC", 9, 1, false},
+    {"<3>WPS-AP-AVAILABLE-PBC ", 9, 1, false},
+    {"PBC overlap detected", 8, 2, true},
+    {"<3>WPS: PBC overlap detected in the air", 8, 2, true},
+    {"WPS-TIMEOUT", 4, 2, true},
+    {"<3>WPS-TIMEOUT ", 4, 2, true},
+    {"WPS-FAIL", 3, 2, true},
+    {"<3>WPS-FAIL msg=8 config_error=18", 3, 2, true},
+    {"IFNAME=wlan0-vxd <3>WPS-FAIL msg=11", 3, 2, true},
+    {"WPS-AP-KEY_SWAPED", 11, 3, false},
+    {"<3>WPS-AP-KEY_SWAPED 02:00:00:00:00:01", 11, 3, false},
+    {"WPS-AP-PIN-CHECKED", 11, 8, false},
+    {"<3>WPS-AP-PIN-CHECKED 1", 11, 8, false},
+    {"WPS-M2D", 11, 4, false},
+    {"<3>WPS-M2D dev_password_id=4 config_error=0", 11, 4, false},
+    // Two events in one line: the upper row of the table decides.
+    {"WPS-FAIL WPS-TIMEOUT", 4, 2, true},
+    {"WPS-TIMEOUT PBC overlap detected", 8, 2, true},
+    {"PBC overlap detected WPS-AP-AVAILABLE-PBC", 9, 1, false},
+    {"WPS-AP-KEY_SWAPED WPS-FAIL", 3, 2, true},
+    {"WPS-AP-PIN-CHECKED WPS-AP-KEY_SWAPED", 11, 3, false},
+    {"WPS-M2D WPS-AP-PIN-CHECKED", 11, 8, false},
+};
+
+const char *const unknown_to_a_station[] = {
+    "",
+    " ",
+    "<3>",
+    "CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:00:01 completed",
+    "<3>WPS-REG-SUCCESS 02:00:00:00:00:01 12345678-9abc-def0-1234-56789abcdef0",
+    "<3>WPS-ENROLLEE-SEEN 02:00:00:00:00:01",
+    "<3>WPS-OVERLAP-DETECTED",
+    "<3>WPS-PBC-DISABLE",
+    "<3>WPS-NEW-AP-SETTINGS 104a",
+    "<3>AP-STA-CONNECTED 02:00:00:00:00:01",
+    "<3>WPS-AP-AVAILABLE",
+    "<3>WPS-AP-AVAILABLE-PIN",
+    "<3>WPS-CRED-RECEIVED 100e",
+    "<3>wps-success",
+    "WPS-SUCCES",
+    "WPS-AP-KEY_SWAPPED"};
+
+struct access_point_case {
+    const char *line;
+    int status;
+    bool ends_worker;
+    uint32_t global_flag;
+};
+
+const access_point_case access_point_cases[] = {
+    {"WPS-ENROLLEE-SEEN", 11, false, 0},
+    {"<3>WPS-ENROLLEE-SEEN 02:00:00:00:00:01 123 0-00000000-0 0x4 4 1 [device]", 11, false, 0},
+    {"WPS-REG-SUCCESS", 2, true, 0},
+    {"<3>WPS-REG-SUCCESS 02:00:00:00:00:01 12345678-9abc", 2, true, 0},
+    {"WPS-SUCCESS", 11, true, 0x2},
+    {"<3>WPS-SUCCESS ", 11, true, 0x2},
+    {"WPS-PBC-DISABLE", 11, true, 0x2},
+    {"<3>WPS-PBC-DISABLE ", 11, true, 0x2},
+    {"AP-STA-CONNECTED", 11, false, 0},
+    {"<3>AP-STA-CONNECTED 02:00:00:00:00:01", 11, false, 0},
+    {"WPS-OVERLAP-DETECTED", 8, true, 0},
+    {"<3>WPS-OVERLAP-DETECTED ", 8, true, 0},
+    {"WPS-TIMEOUT", 4, true, 0},
+    {"IFNAME=wlan0 <3>WPS-TIMEOUT ", 4, true, 0},
+    // Two events in one line: the upper row of the table decides.
+    {"WPS-REG-SUCCESS WPS-ENROLLEE-SEEN", 11, false, 0},
+    {"WPS-SUCCESS WPS-REG-SUCCESS", 2, true, 0},
+    {"AP-STA-CONNECTED WPS-SUCCESS", 11, true, 0x2},
+    {"WPS-OVERLAP-DETECTED AP-STA-CONNECTED", 11, false, 0},
+    {"WPS-TIMEOUT WPS-OVERLAP-DETECTED", 8, true, 0},
+    {"WPS-NEW-AP-SETTINGS WPS-TIMEOUT", 4, true, 0},
+};
+
+const char *const unknown_to_an_access_point[] = {"",
+                                                  " ",
+                                                  "<3>",
+                                                  "<3>WPS-FAIL msg=8 config_error=18",
+                                                  "<3>PBC overlap detected",
+                                                  "<3>WPS-AP-AVAILABLE-PBC ",
+                                                  "<3>WPS-PBC-ACTIVE ",
+                                                  "<3>WPS-AP-KEY_SWAPED",
+                                                  "<3>WPS-M2D",
+                                                  "<3>WPS-AP-PIN-CHECKED",
+                                                  "<3>AP-STA-DISCONNECTED 02:00:00:00:00:01",
+                                                  "<3>WPS-PIN-NEEDED 1234 02:00:00:00:00:01",
+                                                  "<3>wps-timeout",
+                                                  "WPS-TIMEOU"};
+
+constexpr const char *mac = "02:00:00:00:01:00";
+
+}  // namespace
+
+// --- Connections ---
+
+TEST_F(events, the_connection_goes_to_the_daemon_of_the_run_mode_and_attaches)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    ctrl_server supplicant("/var/run/wpa_supplicant/wlan1-vxd");
+    start_attempt(KELM_MODE_AP);
+    EXPECT_GE(rtk_wpas_sock_init(0), 0);
+    EXPECT_EQ(words{"ATTACH"}, hostapd.commands());
+    EXPECT_EQ(words{}, supplicant.commands());
+    rtk_wpas_sock_deinit(0, -1);
+
+    start_attempt(KELM_MODE_REPEATER);
+    EXPECT_GE(rtk_wpas_sock_init(0), 0);
+    EXPECT_EQ(words{"ATTACH"}, supplicant.commands());
+    EXPECT_EQ(words{"DETACH"}, hostapd.commands());
+}
+
+TEST_F(events, the_descriptor_delivers_the_events)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan0");
+    start_attempt(KELM_MODE_AP);
+    const int fd = rtk_wpas_sock_init(1);
+    ASSERT_GE(fd, 0);
+    hostapd.send_event("<3>WPS-TIMEOUT ");
+    char buffer[64] = {};
+    EXPECT_EQ(15, recvfrom(fd, buffer, sizeof buffer, 0, nullptr, nullptr));
+    EXPECT_STREQ("<3>WPS-TIMEOUT ", buffer);
+}
+
+TEST_F(events, a_connection_is_logged_as_opened_and_in_detail_as_attached)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    start_attempt(KELM_MODE_AP);
+    EXPECT_GE(rtk_wpas_sock_init(0), 0);
+    EXPECT_EQ("> eventCtrl open success\n", log_text());
+    kelm_dbg_level = 7;
+    EXPECT_GE(rtk_wpas_sock_init(0), 0);
+    EXPECT_EQ("> eventCtrl open success\n> eventCtrl attach success\n", log_text());
+    kelm_dbg_level = 3;
+    EXPECT_GE(rtk_wpas_sock_init(0), 0);
+    EXPECT_EQ("", log_text());
+}
+
+TEST_F(events, a_second_connection_of_a_band_closes_the_first)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    start_attempt(KELM_MODE_AP);
+    ASSERT_GE(rtk_wpas_sock_init(0), 0);
+    const words first = files_in_tmp("wpa_ctrl_");
+    const size_t before = open_descriptors();
+    ASSERT_GE(rtk_wpas_sock_init(0), 0);
+    const words second = files_in_tmp("wpa_ctrl_");
+    EXPECT_EQ(1u, first.size());
+    EXPECT_EQ(1u, second.size());
+    EXPECT_NE(first, second);
+    EXPECT_EQ(before, open_descriptors());
+    EXPECT_EQ((words{"ATTACH", "ATTACH"}), hostapd.commands());
+}
+
+TEST_F(events, a_first_connection_is_closed_even_when_no_second_can_be_made)
+{
+    const size_t before = open_descriptors();
+    {
+        ctrl_server hostapd("/var/run/hostapd/wlan1");
+        start_attempt(KELM_MODE_AP);
+        ASSERT_GE(rtk_wpas_sock_init(0), 0);
+    }
+    EXPECT_EQ(-1, rtk_wpas_sock_init(0));
+    EXPECT_EQ(words{}, files_in_tmp("wpa_ctrl_"));
+    EXPECT_EQ(before, open_descriptors());
+}
+
+TEST_F(events, a_daemon_that_is_not_there_is_told_at_any_level)
+{
+    start_attempt(KELM_MODE_AP);
+    kelm_dbg_level = 0;
+    const size_t before = open_descriptors();
+    EXPECT_EQ(-1, rtk_wpas_sock_init(0));
+    EXPECT_EQ("> Can't open event ctrl\n", log_text());
+    EXPECT_EQ(words{}, files_in_tmp("wpa_ctrl_"));
+    EXPECT_EQ(before, open_descriptors());
+}
+
+TEST_F(events, a_refused_attachment_is_told_at_any_level_and_leaves_nothing_open)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    hostapd.answer("ATTACH", {"FAIL\n"});
+    start_attempt(KELM_MODE_AP);
+    const size_t before = open_descriptors();
+    EXPECT_EQ(-1, rtk_wpas_sock_init(0));
+    EXPECT_EQ("> eventCtrl open success\n> Can't attach event ctrl\n", log_text());
+    kelm_dbg_level = 0;
+    EXPECT_EQ(-1, rtk_wpas_sock_init(0));
+    EXPECT_EQ("> Can't attach event ctrl\n", log_text());
+    EXPECT_EQ(words{}, files_in_tmp("wpa_ctrl_"));
+    EXPECT_EQ(before, open_descriptors());
+    EXPECT_EQ((words{"ATTACH", "ATTACH"}), hostapd.commands());
+}
+
+TEST_F(events, an_unknown_run_mode_opens_nothing)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    ctrl_server supplicant("/var/run/wpa_supplicant/wlan1-vxd");
+    start_attempt(other_mode);
+    kelm_dbg_level = 0;
+    EXPECT_EQ(-1, rtk_wpas_sock_init(0));
+    EXPECT_EQ("> Invalid run mode.\n\n> Can't open event ctrl\n", log_text());
+    EXPECT_EQ(words{}, hostapd.commands());
+    EXPECT_EQ(words{}, supplicant.commands());
+}
+
+TEST_F(events, a_band_without_a_session_opens_nothing)
+{
+    start_attempt(KELM_MODE_AP);
+    for (int index : {4, -1, 99}) {
+        EXPECT_EQ(-1, rtk_wpas_sock_init(index));
+        EXPECT_EQ("> Bad wps session[band " + std::to_string(index) + "].\n", log_text());
+    }
+    kelm_dbg_level = 3;
+    EXPECT_EQ(-1, rtk_wpas_sock_init(4));
+    EXPECT_EQ("", log_text());
+}
+
+TEST_F(events, the_end_of_a_connection_detaches_and_leaves_nothing)
+{
+    const size_t before = open_descriptors();
+    {
+        ctrl_server hostapd("/var/run/hostapd/wlan1");
+        start_attempt(KELM_MODE_AP);
+        const int fd = rtk_wpas_sock_init(0);
+        ASSERT_GE(fd, 0);
+        (void)log_text();
+        rtk_wpas_sock_deinit(0, fd);
+        EXPECT_EQ((words{"ATTACH", "DETACH"}), hostapd.commands());
+        EXPECT_EQ("", log_text());
+        EXPECT_EQ(words{}, files_in_tmp("wpa_ctrl_"));
+        kelm_dbg_level = 7;
+        rtk_wpas_sock_deinit(0, fd);
+        EXPECT_EQ("> -------wpa_aupplicant socket deinit OK!\n\n", log_text());
+        EXPECT_EQ(words{}, hostapd.commands());
+    }
+    EXPECT_EQ(before, open_descriptors());
+}
+
+TEST_F(events, the_descriptor_given_to_the_end_of_a_connection_is_not_used)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    start_attempt(KELM_MODE_AP);
+    ASSERT_GE(rtk_wpas_sock_init(0), 0);
+    rtk_wpas_sock_deinit(0, 1);
+    EXPECT_EQ((words{"ATTACH", "DETACH"}), hostapd.commands());
+    EXPECT_TRUE(file_exists("/proc/self/fd/1"));
+}
+
+TEST_F(events, the_end_of_a_connection_whose_daemon_is_gone_takes_no_time)
+{
+    const size_t before = open_descriptors();
+    {
+        ctrl_server hostapd("/var/run/hostapd/wlan1");
+        start_attempt(KELM_MODE_AP);
+        ASSERT_GE(rtk_wpas_sock_init(0), 0);
+    }
+    rtk_wpas_sock_deinit(0, -1);
+    EXPECT_EQ(words{}, files_in_tmp("wpa_ctrl_"));
+    EXPECT_EQ(before, open_descriptors());
+    EXPECT_EQ(std::vector<unsigned>{}, sleeps());
+}
+
+TEST_F(events, events_that_queue_up_before_the_end_do_not_disturb_it)
+{
+    ctrl_server hostapd("/var/run/hostapd/wlan1");
+    hostapd.answer("DETACH", {"<3>WPS-TIMEOUT ", "OK\n"});
+    start_attempt(KELM_MODE_AP);
+    ASSERT_GE(rtk_wpas_sock_init(0), 0);
+    hostapd.send_event("<3>WPS-PBC-DISABLE ");
+    rtk_wpas_sock_deinit(0, -1);
+    EXPECT_EQ((words{"ATTACH", "DETACH"}), hostapd.commands());
+}
+
+// --- Any run mode ---
+
+TEST_F(events, an_event_for_a_band_without_a_session_is_refused)
+{
+    for (int mode : {KELM_MODE_REPEATER, KELM_MODE_AP, other_mode}) {
+        start_attempt(mode);
+        for (int index : {4, -1}) {
+            EXPECT_EQ(-1, process(index, "WPS-TIMEOUT"));
+            EXPECT_EQ("> Bad wps session[band " + std::to_string(index) + "].\n", log_text());
+        }
+    }
+}
+
+TEST_F(events, an_unknown_run_mode_takes_every_event_and_does_nothing)
+{
+    start_attempt(other_mode);
+    kelm_dbg_level = 9;
+    for (const char *line : {"WPS-SUCCESS", "WPS-TIMEOUT", "WPS-REG-SUCCESS 1", "anything", ""})
+        EXPECT_EQ(0, process(0, line)) << line;
+    EXPECT_EQ("", log_text());
+    EXPECT_EQ(WPS_STATUS_STARTED, status(0));
+    EXPECT_EQ(launched, flags(0));
+    EXPECT_EQ(0u, kelm_flag);
+}
+
+// --- Repeater: events of wpa_supplicant ---
+
+TEST_F(events, each_station_event_moves_its_own_band_alone)
+{
+    for (const station_case &row : station_cases) {
+        start_attempt(KELM_MODE_REPEATER);
+        band(1).eap_status = 2;
+        kelm_session other = band(0);
+        EXPECT_EQ(0, process(1, row.line)) << row.line;
+        EXPECT_EQ(row.status, status(1)) << row.line;
+        EXPECT_EQ(row.step, band(1).eap_status) << row.line;
+        EXPECT_EQ(row.step == 2 ? 0 : 2, band(1).pre_eap_status) << row.line;
+        EXPECT_EQ(row.ends_worker ? launched | done : launched, flags(1)) << row.line;
+        EXPECT_EQ(0, memcmp(&other, &band(0), sizeof other)) << row.line;
+        EXPECT_EQ(0u, kelm_flag) << row.line;
+        EXPECT_FALSE(file_exists("/tmp/wps_result")) << row.line;
+        EXPECT_FALSE(file_exists("/tmp/kelm.info")) << row.line;
+        EXPECT_EQ(words{}, recorded_commands()) << row.line;
+    }
+}
+
+// In a child: the result file keeps a success for the rest of the process's life.
+TEST_F(events, a_stations_success_is_written_to_the_result_and_the_info_file)
+{
+    for (const char *line : {"WPS-SUCCESS", "<3>WPS-SUCCESS ", "WPS-FAIL WPS-SUCCESS"}) {
+        EXPECT_TRUE(in_child([this, line] {
+            start_attempt(KELM_MODE_REPEATER);
+            EXPECT_EQ(0, process(1, line));
+            EXPECT_EQ(WPS_STATUS_SUCCESS, status(1));
+            EXPECT_EQ(11, band(1).eap_status);
+            EXPECT_EQ(launched | done, flags(1));
+            EXPECT_EQ("1\n", read_file("/tmp/wps_result"));
+            EXPECT_EQ(
+                "{ \"wps_action\": 2, \"wl0_wps_status\": \"ok\", \"wl0_wps_sta_mac\": \"\", "
+                "\"wl1_wps_status\": \"success\", \"wl1_wps_sta_mac\": \"\" }\n",
+                read_file("/tmp/kelm.info"));
+        })) << line;
+    }
+}
+
+TEST_F(events, a_station_line_with_success_and_failure_is_a_success)
+{
+    EXPECT_TRUE(in_child([this] {
+        start_attempt(KELM_MODE_REPEATER);
+        EXPECT_EQ(0, process(0, "<3>WPS-FAIL then WPS-SUCCESS"));
+        EXPECT_EQ(WPS_STATUS_SUCCESS, status(0));
+    }));
+}
+
+TEST_F(events, an_unknown_station_event_changes_nothing_and_is_told_in_detail_only)
+{
+    for (const char *line : unknown_to_a_station) {
+        start_attempt(KELM_MODE_REPEATER);
+        EXPECT_EQ(-1, process(1, line)) << line;
+        EXPECT_EQ("", log_text()) << line;
+        EXPECT_EQ(WPS_STATUS_STARTED, status(1)) << line;
+        EXPECT_EQ(launched, flags(1)) << line;
+        EXPECT_EQ(0u, kelm_flag) << line;
+        kelm_dbg_level = 7;
+        EXPECT_EQ(-1, process(1, line)) << line;
+        EXPECT_EQ(std::string("> processing wpsEvent[5G]: ") + line + "\n", log_text()) << line;
+        kelm_dbg_level = 4;
+    }
+}
+
+TEST_F(events, a_known_station_event_is_logged_after_its_work_and_in_detail_before_too)
+{
+    start_attempt(KELM_MODE_REPEATER);
+    EXPECT_EQ(0, process(0, "<3>WPS-TIMEOUT "));
+    EXPECT_EQ(
+        "> wps session done [band 0] [kelm_flags: 0x00000010].\n"
+        "> processing wpsEvent[2.4G]: <3>WPS-TIMEOUT \n",
+        log_text());
+    kelm_dbg_level = 7;
+    EXPECT_EQ(0, process(1, "<3>WPS-M2D"));
+    const std::string line = "> processing wpsEvent[5G]: <3>WPS-M2D\n";
+    EXPECT_EQ(line + line, log_text());
+}
+
+TEST_F(events, a_station_event_counts_only_while_the_worker_runs)
+{
+    for (uint32_t idle : {0u, done, launched | done}) {
+        start_attempt(KELM_MODE_REPEATER);
+        band(1).wps_flags = idle;
+        EXPECT_EQ(0, process(1, "WPS-TIMEOUT"));
+        EXPECT_EQ(0, process(1, "no event at all"));
+        EXPECT_EQ("", log_text());
+        EXPECT_EQ(WPS_STATUS_STARTED, status(1));
+        EXPECT_EQ(idle, flags(1));
+        kelm_dbg_level = 7;
+        EXPECT_EQ(0, process(1, "WPS-TIMEOUT"));
+        EXPECT_EQ("> Ignore wpsEvent[5G]: WPS-TIMEOUT\n", log_text());
+        kelm_dbg_level = 4;
+    }
+}
+
+TEST_F(events, a_push_button_access_point_in_sight_is_noted_and_does_not_end_the_worker)
+{
+    start_attempt(KELM_MODE_REPEATER);
+    EXPECT_EQ(0, process(1,
+                         "<3>WPS-AP-AVAILABLE-PBC bssid=02:1a:2B:3c:4D:5e "
+                         "uuid=00112233-4455-6677-8899-aabbccddeeff ssid=my home net"));
+    const uint8_t bssid[] = {0x02, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e};
+    const uint8_t uuid[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
+                            0x88, 0x99, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff};
+    EXPECT_EQ(WPS_STATUS_PBC_SEEN, status(1));
+    EXPECT_EQ(0, memcmp(bssid, band(1).rootap.bssid, sizeof bssid));
+    EXPECT_EQ(0, memcmp(uuid, band(1).rootap.uuid, sizeof uuid));
+    EXPECT_STREQ("my home net", band(1).rootap.ssid);
+    EXPECT_EQ(1u, band(1).rootap_valid);
+    EXPECT_EQ(launched, flags(1));
+    EXPECT_EQ(0u, band(0).rootap_valid);
+}
+
+TEST_F(events, a_push_button_access_point_without_fields_is_noted_as_seen_all_the_same)
+{
+    start_attempt(KELM_MODE_REPEATER);
+    EXPECT_EQ(0, process(1, "<3>WPS-AP-AVAILABLE-PBC"));
+    EXPECT_EQ(WPS_STATUS_PBC_SEEN, status(1));
+    EXPECT_EQ(1u, band(1).rootap_valid);
+    EXPECT_STREQ("", band(1).rootap.ssid);
+}
+
+// --- Access point: events of hostapd ---
+
+TEST_F(events, each_access_point_event_moves_its_own_band_alone)
+{
+    for (const access_point_case &row : access_point_cases) {
+        start_attempt(KELM_MODE_AP);
+        kelm_session other = band(0);
+        EXPECT_EQ(0, process(1, row.line)) << row.line;
+        EXPECT_EQ(row.status, status(1)) << row.line;
+        EXPECT_EQ(row.ends_worker ? launched | done : launched, flags(1)) << row.line;
+        EXPECT_EQ(row.global_flag, kelm_flag) << row.line;
+        EXPECT_EQ(0, band(1).eap_status) << row.line;
+        EXPECT_EQ(0, memcmp(&other, &band(0), sizeof other)) << row.line;
+        EXPECT_FALSE(file_exists("/tmp/wps_result")) << row.line;
+        EXPECT_EQ(words{}, recorded_commands()) << row.line;
+    }
+}
+
+TEST_F(events, an_access_point_event_counts_whether_or_not_a_worker_runs)
+{
+    for (uint32_t before : {0u, done, launched | done}) {
+        start_attempt(KELM_MODE_AP);
+        band(1).wps_flags = before;
+        EXPECT_EQ(0, process(1, "<3>WPS-TIMEOUT "));
+        EXPECT_EQ(WPS_STATUS_TIMEOUT, status(1));
+        EXPECT_EQ(before | done, flags(1));
+    }
+}
+
+TEST_F(events, an_unknown_access_point_event_changes_nothing_but_is_logged)
+{
+    for (const char *line : unknown_to_an_access_point) {
+        start_attempt(KELM_MODE_AP);
+        EXPECT_EQ(-1, process(1, line)) << line;
+        EXPECT_EQ(std::string("> processing wpsEvent[5G]: ") + line + "\n", log_text()) << line;
+        EXPECT_EQ(WPS_STATUS_STARTED, status(1)) << line;
+        EXPECT_EQ(launched, flags(1)) << line;
+        EXPECT_EQ(0u, kelm_flag) << line;
+    }
+}
+
+TEST_F(events, an_access_point_event_is_logged_once_and_before_its_work)
+{
+    start_attempt(KELM_MODE_AP);
+    kelm_dbg_level = 7;
+    EXPECT_EQ(0, process(0, "<3>WPS-OVERLAP-DETECTED "));
+    EXPECT_EQ(
+        "> processing wpsEvent[2.4G]: <3>WPS-OVERLAP-DETECTED \n"
+        "> wps session done [band 0] [kelm_flags: 0x00000010].\n",
+        log_text());
+    kelm_dbg_level = 3;
+    EXPECT_EQ(0, process(1, "<3>WPS-ENROLLEE-SEEN "));
+    EXPECT_EQ("", log_text());
+}
+
+TEST_F(events, the_address_of_a_registered_client_goes_into_the_info_file)
+{
+    start_attempt(KELM_MODE_AP);
+    EXPECT_EQ(0, process(0, std::string("<3>WPS-REG-SUCCESS ") + mac + " 12345678-9abc"));
+    EXPECT_STREQ(mac, band(0).enrollee_mac);
+    EXPECT_STREQ(mac, rtk_get_sta_mac(0));
+    EXPECT_EQ(
+        "{ \"wps_action\": 2, \"wl0_wps_status\": \"success\", \"wl0_wps_sta_mac\": "
+        "\"02:00:00:00:01:00\", \"wl1_wps_status\": \"ok\", \"wl1_wps_sta_mac\": \"\" }\n",
+        read_file("/tmp/kelm.info"));
+    EXPECT_TRUE(contains(log_text(), "> got macAddr 02:00:00:00:01:00\n"));
+}
+
+TEST_F(events, a_registered_client_without_an_address_empties_the_one_before)
+{
+    for (const char *line : {"WPS-REG-SUCCESS", "<3>WPS-REG-SUCCESS ", "  WPS-REG-SUCCESS  "}) {
+        start_attempt(KELM_MODE_AP);
+        strcpy(band(0).enrollee_mac, mac);
+        EXPECT_EQ(0, process(0, line)) << line;
+        EXPECT_STREQ("", band(0).enrollee_mac) << line;
+        EXPECT_EQ(WPS_STATUS_SUCCESS, status(0)) << line;
+        EXPECT_TRUE(contains(read_file("/tmp/kelm.info"), "\"wl0_wps_sta_mac\": \"\"")) << line;
+        EXPECT_FALSE(contains(log_text(), "macAddr")) << line;
+    }
+}
+
+TEST_F(events, an_address_longer_than_its_field_is_cut)
+{
+    start_attempt(KELM_MODE_AP);
+    band(0).rootap.uuid[0] = 0xAA;  // the field behind
+    EXPECT_EQ(0, process(0, "<3>WPS-REG-SUCCESS " + std::string(2000, 'f')));
+    EXPECT_EQ(std::string(31, 'f'), band(0).enrollee_mac);
+    EXPECT_EQ(0xAA, band(0).rootap.uuid[0]);
+}
+
+TEST_F(events, a_line_as_long_as_a_packet_is_searched_to_its_end)
+{
+    start_attempt(KELM_MODE_AP);
+    const std::string event = "WPS-TIMEOUT";
+    EXPECT_EQ(0, process(0, std::string(2048 - event.size(), 'x') + event));
+    EXPECT_EQ(WPS_STATUS_TIMEOUT, status(0));
+    start_attempt(KELM_MODE_REPEATER);
+    EXPECT_EQ(0, process(0, std::string(2048 - event.size(), 'x') + event));
+    EXPECT_EQ(WPS_STATUS_TIMEOUT, status(0));
+}
+
+TEST_F(events, new_settings_are_applied_at_once_and_do_not_end_the_worker)
+{
+    start_attempt(KELM_MODE_AP);
+    write_file(WPS_AP_FILE, "{ \"stale\": 1 }\n");
+    set_reply("/etc/init.d/wps", "cp /tmp/wps_wifi_ap.txt /tmp/seen_by_the_script 2>/dev/null");
+    write_wifi_conf("apBssEnabledApMode_5g=on\n");
+    write_file("/tmp/run/hostapd-wlan0.conf",
+               "interface=wlan0\nssid=pushed\nwpa=2\nwpa_key_mgmt=WPA-PSK\nrsn_pairwise=CCMP\n"
+               "wpa_passphrase=pushed passphrase\n");
+    EXPECT_EQ(0, process(1, "<3>WPS-NEW-AP-SETTINGS 104a000110"));
+    EXPECT_EQ(words{"/etc/init.d/wps config_wifi"}, recorded_commands());
+    const std::string seen = read_file("/tmp/seen_by_the_script");
+    EXPECT_TRUE(contains(seen, "\"pushed\"")) << seen;
+    EXPECT_TRUE(contains(seen, "\"pushed passphrase\"")) << seen;
+    EXPECT_FALSE(contains(seen, "stale")) << seen;
+    EXPECT_EQ(launched | WPS_FLAG_CONFIG_WIFI, flags(1));
+    EXPECT_EQ(WPS_STATUS_STARTED, status(1));
+    EXPECT_EQ(0u, kelm_flag);
+    const std::string log = log_text();
+    const std::string last = "> /etc/init.d/wps config_wifi\n";
+    ASSERT_GE(log.size(), last.size());
+    EXPECT_EQ(last, log.substr(log.size() - last.size())) << log;
+}
+
+TEST_F(events, the_end_of_a_band_with_new_settings_restarts_the_wireless_instead_of_the_service)
+{
+    for (const char *line : {"<3>WPS-SUCCESS ", "<3>WPS-PBC-DISABLE "}) {
+        start_attempt(KELM_MODE_AP);
+        band(0).wps_flags |= WPS_FLAG_CONFIG_WIFI;
+        EXPECT_EQ(0, process(0, line));
+        EXPECT_EQ(KELM_GFLAG_WIFI_RESTART, kelm_flag) << line;
+        EXPECT_EQ(WPS_STATUS_STARTED, status(0)) << line;
+        EXPECT_EQ(0, process(1, line));
+        EXPECT_EQ(KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RESTART, kelm_flag) << line;
+    }
+}
+
+TEST_F(events, a_success_after_new_settings_restarts_the_wireless)
+{
+    start_attempt(KELM_MODE_AP);
+    EXPECT_EQ(0, process(0, "<3>WPS-NEW-AP-SETTINGS 104a000110"));
+    EXPECT_EQ(0, process(0, "<3>WPS-SUCCESS "));
+    EXPECT_EQ(KELM_GFLAG_WIFI_RESTART, kelm_flag);
+}
+
+// --- Pieces of an event line ---
+
+namespace {
+
+struct rootap_case {
+    const char *line;
+    const char *bssid;  // as hexadecimal digits
+    const char *uuid;
+    const char *ssid;
+};
+
+constexpr const char *old_bssid = "a1a2a3a4a5a6";
+constexpr const char *old_uuid = "b0b1b2b3b4b5b6b7b8b9babbbcbdbebf";
+
+// Read into a record that holds old_bssid, old_uuid and "old".
+const rootap_case rootap_cases[] = {
+    {"", old_bssid, old_uuid, "old"},
+    {"WPS-AP-AVAILABLE-PBC", old_bssid, old_uuid, "old"},
+    // A field needs the blank before it.
+    {"bssid=02:00:00:00:00:01", old_bssid, old_uuid, "old"},
+    {"xssid=name", old_bssid, old_uuid, "old"},
+    {"E bssid=02:00:00:00:00:01", "020000000001", old_uuid, "old"},
+    {"E bssid=02:00:00:00:00:01 freq=2412", "020000000001", old_uuid, "old"},
+    // A broken value reads as unknown.
+    {"E bssid=", "000000000000", old_uuid, "old"},
+    {"E bssid=02:00:00", "000000000000", old_uuid, "old"},
+    {"E bssid=02:00:00:xx:00:01", "000000000000", old_uuid, "old"},
+    // Seventeen characters count, no more.
+    {"E bssid=02 00 00 00 00  010203", "000000000000", old_uuid, "old"},
+    {"E uuid=00112233-4455-6677-8899-aabbccddeeff", old_bssid, "00112233445566778899aabbccddeeff",
+     "old"},
+    {"E uuid=00112233445566778899AABBCCDDEEFF", old_bssid, "00112233445566778899aabbccddeeff",
+     "old"},
+    {"E uuid=00112233", old_bssid, "00000000000000000000000000000000", "old"},
+    // The name is what is left of the line, later fields included.
+    {"E ssid=name", old_bssid, old_uuid, "name"},
+    {"E ssid=", old_bssid, old_uuid, ""},
+    {"E ssid=a name with blanks ", old_bssid, old_uuid, "a name with blanks "},
+    {"E ssid=name bssid=02:00:00:00:00:01", "020000000001", old_uuid,
+     "name bssid=02:00:00:00:00:01"},
+    {"E ssid=0123456789abcdef0123456789abcdef", old_bssid, old_uuid,
+     "0123456789abcdef0123456789abcdef"},
+    {"E ssid=0123456789abcdef0123456789abcdefX", old_bssid, old_uuid,
+     "0123456789abcdef0123456789abcdef"},
+};
+
+std::string hex(const uint8_t *bytes, size_t count)
+{
+    std::string text;
+    for (size_t i = 0; i < count; ++i) {
+        char digits[3];
+        snprintf(digits, sizeof digits, "%02x", bytes[i]);
+        text += digits;
+    }
+    return text;
+}
+
+kelm_rootap_info old_rootap()
+{
+    kelm_rootap_info rootap = {};
+    for (int i = 0; i < 6; ++i)
+        rootap.bssid[i] = static_cast<uint8_t>(0xa1 + i);
+    for (int i = 0; i < 16; ++i)
+        rootap.uuid[i] = static_cast<uint8_t>(0xb0 + i);
+    strcpy(rootap.ssid, "old");
+    strcpy(rootap.auth, "wpa2");
+    return rootap;
+}
+
+}  // namespace
+
+TEST_F(events, a_field_that_an_event_lacks_leaves_the_record_as_it_was)
+{
+    for (const rootap_case &row : rootap_cases) {
+        kelm_rootap_info rootap = old_rootap();
+        _store_rootap_info(row.line, &rootap);
+        EXPECT_EQ(row.bssid, hex(rootap.bssid, sizeof rootap.bssid)) << row.line;
+        EXPECT_EQ(row.uuid, hex(rootap.uuid, sizeof rootap.uuid)) << row.line;
+        EXPECT_STREQ(row.ssid, rootap.ssid) << row.line;
+        EXPECT_STREQ("wpa2", rootap.auth) << row.line;
+    }
+}
+
+TEST_F(events, a_very_long_name_fills_its_field_and_no_more)
+{
+    kelm_rootap_info rootap = old_rootap();
+    _store_rootap_info((" ssid=" + std::string(2000, 'n')).c_str(), &rootap);
+    EXPECT_EQ(std::string(32, 'n'), rootap.ssid);
+    EXPECT_STREQ("wpa2", rootap.auth);
+}
+
+TEST_F(events, address_and_name_of_a_root_access_point_are_told_in_detail)
+{
+    kelm_rootap_info rootap = {};
+    const char *line =
+        "E bssid=02:1A:00:00:00:0f uuid=00112233-4455-6677-8899-aabbccddeeff ssid=net";
+    _store_rootap_info(line, &rootap);
+    EXPECT_EQ("", log_text());
+    kelm_dbg_level = 7;
+    _store_rootap_info(line, &rootap);
+    EXPECT_EQ("> got bssid [02:1a:00:00:00:0f]\n> got ssid[net]\n", log_text());
+}
+
+namespace {
+
+struct token_case {
+    const char *line;
+    const char *mac;  // null: none
+    const char *uuid;
+};
+
+const token_case token_cases[] = {
+    {"", nullptr, nullptr},
+    {"one", nullptr, nullptr},
+    {"one ", nullptr, nullptr},
+    {"one two", "two", nullptr},
+    {"one two ", "two", nullptr},
+    {"one two three", "two", "three"},
+    {"<3>WPS-REG-SUCCESS 02:00:00:00:01:00 12345678-9abc", "02:00:00:00:01:00", "12345678-9abc"},
+};
+
+}  // namespace
+
+TEST_F(events, the_second_word_is_the_address_and_the_third_the_uuid)
+{
+    for (const token_case &row : token_cases) {
+        std::string text = row.line;
+        EXPECT_STREQ(row.mac, rtk_wps_GetEnrolleeMac(&text[0])) << row.line;
+        EXPECT_EQ(row.mac ? std::string("> got macAddr ") + row.mac + "\n" : "", log_text());
+        text = row.line;
+        EXPECT_STREQ(row.uuid, rtk_wps_GetEnrolleeUuid(&text[0])) << row.line;
+        EXPECT_EQ(row.uuid ? std::string("> got uuid ") + row.uuid + "\n" : "", log_text());
+    }
+    EXPECT_EQ(nullptr, rtk_wps_GetEnrolleeMac(nullptr));
+    EXPECT_EQ(nullptr, rtk_wps_GetEnrolleeUuid(nullptr));
+}
+
+TEST_F(events, an_address_with_a_digit_missing_is_not_shown)
+{
+    start(KELM_MODE_AP, 2);
+    EXPECT_STREQ("", rtk_get_sta_mac(0));
+    strcpy(band(0).enrollee_mac, "02:00:00:00:01:0");
+    EXPECT_STREQ("", rtk_get_sta_mac(0));
+    strcpy(band(0).enrollee_mac, "02:00:00:00:01:00");
+    EXPECT_STREQ("02:00:00:00:01:00", rtk_get_sta_mac(0));
+    strcpy(band(0).enrollee_mac, "02:00:00:00:01:00 more");
+    EXPECT_STREQ("02:00:00:00:01:00 more", rtk_get_sta_mac(0));
+    EXPECT_STREQ("", rtk_get_sta_mac(1));
+    for (int index : {4, -1})
+        EXPECT_STREQ("", rtk_get_sta_mac(index));
+}

@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: ISC
+// Shell commands: what is run, what comes back, and what a command inherits.
+#include "platform/exec.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "core/log.h"
+#include "tests/unit/device.h"
+
+using namespace kelm;
+using namespace kelm_test;
+
+namespace {
+
+class exec : public device_test {};
+
+// A command that makes a file and is padded to this length with a comment.
+std::string command_of_length(const std::string &path, size_t length)
+{
+    const std::string start = "touch " + path + " #";
+    return start + std::string(length - start.size(), 'x');
+}
+
+struct output_case {
+    const char *command;
+    const char *result;
+};
+
+const output_case outputs[] = {
+    {"printf '1\\n'", "1"},
+    {"printf abc", "ab"},
+    {"printf x", ""},
+    {"printf '\\n'", ""},
+    {"printf '1\\n\\n'", "1\n"},
+    {"printf 'two\\nlines\\n'", "two\nlines"},
+    {"printf ' blank \\n'", " blank "},
+    {"printf 'in '; sleep 0.1; printf 'parts\\n'", "in parts"},
+    {"echo failed; exit 3", "failed"},
+    {"echo to the other one >&2", ""},
+    {"true", ""},
+};
+
+}  // namespace
+
+TEST_F(exec, a_command_runs_in_the_shell)
+{
+    EXPECT_EQ(0, wps_exec_cmd("echo %s %d | tr a-z A-Z >%s", "band", 5, "/tmp/out"));
+    EXPECT_EQ("BAND 5\n", read_file("/tmp/out"));
+}
+
+TEST_F(exec, a_command_is_logged_at_level_4_and_not_below)
+{
+    wps_exec_cmd("true %s", "one");
+    kelm_dbg_level = 3;
+    wps_exec_cmd("touch /tmp/ran");
+    EXPECT_EQ("> true one\n", log_text());
+    EXPECT_TRUE(file_exists("/tmp/ran"));
+}
+
+TEST_F(exec, no_exit_status_counts)
+{
+    EXPECT_EQ(0, wps_exec_cmd("exit 3"));
+    EXPECT_EQ(0, wps_exec_cmd("/no/such/program 2>/dev/null"));
+    EXPECT_EQ(0, wps_exec_cmd("kill -9 $$"));
+}
+
+TEST_F(exec, programs_are_found_by_path)
+{
+    kelm_system("killall wpa_cli");
+    EXPECT_EQ(words{"killall wpa_cli"}, recorded_commands());
+}
+
+TEST_F(exec, a_command_of_2047_characters_runs_and_a_longer_one_does_not)
+{
+    EXPECT_EQ(0, wps_exec_cmd("%s", command_of_length("/tmp/fits", 2047).c_str()));
+    EXPECT_EQ(0, wps_exec_cmd("%s", command_of_length("/tmp/too_long", 2048).c_str()));
+    EXPECT_TRUE(file_exists("/tmp/fits"));
+    EXPECT_FALSE(file_exists("/tmp/too_long"));
+    EXPECT_TRUE(contains(log_text(), "> command too long, not run\n"));
+}
+
+TEST_F(exec, a_long_command_is_refused_at_the_length_that_the_caller_names)
+{
+    EXPECT_EQ(0, kelm_system_format(128, "%s", command_of_length("/tmp/fits", 127).c_str()));
+    EXPECT_EQ(-1, kelm_system_format(128, "%s", command_of_length("/tmp/too_long", 128).c_str()));
+    EXPECT_EQ(-1, kelm_system_format(9999, "%s", command_of_length("/tmp/too_long", 2048).c_str()));
+    EXPECT_TRUE(file_exists("/tmp/fits"));
+    EXPECT_FALSE(file_exists("/tmp/too_long"));
+}
+
+TEST_F(exec, an_unlogged_command_tells_its_wait_status_and_logs_nothing)
+{
+    kelm_dbg_level = 9;
+    const int exited = kelm_system("exit 3");
+    EXPECT_TRUE(WIFEXITED(exited));
+    EXPECT_EQ(3, WEXITSTATUS(exited));
+    const int killed = kelm_system_format(64, "kill -%d $$", SIGKILL);
+    EXPECT_TRUE(WIFSIGNALED(killed));
+    EXPECT_EQ(SIGKILL, WTERMSIG(killed));
+    EXPECT_EQ("", log_text());
+}
+
+TEST_F(exec, a_command_that_cannot_be_started_gives_minus_1)
+{
+    fail_next("posix_spawn", {EAGAIN, EAGAIN, EAGAIN, EAGAIN});
+    EXPECT_EQ(-1, kelm_system("true"));
+    EXPECT_EQ(-1, kelm_system_limited("true", 1000));
+    EXPECT_EQ(0, wps_exec_cmd("true"));
+    EXPECT_EQ(nullptr, wps_exec_cmd_with_result("true"));
+    EXPECT_EQ("> true\n> popen() fail\n\n", log_text());
+}
+
+TEST_F(exec, a_limited_command_that_ends_in_time_tells_its_wait_status)
+{
+    kelm_dbg_level = 9;
+    EXPECT_EQ(3, WEXITSTATUS(kelm_system_limited("exit 3", 10000)));
+    EXPECT_EQ(4, WEXITSTATUS(kelm_system_limited("sleep 0.1; exit 4", 10000)));
+    EXPECT_EQ("", log_text());
+}
+
+TEST_F(exec, a_limited_command_that_hangs_is_killed_with_all_it_has_started)
+{
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(-1, kelm_system_limited("sleep 30 & echo $! >/tmp/child; sleep 30", 200));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
+    const pid_t child = atoi(read_file("/tmp/child").c_str());
+    ASSERT_GT(child, 1);
+    // It belongs to init now, which may take a moment to bury it.
+    const std::string status = "/proc/" + std::to_string(child) + "/status";
+    const auto is_alive = [&] {
+        const std::string text = read_file(status);
+        return text != "" && !contains(text, "State:\tZ");
+    };
+    for (int i = 0; i < 100 && is_alive(); ++i)
+        usleep(10000);
+    EXPECT_FALSE(is_alive());
+}
+
+TEST_F(exec, the_command_has_ended_when_the_call_returns)
+{
+    kelm_system("sleep 0.2; touch /tmp/done");
+    EXPECT_TRUE(file_exists("/tmp/done"));
+}
+
+TEST_F(exec, a_signal_during_the_wait_loses_neither_command_nor_status)
+{
+    struct sigaction old;
+    struct sigaction interrupting = {};
+    interrupting.sa_handler = [](int) {};
+    sigaction(SIGALRM, &interrupting, &old);
+    const itimerval soon = {{0, 50000}, {0, 50000}};
+    const itimerval never = {};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    const int status = kelm_system("sleep 0.3; exit 5");
+    const std::string result = wps_exec_cmd_with_result("sleep 0.2; echo whole");
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &old, nullptr);
+    EXPECT_EQ(5, WEXITSTATUS(status));
+    EXPECT_EQ("whole", result);
+}
+
+TEST_F(exec, the_last_character_of_a_result_is_cut_whatever_it_is)
+{
+    for (const output_case &row : outputs) {
+        const char *result = wps_exec_cmd_with_result("%s", row.command);
+        ASSERT_NE(nullptr, result) << row.command;
+        EXPECT_STREQ(row.result, result) << row.command;
+    }
+}
+
+TEST_F(exec, a_result_ends_after_its_first_256_characters_less_the_last)
+{
+    const std::string most(255, 'x');
+    EXPECT_EQ(most, wps_exec_cmd_with_result("head -c 255 /dev/zero | tr '\\0' x; echo"));
+    EXPECT_EQ(most, wps_exec_cmd_with_result("head -c 256 /dev/zero | tr '\\0' x"));
+    EXPECT_EQ(most, wps_exec_cmd_with_result("head -c 257 /dev/zero | tr '\\0' x"));
+    EXPECT_EQ(most, wps_exec_cmd_with_result("head -c 1000000 /dev/zero | tr '\\0' x 2>&-"));
+}
+
+TEST_F(exec, a_command_that_prints_nothing_does_not_leave_the_result_of_the_one_before)
+{
+    wps_exec_cmd_with_result("echo 12345");
+    EXPECT_STREQ("", wps_exec_cmd_with_result("true"));
+    wps_exec_cmd_with_result("echo 12345");
+    EXPECT_STREQ("6", wps_exec_cmd_with_result("echo 6"));
+}
+
+TEST_F(exec, a_result_lives_until_the_next_command_with_one)
+{
+    const char *first = wps_exec_cmd_with_result("echo first");
+    wps_exec_cmd("echo between >/dev/null");
+    EXPECT_STREQ("first", first);
+    wps_exec_cmd_with_result("echo second");
+    EXPECT_STREQ("second", first);
+}
+
+TEST_F(exec, a_result_is_logged_at_level_7_and_not_below)
+{
+    kelm_dbg_level = 6;
+    wps_exec_cmd_with_result("echo quiet");
+    kelm_dbg_level = 7;
+    wps_exec_cmd_with_result("echo %s", "loud");
+    EXPECT_EQ("> exec: echo loud, result: loud\n\n", log_text());
+}
+
+TEST_F(exec, a_pipe_that_cannot_be_made_is_told_at_any_level)
+{
+    kelm_dbg_level = -1;
+    fail_next("pipe2", {EMFILE});
+    EXPECT_EQ(nullptr, wps_exec_cmd_with_result("touch /tmp/ran"));
+    EXPECT_EQ("> popen() fail\n\n", log_text());
+    EXPECT_FALSE(file_exists("/tmp/ran"));
+}
+
+TEST_F(exec, a_command_with_a_result_that_is_too_long_is_not_run)
+{
+    EXPECT_EQ(nullptr,
+              wps_exec_cmd_with_result("%s", command_of_length("/tmp/too_long", 2048).c_str()));
+    EXPECT_NE(nullptr,
+              wps_exec_cmd_with_result("%s", command_of_length("/tmp/fits", 2047).c_str()));
+    EXPECT_EQ("> popen() fail\n\n", log_text());
+    EXPECT_TRUE(file_exists("/tmp/fits"));
+    EXPECT_FALSE(file_exists("/tmp/too_long"));
+}
+
+TEST_F(exec, nvram_is_read_and_written_through_its_program)
+{
+    set_reply("nvram", "echo 1");
+    EXPECT_STREQ("1", nvram_get("multiap_mode"));
+    EXPECT_EQ(0, nvram_set("name", "two words"));
+    EXPECT_EQ((words{"nvram get multiap_mode", "nvram set 'name=two words'"}), recorded_commands());
+    EXPECT_EQ("> nvram set name='two words'\n", log_text());
+}
+
+TEST_F(exec, nothing_stays_open_after_commands)
+{
+    const size_t before = open_descriptors();
+    for (int i = 0; i < 5; ++i) {
+        wps_exec_cmd("true");
+        wps_exec_cmd_with_result("echo 1");
+    }
+    fail_next("posix_spawn", {EAGAIN});
+    EXPECT_EQ(nullptr, wps_exec_cmd_with_result("true"));
+    EXPECT_EQ(before, open_descriptors());
+}
+
+// --- Signals: the daemon holds its own back and ignores SIGPIPE, its commands must do neither ---
+
+namespace {
+
+constexpr const char *note_signals = "cat /proc/self/status >/tmp/signals";
+
+// The C library keeps these two to itself and out of reach: neither system(3) nor we can set them.
+constexpr unsigned long long internal_signals = 3ull << 31;
+
+// A signal set of a process, as its status file shows it: bit n - 1 for signal n.
+unsigned long long signal_set(const std::string &status, const std::string &name)
+{
+    const size_t at = status.find(name + ":\t");
+    EXPECT_NE(std::string::npos, at);
+    return strtoull(status.c_str() + at + name.size() + 2, nullptr, 16) & ~internal_signals;
+}
+
+// Each way to run a command.
+const std::function<void()> ways[] = {
+    [] { kelm_system(note_signals); },
+    [] { kelm_system_limited(note_signals, 10000); },
+    [] { kelm_system_format(128, "%s", note_signals); },
+    [] { wps_exec_cmd("%s", note_signals); },
+    [] { wps_exec_cmd_with_result("%s", note_signals); },
+};
+
+void hold_all_back()
+{
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+}
+
+void ignore_all()
+{
+    for (int number = 1; number < NSIG; ++number)
+        (void)signal(number, SIG_IGN);  // refused for a few, SIGKILL among them
+    (void)signal(SIGCHLD, SIG_DFL);     // an ignored one would take the wait status away
+}
+
+}  // namespace
+
+TEST_F(exec, a_command_inherits_no_blocked_and_no_ignored_signal)
+{
+    EXPECT_TRUE(in_child([] {
+        hold_all_back();
+        ignore_all();
+        for (const std::function<void()> &way : ways) {
+            way();
+            const std::string status = read_file("/tmp/signals");
+            EXPECT_EQ(0u, signal_set(status, "SigBlk"));
+            EXPECT_EQ(0u, signal_set(status, "SigIgn"));
+            write_file("/tmp/signals", "");
+        }
+    }));
+}
+
+TEST_F(exec, a_command_dies_of_a_signal_that_the_daemon_holds_back)
+{
+    EXPECT_TRUE(in_child([] {
+        hold_all_back();
+        ignore_all();
+        for (int number : {SIGTERM, SIGUSR1, SIGUSR2, SIGPIPE, SIGINT, 42}) {
+            const int status = kelm_system_format(64, "kill -%d $$", number);
+            EXPECT_TRUE(WIFSIGNALED(status)) << number;
+            EXPECT_EQ(number, WTERMSIG(status));
+        }
+    }));
+}
+
+TEST_F(exec, running_a_command_leaves_the_callers_own_signal_settings_alone)
+{
+    EXPECT_TRUE(in_child([] {
+        sigset_t held;
+        sigemptyset(&held);
+        sigaddset(&held, SIGTERM);
+        pthread_sigmask(SIG_SETMASK, &held, nullptr);
+        (void)signal(SIGPIPE, SIG_IGN);
+        const std::string before = read_file("/proc/self/status");
+        for (const std::function<void()> &way : ways)
+            way();
+        const std::string after = read_file("/proc/self/status");
+        for (const char *set : {"SigBlk", "SigIgn", "SigCgt"})
+            EXPECT_EQ(signal_set(before, set), signal_set(after, set)) << set;
+    }));
+}
