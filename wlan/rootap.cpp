@@ -226,12 +226,12 @@ const char *_auth_text(const wps_sta_band_config &cfg)
 const char *_cipher_text(uint32_t encryption)
 {
     switch (encryption) {
-        case WPS_CIPHER_TKIP:
-            return "tkip";
-        case WPS_CIPHER_AES:
-            return "aes";
-        default:
-            return "auto";
+    case WPS_CIPHER_TKIP:
+        return "tkip";
+    case WPS_CIPHER_AES:
+        return "aes";
+    default:
+        return "auto";
     }
 }
 
@@ -282,17 +282,17 @@ int kelm_match_rootap(const char *path, const kelm_session *suc_wps, kelm_sessio
     for (size_t i = 0; i < count; ++i) {
         const uint8_t *mac = choice.bssid;
         switch (_consider(json_object_array_get_idx(list.get(), i), suc_wps->rootap, &choice)) {
-            case scan_pick::none:
-                break;
-            case scan_pick::by_ssid:
-                kelm_log_normal("get entry by ssid %s[mac distance %08x]\n", suc_wps->rootap.ssid,
-                                static_cast<unsigned>(choice.distance));
-                break;
-            case scan_pick::by_bssid:
-                kelm_log_normal(
-                    "get entry by bssid %02x-%02x-%02x-%02x-%02x-%02x[mac_distance %08x]\n", mac[0],
-                    mac[1], mac[2], mac[3], mac[4], mac[5], static_cast<unsigned>(choice.distance));
-                break;
+        case scan_pick::none:
+            break;
+        case scan_pick::by_ssid:
+            kelm_log_normal("get entry by ssid %s[mac distance %08x]\n", suc_wps->rootap.ssid,
+                            static_cast<unsigned>(choice.distance));
+            break;
+        case scan_pick::by_bssid:
+            kelm_log_normal("get entry by bssid %02x-%02x-%02x-%02x-%02x-%02x[mac_distance %08x]\n",
+                            mac[0], mac[1], mac[2], mac[3], mac[4], mac[5],
+                            static_cast<unsigned>(choice.distance));
+            break;
         }
     }
     if (choice.entry == nullptr)

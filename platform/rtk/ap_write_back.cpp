@@ -102,17 +102,17 @@ int _repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *r
 int rtk_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record)
 {
     switch (kelm_get_run_mode()) {
-        case KELM_MODE_REPEATER:
-            return _repeater_patching_back(ap_band, sta_band, record);
-        case KELM_MODE_AP:
-            if ((kelm_get_wps_flags(ap_band) & WPS_FLAG_NONE_SECURITY) == 0) {
-                kelm_log_detail("ap has been configured.\n\n");
-                return -1;
-            }
-            return rtk_ap_patching_back(ap_band);
-        default:
-            kelm_log_always("Invalid system mode.\n\n");
+    case KELM_MODE_REPEATER:
+        return _repeater_patching_back(ap_band, sta_band, record);
+    case KELM_MODE_AP:
+        if ((kelm_get_wps_flags(ap_band) & WPS_FLAG_NONE_SECURITY) == 0) {
+            kelm_log_detail("ap has been configured.\n\n");
             return -1;
+        }
+        return rtk_ap_patching_back(ap_band);
+    default:
+        kelm_log_always("Invalid system mode.\n\n");
+        return -1;
     }
 }
 

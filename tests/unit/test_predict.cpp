@@ -15,8 +15,7 @@ constexpr int DUAL_BAND = 2;
 constexpr int ALL_BANDS = 5;
 constexpr int NO_BAND = 4;
 
-class predict : public device_test
-{
+class predict : public device_test {
 protected:
     void launch(int index)
     {
@@ -39,25 +38,16 @@ struct step_case {
 };
 
 const step_case steps[] = {
-    {50, 0, 0, 42},    // no progress: 85 percent, cut
-    {50, 0, 1, 52},    // 50 * 105 / 100, cut
-    {50, 1, 4, 20},    // refused after a found access point
-    {52, 1, 1, 44},
-    {50, 0, 2, 57},
-    {50, 0, 3, 62},
-    {50, 0, 4, 30},
-    {40, 4, 5, 62},    // 40 * (75 - 5 + 85) / 100
-    {50, 0, 6, 67},
-    {50, 0, 7, 70},
-    {50, 0, 8, 72},
-    {50, 0, 9, 75},
-    {50, 0, 10, 77},
-    {50, 10, 11, 42},  // both weigh 100
-    {100, 0, 11, 100}, // 155, cut to 100
-    {80, 11, 4, 0},    // -8, raised to 0
-    {0, 0, 11, 0},
-    {1, 0, 0, 0},
-    {17, 0, 0, 14},
+    {50, 0, 0, 42},  // no progress: 85 percent, cut
+    {50, 0, 1, 52},  // 50 * 105 / 100, cut
+    {50, 1, 4, 20},  // refused after a found access point
+    {52, 1, 1, 44},    {50, 0, 2, 57},  {50, 0, 3, 62},
+    {50, 0, 4, 30},    {40, 4, 5, 62},  // 40 * (75 - 5 + 85) / 100
+    {50, 0, 6, 67},    {50, 0, 7, 70},  {50, 0, 8, 72},
+    {50, 0, 9, 75},    {50, 0, 10, 77}, {50, 10, 11, 42},  // both weigh 100
+    {100, 0, 11, 100},                                     // 155, cut to 100
+    {80, 11, 4, 0},                                        // -8, raised to 0
+    {0, 0, 11, 0},     {1, 0, 0, 0},    {17, 0, 0, 14},
 };
 
 }  // namespace

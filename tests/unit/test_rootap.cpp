@@ -55,8 +55,7 @@ std::string list_of(const words &entries)
     return text + "\n]\n";
 }
 
-class rootap : public device_test
-{
+class rootap : public device_test {
 protected:
     void SetUp() override
     {
@@ -100,8 +99,7 @@ protected:
     static bool mirrors(int index) { return (flags(index) & WPS_FLAG_CONFIG_MIRROR) != 0; }
 };
 
-class rootap_store : public rootap
-{
+class rootap_store : public rootap {
 protected:
     void store(const std::string &entry)
     {
@@ -114,8 +112,7 @@ protected:
 };
 
 // 5 GHz has succeeded, 2.4 GHz has failed; both stations are enabled and were launched.
-class rootap_resolve : public rootap
-{
+class rootap_resolve : public rootap {
 protected:
     static constexpr uint32_t ENDED =
         WPS_FLAG_STABSS_ENABLE | WPS_FLAG_WORKER_LAUNCH | WPS_FLAG_WORKER_DONE;
@@ -151,16 +148,16 @@ struct distance_case {
 };
 
 const distance_case distances[] = {
-    {"00:11:22:33:44:55", 1},    // the same
-    {"00:11:22:33:44:56", 1},    {"00:11:22:33:44:54", 1},
-    {"00:11:22:33:45:54", 255},  {"00:11:22:33:45:55", 0},
-    {"00:11:22:33:43:56", 255},  {"00:11:22:33:43:55", 0},
-    {"02:11:22:33:44:57", 2},    // one byte of the maker's half differs
-    {"00:13:22:33:44:50", 5},    {"00:11:23:33:44:56", 1},
-    {"02:11:22:33:44:55", 0},    // ... and nothing else
-    {"02:13:22:33:44:55", 0},    {"02:13:22:33:44:56", 0},
-    {"02:13:23:33:44:56", 0},    {"00:11:22:34:44:55", 0},
-    {"00:11:22:ff:ff:ff", 0},    {"00:00:00:00:00:00", 0},
+    {"00:11:22:33:44:55", 1},  // the same
+    {"00:11:22:33:44:56", 1},   {"00:11:22:33:44:54", 1},
+    {"00:11:22:33:45:54", 255}, {"00:11:22:33:45:55", 0},
+    {"00:11:22:33:43:56", 255}, {"00:11:22:33:43:55", 0},
+    {"02:11:22:33:44:57", 2},  // one byte of the maker's half differs
+    {"00:13:22:33:44:50", 5},   {"00:11:23:33:44:56", 1},
+    {"02:11:22:33:44:55", 0},  // ... and nothing else
+    {"02:13:22:33:44:55", 0},   {"02:13:22:33:44:56", 0},
+    {"02:13:23:33:44:56", 0},   {"00:11:22:34:44:55", 0},
+    {"00:11:22:ff:ff:ff", 0},   {"00:00:00:00:00:00", 0},
 };
 
 TEST_F(rootap, addresses_are_as_near_as_their_numbers)
@@ -193,9 +190,10 @@ TEST_F(rootap, a_distance_is_logged_in_detail_only)
     EXPECT_EQ("", console_text());
     kelm_dbg_level = KELM_LOG_DETAIL;
     (void)wps_bssid_co_hosted_check(root.bytes, mac_address("00:11:22:33:44:65").bytes);
-    EXPECT_EQ("kelm[wps_bssid_co_hosted_check:N]: macaddr cmp[result 00000010] "
-              "[00:11:22:33:44:55] vs [00:11:22:33:44:65].\n",
-              console_text_without_line_numbers());
+    EXPECT_EQ(
+        "kelm[wps_bssid_co_hosted_check:N]: macaddr cmp[result 00000010] "
+        "[00:11:22:33:44:55] vs [00:11:22:33:44:65].\n",
+        console_text_without_line_numbers());
 }
 
 // --- One entry into a record ---
@@ -285,8 +283,9 @@ TEST_F(rootap_store, channel_and_mesh_support_count_modulo_256)
     const struct {
         const char *text;
         int channel;
-    } channels[] = {{"11", 11}, {"165", 165}, {"255", 255}, {"256", 0}, {"300", 44},   {"", 0},
-                    {"x", 0},   {"36+", 36},  {"00013", 13}, {"99999999999999999999", 255}};
+    } channels[] = {
+        {"11", 11}, {"165", 165}, {"255", 255}, {"256", 0},    {"300", 44},
+        {"", 0},    {"x", 0},     {"36+", 36},  {"00013", 13}, {"99999999999999999999", 255}};
     for (const auto &row : channels) {
         store("{\"channel\": \"" + std::string(row.text) + "\"}");
         EXPECT_EQ(row.channel, stored.channel) << row.text;
@@ -314,8 +313,12 @@ TEST_F(rootap, the_choice_follows_name_nearness_and_order)
     const std::string three = "00:11:22:33:44:58";
     const std::string four = "00:11:22:33:44:59";
     const choice_case rows[] = {
-        {"a near one displaces the name", {ap(FAR_MAC, ROOT_SSID), ap(three, "x")}, "00:11:22:33:44:58"},
-        {"the name displaces no near one", {ap(three, "x"), ap(FAR_MAC, ROOT_SSID)}, "00:11:22:33:44:58"},
+        {"a near one displaces the name",
+         {ap(FAR_MAC, ROOT_SSID), ap(three, "x")},
+         "00:11:22:33:44:58"},
+        {"the name displaces no near one",
+         {ap(three, "x"), ap(FAR_MAC, ROOT_SSID)},
+         "00:11:22:33:44:58"},
         {"the name alone", {ap("a0:b1:c2:d3:e4:00", "x"), ap(FAR_MAC, ROOT_SSID)}, FAR_MAC},
         {"only the first of equal names",
          {ap(FAR_MAC, ROOT_SSID), ap("a0:b1:c2:d3:e4:00", ROOT_SSID)},
@@ -367,7 +370,8 @@ TEST_F(rootap, a_band_completes_its_own_record)
 {
     write_file("/tmp/wifi_scan_5g.result",
                list_of({ap(ROOT_MAC, ROOT_SSID, ", \"security\": \"sae_only\"")}));
-    EXPECT_EQ(1, kelm_match_rootap("/tmp/wifi_scan_5g.result", &band(KELM_BAND_5G), &band(KELM_BAND_5G)));
+    EXPECT_EQ(
+        1, kelm_match_rootap("/tmp/wifi_scan_5g.result", &band(KELM_BAND_5G), &band(KELM_BAND_5G)));
     EXPECT_STREQ("sae_only", record(KELM_BAND_5G).auth);
     EXPECT_EQ(words{"/usr/bin/wifi getscanresult 5g"}, recorded_commands());
 }
@@ -383,7 +387,12 @@ TEST_F(rootap, entries_without_a_usable_address_do_not_exist)
         "{\"mac\": 112233, \"ssid\": \"Root network\"}",
         "{\"mac\": null, \"ssid\": \"Root network\"}",
         "{\"mac\": [\"00:11:22:33:44:55\"], \"ssid\": \"Root network\"}",
-        "null", "7", "\"Root network\"", "[]", "true", "{}",
+        "null",
+        "7",
+        "\"Root network\"",
+        "[]",
+        "true",
+        "{}",
         "[{\"mac\": \"00:11:22:33:44:55\", \"ssid\": \"Root network\"}]",
     };
     EXPECT_EQ("", choice(unusable));
@@ -395,7 +404,8 @@ TEST_F(rootap, entries_without_a_usable_address_do_not_exist)
 TEST_F(rootap, a_name_of_another_type_is_no_name_but_the_address_still_counts)
 {
     for (const std::string value : {"7", "null", "true", "[\"Root network\"]", "{}"}) {
-        const std::string far = "{\"mac\": \"" + std::string(FAR_MAC) + "\", \"ssid\": " + value + "}";
+        const std::string far =
+            "{\"mac\": \"" + std::string(FAR_MAC) + "\", \"ssid\": " + value + "}";
         EXPECT_EQ("", choice({far})) << value;
         const std::string near = "{\"mac\": \"00:11:22:33:44:58\", \"ssid\": " + value + "}";
         EXPECT_EQ("00:11:22:33:44:58", choice({near})) << value;
@@ -436,11 +446,12 @@ TEST_F(rootap, the_search_tells_what_it_found_and_why)
 {
     EXPECT_TRUE(match(list_of({ap(FAR_MAC, ROOT_SSID), ap("00:11:22:33:44:65", "y")})));
     const std::string log = console_text_without_line_numbers();
-    EXPECT_TRUE(contains(log,
-                         "kelm[kelm_match_rootap:N]: 2 APs in /tmp/wifi_scan_2g.result\n"
-                         "kelm[kelm_match_rootap:N]: get entry by ssid Root network[mac distance 00000000]\n"
-                         "kelm[kelm_match_rootap:N]: get entry by bssid 00-11-22-33-44-65[mac_distance "
-                         "00000010]\n"))
+    EXPECT_TRUE(contains(
+        log,
+        "kelm[kelm_match_rootap:N]: 2 APs in /tmp/wifi_scan_2g.result\n"
+        "kelm[kelm_match_rootap:N]: get entry by ssid Root network[mac distance 00000000]\n"
+        "kelm[kelm_match_rootap:N]: get entry by bssid 00-11-22-33-44-65[mac_distance "
+        "00000010]\n"))
         << log;
     EXPECT_TRUE(match(list_of({ap("00:11:22:33:44:56", ROOT_SSID)})));
     EXPECT_TRUE(contains(log_text(), "> get entry by ssid Root network[mac distance 00000001]\n"));
@@ -486,7 +497,8 @@ TEST_F(rootap, a_list_that_appears_at_the_fourth_attempt_is_used)
 
 TEST_F(rootap, a_list_that_is_cut_off_anywhere_is_waited_for)
 {
-    const std::string whole = list_of({ap("00:11:22:33:44:56", ROOT_SSID), ap(FAR_MAC, "Neighbour")});
+    const std::string whole =
+        list_of({ap("00:11:22:33:44:56", ROOT_SSID), ap(FAR_MAC, "Neighbour")});
     for (size_t length = 0; length <= whole.rfind(']'); length += 7) {
         write_file(SCAN_2G, whole.substr(0, length));
         set_reply("/usr/bin/wifi",
@@ -621,7 +633,8 @@ TEST_F(rootap_resolve, a_failed_band_that_finds_nothing_mirrors_nothing)
 
 TEST_F(rootap_resolve, the_succeeded_band_gets_its_credentials_and_completes_them_from_its_scan)
 {
-    write_scan(KELM_BAND_5G, {ap(ROOT_MAC, "Learnt", ", \"security\": \"psk_sae\", \"channel\": \"44\"")});
+    write_scan(KELM_BAND_5G,
+               {ap(ROOT_MAC, "Learnt", ", \"security\": \"psk_sae\", \"channel\": \"44\"")});
     set_flags(KELM_BAND_5G, ENDED | WPS_FLAG_OVER_SCAN | WPS_FLAG_CONFIG_MIRROR);
     EXPECT_EQ(0, kelm_resolve_apinfo_and_credential());
     EXPECT_FALSE(mirrors(KELM_BAND_5G));
@@ -720,8 +733,9 @@ TEST_F(rootap_resolve, a_find_in_the_scan_is_told_in_detail)
     write_scan(KELM_BAND_2G, {ap(FAR_MAC, "Learnt")});
     kelm_dbg_level = KELM_LOG_DETAIL;
     EXPECT_EQ(0, kelm_resolve_apinfo_and_credential());
-    EXPECT_TRUE(contains(console_text_without_line_numbers(),
-                         "kelm[kelm_resolve_apinfo_and_credential:N]: found rootap from scantable\n"));
+    EXPECT_TRUE(
+        contains(console_text_without_line_numbers(),
+                 "kelm[kelm_resolve_apinfo_and_credential:N]: found rootap from scantable\n"));
 }
 
 // --- Messages and station settings ---

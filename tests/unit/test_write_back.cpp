@@ -83,8 +83,7 @@ words credential_files()
     return names;
 }
 
-class write_back : public device_test
-{
+class write_back : public device_test {
 protected:
     void SetUp() override
     {
@@ -101,8 +100,9 @@ protected:
     // Whether SSIDs get no postfix.
     static void set_ssid_flag(const char *value)
     {
-        write_file("/etc/config/wificommonCfg", "config settings 'settings'\n\toption IsGermanySSID '" +
-                                                    std::string(value) + "'\n");
+        write_file(
+            "/etc/config/wificommonCfg",
+            "config settings 'settings'\n\toption IsGermanySSID '" + std::string(value) + "'\n");
     }
 
     // Of all four bands, in the order of the settings file.
@@ -125,8 +125,9 @@ protected:
 
     static void learn_usual()
     {
-        learn("\tssid=\"Root network\"\n\tpsk=\"correct horse battery\"\n\tproto=RSN\n"
-              "\tkey_mgmt=WPA-PSK\n\tpairwise=CCMP\n\tauth_alg=OPEN\n");
+        learn(
+            "\tssid=\"Root network\"\n\tpsk=\"correct horse battery\"\n\tproto=RSN\n"
+            "\tkey_mgmt=WPA-PSK\n\tpairwise=CCMP\n\tauth_alg=OPEN\n");
     }
 
     // Band 0's own write-back.
@@ -222,7 +223,8 @@ TEST(write_back_decision, a_cipher_text_counts_by_its_beginning)
     const struct {
         const char *text;
         uint32_t encryption;
-    } rows[] = {{"tkip", 1}, {"aes", 2}, {"auto", 0}, {"aes_gcm", 2}, {"", 7}, {"AES", 7}, {"ccmp", 7}};
+    } rows[] = {{"tkip", 1}, {"aes", 2}, {"auto", 0}, {"aes_gcm", 2},
+                {"", 7},     {"AES", 7}, {"ccmp", 7}};
     for (const auto &row : rows) {
         const kelm_rootap_info record = texts("wpa2", row.text);
         write_back_case given = own_success();
@@ -274,11 +276,16 @@ TEST(write_back_decision, the_6_ghz_band_gets_sae_or_owe_with_aes_whatever_was_r
         const char *password;
         uint32_t security;
     } rows[] = {
-        {"wpa2", "passphrase", WPS_AUTH_SAE},    {"wpa/wpa2", "passphrase", WPS_AUTH_SAE},
-        {"wep", "passphrase", WPS_AUTH_SAE},     {"psk_sae", "passphrase", WPS_AUTH_SAE},
-        {"sae_only", "passphrase", WPS_AUTH_SAE}, {"owe", "passphrase", WPS_AUTH_OWE},
-        {"none", "passphrase", WPS_AUTH_OWE},    {"wpa2", "", WPS_AUTH_OWE},
-        {"none", "", WPS_AUTH_OWE},              {"sae_only", "", WPS_AUTH_OWE},
+        {"wpa2", "passphrase", WPS_AUTH_SAE},
+        {"wpa/wpa2", "passphrase", WPS_AUTH_SAE},
+        {"wep", "passphrase", WPS_AUTH_SAE},
+        {"psk_sae", "passphrase", WPS_AUTH_SAE},
+        {"sae_only", "passphrase", WPS_AUTH_SAE},
+        {"owe", "passphrase", WPS_AUTH_OWE},
+        {"none", "passphrase", WPS_AUTH_OWE},
+        {"wpa2", "", WPS_AUTH_OWE},
+        {"none", "", WPS_AUTH_OWE},
+        {"sae_only", "", WPS_AUTH_OWE},
     };
     for (const auto &row : rows) {
         const kelm_rootap_info record = texts(row.auth, "tkip");
@@ -364,17 +371,19 @@ TEST_F(write_back, a_disabled_network_is_passed_over)
                             "network={\n\tssid=\"Fourth\"\n}\n");
     EXPECT_EQ(0, patch());
     EXPECT_EQ("\"Third\"", sta("ssid_2g"));
-    write_file(FILE_2G, std::string(OLD_NETWORK) + "network={\n\tssid=\"Second\"\n\tdisabled=1\n}\n");
+    write_file(FILE_2G,
+               std::string(OLD_NETWORK) + "network={\n\tssid=\"Second\"\n\tdisabled=1\n}\n");
     EXPECT_EQ(-1, patch());
 }
 
 TEST_F(write_back, without_a_readable_file_nothing_is_written)
 {
     EXPECT_EQ(-1, patch());
-    EXPECT_TRUE(contains(console_text_without_line_numbers(),
-                         "kelm[rtk_repeater_patching_back:N]: Analyze wpa_supplicnat config file "
-                         "/tmp/run/wpa_supplicant-wlan1-vxd.conf\n\n"
-                         "kelm[rtk_repeater_patching_back:N]: wps_hapd_wpasupp_config_parse failed\n"));
+    EXPECT_TRUE(
+        contains(console_text_without_line_numbers(),
+                 "kelm[rtk_repeater_patching_back:N]: Analyze wpa_supplicnat config file "
+                 "/tmp/run/wpa_supplicant-wlan1-vxd.conf\n\n"
+                 "kelm[rtk_repeater_patching_back:N]: wps_hapd_wpasupp_config_parse failed\n"));
     write_file(FILE_2G, std::string(OLD_NETWORK) + "network={\n\tssid=\"Second\"\n");
     EXPECT_EQ(-1, patch());
     write_file(FILE_2G, std::string(OLD_NETWORK) + "}\nnetwork={\n\tssid=\"Second\"\n}\n");
@@ -498,15 +507,18 @@ TEST_F(write_back, values_are_cut_to_what_the_settings_can_hold)
 
 TEST_F(write_back, each_key_is_told_in_detail)
 {
-    learn("\tssid=\"Root\"\n\tother=7\n\tmulti_ap_backhaul_sta=1\n\tcorvex_support=1\n\tcorvex_qmie=dd\n");
+    learn(
+        "\tssid=\"Root\"\n\tother=7\n\tmulti_ap_backhaul_sta=1\n\tcorvex_support=1\n\tcorvex_qmie="
+        "dd\n");
     kelm_dbg_level = KELM_LOG_DETAIL;
     EXPECT_EQ(0, rtk_repeater_patching_back(KELM_BAND_5G, KELM_BAND_2G, nullptr));
     const std::string log = console_text_without_line_numbers();
     const std::string origin = "kelm[rtk_repeater_patching_back:N]: ";
     EXPECT_TRUE(contains(log, origin + "parse credential 0 for apBand 1\n"));
     EXPECT_TRUE(contains(log, origin + "Find enabled network configs:\n"));
-    EXPECT_TRUE(contains(log, origin + "key[ssid]: value[Root]\n" + origin + "key[other]: value[7]\n" +
-                                  origin + "key[multi_ap_backhaul_sta]: value[1]\n" + origin +
+    EXPECT_TRUE(contains(log, origin + "key[ssid]: value[Root]\n" + origin +
+                                  "key[other]: value[7]\n" + origin +
+                                  "key[multi_ap_backhaul_sta]: value[1]\n" + origin +
                                   "--------------------band 1 multiap 1\n" + origin +
                                   "key[corvex_support]: value[1]\n" + origin +
                                   "--------------------band 1 support_mesh 1\n" + origin +
@@ -542,16 +554,14 @@ TEST_F(write_back, the_two_copies_write_different_files)
 {
     learn_usual();
     EXPECT_EQ(0, patch());
-    EXPECT_EQ((words{"wps_wifi_ap.txt", "wps_wifi_sta.txt"}),
-              credential_files());
+    EXPECT_EQ((words{"wps_wifi_ap.txt", "wps_wifi_sta.txt"}), credential_files());
     const std::string station = read_file(WPS_STA_FILE);
     const std::string access_point = read_file(WPS_AP_FILE);
     clear_tmp();
     write_switches("on", "on");
     learn_usual();
     EXPECT_EQ(0, _rtk_repeater_patching_back(KELM_BAND_2G, KELM_BAND_2G, nullptr));
-    EXPECT_EQ((words{"_wps_wifi_ap.txt", "_wps_wifi_sta.txt"}),
-              credential_files());
+    EXPECT_EQ((words{"_wps_wifi_ap.txt", "_wps_wifi_sta.txt"}), credential_files());
     EXPECT_EQ(station, read_file(WPS_STA_FILE_MESH));
     EXPECT_EQ(access_point, read_file(WPS_AP_FILE_MESH));
 }
