@@ -5,6 +5,8 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <atomic>
+
 namespace {
 struct Result {
     int code;
@@ -223,15 +225,19 @@ TEST(command, listen_does_not_notice_the_death_of_its_broker)
 TEST(command, waiting_for_a_silent_broker_survives_sigterm_during_a_send)
 {
     TempDir dir;
-    FakeBroker broker(dir / "bus", [](int fd) {
+    std::atomic<bool> asked{false}, over{false};
+    FakeBroker broker(dir / "bus", [&](int fd) {
         write_bytes(fd, unhex("00000000 31639df1 00000004"));
-        read_exactly(fd, 100000, 1000);
+        read_exactly(fd, 64);
+        asked = true;
+        eventually([&] { return over.load(); });
     });
     Program program(dir, {UBUS_PATH, "-s", dir / "bus", "send", "x"});
-    sleep_ms(200);
+    EXPECT_TRUE(eventually([&] { return asked.load(); }));
     program.signal(SIGTERM);
     sleep_ms(200);
     EXPECT_TRUE(program.running());
+    over = true;
     EXPECT_EQ(10, program.finish());
 }
 
