@@ -21,6 +21,13 @@ def pytest_addoption(parser):
                      help='the build directory whose daemon is tested (or KELM_BUILD)')
 
 
+@pytest.hookimpl(tryfirst=True)
+def pytest_cmdline_main(config):
+    """The tests run in worker processes always: the runner itself stays in the machine's world."""
+    if not hasattr(config, 'workerinput') and not config.option.numprocesses:
+        config.option.numprocesses = 1
+
+
 def pytest_configure(config):
     build = config.getoption('--build')
     if not build:
@@ -48,7 +55,9 @@ def _keep_own_sources():
 @pytest.fixture(scope='session')
 def world(pytestconfig):
     _keep_own_sources()
-    return private_world.World(SOURCE_DIR, os.path.abspath(pytestconfig.getoption('--build')))
+    yield private_world.World(SOURCE_DIR, os.path.abspath(pytestconfig.getoption('--build')))
+    # The runner goes back to where it was started; that place may be covered.
+    os.makedirs(pytestconfig.invocation_params.dir, exist_ok=True)
 
 
 @pytest.fixture
@@ -59,6 +68,18 @@ def router(world):
     device.close()
     reports = world.sanitizer_reports()
     assert not reports, reports
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    """A failure shows what the daemon said and ran."""
+    outcome = yield
+    report = outcome.get_result()
+    device = getattr(item, 'funcargs', {}).get('router')
+    if report.failed and device is not None:
+        report.sections.append(('console since it was last forgotten', device.console.text()))
+        report.sections.append(('commands since they were last forgotten',
+                                '\n'.join(device.commands())))
 
 
 @pytest.fixture(autouse=True, scope='session')

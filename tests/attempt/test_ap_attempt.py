@@ -106,6 +106,24 @@ def test_push_button_on_24_ghz_from_the_press_to_the_restart(router):
     assert [name for name in os.listdir('/tmp') if name.startswith('wpa_ctrl_')] == []
 
 
+def test_log_lines_name_the_function_that_log_readers_know(router):
+    router.start()
+    router.press_and_wait_started()
+    assert router.console.functions() == [
+        'wps_ubus_gpio_cb', 'rtk_process_ibus_msg', 'rtk_wpas_sock_init', 'rtk_wpas_sock_init',
+        'kelm_update_wps_result_file', 'wps_ubus_send_wps_event', 'wps_ubus_send_wps_event',
+        'rtk_pbc_handle', 'wps_exec_cmd', 'rtk_pbc_handle', 'wps_exec_cmd']
+    router.console.forget()
+    router.hostapd['2g'].send(REG_SUCCESS)
+    assert router.end() == 0
+    cancel_and_publish = ['wps_exec_cmd'] * 2 + ['wps_ubus_send_wps_event'] * 4
+    assert router.console.functions() == [
+        'rtk_process_wpas_msg', 'kelm_set_worker_done', 'rtk_wps_GetEnrolleeMac',
+        'kelm_update_wps_result_file', '_kelm_worker_done_process', 'kelm_is_worker_succeed',
+        'kelm_is_worker_succeed', *['dump_wps_session'] * 13, '_kelm_worker_done_process',
+        *cancel_and_publish, 'rtk_kill_wpas', 'kelm_set_worker_done']
+
+
 def test_push_button_on_5_ghz_ends_while_24_ghz_still_runs(router):
     begin(router)
     router.hostapd['5g'].send(REG_SUCCESS)

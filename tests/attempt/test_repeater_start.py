@@ -6,6 +6,7 @@ import pytest
 
 from router import (CANCEL, PIN_METHOD, PROBE_LINES, REPEATER_MODE, publication_lines, ubus_send,
                     wpa_cli)
+from world import wait_for
 
 EASYMESH = "config common settings\n\toption mesh_enable '{}'\n"
 EASYMESH_UNKNOWN = '----------------check_easymesh_enable fail--------'
@@ -108,6 +109,16 @@ def test_a_pin_request_starts_no_station(router):
     # Nothing runs, so a press is not refused.
     router.press_and_wait_started()
     assert len(button_commands(router)) == 2
+
+
+def test_a_success_stays_in_the_result_file_when_the_button_is_pressed_again(router):
+    start(router)
+    router.press_and_wait_started()
+    router.supplicant['2g'].send('<3>WPS-SUCCESS ')
+    wait_for(lambda: router.world.read('/tmp/wps_result') == '1\n', 'the result')
+    router.press()
+    router.settle()
+    assert router.world.read('/tmp/wps_result') == '1\n'
 
 
 def test_sigterm_in_mid_attempt_publishes_the_time_out_without_a_cancel(router):

@@ -209,6 +209,10 @@ class Console:
         self.text()
         self._text = ''
 
+    def functions(self):
+        """The function that each message names as its origin, in order; see lines()."""
+        return [name for name in ORIGIN.split(self.text())[1::2] if name != 'dump_rootap_info']
+
     def lines(self):
         """The messages without their origin and the line feeds at their end.
 
