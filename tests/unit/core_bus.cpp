@@ -380,7 +380,8 @@ TEST_IN_FRESH_PROCESS(bus_thread, blocks_all_signals_and_leaves_the_main_threads
     start_core(KELM_MODE_AP, DUAL_BAND);
     const bus running([] {
         answers.on_call = [](const std::string &) {
-            (void)kelm_system("grep -h SigBlk /proc/$PPID/task/*/status >/tmp/masks.part");
+            (void)kelm_system(
+                "grep -h SigBlk /proc/$PPID/task/*/status | sort -u >/tmp/masks.part");
             rename("/tmp/masks.part", "/tmp/masks");
             unlink("/tmp/look");
         };

@@ -64,6 +64,15 @@ bool is_pending(int number)
     return sigismember(&pending, number) == 1;
 }
 
+// Waits until nothing is pending; the thread sanitizer lets in one signal a wait.
+void take_pending()
+{
+    for (const int number : {SIGUSR1, SIGUSR2, SIGTERM, 42}) {
+        const bool ends_early = !is_pending(number) || wait_once() < EARLY;
+        EXPECT_TRUE(ends_early) << number;
+    }
+}
+
 std::string published(const calls &all)
 {
     for (const std::string &call : all) {
@@ -388,7 +397,7 @@ TEST_IN_FRESH_PROCESS(signals, no_handler_runs_while_a_command_runs)
     EXPECT_EQ(0, kelm_system("kill -USR1 $PPID && kill -TERM $PPID && sleep 0.2"));
     EXPECT_EQ(4, kelm_dbg_level);
     EXPECT_EQ(0u, kelm_flag);
-    EXPECT_LT(wait_once(), EARLY);
+    take_pending();
     EXPECT_EQ(5, kelm_dbg_level);
     EXPECT_EQ(KELM_GFLAG_TERMINATE, kelm_flag);
 }
@@ -416,7 +425,7 @@ TEST_IN_FRESH_PROCESS(signals, a_signal_that_comes_while_one_is_handled_waits_fo
         << "one SIGTERM, undivided";
     answers.on_call = nullptr;
     kelm_dbg_level = 40;
-    (void)wait_once();
+    take_pending();
     EXPECT_EQ(40, kelm_dbg_level) << "one up and one down";
     EXPECT_EQ(3u, recorded_calls().size()) << "the second SIGTERM";
 }
