@@ -316,6 +316,7 @@ TEST_F(easymesh, credentials_are_taken_from_the_network_blocks)
         {"blanks around a line", network(" \t ssid=\"Two\" \t\n  psk=\"a b\"\t \n"), "Two", "a b"},
         {"quotes and blanks inside", network("\tssid=\" \"T\"wo \"\n"), " \"T\"wo ", ""},
         {"one quote is not a pair", network("\tssid=\"Two\n\tpsk=\"\n\tpsk=x\"\n"), "\"Two", "x\""},
+        {"a lone quote is a value", network("\tssid=\"\n\tpsk=\"\n"), "\"", "\""},
         {"empty in quotes", network("\tssid=\"\"\n\tpsk=\"\"\n"), "", ""},
         {"an empty key is too short a line to count", network("\tpsk=\"kept\"\n\tpsk=\n"), "",
          "kept"},

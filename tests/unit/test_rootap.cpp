@@ -55,6 +55,19 @@ std::string list_of(const words &entries)
     return text + "\n]\n";
 }
 
+// Something in every field.
+kelm_rootap_info filled_record()
+{
+    kelm_rootap_info record;
+    memset(&record, 'z', sizeof record);
+    copy_text(record.ssid, "Earlier");
+    copy_text(record.auth, "wpa2");
+    copy_text(record.cipher, "aes");
+    copy_text(record.password, "earlier passphrase");
+    copy_text(record.qm_data, "0a0b");
+    return record;
+}
+
 class rootap : public device_test {
 protected:
     void SetUp() override
@@ -224,8 +237,7 @@ TEST_F(rootap_store, says_so_and_dumps_the_record)
 
 TEST_F(rootap_store, leaves_alone_what_an_entry_does_not_tell)
 {
-    memset(&stored, 'z', sizeof stored);
-    copy_text(stored.ssid, "Earlier");
+    stored = filled_record();
     const kelm_rootap_info earlier = stored;
     store("{}");
     EXPECT_EQ(ROOT_MAC, mac_text(stored.bssid));
@@ -237,8 +249,7 @@ TEST_F(rootap_store, leaves_alone_what_has_another_type)
 {
     const words keys = {"ssid", "security", "wpa_encryption", "channel", "nodeid", "data"};
     const words wrong = {"1", "-7", "1.5", "true", "null", "[\"a\"]", "{\"ssid\": \"a\"}"};
-    memset(&stored, 'z', sizeof stored);
-    copy_text(stored.ssid, "Earlier");
+    stored = filled_record();
     memcpy(stored.bssid, mac_address(ROOT_MAC).bytes, sizeof stored.bssid);
     const kelm_rootap_info earlier = stored;
     for (const std::string &key : keys) {
@@ -440,6 +451,34 @@ TEST_F(rootap, a_long_list_gives_the_nearest_in_any_order)
         EXPECT_STREQ("Five away", record(KELM_BAND_2G).ssid);
     }
     EXPECT_TRUE(contains(log_text(), "> 2000 APs in /tmp/wifi_scan_2g.result\n"));
+}
+
+// Sees to it that a damaged list, however it parses, leaves terminated texts and its own fields
+// only.
+TEST_F(rootap, a_garbled_list_never_reaches_past_a_field)
+{
+    const std::string text(200, 'y');
+    const std::string more = ", \"security\": \"" + text + "\", \"wpa_encryption\": \"" + text +
+                             "\", \"data\": \"" + text + "\", \"channel\": \"" + text +
+                             "\", \"nodeid\": \"" + text + "\", \"support_mesh\": 1";
+    const std::string whole = list_of({ap(ROOT_MAC, text, more), ap(FAR_MAC, ROOT_SSID, more)});
+    std::mt19937 dice(20240301);
+    int found = 0;
+    for (int round = 0; round < 80; ++round) {
+        std::string garbled = whole;
+        for (int i = 0; i < 3; ++i)
+            garbled[dice() % garbled.size()] = static_cast<char>(dice());
+        record(KELM_BAND_2G) = filled_record();
+        found += match(garbled) ? 1 : 0;
+        const kelm_rootap_info &left = record(KELM_BAND_2G);
+        ASSERT_LT(strnlen(left.ssid, sizeof left.ssid), sizeof left.ssid);
+        ASSERT_LT(strnlen(left.auth, sizeof left.auth), sizeof left.auth);
+        ASSERT_LT(strnlen(left.cipher, sizeof left.cipher), sizeof left.cipher);
+        ASSERT_LT(strnlen(left.qm_data, sizeof left.qm_data), sizeof left.qm_data);
+        ASSERT_STREQ("earlier passphrase", left.password);
+    }
+    EXPECT_GT(found, 20);
+    EXPECT_LT(found, 80);
 }
 
 TEST_F(rootap, the_search_tells_what_it_found_and_why)
