@@ -77,6 +77,9 @@ public:
         }
     }
 
+    // The console's text up to the registration.
+    const std::string &start_text() const { return start_text_; }
+
     static void open_mailbox() { write_file("/tmp/drain", ""); }
     static void close_mailbox()
     {
@@ -157,14 +160,13 @@ private:
     }
 
     // The three handlers are registered in their order, so the last one tells for all.
-    static void wait_for_registration()
+    void wait_for_registration()
     {
-        std::string text;
-        ASSERT_TRUE(wait_until([&text] {
+        ASSERT_TRUE(wait_until([this] {
             send("wps_cli", [](blob_buf *) {});
             usleep(20000);
-            text += console_messages();
-            return text.find("Invalid action.\n") != std::string::npos;
+            start_text_ += console_text_without_line_numbers();
+            return start_text_.find("Invalid action.\n") != std::string::npos;
         })) << "the bus thread has not registered";
         expect_record("", "nobody listens", [](blob_buf *) {});
         (void)console_text();
@@ -172,6 +174,7 @@ private:
 
     pid_t broker_;
     pid_t daemon_ = -1;
+    std::string start_text_;
 };
 
 message wps_cli(int action, int method, const char *pin = nullptr)
@@ -361,18 +364,26 @@ TEST_IN_FRESH_PROCESS(bus_thread, that_cannot_be_made_is_told_at_any_level)
 TEST_IN_FRESH_PROCESS(bus_thread, without_a_broker_says_so_once_and_ends)
 {
     start_core(KELM_MODE_AP, DUAL_BAND);
+    kelm_dbg_level = 3;  // lines of both threads at once would drop one of them
     EXPECT_EQ(0, wps_create_ibus_thread());
     std::string text;
     EXPECT_TRUE(wait_until([&text] {
-        text += console_messages();
-        return text.find("Failed to connect to ubus\n\n") != std::string::npos;
-    }));
-    EXPECT_NE(std::string::npos, text.find("create ibus thread successfully\n"));
+        text += console_text_without_line_numbers();
+        return text == "kelm[wps_ubus_thread:N]: Failed to connect to ubus\n\n";
+    })) << text;
     usleep(1200000);
     EXPECT_EQ("", console_text()) << "no second try";
     wps_ibus_set_msg(request_of(IBUS_EVENT_BUTTON, 0));
     wps_ibus_handle_event();
     EXPECT_EQ(1u, recorded_calls().size()) << "the main thread works on";
+}
+
+TEST_IN_FRESH_PROCESS(bus_thread, that_was_made_is_told)
+{
+    start_core(KELM_MODE_AP, DUAL_BAND);
+    const bus running;
+    EXPECT_EQ(0u, running.start_text().find(
+                      "kelm[wps_create_ibus_thread:N]: create ibus thread successfully\n"));
 }
 
 TEST_IN_FRESH_PROCESS(bus_thread, blocks_all_signals_and_leaves_the_main_threads_mask_alone)

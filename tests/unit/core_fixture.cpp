@@ -28,6 +28,8 @@ namespace kelm_test {
 
 namespace {
 
+constexpr unsigned HANGING_S = 120;  // a test that takes longer will never end
+
 // What "rm" and "cp" say of a missing file goes to "/dev/null" on a router.
 void mute(const std::string &program)
 {
@@ -123,6 +125,7 @@ void run_in_fresh_process(void (*body)())
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
+        alarm(HANGING_S);
         body();
         const bool failed = testing::Test::HasFailure();
         exit(failed ? 1 : 0);

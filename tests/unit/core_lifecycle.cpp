@@ -390,6 +390,26 @@ TEST_IN_FRESH_PROCESS(signals, each_of_the_four_silently_ends_the_wait_with_sock
     }
 }
 
+TEST_IN_FRESH_PROCESS(signals, a_signal_comes_in_although_packets_wait_and_costs_none_of_them)
+{
+    start_core(KELM_MODE_REPEATER, DUAL_BAND);
+    install_handler();
+    kelm_set_wps_flag_bit(0, WPS_FLAG_STABSS_ENABLE);
+    ASSERT_EQ(0, kelm_worker_sock_init());
+    char buffer[KELM_MSG_SIZE + 1] = {};
+    size_t length = KELM_MSG_SIZE;
+    ASSERT_EQ(3, send(peer_of(0), "one", 3, 0));
+    ASSERT_EQ(3, send(peer_of(0), "two", 3, 0));
+    EXPECT_EQ(&kelm_worker_socks[0], _kelm_check_fd(buffer, &length, kelm_sock_list));
+    EXPECT_STREQ("one", buffer);
+    kill(getpid(), SIGUSR1);
+    length = KELM_MSG_SIZE;
+    EXPECT_EQ(nullptr, _kelm_check_fd(buffer, &length, kelm_sock_list));
+    EXPECT_EQ(5, kelm_dbg_level);
+    EXPECT_EQ(&kelm_worker_socks[0], _kelm_check_fd(buffer, &length, kelm_sock_list));
+    EXPECT_STREQ("two", buffer);
+}
+
 TEST_IN_FRESH_PROCESS(signals, no_handler_runs_while_a_command_runs)
 {
     start_core(KELM_MODE_REPEATER, DUAL_BAND);

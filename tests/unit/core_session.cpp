@@ -242,22 +242,9 @@ TEST_F(session, the_succeeded_band_with_the_highest_priority_counts)
         int expected;
     };
     const row rows[] = {
-        {0x0, 4, 4},
-        {0x1, 4, 0},
-        {0x2, 4, 1},
-        {0x3, 4, 1},
-        {0x6, 4, 1},  // 5g and 5g2 rank alike
-        {0x4, 4, 2},
-        {0xf, 4, 3},
-        {0x9, 4, 3},
-        {0x3, 1, 0},
-        {0x6, 1, 2},
-        {0x2, 1, 4},
-        {0xf, 3, 1},
-        {0x6, 2, 1},
-        {0x8, 3, 4},
-        {0xf, 5, 3},
-        {0xf, 100, 3},
+        {0x0, 4, 4}, {0x1, 4, 0}, {0x2, 4, 1}, {0x3, 4, 1}, {0x6, 4, 1},  // 5g and 5g2 rank alike
+        {0x4, 4, 2}, {0xf, 4, 3}, {0x9, 4, 3}, {0x3, 1, 0}, {0x6, 1, 2},   {0x2, 1, 4},
+        {0xf, 3, 1}, {0x6, 2, 1}, {0x8, 3, 4}, {0xf, 5, 3}, {0xf, 100, 3},
     };
     kelm_create_session(ALL_BANDS);
     for (const row &each : rows) {
