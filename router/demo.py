@@ -11,9 +11,10 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
 
-from router import image, machine, packages, play, scenarios, timeline  # noqa: E402
+from router import image, machine, packages, play, scenarios, scene, timeline  # noqa: E402
 
-EXIT_FAILED, EXIT_USAGE = 1, 2
+EXIT_FAILED, EXIT_USAGE, EXIT_INTERRUPTED = 1, 2, 130
+SHELL_RADIOS = 4
 
 
 def listing():
@@ -75,9 +76,10 @@ def play_on_screen(name, build_folder):
 def shell(build_folder):
     """A prompt whose lines are run in the guest, one by one."""
     folder = os.path.join(build_folder, "router", "shell")
-    kernel, initrd = image.build(build_folder, folder, print)
-    with machine.Machine(kernel, initrd, 4, folder) as guest:
-        guest.wait_booted()
+    view = timeline.Timeline()
+    with image.built(build_folder, folder, print) as (kernel, initrd), \
+            machine.Machine(kernel, initrd, SHELL_RADIOS, folder) as guest:
+        scene.Scene(guest, view).boot()
         guest.must_run("ubusd </dev/null >/dev/null 2>&1 & sleep 1; /etc/init.d/wifi start; "
                        "/etc/init.d/wps start")
         print("The router runs; each line is a shell script of its own there. End with ^D.")
@@ -119,6 +121,9 @@ def main():
     except (packages.PackageError, image.ImageError, machine.MachineError) as error:
         print("script/demo: %s" % error, file=sys.stderr)
         return EXIT_FAILED
+    except KeyboardInterrupt:
+        print("\nscript/demo: interrupted; the guest has been ended", file=sys.stderr)
+        return EXIT_INTERRUPTED
 
 
 if __name__ == "__main__":

@@ -5,10 +5,13 @@ The kernel unpacks the two archives one over the other, so that a new build of t
 fraction of a second and not the packing of everything.
 """
 
+import contextlib
 import os
 import re
+import shutil
 import stat
 import subprocess
+import tempfile
 
 from router import packages
 
@@ -96,19 +99,20 @@ class Archive:
         self._out.write(data + b"\0" * (-len(data) % 4))
 
 
-def build(build_folder, out_folder, say):
-    """Builds the image; returns (kernel file, initial file system)."""
+@contextlib.contextmanager
+def built(build_folder, out_folder, say):
+    """Builds the image; gives (kernel file, initial file system), gone again afterwards."""
     tree = packages.unpacked_tree(say)
     os.makedirs(out_folder, exist_ok=True)
-    base = _base_layer(tree)
-    project = os.path.join(out_folder, "project.cpio")
-    _project_layer(tree, build_folder, project)
-    image = os.path.join(out_folder, "initrd")
-    with open(image, "wb") as out:
-        for layer in (base, project):
-            with open(layer, "rb") as content:
-                out.write(content.read())
-    return packages.kernel_image(tree), image
+    with tempfile.TemporaryDirectory(dir=out_folder, prefix="image-") as work:
+        project = os.path.join(work, "project.cpio")
+        _project_layer(tree, build_folder, project)
+        image = os.path.join(work, "initrd")
+        with open(image, "wb") as out:
+            for layer in (_base_layer(tree), project):
+                with open(layer, "rb") as content:
+                    shutil.copyfileobj(content, out)
+        yield packages.kernel_image(tree), image
 
 
 def _base_layer(tree):
@@ -216,10 +220,12 @@ def _add_guest_files(archive):
 
 
 def _starter(out_folder):
-    source = os.path.join(HERE, "starter.c")
     program = os.path.join(out_folder, "starter")
-    if not os.path.exists(program) or os.path.getmtime(program) < os.path.getmtime(source):
-        compiler = os.environ.get("CC") or "gcc"
-        subprocess.run([compiler, "-static", "-Os", "-Wall", "-Wextra", "-Werror", "-o", program,
-                        source], check=True)
+    compiler = os.environ.get("CC") or "gcc"
+    command = [compiler, "-static", "-Os", "-Wall", "-Wextra", "-Werror", "-o", program,
+               os.path.join(HERE, "starter.c")]
+    try:
+        subprocess.run(command, check=True)
+    except (OSError, subprocess.CalledProcessError) as error:
+        raise ImageError("cannot build the guest's starter: %s" % error) from error
     return program

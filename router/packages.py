@@ -47,7 +47,7 @@ def unpacked_tree(say):
         if _is_complete(tree):
             return tree
         say("fetching the guest's packages (about 80 MB, once; kept in %s)" % folder)
-        _fetch_into(folder, tree)
+        _fetch_into(folder, tree, say)
     return tree
 
 
@@ -59,14 +59,20 @@ def _is_complete(tree):
         return False
 
 
-def _fetch_into(folder, tree):
+def _fetch_into(folder, tree, say):
     shutil.rmtree(tree, ignore_errors=True)
     with tempfile.TemporaryDirectory(dir=folder, prefix="fetch-") as work:
         packages = os.path.join(work, "packages")
         fresh = os.path.join(work, "tree")
         os.mkdir(packages)
         os.mkdir(fresh)
-        _run(["apt-get", "download", "-q"] + [_kernel_package()] + PACKAGES, packages)
+        try:
+            _download(packages)
+        except PackageError:
+            # Lists that were never fetched, or are older than what the archive now holds.
+            say("updating apt's package lists")
+            _run(_as_root(["apt-get", "update", "-q"]), work)
+            _download(packages)
         for package in sorted(glob.glob(os.path.join(packages, "*.deb"))):
             _run(["dpkg-deb", "-x", package, fresh], work)
         _keep_only_needed_modules(fresh)
@@ -75,11 +81,20 @@ def _fetch_into(folder, tree):
         os.rename(fresh, tree)
 
 
+def _download(folder):
+    _run(["apt-get", "download", "-q", _kernel_package()] + PACKAGES, folder)
+
+
+def _as_root(command):
+    return command if os.getuid() == 0 else ["sudo"] + command
+
+
 def _kernel_package():
     listing = _run(["apt-cache", "depends", KERNEL_META_PACKAGE], None)
     found = re.search(r"Depends: (linux-image-\S+)", listing)
     if not found:
-        raise PackageError("apt knows no %s; 'apt-get update' may help" % KERNEL_META_PACKAGE)
+        raise PackageError("apt knows no %s: the router needs a Debian PC (amd64)"
+                           % KERNEL_META_PACKAGE)
     return found.group(1)
 
 
@@ -132,8 +147,11 @@ def kernel_image(tree):
 
 
 def _run(command, folder):
-    done = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          text=True, check=False)
+    try:
+        done = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              text=True, check=False)
+    except OSError as error:
+        raise PackageError(str(error)) from error
     if done.returncode != 0:
         raise PackageError("%s failed: %s" % (" ".join(command[:3]), done.stderr.strip()))
     return done.stdout

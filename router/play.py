@@ -35,14 +35,14 @@ def play(scenario, build_folder, view=None):
     view = view or timeline.Silence()
     outcome = Outcome()
     outcome.log_folder = os.path.join(build_folder, "router", scenario.name)
-    kernel, initrd = image.build(build_folder, outcome.log_folder, view.text)
     view.heading("%s: %s" % (scenario.name, scenario.sentence))
-    with machine.Machine(kernel, initrd, scenario.radios, outcome.log_folder,
-                         view.on_event) as guest:
+    with image.built(build_folder, outcome.log_folder, view.text) as (kernel, initrd), \
+            machine.Machine(kernel, initrd, scenario.radios, outcome.log_folder,
+                            view.on_event) as guest:
         stage = scene.Scene(guest, view)
         try:
             view.text("           booting the router")
-            guest.wait_booted()
+            stage.boot()
             scenario.play(stage)
         except machine.MachineError as error:
             outcome.trouble = str(error)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""The scenarios of the virtual router: each a function of steps and checks, and one table of all."""
+"""The scenarios of the virtual router: a function of steps and checks for each, and their table."""
 
 from router.machine import MachineError
 from router.scene import INTERFACES
@@ -72,7 +72,8 @@ def push_button(scene, band):
     client = scene.start_client("phone", band)
     scene.begin()
     scene.press_button()
-    scene.expect("hostapd", "^%s: WPS-PBC-ACTIVE" % INTERFACES[band], "hostapd's push-button method")
+    scene.expect("hostapd", "^%s: WPS-PBC-ACTIVE" % INTERFACES[band],
+                 "hostapd's push-button method")
     client.tell("wps_pbc")
     scene.expect("hostapd", "^%s: WPS-REG-SUCCESS" % INTERFACES[band], "the client's enrolment")
     scene.expect_exit(1)
@@ -122,7 +123,8 @@ def unconfigured(scene):
     scene.check_exit(1, "status 0")
     calls = [line for line in scene.commands_of(1) if line.startswith("/etc/init.d/")]
     scene.check_equal("at its end the daemon told the result again and restarted the wireless",
-                      calls[-2:], ["/etc/init.d/wps re_kelm_info", "/etc/init.d/wifi force_restart"])
+                      calls[-2:],
+                      ["/etc/init.d/wps re_kelm_info", "/etc/init.d/wifi force_restart"])
     scene.check("before that it had the settings stored",
                 len(calls) > 2 and set(calls[:-2]) == {"/etc/init.d/wps config_wifi"}, calls[:-2])
     scene.check("the announced result is success on 2.4 GHz", (2, 2, 4) in scene.announcements(),
@@ -203,7 +205,7 @@ def give_settings(scene, registrar, settings):
         registrar.tell("wps_reg 02:00:00:00:01:00 " + settings)
         scene.expect("hostapd", "^wlan1: WPS-NEW-AP-SETTINGS", "the registrar's new settings",
                      since=before)
-        if scene.happens("hostapd", "^wlan1: WPS-SUCCESS", 10, since=before):
+        if scene.happens("hostapd", "^wlan1: WPS-SUCCESS", "the exchange's end", 10, since=before):
             return count
         scene.say("the exchange was cut off at its last message; the laptop tries again")
     raise MachineError("the registrar's exchange did not end in three tries")
@@ -242,7 +244,7 @@ def nobody_comes(scene):
     scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
     scene.say("nobody pushes a client; the daemon's limit is %d seconds by the clock" % WALK_TIME_S)
     scene.move_clock(WALK_TIME_S - 15)
-    early = scene.happens("console", "wps Timeout", 3)
+    early = scene.happens("console", "wps Timeout", "an early end", 3)
     scene.check("shortly before the limit the daemon still waits", early is None,
                 early.text if early else "no time-out")
     scene.move_clock(15)
@@ -272,7 +274,7 @@ def cancel(scene):
     scene.expect("bus", r'"wps":.*"action":2', "the announcement of the end")
     scene.say("now the client is pushed, too late")
     client.tell("wps_pbc")
-    joined = scene.happens("hostapd", "WPS-REG-SUCCESS", 10)
+    joined = scene.happens("hostapd", "WPS-REG-SUCCESS", "an enrolment all the same", 10)
 
     scene.check("nobody is let in after the cancel", joined is None,
                 joined.text if joined else "no enrolment")
@@ -338,7 +340,7 @@ def hostapd_dies(scene):
     scene.say("kills hostapd")
     scene.must_run("kill -9 $(cat /run/hostapd.pid)")
     client.tell("wps_pbc")
-    gone = scene.happens("exit", "^1 daemon", 5)
+    gone = scene.happens("exit", "^1 daemon", "the daemon's end", 5)
     scene.check("the daemon outlives hostapd and waits on", gone is None,
                 gone.text if gone else "still there")
     scene.move_clock(WALK_TIME_S)
@@ -374,7 +376,7 @@ def no_broker(scene):
     scene.say("the broker starts only now; the daemon no longer looks for it")
     scene.start_broker()
     scene.press_button()
-    heard_it = scene.happens("command", "^1 .* wps_pbc", 5)
+    heard_it = scene.happens("command", "^1 .* wps_pbc", "an effect of the press", 5)
     scene.check("a press does nothing", heard_it is None, heard_it.text if heard_it else "nothing")
     lines = scene.texts("console", "Failed to connect to ubus")
     scene.check_equal("the daemon complained once", len(lines), 1)

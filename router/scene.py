@@ -8,6 +8,7 @@ import time
 from router import machine
 
 EVENT_LIMIT_S = 120
+BOOT_LIMIT_S = 120
 WAIT_STEP_S = 0.5
 DEVICE_RADIOS = 2
 
@@ -189,18 +190,28 @@ class Scene:
         """A place in the stream of events, for expect(since=...)."""
         return len(self._guest.events)
 
-    def happens(self, source, pattern, limit_s, since=0):
-        return self._guest.wait_event(source, pattern, limit_s, since)
-
-    def expect(self, source, pattern, what, limit_s=EVENT_LIMIT_S, since=0):
-        """Waits for an event without which the scenario cannot go on."""
+    def happens(self, source, pattern, what, limit_s, since=0):
+        """Waits for an event that may come or not; None when it does not."""
         deadline = time.monotonic() + limit_s
         while time.monotonic() < deadline:
             event = self._guest.wait_event(source, pattern, WAIT_STEP_S, since)
             if event:
                 return event
+            if self._guest.ended():
+                raise machine.MachineError("the guest ended; its console:\n"
+                                           + self._guest.console_tail())
             self._timeline.waiting("waiting for " + what, self._guest.now())
-        raise machine.MachineError("%s did not happen within %d s" % (what, limit_s))
+        return None
+
+    def expect(self, source, pattern, what, limit_s=EVENT_LIMIT_S, since=0):
+        """Waits for an event without which the scenario cannot go on."""
+        event = self.happens(source, pattern, what, limit_s, since)
+        if event is None:
+            raise machine.MachineError("%s did not happen within %d s" % (what, limit_s))
+        return event
+
+    def boot(self):
+        self.expect("boot", "ready", "the router's boot", BOOT_LIMIT_S)
 
     def expect_exit(self, run, limit_s=EVENT_LIMIT_S):
         return self.expect("exit", r"^%d daemon " % run, "the daemon's end", limit_s)

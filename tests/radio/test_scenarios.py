@@ -12,4 +12,6 @@ from router import play, scenarios
 def test_scenario(scenario, build_folder):
     assert shutil.which("qemu-system-x86_64"), "the package qemu-system-x86 is not installed"
     outcome = play.play(scenario, build_folder)
-    assert outcome.failures() == [], "logs are in %s" % outcome.log_folder
+    failures = outcome.failures()
+    if failures:
+        pytest.fail("%s\n(logs: %s)" % ("\n".join(failures), outcome.log_folder), pytrace=False)
