@@ -5,6 +5,7 @@
 import argparse
 import os
 import shutil
+import signal
 import sys
 import time
 
@@ -100,7 +101,14 @@ def _prompted_lines():
             return
 
 
+def _interrupted(*_):
+    raise KeyboardInterrupt
+
+
 def main():
+    # A polite kill is an interrupt too: the guest and its image go with the program.
+    signal.signal(signal.SIGTERM, _interrupted)
+    signal.signal(signal.SIGINT, _interrupted)
     options = parse(sys.argv[1:])
     if options.list:
         print(listing())
