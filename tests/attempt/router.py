@@ -49,10 +49,12 @@ class Router:
         self.world.write('/tmp/wps.conf', (
             f'enabled={enabled}\napWpsAvailable={available}\nstaWpsAvailable={stations}\n'
             f'pinEnabled={"off" if pin is None else "on"}\npinCode={pin or ""}\n'))
-        ap_block = ''.join(f'apBssEnabledApMode_{band}=on\nwlanSecType_{band}={int(kind)}\n'
+        ap_block = ''.join(f'apBssEnabledApMode_{band}=on\napBssEnabled_{band}=on\n'
+                           f'wlanSecType_{band}={int(kind)}\n'
                            for band, kind in zip(BANDS, secured))
-        self.world.write(
-            '/tmp/wifi.conf', f'# made by the scripts\nunused=1\n\n{ap_block}\nend=1\n')
+        sta_block = ''.join(f'staBssEnabled_{band}=on\n' for band in BANDS)
+        self.world.write('/tmp/wifi.conf', (
+            f'# made by the scripts\nunused=1\n\n{ap_block}\n{sta_block}\nend=1\n'))
 
     def add_hostapd(self, *bands, replies=None):
         for band in bands:
@@ -213,6 +215,12 @@ def wpa_cli(band, words):
 
 def hostapd_cli(band, words):
     return f'hostapd_cli -p /var/run/hostapd -i {INTERFACES[band]} {words}'
+
+
+def settings_line(enabled=1, available=3, stations=0):
+    """The WPS settings in the log, without an access-point PIN."""
+    return (f'enabled: {enabled}, apWpsAvailable: {available}, staWpsAvailable: {stations}, '
+            'pinEnabled: 0, pinCode:')
 
 
 def ubus_send(action, status_2g, status_5g, status_5g2=0):

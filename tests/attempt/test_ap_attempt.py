@@ -9,16 +9,21 @@ import pytest
 
 import wire
 from router import (BUTTON_METHOD, CANCEL, NO_ACTION, PIN_METHOD, PRESS, PRESS_TEXT, PROBE_LINES,
-                    START, dump_lines, hostapd_cli, publication_lines, ubus_send)
+                    START, dump_lines, hostapd_cli, publication_lines, settings_line, ubus_send)
 from world import wait_for
 
 PIN_OFF = [hostapd_cli('2g', 'wps_ap_pin disable'), hostapd_cli('5g', 'wps_ap_pin disable')]
 PBC = [hostapd_cli('2g', 'wps_pbc'), hostapd_cli('5g', 'wps_pbc')]
 CANCELS = [hostapd_cli('2g', 'wps_cancel'), hostapd_cli('5g', 'wps_cancel')]
 START_COMMANDS = [ubus_send(1, 11, 11), 'killall wpa_cli', 'nvram get multiap_mode', *PBC]
+# The settings are looked at again, then the control sockets are opened anew.
+REBUILD_LINES = [
+    settings_line(),
+    'eventCtrl open success',
+    'eventCtrl open success',
+]
 START_LINES = [
-    'eventCtrl open success',
-    'eventCtrl open success',
+    *REBUILD_LINES,
     'echo -1 > /tmp/wps_result',
     *publication_lines(1, 11, 11),
     'start wps band 0[wlan1]',
@@ -110,8 +115,9 @@ def test_log_lines_name_the_function_that_log_readers_know(router):
     router.start()
     router.press_and_wait_started()
     assert router.console.functions() == [
-        'wps_ubus_gpio_cb', 'rtk_process_ibus_msg', 'rtk_wpas_sock_init', 'rtk_wpas_sock_init',
-        'kelm_update_wps_result_file', 'wps_ubus_send_wps_event', 'wps_ubus_send_wps_event',
+        'wps_ubus_gpio_cb', 'rtk_process_ibus_msg', 'kelm_check_available_status',
+        'rtk_wpas_sock_init', 'rtk_wpas_sock_init', 'kelm_update_wps_result_file',
+        'wps_ubus_send_wps_event', 'wps_ubus_send_wps_event',
         'rtk_pbc_handle', 'wps_exec_cmd', 'rtk_pbc_handle', 'wps_exec_cmd']
     router.console.forget()
     router.hostapd['2g'].send(REG_SUCCESS)
@@ -519,8 +525,20 @@ def test_a_press_without_hostapd_is_refused_and_the_daemon_goes_on(router):
     assert "Can't open event ctrl" in router.console.lines()
     assert router.commands() == []
     assert router.world.read('/tmp/wps_result') is None
-    router.daemon.send(signal.SIGTERM)
-    assert router.end(poke=False) == 0
+    router.add_hostapd('2g')
+    router.press_and_wait_started()
+    assert router.events() == [(1, 11, 11, 0)]
+    router.hostapd['2g'].send(REG_SUCCESS)
+    assert router.end() == 0
+    assert router.published[-1] == (2, 2, 4, 0)
+
+
+def test_settings_that_changed_since_the_start_count_at_the_next_press(router):
+    router.start()
+    router.configure(available=1)
+    router.press_and_wait_started()
+    assert router.events() == [(1, 11, 12, 0)]
+    assert [line for line in router.commands() if 'wps_pbc' in line] == [PBC[0]]
 
 
 def test_pin_attempt_from_the_request_to_the_restart(router):
@@ -532,8 +550,7 @@ def test_pin_attempt_from_the_request_to_the_restart(router):
     router.settle()
     started = [line for line in router.console.lines() if line not in PROBE_LINES]
     assert started == [
-        'eventCtrl open success',
-        'eventCtrl open success',
+        *REBUILD_LINES,
         'IBUS_WPS_METHOD_PIN ',
         *publication_lines(1, 11, 11),
         *pins,
@@ -604,6 +621,14 @@ def test_a_pin_of_the_bus_reaches_hostapd_cli_as_one_word(router, pin, word):
         hostapd_cli('2g', f'wps_pin any {word}'), hostapd_cli('5g', f'wps_pin any {word}')]
     made = {name for name in os.listdir('/tmp') if not name.startswith('wpa_ctrl_')} - before
     assert made == {'kelm.info'}
+
+
+@pytest.mark.parametrize('pin, word', [
+    ('-a/tmp/x', '-a/tmp/x'), ('--', '--'), ('-B -P/x', "'-B -P/x'")])
+def test_a_pin_of_the_bus_is_no_option_of_hostapd_cli(router, pin, word):
+    router.start()
+    router.request(method=PIN_METHOD, pin=pin)
+    router.wait_command(hostapd_cli('5g', f'-- wps_pin any {word}'))
 
 
 def test_push_button_by_request_is_the_same_as_a_press(router):

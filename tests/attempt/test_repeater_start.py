@@ -4,8 +4,8 @@ import signal
 
 import pytest
 
-from router import (CANCEL, PIN_METHOD, PROBE_LINES, REPEATER_MODE, publication_lines, ubus_send,
-                    wpa_cli)
+from router import (CANCEL, PIN_METHOD, PROBE_LINES, REPEATER_MODE, publication_lines,
+                    settings_line, ubus_send, wpa_cli)
 from world import wait_for
 
 EASYMESH = "config common settings\n\toption mesh_enable '{}'\n"
@@ -31,13 +31,14 @@ def test_a_press_starts_wps_on_both_stations(router):
     start(router)
     router.press_and_wait_started()
     assert router.console.lines()[2:] == [
+        settings_line(enabled=0, available=0, stations=3),
         'eventCtrl open success',
         'eventCtrl open success',
         'echo -1 > /tmp/wps_result',
         '2G is disconnected before WPS',
         '5G is disconnected before WPS',
-        'wps session start [0] [kelm_flags: 0x00000011]',
-        'wps session start [1] [kelm_flags: 0x00000011]',
+        'wps session start [0] [kelm_flags: 0x00000013]',
+        'wps session start [1] [kelm_flags: 0x00000013]',
         'update factory_mode = 0',
         *publication_lines(1, 11, 11),
         'start wps band 0[wlan1-vxd]',

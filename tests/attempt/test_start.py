@@ -5,15 +5,10 @@ import signal
 
 import pytest
 
-from router import hostapd_cli
+from router import hostapd_cli, settings_line
 from world import wait_for
 
 PIN_OFF = [hostapd_cli('2g', 'wps_ap_pin disable'), hostapd_cli('5g', 'wps_ap_pin disable')]
-
-
-def settings_line(pin_enabled=0, pin=''):
-    return (f'enabled: 1, apWpsAvailable: 3, staWpsAvailable: 0, pinEnabled: {pin_enabled}, '
-            f'pinCode:{pin}')
 
 
 @pytest.mark.parametrize('arguments', [['start'], ['-h'], ['--version', 'x'], ['']])
@@ -255,6 +250,13 @@ def test_a_pin_of_the_settings_reaches_hostapd_cli_as_one_word(router, pin, word
                                  for band in ('2g', '5g')]
     made = {name for name in os.listdir('/tmp') if not name.startswith('wpa_ctrl_')} - before
     assert made == {'kelm.pid'}
+
+
+def test_a_pin_of_the_settings_is_no_option_of_hostapd_cli(router):
+    router.configure(pin='-a/x')
+    router.start()
+    assert router.commands() == [hostapd_cli(band, '-- wps_ap_pin set -a/x')
+                                 for band in ('2g', '5g')]
 
 
 def test_the_pin_counts_only_when_it_is_switched_on(router):

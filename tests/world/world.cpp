@@ -13,17 +13,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <regex>
+#include <algorithm>
 
-namespace kelm_test
-{
+namespace kelm_test {
 
-namespace
-{
+namespace {
 
 constexpr int CONSOLE_PIPE_SIZE = 1 << 20;
 constexpr const char *COMMAND_LOG = "/mnt/log/commands";
 constexpr const char *CONSOLE = "/dev/console";
+constexpr const char *NAME_CHARACTERS =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
 
 int console_fd = -1;
 size_t commands_seen = 0;
@@ -162,6 +162,12 @@ void put_stand_ins()
     setenv("PATH", (std::string("/mnt/bin:") + (path ? path : "/usr/bin:/bin")).c_str(), 1);
 }
 
+// Where a run of the given characters ends.
+size_t end_of(const char *characters, const std::string &text, size_t from)
+{
+    return std::min(text.find_first_not_of(characters, from), text.size());
+}
+
 void remove_tree(const std::string &path)
 {
     if (unlink(path.c_str()) == 0 || errno == ENOENT)
@@ -278,8 +284,22 @@ std::string console_text()
 
 std::string console_text_without_line_numbers()
 {
-    static const std::regex origin("kelm\\[([A-Za-z0-9_]+):[0-9]+\\]: ");
-    return std::regex_replace(console_text(), origin, "kelm[$1:N]: ");
+    static const std::string start = "kelm[";
+    const std::string text = console_text();
+    std::string changed;
+    size_t at = 0;
+    for (size_t found; (found = text.find(start, at)) != std::string::npos;) {
+        const size_t colon = end_of(NAME_CHARACTERS, text, found + start.size());
+        const size_t bracket = end_of("0123456789", text, colon + 1);
+        const bool is_origin = text.compare(colon, 1, ":") == 0 && bracket > colon + 1 &&
+                               text.compare(bracket, 3, "]: ") == 0;
+        const size_t kept = is_origin ? colon : found + start.size();
+        changed.append(text, at, kept - at);
+        if (is_origin)
+            changed += ":N";
+        at = is_origin ? bracket : kept;
+    }
+    return changed.append(text, at);
 }
 
 std::vector<std::string> recorded_commands()
