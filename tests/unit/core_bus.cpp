@@ -2,6 +2,7 @@
 // The bus: mailbox, publication, and what each event becomes, with a real broker and a real client.
 #include "core/bus.h"
 
+#include <glob.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <set>
 #include <thread>
 
 extern "C" {
@@ -176,6 +178,26 @@ private:
     pid_t daemon_ = -1;
     std::string start_text_;
 };
+
+// The different masks of this process's threads; a sanitizer's own threads block all signals too.
+std::string signal_masks_of_threads()
+{
+    constexpr size_t DIGITS = 16;
+    std::set<std::string> masks;
+    glob_t files = {};
+    EXPECT_EQ(0, glob("/proc/self/task/*/status", 0, nullptr, &files));
+    for (size_t i = 0; i < files.gl_pathc; ++i) {
+        const std::string status = read_file(files.gl_pathv[i]);
+        const size_t at = status.find("SigBlk:\t");
+        if (at != std::string::npos)
+            masks.insert(status.substr(at + 8, DIGITS));
+    }
+    globfree(&files);
+    std::string text;
+    for (const std::string &mask : masks)
+        text += mask + " ";
+    return text;
+}
 
 message wps_cli(int action, int method, const char *pin = nullptr)
 {
@@ -391,8 +413,7 @@ TEST_IN_FRESH_PROCESS(bus_thread, blocks_all_signals_and_leaves_the_main_threads
     start_core(KELM_MODE_AP, DUAL_BAND);
     const bus running([] {
         answers.on_call = [](const std::string &) {
-            (void)kelm_system(
-                "grep -h SigBlk /proc/$PPID/task/*/status | sort -u >/tmp/masks.part");
+            write_file("/tmp/masks.part", signal_masks_of_threads());
             rename("/tmp/masks.part", "/tmp/masks");
             unlink("/tmp/look");
         };
@@ -401,7 +422,7 @@ TEST_IN_FRESH_PROCESS(bus_thread, blocks_all_signals_and_leaves_the_main_threads
     write_file("/tmp/look", "");
     ASSERT_TRUE(wait_until([] { return file_exists("/tmp/masks"); }));
     // Signals 10, 12, 15 and 42, and all that can be blocked.
-    EXPECT_EQ("SigBlk:\t0000020000004a00\nSigBlk:\tfffffffe7ffbfeff\n", read_file("/tmp/masks"))
+    EXPECT_EQ("0000020000004a00 fffffffe7ffbfeff ", read_file("/tmp/masks"))
         << "(the C library keeps 32 and 33 for itself)";
 }
 
