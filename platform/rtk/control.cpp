@@ -46,6 +46,13 @@ void _remove_if_there(const char *path)
         (void)kelm_system_format(REMOVE_COMMAND_SIZE, "rm %s", path);
 }
 
+// hostapd_cli takes a word that begins with a dash for an option wherever it stands, and one of its
+// options runs a program. Behind this mark every word is data.
+const char *_end_of_options(const char *pin)
+{
+    return pin[0] == '-' ? "-- " : "";
+}
+
 bool _is_multiap_on()
 {
     const char *mode = nvram_get("multiap_mode");
@@ -75,6 +82,10 @@ void _push_station_button(int band, const kelm_session &session, bool multiap_on
 int _rebuild_worker_socks()
 {
     kelm_worker_sock_deinit();
+    // The settings may have changed since the start, and a rebuild that failed has cleared the
+    // flags: without them no band would ever take part again.
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0)
+        (void)kelm_check_available_status();
     if (kelm_worker_sock_init() == 0)
         return 0;
     kelm_log_as("rtk_process_ibus_msg", KELM_LOG_ALWAYS, "Rebuild worker socket failed.\n\n");
@@ -165,7 +176,9 @@ int rtk_wps_start(int method, const char *pin)
         kelm_log_normal("IBUS_WPS_METHOD_PIN \n\n");
         if (kelm_check_wlan_status() != 0)
             return -1;
-        // No alive mark: it makes the button's lamp blink, and here nobody pressed the button.
+        // No alive mark and no reset of the result file, unlike a push: scripts that watch those
+        // two wait for the button's attempt. In repeater mode nothing is started and yet this
+        // returns 0.
         rtk_pin_handle(pin);
         return 0;
     default:
@@ -205,8 +218,8 @@ void rtk_pin_handle(const char *pin)
         // A station shows its PIN to the registrar, it has no command to take one.
         if (kelm_get_run_mode() != KELM_MODE_AP)
             continue;
-        wps_exec_cmd("hostapd_cli -p /var/run/hostapd -i %s wps_pin any %s",
-                     kelm_get_wps_session(band)->ifName, word);
+        wps_exec_cmd("hostapd_cli -p /var/run/hostapd -i %s %swps_pin any %s",
+                     kelm_get_wps_session(band)->ifName, _end_of_options(pin), word);
         kelm_set_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING);
     }
 }
@@ -257,8 +270,8 @@ int rtk_set_ap_pin(int band, const char *pin)
     char word[PIN_WORD_SIZE];
     if (shell_word(word, sizeof word, pin) != 0)
         return 0;
-    return wps_exec_cmd("hostapd_cli -p /var/run/hostapd -i %s wps_ap_pin set %s", session->ifName,
-                        word);
+    return wps_exec_cmd("hostapd_cli -p /var/run/hostapd -i %s %swps_ap_pin set %s",
+                        session->ifName, _end_of_options(pin), word);
 }
 
 int rtk_process_ibus_msg(const wps_listen_event_t *event)

@@ -29,9 +29,15 @@ constexpr int other_mode = 5;
 
 class control : public device_test {
 protected:
-    // Sessions with their interfaces named and these flags on each band of the device.
+    // Sessions with their interfaces named and these flags on each band of the device; the settings,
+    // which each start request reads again, say the same.
     void start_named(int run_mode, int band_set, uint32_t enable_flag)
     {
+        constexpr int all_bands = 15;
+        const int ap_bands = (enable_flag & WPS_FLAG_APBSS_ENABLE) != 0 ? all_bands : 0;
+        const int sta_bands = (enable_flag & WPS_FLAG_STABSS_ENABLE) != 0 ? all_bands : 0;
+        write_wps_conf(1, ap_bands, sta_bands, "off", "");
+        write_wifi_conf("");
         start(run_mode, band_set);
         rtk_update_interface();
         for (int index = 0; index < KELM_BAND_COUNT; ++index)
