@@ -22,7 +22,6 @@ if(NOT TARGET PkgConfig::JSONC)
     set_target_properties(PkgConfig::JSONC PROPERTIES IMPORTED_LOCATION ${JSONC_LIBRARY}
         INTERFACE_INCLUDE_DIRECTORIES "${JSONC_INCLUDE_DIR};${JSONC_INCLUDE_DIR}/json-c")
 endif()
-target_link_libraries(kelm_dependencies INTERFACE PkgConfig::JSONC)
 
 # The four OpenWrt libraries are taken together or not at all: a stand-in beside a real one would be two
 # event loops in one process.
@@ -48,3 +47,6 @@ else()
     target_link_libraries(kelm_dependencies INTERFACE
         hostlib_ubus hostlib_blobmsg_json hostlib_uci hostlib_ubox)
 endif()
+
+# Last: libblobmsg_json needs it, which matters where both are static.
+target_link_libraries(kelm_dependencies INTERFACE PkgConfig::JSONC)

@@ -135,8 +135,8 @@ bool _is_blank(char c)
     return c == ' ' || c == '\t';
 }
 
-// The last character that counts. A carriage return does: a file with CR-LF line ends is not one
-// that a Wi-Fi daemon reads either, and its values must not look fine here.
+// The last character that counts. A carriage return does, as it does for hostapd: in a file with
+// CR-LF line ends the values end in one and keep their quotes.
 const char *_last_character(const char *line)
 {
     const char *at = line + CFG_LINE_SIZE - 1;

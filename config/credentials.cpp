@@ -203,11 +203,6 @@ constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAI
 constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAIL};
 constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, KELM_LOG_DETAIL};
 
-bool _is_band(int band)
-{
-    return band >= 0 && band < KELM_BAND_COUNT;
-}
-
 template <typename config_t, size_t count>
 void _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int band,
                const config_t *config)
@@ -246,7 +241,7 @@ template <typename config_t, size_t count>
 void _merge_band(const char *writer, const target &to, const key_row<config_t> (&rows)[count],
                  int band, const config_t *config)
 {
-    if (!_is_band(band) || config == nullptr)
+    if (!kelm_is_band(band) || config == nullptr)
         return;
     const unique_json object = _get_json_from_file(to.path);
     if (!object)

@@ -71,6 +71,17 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
     return json_read_result::ok;
 }
 
+unique_json kelm_load_json(const char *path)
+{
+    struct stat file = {};
+    if (::stat(path, &file) != 0 || file.st_size > KELM_JSON_FILE_MAX)
+        return nullptr;
+    unique_json root(json_object_from_file(path));
+    if (_is_error_mark(root.get()))
+        (void)root.release();
+    return root;
+}
+
 int kelm_json_int(json_object *object, const char *key, int fallback)
 {
     json_object *value = nullptr;
@@ -84,9 +95,7 @@ unique_json _get_json_from_file(const char *path)
     _create_private(path);
     _touch(path);
 
-    unique_json root(json_object_from_file(path));
-    if (_is_error_mark(root.get()))
-        (void)root.release();
+    unique_json root = kelm_load_json(path);
     kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
                     json_object_get_type(root.get()));
     if (!json_object_is_type(root.get(), json_type_object))

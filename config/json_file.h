@@ -6,6 +6,7 @@
 #include <memory>
 
 #include <json-c/json.h>
+#include <sys/types.h>
 
 #include "core/handle.h"
 
@@ -21,6 +22,10 @@ enum class json_read_result { ok, no_memory, open_failed, read_failed, parse_fai
 
 // Reads at most limit bytes of a file in one read and parses them. flags: O_RDONLY or O_RDWR.
 json_read_result kelm_read_json(const char *path, int flags, size_t limit, unique_json *out);
+
+// Loads a whole file of up to KELM_JSON_FILE_MAX bytes. Null when it is missing, larger or no JSON.
+constexpr off_t KELM_JSON_FILE_MAX = 4 * 1024 * 1024;
+unique_json kelm_load_json(const char *path);
 
 // The integer under key, or fallback when the key is missing or of any other type, a boolean
 // included.

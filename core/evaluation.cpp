@@ -31,11 +31,6 @@ struct survey {
     uint16_t codes[KELM_BAND_COUNT];  // as published
 };
 
-bool _has(int band, uint32_t flag)
-{
-    return (kelm_get_wps_flags(band) & flag) != 0;
-}
-
 survey _survey_bands()
 {
     survey found = {};
@@ -48,8 +43,8 @@ survey _survey_bands()
             ++found.succeeded;
             found.codes[band] = WPS_STATUS_SUCCESS;
         } else {
-            found.codes[band] =
-                _has(band, WPS_FLAG_WORKER_LAUNCH) ? WPS_STATUS_TIMEOUT : WPS_STATUS_SILENT;
+            found.codes[band] = kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH) ? WPS_STATUS_TIMEOUT
+                                                                                : WPS_STATUS_SILENT;
         }
     }
     return found;
@@ -83,9 +78,9 @@ bool _patch_open_access_points()
 {
     bool patched = false;
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
-        if (!kelm_get_band_inited(band) || !_has(band, WPS_FLAG_WORKER_LAUNCH))
+        if (!kelm_get_band_inited(band) || !kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH))
             continue;
-        if (kelm_is_worker_succeed(band, true) && _has(band, WPS_FLAG_NONE_SECURITY)) {
+        if (kelm_is_worker_succeed(band, true) && kelm_has_wps_flag(band, WPS_FLAG_NONE_SECURITY)) {
             (void)kelm_ops.patching_back(band, band, nullptr);
             patched = true;
         }
@@ -116,20 +111,20 @@ void _finish_access_point(const survey &found)
 // Gives a band its own credentials, or those of the succeeded band, or leaves it alone.
 void _patch_band(int band, int succ)
 {
-    if (_has(band, WPS_FLAG_WORKER_LAUNCH) && kelm_is_worker_succeed(band, true)) {
+    if (kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH) && kelm_is_worker_succeed(band, true)) {
         (void)kelm_ops.patching_back(band, band, nullptr);
         return;
     }
-    if (_has(band, WPS_FLAG_CONFIG_MIRROR)) {
+    if (kelm_has_wps_flag(band, WPS_FLAG_CONFIG_MIRROR)) {
         const kelm_rootap_info *rootap = &kelm_get_wps_session(band)->rootap;
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "patching wpsCfg[band %d] with rootAP %s\n", band,
                     rootap->ssid);
         (void)kelm_ops.patching_back(band, succ, rootap);
         return;
     }
-    if (!_has(band, WPS_FLAG_APBSS_ENABLE | WPS_FLAG_WORKER_LAUNCH))
+    if (!kelm_has_wps_flag(band, WPS_FLAG_APBSS_ENABLE | WPS_FLAG_WORKER_LAUNCH))
         return;
-    if (succ == KELM_BAND_NONE || _has(band, WPS_FLAG_STA_CONNECTED))
+    if (succ == KELM_BAND_NONE || kelm_has_wps_flag(band, WPS_FLAG_STA_CONNECTED))
         return;
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "before NULL patching_back\n");
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "%d failed, use %d STA info write back to %d AP.\n", band,
@@ -240,7 +235,7 @@ int _kelm_check_corvex()
     int result = 0;
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         const kelm_session *session = kelm_get_wps_session(band);
-        if (!kelm_get_band_inited(band) || !_has(band, WPS_FLAG_WORKER_LAUNCH) ||
+        if (!kelm_get_band_inited(band) || !kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH) ||
             session->rootap.qm_data[0] == '\0')
             continue;
         const kelm_rootap_info *rootap = &session->rootap;

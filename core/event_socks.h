@@ -31,6 +31,9 @@ void kelm_sock_list_del(kelm_sock_entry *entry);
 // Opens the event socket of every inited band whose interface is enabled. Returns 0, or -1 at the
 // first that fails; those opened before it stay open and in the list.
 int kelm_worker_sock_init();
+
+// Closes those of the bands that are enabled now; a band that was disabled meanwhile keeps its socket
+// until its next set-up.
 void kelm_worker_sock_deinit();
 
 // Waits at most one second for a packet. This is the only place where the daemon's signals are let

@@ -18,6 +18,11 @@ constexpr int KELM_BAND_6G = 3;
 constexpr int KELM_BAND_COUNT = 4;
 constexpr int KELM_BAND_NONE = 4;
 
+constexpr bool kelm_is_band(int band)
+{
+    return band >= 0 && band < KELM_BAND_COUNT;
+}
+
 // Log levels: a line is written while kelm_dbg_level is at least its level.
 constexpr int KELM_LOG_ALWAYS = INT32_MIN;
 constexpr int KELM_LOG_NORMAL = 4;

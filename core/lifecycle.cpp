@@ -113,6 +113,7 @@ int kelm_create_pid_file()
     unique_file other(fopen(KELM_PID_PATH, "re"));
     // Created only where none is, so that of two starts at once one loses here.
     unique_file own(other ? nullptr : fopen(KELM_PID_PATH, "wxe"));
+    // The caller of this second start saw status 0 long before: the parent does not wait for us.
     if (other || (!own && errno == EEXIST)) {
         kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "kelm has been started\n");
         return -1;

@@ -21,10 +21,12 @@ std::atomic<int32_t> kelm_dbg_level{KELM_LOG_NORMAL};
 namespace {
 
 constexpr size_t LINE_SIZE = 2048;
-constexpr int FULL_CONSOLE_WAIT_MS = 20;  // enough for a slow line, short for a stuck one
+constexpr int FULL_CONSOLE_WAIT_MS = 20;  // a slow line drains meanwhile, a stuck one does not
+constexpr int FULL_CONSOLE_WAITS = 5;     // for one line
 
 void _write_all(int fd, const char *text, size_t length)
 {
+    int waits = 0;
     while (length > 0) {
         const ssize_t written = ::write(fd, text, length);
         if (written > 0) {
@@ -35,7 +37,7 @@ void _write_all(int fd, const char *text, size_t length)
         if (written < 0 && errno == EINTR)
             continue;
         pollfd room = {fd, POLLOUT, 0};
-        if (written < 0 && errno != EAGAIN)
+        if ((written < 0 && errno != EAGAIN) || waits++ == FULL_CONSOLE_WAITS)
             return;
         if (::poll(&room, 1, FULL_CONSOLE_WAIT_MS) <= 0 || (room.revents & POLLOUT) == 0)
             return;
@@ -49,8 +51,10 @@ int kelm_printf(const char *format, ...)
     char line[LINE_SIZE] = {};
     va_list values;
     va_start(values, format);
-    (void)vsnprintf(line, sizeof line, format, values);  // cut rather than lost
+    const int length = vsnprintf(line, sizeof line, format, values);
     va_end(values);
+    if (length >= static_cast<int>(sizeof line))
+        line[sizeof line - 2] = '\n';  // cut, but still a line
 
     // Non-blocking: a console that takes nothing must not stop the attempt.
     unique_fd console(::open("/dev/console", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));

@@ -51,8 +51,8 @@ struct flag_row {
     const char *name;
 };
 
-// In the order of the dump. The two youngest flags are not listed, and tools that cut this line up
-// know these eight only.
+// In the order of the dump, which is not that of the bits. CONFIG_WIFI and OVER_SCAN are not shown:
+// tools that cut the line up know these eight.
 constexpr flag_row DUMPED_FLAGS[] = {
     {WPS_FLAG_STABSS_ENABLE, "[WPS_FLAG_STABSS_ENABLE]"},
     {WPS_FLAG_STAWPS_FAKEUP, "[WPS_FLAG_STAWPS_FAKEUP]"},
@@ -158,6 +158,11 @@ void kelm_reset_wps_flags(int band)
         return;
     }
     session->wps_flags = 0;
+}
+
+bool kelm_has_wps_flag(int band, uint32_t mask)
+{
+    return (kelm_get_wps_flags(band) & mask) != 0;
 }
 
 void kelm_set_wps_flag_bit(int band, uint32_t mask)

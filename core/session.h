@@ -26,6 +26,7 @@ uint32_t kelm_clean_global_wpsflag_bit(uint32_t mask);  // returns the new word
 // Per-band accessors. A bad band logs "Bad wps session[band %d].\n" at level 4 and reads as 0.
 uint32_t kelm_get_wps_flags(int band);
 void kelm_reset_wps_flags(int band);
+bool kelm_has_wps_flag(int band, uint32_t mask);  // any bit of the mask
 void kelm_set_wps_flag_bit(int band, uint32_t mask);
 void kelm_clean_wps_flag_bit(int band, uint32_t mask);
 void kelm_set_status(int band, int status);

@@ -56,8 +56,9 @@ bool _bind_local(int s, const sockaddr_un &local)
     const sockaddr *address = reinterpret_cast<const sockaddr *>(&local);
     if (bind(s, address, sizeof local) == 0)
         return true;
-    if (errno != EADDRINUSE || unlink(local.sun_path) != 0)
+    if (errno != EADDRINUSE)
         return false;
+    (void)unlink(local.sun_path);
     return bind(s, address, sizeof local) == 0;
 }
 

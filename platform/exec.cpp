@@ -115,7 +115,7 @@ int _wait_for_limited(pid_t child, int limit_ms)
         if (_monotonic_ms() >= deadline_ms)
             break;
         nanosleep(&pause, nullptr);
-        if (pause.tv_nsec < LONGEST_PAUSE_NS)
+        if (2 * pause.tv_nsec <= LONGEST_PAUSE_NS)
             pause.tv_nsec *= 2;
     }
     (void)kill(-child, SIGKILL);

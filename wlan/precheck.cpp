@@ -24,14 +24,9 @@ namespace {
 constexpr const char *STARTING_MARKER = "/tmp/wifid_is_starting";
 constexpr const char *ENTRY = "kelm_check_wlan_status";  // whose lines the steps write
 
-bool _has(int band, uint32_t flag)
-{
-    return (kelm_get_wps_flags(band) & flag) != 0;
-}
-
 bool _has_enabled_station(int band)
 {
-    return kelm_get_band_inited(band) && _has(band, WPS_FLAG_STABSS_ENABLE);
+    return kelm_get_band_inited(band) && kelm_has_wps_flag(band, WPS_FLAG_STABSS_ENABLE);
 }
 
 bool _is_wireless_starting()
@@ -75,7 +70,7 @@ bool _is_all_connected()
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         if (!_has_enabled_station(band) || (band == KELM_BAND_5G2 && skip_second))
             continue;
-        const bool connected = _has(band, WPS_FLAG_STA_CONNECTED);
+        const bool connected = kelm_has_wps_flag(band, WPS_FLAG_STA_CONNECTED);
         if (band == KELM_BAND_5G)
             skip_second = connected || second_connected;
         if (!connected && !(band == KELM_BAND_5G && second_connected))
@@ -105,11 +100,11 @@ void _sit_out(int band)
 void _silence_connected()
 {
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
-        if (!_has_enabled_station(band) || !_has(band, WPS_FLAG_STA_CONNECTED))
+        if (!_has_enabled_station(band) || !kelm_has_wps_flag(band, WPS_FLAG_STA_CONNECTED))
             continue;
         _sit_out(band);
         if (band == KELM_BAND_5G)
-            _sit_out(++band);
+            _sit_out(KELM_BAND_5G2);
         else if (band == KELM_BAND_5G2)
             _sit_out(KELM_BAND_5G);
     }
@@ -155,9 +150,9 @@ void _note_open_access_point(int band)
 // One press opens one 5 GHz radio, the first: on both, a client would meet an overlap.
 bool _sits_out_as_access_point(int band)
 {
-    if (!_has(band, WPS_FLAG_APBSS_ENABLE))
+    if (!kelm_has_wps_flag(band, WPS_FLAG_APBSS_ENABLE))
         return true;
-    return band == KELM_BAND_5G2 && _has(KELM_BAND_5G, WPS_FLAG_APBSS_ENABLE);
+    return band == KELM_BAND_5G2 && kelm_has_wps_flag(KELM_BAND_5G, WPS_FLAG_APBSS_ENABLE);
 }
 
 void _start_access_point(uint16_t *codes)

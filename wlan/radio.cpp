@@ -36,11 +36,6 @@ constexpr link_row LINKS[KELM_BAND_COUNT] = {
 
 uint32_t easymesh_wps[KELM_BAND_COUNT];
 
-bool _is_band(int band)
-{
-    return band >= 0 && band < KELM_BAND_COUNT;
-}
-
 void _set_flag(int band, uint32_t flag, bool on)
 {
     if (on)
@@ -120,7 +115,7 @@ int kelm_check_available_status()
 
 int kelm_backup_sta_connected(int band)
 {
-    if (!_is_band(band))
+    if (!kelm_is_band(band))
         return -1;
     const link_row &row = LINKS[band];
     unique_json link;
@@ -177,13 +172,13 @@ int kelm_get_sta_connected(int band)
 
 void set_band_easymesh_wps(int band, uint32_t value)
 {
-    if (_is_band(band))
+    if (kelm_is_band(band))
         easymesh_wps[band] = value;
 }
 
 uint32_t get_band_easymesh_wps(int band)
 {
-    return _is_band(band) ? easymesh_wps[band] : 0;
+    return kelm_is_band(band) ? easymesh_wps[band] : 0;
 }
 
 void reset_band_easymesh_wps()
@@ -194,7 +189,7 @@ void reset_band_easymesh_wps()
 
 int _read_ap_secType(int band, uint32_t *sec_type)
 {
-    if (!_is_band(band)) {
+    if (!kelm_is_band(band)) {
         kelm_log_detail("invalid band\n");
         return -1;
     }
@@ -213,7 +208,7 @@ bool _is_none_sec(uint32_t sec_type)
 
 bool kelm_is_worker_succeed(int band, bool report)
 {
-    if (!_is_band(band)) {
+    if (!kelm_is_band(band)) {
         kelm_log_bad_band(band);
         return false;
     }

@@ -36,8 +36,8 @@ void set_band_easymesh_wps(int band, uint32_t value);
 uint32_t get_band_easymesh_wps(int band);
 void reset_band_easymesh_wps();
 
-// Security type of the band's access point, read afresh from "/tmp/wifi.conf". 0, or -1 for a bad
-// band.
+// Security type of the band's access point, read afresh from "/tmp/wifi.conf"; a missing file reads
+// as open. 0, or -1 for a bad band.
 int _read_ap_secType(int band, uint32_t *sec_type);
 bool _is_none_sec(uint32_t sec_type);
 

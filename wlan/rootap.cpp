@@ -25,11 +25,6 @@ unsigned _handle(const void *pointer)
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-bool _has(int band, uint32_t flag)
-{
-    return (kelm_get_wps_flags(band) & flag) != 0;
-}
-
 bool _is_known(const uint8_t (&bssid)[WPS_BSSID_LEN])
 {
     constexpr uint8_t unknown[WPS_BSSID_LEN] = {};
@@ -166,7 +161,7 @@ unique_json _fetch_scan_result(int band, const char *path)
 {
     for (int attempt = 1;; ++attempt) {
         (void)wps_exec_cmd("/usr/bin/wifi getscanresult %s", bandname[band]);
-        unique_json list(json_object_from_file(path));
+        unique_json list = kelm_load_json(path);
         if (list || attempt == SCAN_ATTEMPTS)
             return list;
         (void)wps_exec_cmd("sleep 1");
@@ -179,7 +174,7 @@ int _count_links()
 {
     int links = 0;
     for (int band = KELM_BAND_2G; band <= KELM_BAND_5G2; ++band) {
-        if (kelm_get_band_inited(band) && _has(band, WPS_FLAG_STA_CONNECTED))
+        if (kelm_get_band_inited(band) && kelm_has_wps_flag(band, WPS_FLAG_STA_CONNECTED))
             ++links;
     }
     return links;
@@ -355,9 +350,10 @@ int kelm_resolve_apinfo_and_credential()
 
     (void)kelm_ops.get_wps_credentials(suc, &suc_wps->rootap);
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
-        if (!kelm_get_band_inited(band) || !_has(band, WPS_FLAG_STABSS_ENABLE))
+        if (!kelm_get_band_inited(band) || !kelm_has_wps_flag(band, WPS_FLAG_STABSS_ENABLE))
             continue;
-        if (_has(band, WPS_FLAG_WORKER_LAUNCH) && !_has(band, WPS_FLAG_OVER_SCAN))
+        if (kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH) &&
+            !kelm_has_wps_flag(band, WPS_FLAG_OVER_SCAN))
             trigger_over_scan(band);
         if (band == suc || kelm_is_worker_succeed(band, false)) {
             // It keeps its own credentials; the scan only completes what is known of its peer.

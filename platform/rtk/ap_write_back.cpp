@@ -124,7 +124,9 @@ int rtk_ap_patching_back(int band)
         return -1;
     }
     wps_ap_band_config access_points[KELM_BAND_COUNT] = {};
-    (void)wps_parse_config(WIFI_CONF_PATH, access_points, WPS_CONFIG_AP);  // missing: all off
+    // Written from settings that were not read, the record would switch the access point off.
+    if (wps_parse_config(WIFI_CONF_PATH, access_points, WPS_CONFIG_AP) != 0)
+        return -1;
     kelm_log_detail("wps_parse_ap_config finished.\n");
     wps_ap_band_config &ap = access_points[band];
 

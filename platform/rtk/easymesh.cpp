@@ -100,11 +100,6 @@ credential _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
     return credential::none;
 }
 
-bool _is_band(int band)
-{
-    return band >= 0 && band < KELM_BAND_COUNT;
-}
-
 // The band whose outcome decides: the one that lends its credentials, or for a band with its own
 // the other one of the backhaul's pair. Bands 2 and 3 are paired with band 1 like band 0.
 int _partner(int band, int sta_band)
@@ -145,8 +140,8 @@ int rtk_repeater_check_ap_easymesh_support()
 
 int rtk_repeater_easymesh_patching_back(int band, int sta_band)
 {
-    if (!_is_band(band) || !_is_band(sta_band)) {
-        kelm_log_bad_band(_is_band(band) ? sta_band : band);
+    if (!kelm_is_band(band) || !kelm_is_band(sta_band)) {
+        kelm_log_bad_band(kelm_is_band(band) ? sta_band : band);
         return -1;
     }
     kelm_log_normal("call wps_parse_config\n");

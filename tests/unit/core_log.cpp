@@ -141,14 +141,20 @@ TEST_F(core_log, a_console_that_takes_nothing_does_not_stop_the_daemon)
     EXPECT_EQ(std::string::npos, text.find("no room"));
 }
 
-TEST_F(core_log, a_line_is_cut_after_2047_bytes)
+TEST_F(core_log, a_line_of_2047_bytes_is_written_whole)
 {
     const std::string fits(2047, 'a');
     EXPECT_EQ(0, kelm_printf("%s", fits.c_str()));
-    EXPECT_EQ(fits, console_text());
-    const std::string longer = fits + "b";
-    EXPECT_EQ(0, kelm_printf("%s", longer.c_str()));
-    EXPECT_EQ(fits, console_text());
+    EXPECT_TRUE(fits == console_text());
+}
+
+TEST_F(core_log, a_longer_line_is_cut_there_and_still_ends_as_a_line)
+{
+    for (const size_t length : {2048, 2049, 10000}) {
+        const std::string longer(length, 'a');
+        EXPECT_EQ(0, kelm_printf("%s", longer.c_str()));
+        EXPECT_TRUE(std::string(2046, 'a') + "\n" == console_text()) << length;
+    }
 }
 
 TEST_F(core_log, a_zero_byte_ends_the_line)
