@@ -129,10 +129,11 @@ constexpr int32_t WORST_DISTANCE = 255;  // so an entry exactly that far away is
 
 enum class scan_pick { none, by_ssid, by_bssid };
 
+// A name that is not known matches nothing: hidden entries have an empty one.
 bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
 {
     const char *value = _text(entry, "ssid");
-    return value != nullptr && strncmp(value, ssid, sizeof ssid) == 0;
+    return ssid[0] != '\0' && value != nullptr && strncmp(value, ssid, sizeof ssid) == 0;
 }
 
 // The name decides only while nothing is chosen, and only once: neighbours may carry the same name,

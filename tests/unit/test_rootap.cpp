@@ -423,6 +423,13 @@ TEST_F(rootap, a_name_of_another_type_is_no_name_but_the_address_still_counts)
     }
 }
 
+TEST_F(rootap, an_unknown_name_matches_no_hidden_network)
+{
+    join(KELM_BAND_5G, "", ROOT_MAC);
+    EXPECT_EQ("", choice({ap(FAR_MAC, "")}));
+    EXPECT_EQ("00:11:22:33:44:58", choice({ap(FAR_MAC, ""), ap("00:11:22:33:44:58", "")}));
+}
+
 TEST_F(rootap, names_are_compared_byte_by_byte_over_all_32)
 {
     const std::string bytes = "\xff\xfe\x80 caf\xc3\xa9 \xe2\x82 0123456789abcdefghi";
