@@ -41,6 +41,9 @@ if(NOT KELM_HOSTLIBS AND UBOX_INCLUDE_DIR AND UBUS_INCLUDE_DIR AND UCI_INCLUDE_D
         ${UBOX_INCLUDE_DIR} ${UBUS_INCLUDE_DIR} ${UCI_INCLUDE_DIR})
     target_link_libraries(kelm_dependencies INTERFACE
         ${UBUS_LIBRARY} ${BLOBMSG_JSON_LIBRARY} ${UCI_LIBRARY} ${UBOX_LIBRARY})
+    if(KELM_TESTS)
+        add_subdirectory(hostlibs)  # the tests' broker and command
+    endif()
 else()
     message(STATUS "OpenWrt libraries: the stand-ins of hostlibs/")
     add_subdirectory(hostlibs)
