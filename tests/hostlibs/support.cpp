@@ -165,7 +165,7 @@ static void become(std::vector<std::string> &argv, const std::string &out, const
     for (auto &arg : argv)
         args.push_back(arg.data());
     args.push_back(nullptr);
-    for (int number : {SIGINT, SIGTERM, SIGPIPE, SIGCHLD})
+    for (int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGCHLD})
         ::signal(number, SIG_DFL);
     if (dup2(output_file(out), 1) < 0 || dup2(output_file(err), 2) < 0)
         _exit(120);

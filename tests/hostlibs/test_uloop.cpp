@@ -59,7 +59,8 @@ void own_handler(int) {}
 void default_signals()
 {
     uloop_handle_sigchld = true;
-    for (int number : {SIGINT, SIGTERM, SIGCHLD, SIGPIPE})
+    // Whoever starts the tests may have set any of them to be ignored, nohup SIGHUP for one.
+    for (int number : {SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGPIPE})
         signal(number, SIG_DFL);
 }
 
