@@ -32,8 +32,8 @@ void kelm_sock_list_del(kelm_sock_entry *entry);
 // first that fails; those opened before it stay open and in the list.
 int kelm_worker_sock_init();
 
-// Closes those of the bands that are enabled now; a band that was disabled meanwhile keeps its socket
-// until its next set-up.
+// Closes those of the bands that are enabled now; a band that was disabled meanwhile keeps its
+// socket until its next set-up.
 void kelm_worker_sock_deinit();
 
 // Waits at most one second for a packet. This is the only place where the daemon's signals are let

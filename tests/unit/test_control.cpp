@@ -29,8 +29,8 @@ constexpr int other_mode = 5;
 
 class control : public device_test {
 protected:
-    // Sessions with their interfaces named and these flags on each band of the device; the settings,
-    // which each start request reads again, say the same.
+    // Sessions with their interfaces named and these flags on each band of the device; the
+    // settings, which each start request reads again, say the same.
     void start_named(int run_mode, int band_set, uint32_t enable_flag)
     {
         constexpr int all_bands = 15;
