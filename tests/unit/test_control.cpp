@@ -44,17 +44,20 @@ protected:
             band(index).wps_flags = kelm_get_band_inited(index) ? enable_flag : 0;
     }
 
-    // The control sockets of hostapd on both bands.
-    void serve_hostapd()
-    {
-        servers[0].reset(new ctrl_server("/var/run/hostapd/wlan1"));
-        servers[1].reset(new ctrl_server("/var/run/hostapd/wlan0"));
-    }
+    // The control sockets of the Wi-Fi daemon on both bands.
+    void serve_hostapd() { serve("/var/run/hostapd/wlan1", "/var/run/hostapd/wlan0"); }
 
     void serve_supplicant()
     {
-        servers[0].reset(new ctrl_server("/var/run/wpa_supplicant/wlan1-vxd"));
-        servers[1].reset(new ctrl_server("/var/run/wpa_supplicant/wlan0-vxd"));
+        serve("/var/run/wpa_supplicant/wlan1-vxd", "/var/run/wpa_supplicant/wlan0-vxd");
+    }
+
+    void serve(const char *first, const char *second)
+    {
+        for (auto &server : servers)
+            server.reset();  // before its path is bound anew
+        servers[0].reset(new ctrl_server(first));
+        servers[1].reset(new ctrl_server(second));
     }
 
     void write_stations_without_link()
@@ -131,13 +134,14 @@ struct pin_case {
     const char *seen;  // as the record shows what the program got
 };
 
-// What a program gets must be one word that is the PIN itself.
+// What a program gets must be one word that is the PIN itself. Whatever runs if it is not quoted
+// stays in this world: the stand-in for ubus, a file in "/tmp".
 const pin_case pins[] = {
     {"12345670", "12345670", "12345670"},
     {"1234", "1234", "1234"},
-    {"1;reboot", "'1;reboot'", "'1;reboot'"},
-    {"$(id>/x)", "'$(id>/x)'", "'$(id>/x)'"},
-    {"`id>/x`;", "'`id>/x`;'", "'`id>/x`;'"},
+    {";ubus x;", "';ubus x;'", "';ubus x;'"},
+    {"$(ubus)x", "'$(ubus)x'", "'$(ubus)x'"},
+    {"`ubus`;x", "'`ubus`;x'", "'`ubus`;x'"},
     {"1 2  3 4", "'1 2  3 4'", "'1 2  3 4'"},
     {"a'b'c'd'", "'a'\\''b'\\''c'\\''d'\\'''", "'a'\\''b'\\''c'\\''d'\\'''"},
     {"''''''''", "''\\'''\\'''\\'''\\'''\\'''\\'''\\'''\\'''",
@@ -145,7 +149,8 @@ const pin_case pins[] = {
     {"1\\2\"3&|4", "'1\\2\"3&|4'", "'1\\\\2\"3&|4'"},
     {"12\n34567", "'12\n34567'", "'12\\n34567'"},
     {"*?[a]~#!", "'*?[a]~#!'", "'*?[a]~#!'"},
-    {"<x>y{a,}", "'<x>y{a,}'", "'<x>y{a,}'"},
+    {";>/tmp/x", "';>/tmp/x'", "';>/tmp/x'"},
+    {"<x{a,b}&", "'<x{a,b}&'", "'<x{a,b}&'"},
     {"1234\t670", "'1234\t670'", "'1234\t670'"},
     {"\xc3\xa4\xff\x01~~~~", "'\xc3\xa4\xff\x01~~~~'", "'\xc3\xa4\xff\x01~~~~'"},
 };
@@ -563,7 +568,7 @@ TEST_F(control, no_character_of_a_clients_pin_reaches_the_shell)
         EXPECT_EQ(words{line + row.seen}, recorded_commands()) << row.pin;
         EXPECT_EQ("> " + line + row.word + "\n", log_text()) << row.pin;
     }
-    EXPECT_FALSE(file_exists("/x"));
+    EXPECT_FALSE(file_exists("/tmp/x"));
 }
 
 // --- Cancel and the end of the workers ---
@@ -738,6 +743,46 @@ TEST_F(control, a_failed_rebuild_is_told_at_any_log_level)
     EXPECT_EQ("> Can't open event ctrl\n> Rebuild worker socket failed.\n\n", log_text());
 }
 
+TEST_F(control, a_request_follows_settings_that_have_changed_since_the_start)
+{
+    for (const wps_listen_event_t &event : {button(), wps_cli(1, 1), wps_cli(1, 2, "12345670")}) {
+        start_named(KELM_MODE_AP, 2, enabled_ap);
+        serve_hostapd();
+        write_wps_conf(1, 2, 0, "off", "");
+        EXPECT_EQ(0, rtk_process_ibus_msg(&event));
+        EXPECT_EQ(words{}, servers[0]->commands());
+        EXPECT_EQ(words{"ATTACH"}, servers[1]->commands());
+        const words commands = wps_commands();
+        ASSERT_EQ(1u, commands.size());
+        EXPECT_TRUE(contains(commands[0], " -i wlan0 wps_p")) << commands[0];
+        EXPECT_EQ(WPS_STATUS_SILENT, status(0));
+    }
+}
+
+TEST_F(control, a_request_while_an_attempt_runs_does_not_follow_changed_settings)
+{
+    start_named(KELM_MODE_AP, 2, enabled_ap);
+    serve_hostapd();
+    kelm_flag = KELM_GFLAG_WPS_RUNNING;
+    write_wps_conf(0, 0, 0, "off", "");
+    const wps_listen_event_t event = button();
+    EXPECT_EQ(-1, rtk_process_ibus_msg(&event));
+    EXPECT_EQ(enabled_ap, flags(0));
+    EXPECT_EQ(enabled_ap, flags(1));
+}
+
+TEST_F(control, a_press_after_a_failed_rebuild_works_again_once_the_daemon_is_back)
+{
+    start_named(KELM_MODE_AP, 2, enabled_ap);
+    const wps_listen_event_t event = button();
+    EXPECT_EQ(-1, rtk_process_ibus_msg(&event));
+    serve_hostapd();
+    EXPECT_EQ(0, rtk_process_ibus_msg(&event));
+    EXPECT_EQ((words{"hostapd_cli -p /var/run/hostapd -i wlan1 wps_pbc",
+                     "hostapd_cli -p /var/run/hostapd -i wlan0 wps_pbc"}),
+              wps_commands());
+}
+
 TEST_F(control, a_push_from_the_command_line_starts_like_the_button)
 {
     start_named(KELM_MODE_AP, 2, enabled_ap);
@@ -783,11 +828,34 @@ TEST_F(control, a_hostile_pin_from_the_bus_is_one_word_of_the_command)
         kelm_flag = 0;
         const wps_listen_event_t event = wps_cli(1, 2, row.pin);
         EXPECT_EQ(0, rtk_process_ibus_msg(&event));
-        EXPECT_EQ(
-            words{std::string("hostapd_cli -p /var/run/hostapd -i wlan1 wps_pin any ") + row.seen},
-            wps_commands())
+        EXPECT_EQ((words{"ubus send wps '{\"action\":1,\"2g_status\":11,\"5g_status\":0,"
+                         "\"5g2_status\":0}'",
+                         std::string("hostapd_cli -p /var/run/hostapd -i wlan1 wps_pin any ") +
+                             row.seen}),
+                  recorded_commands())
             << row.pin;
     }
+    EXPECT_FALSE(file_exists("/tmp/x"));
+}
+
+TEST_F(control, a_pin_that_begins_with_a_dash_is_no_option_of_the_program)
+{
+    start_named(KELM_MODE_AP, 0, enabled_ap);
+    const std::string line = "hostapd_cli -p /var/run/hostapd -i wlan1 -- ";
+    for (const std::string pin : {"-a/tmp/x", "-B", "--", "-"}) {
+        rtk_pin_handle(pin.c_str());
+        EXPECT_EQ(words{line + "wps_pin any " + pin}, recorded_commands());
+        EXPECT_EQ(0, rtk_set_ap_pin(0, pin.c_str()));
+        EXPECT_EQ(words{line + "wps_ap_pin set " + pin}, recorded_commands());
+    }
+}
+
+TEST_F(control, a_dash_within_a_pin_leaves_the_command_line_as_it_is)
+{
+    start_named(KELM_MODE_AP, 0, enabled_ap);
+    rtk_pin_handle("1234-670");
+    EXPECT_EQ(words{"hostapd_cli -p /var/run/hostapd -i wlan1 wps_pin any 1234-670"},
+              recorded_commands());
 }
 
 TEST_F(control, an_unknown_method_from_the_command_line_rebuilds_the_sockets_and_no_more)
