@@ -6,6 +6,8 @@
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -141,8 +143,20 @@ private:
             perror("no broker: neither the stand-in nor ubusd in PATH");
             _exit(127);
         }
-        EXPECT_TRUE(wait_until([] { return file_exists(BROKER_SOCKET); })) << "no broker";
+        EXPECT_TRUE(wait_until(is_broker_listening)) << "no broker";
         return broker;
+    }
+
+    // Its socket is there a moment before it listens.
+    static bool is_broker_listening()
+    {
+        sockaddr_un address = {AF_UNIX, {}};
+        strcpy(address.sun_path, BROKER_SOCKET);
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const bool connected =
+            connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+        close(fd);
+        return connected;
     }
 
     [[noreturn]] static void be_the_daemon(const std::function<void()> &at_start)
@@ -358,6 +372,18 @@ TEST_F(publication, that_the_broker_refuses_still_rewrites_the_info_file)
     set_reply("ubus", "exit 3\n");
     const uint16_t statuses[] = {4, 4, 4};
     wps_ubus_send_wps_event(2, statuses);
+    EXPECT_TRUE(file_exists(INFO));
+}
+
+TEST_F(publication, that_a_silent_broker_does_not_take_gives_up_after_three_seconds)
+{
+    set_reply("ubus", "exec sleep 60\n");
+    const uint16_t statuses[] = {4, 4, 4};
+    const double start = monotonic_seconds();
+    wps_ubus_send_wps_event(2, statuses);
+    const double took = monotonic_seconds() - start;
+    EXPECT_GT(took, 2.9) << "a slow one gets its time";
+    EXPECT_LT(took, 20);
     EXPECT_TRUE(file_exists(INFO));
 }
 

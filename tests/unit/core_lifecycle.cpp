@@ -172,6 +172,13 @@ TEST_F(lifecycle, a_pid_file_that_cannot_be_written_ends_the_process_with_the_er
     EXPECT_FALSE(file_exists("/tmp/kelm.pid"));
 }
 
+TEST_F(lifecycle, a_dead_link_in_the_pid_files_place_is_not_followed)
+{
+    ASSERT_EQ(0, symlink("/tmp/elsewhere", "/tmp/kelm.pid"));
+    EXPECT_EQ(-1, kelm_create_pid_file());
+    EXPECT_FALSE(file_exists("/tmp/elsewhere"));
+}
+
 // --- Signals: installing ---
 
 TEST_IN_FRESH_PROCESS(signals, the_handler_is_installed_for_four_signals_with_no_flags)

@@ -193,7 +193,7 @@ TEST_IN_FRESH_PROCESS(core_log_syslog, good_news_is_a_notice_and_bad_news_an_err
     close(fd);
 
     EXPECT_EQ(0u, good.find("<29>")) << good;
-    EXPECT_NE(std::string::npos, good.find("2g WPS succeeded.")) << good;
+    EXPECT_NE(std::string::npos, good.find(" kelm: 2g WPS succeeded.")) << good;
     EXPECT_EQ(0u, bad.find("<27>")) << bad;
-    EXPECT_NE(std::string::npos, bad.find("5g WPS failed.")) << bad;
+    EXPECT_NE(std::string::npos, bad.find(" kelm: 5g WPS failed.")) << bad;
 }
