@@ -2,6 +2,7 @@
 // The event sockets: who gets one, the list, the wait for a packet.
 #include "core/event_socks.h"
 
+#include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
+#include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
 
 using namespace kelm;
@@ -21,6 +23,7 @@ using calls = std::vector<std::string>;
 class event_socks : public testing::Test {
 protected:
     void SetUp() override { start_core(KELM_MODE_AP, ALL_BANDS); }
+    void TearDown() override { faults = {}; }
 
     static void enable(std::initializer_list<int> bands, uint32_t flag = WPS_FLAG_APBSS_ENABLE)
     {
@@ -250,4 +253,18 @@ TEST_F(event_socks, a_descriptor_that_cannot_be_received_from_is_told_in_detail)
     EXPECT_EQ((std::vector<int>{0}), bands_in_list()) << "a failing socket is not removed";
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST_F(event_socks, a_wait_that_fails_is_told_in_detail_and_an_interrupted_one_is_not)
+{
+    open_sockets({0});
+    faults.ppoll_error = ENOMEM;
+    EXPECT_EQ(-1, wait());
+    EXPECT_EQ("", console_text());
+    kelm_dbg_level = 7;
+    EXPECT_EQ(-1, wait());
+    EXPECT_EQ("kelm[_kelm_check_fd:N]: select failed\n", console_text_without_line_numbers());
+    faults.ppoll_error = EINTR;
+    EXPECT_EQ(-1, wait());
+    EXPECT_EQ("", console_text());
 }

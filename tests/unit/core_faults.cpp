@@ -3,6 +3,7 @@
 #include "tests/unit/core_faults.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -25,6 +26,8 @@ extern "C" {
 
 int __real_sigaction(int number, const struct sigaction *action, struct sigaction *old);
 int __wrap_sigaction(int number, const struct sigaction *action, struct sigaction *old);
+int __real_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_t *mask);
+int __wrap_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_t *mask);
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*start)(void *), void *argument);
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
@@ -49,6 +52,14 @@ int __wrap_sigaction(int number, const struct sigaction *action, struct sigactio
     if (faults.sigaction_of == 0 || faults.sigaction_of != number)
         return __real_sigaction(number, action, old);
     errno = EINVAL;
+    return -1;
+}
+
+int __wrap_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_t *mask)
+{
+    if (faults.ppoll_error == 0 || count == 0)
+        return __real_ppoll(set, count, limit, mask);
+    errno = faults.ppoll_error;
     return -1;
 }
 

@@ -7,6 +7,7 @@ namespace kelm_test {
 // Which call fails from now on; the linker sends each of them here, see the options --wrap.
 struct fault_points {
     int sigaction_of = 0;  // of this signal
+    int ppoll_error = 0;   // with this error, where it waits for descriptors
     bool pthread_create = false;
     bool calloc = false;
     bool json_object_new_object = false;
