@@ -29,6 +29,10 @@ PACKAGED_PROGRAMS = [
     ("sbin/iw", "sbin/iw"),
 ]
 
+# Without its provider of old ciphers the supplicant's cryptography does not start, unless the
+# settings happen to need a hash first.
+LEGACY_PROVIDER = "usr/lib/x86_64-linux-gnu/ossl-modules/legacy.so"
+
 # What the project builds, and where the router has it.
 BUILT_PROGRAMS = [
     ("kelm", "usr/sbin/kelm"),
@@ -131,6 +135,7 @@ def _base_layer(tree):
     _add_packaged_programs(archive, tree)
     _add_applets(archive, tree)
     _add_modules(archive, tree)
+    archive.add_file(os.path.join(tree, LEGACY_PROVIDER), LEGACY_PROVIDER, 0o644)
     for name in ("regulatory.db", "regulatory.db.p7s"):
         archive.add_file(_regulatory_file(tree, name), "lib/firmware/" + name)
     archive.close()

@@ -6,7 +6,8 @@ import os
 from router import image, machine, scene, timeline
 
 STATUS_FILES = ["/tmp/kelm.info", "/tmp/wps_result", "/tmp/wpsactive", "/tmp/wps_wifi_ap.txt",
-                "/tmp/wps_wifi_sta.txt"]
+                "/tmp/wps_wifi_sta.txt", "/tmp/_wps_wifi_ap.txt", "/tmp/_wps_wifi_sta.txt",
+                "/tmp/wps_wifi_ap_bh.txt"]
 
 
 class Outcome:

@@ -1,27 +1,20 @@
 # SPDX-License-Identifier: ISC
 """The scenarios of the virtual router: a function of steps and checks for each, and their table."""
 
+from router import repeater_scenarios
+from router.attempt import (BUTTON, CANCEL, CLEAN_COMMANDS, PIN, START, WALK_TIME_S, Scenario,
+                            announce, check_ready_again, info_file)
 from router.machine import MachineError
 from router.scene import INTERFACES
 
 SSIDS = {"2g": "Elm House", "5g": "Elm House 5G"}
 KEY = "under the old elm"
-BUTTON, PIN = 1, 2
-START, CANCEL = 1, 2
-WALK_TIME_S = 125
 
 # The commands of every access-point run: first those of its start, then those of a press.
 STARTUP_COMMANDS = [
     "hostapd_cli -p /var/run/hostapd -i wlan1 wps_ap_pin disable",
     "hostapd_cli -p /var/run/hostapd -i wlan0 wps_ap_pin disable",
 ]
-
-
-def announce(action, *codes):
-    """The command that publishes the state, as the recorder writes it."""
-    names = ("2g_status", "5g_status", "5g2_status")
-    members = ['"action":%d' % action] + ['"%s":%d' % pair for pair in zip(names, codes)]
-    return "ubus send wps '{%s}'" % ",".join(members)
 
 
 def hostapd_commands(command):
@@ -31,15 +24,9 @@ def hostapd_commands(command):
 
 PRESS_COMMANDS = ([announce(1, 11, 11, 0), "killall wpa_cli", "nvram get multiap_mode"]
                   + hostapd_commands("wps_pbc"))
-CLEAN_COMMANDS = ["rm /tmp/wps_wifi_ap.txt", "rm /tmp/wps_wifi_sta.txt"]
 CANCEL_COMMANDS = hostapd_commands("wps_cancel") + [announce(2, 12, 12, 0)]
 FAILED_COMMANDS = CLEAN_COMMANDS + CANCEL_COMMANDS + [announce(2, 4, 4, 0),
                                                       "/etc/init.d/wps restart"]
-
-
-def info_file(action, status_2g, mac_2g, status_5g, mac_5g):
-    return {"wps_action": action, "wl0_wps_status": status_2g, "wl0_wps_sta_mac": mac_2g,
-            "wl1_wps_status": status_5g, "wl1_wps_sta_mac": mac_5g}
 
 
 def success_outcome(scene, client, band):
@@ -56,15 +43,6 @@ def success_outcome(scene, client, band):
                       scene.read_json("/tmp/kelm.info"), wanted)
     scene.check_joined(client, band, SSIDS[band], KEY)
     check_ready_again(scene, 2)
-
-
-def check_ready_again(scene, run):
-    """The restarted service is a new daemon, waiting under a pid file of its own."""
-    pid = (scene.read("/tmp/kelm.pid") or "").strip()
-    _, name = scene.run("cat /proc/%s/comm" % (pid or "none"))
-    scene.check("a new daemon waits for the next attempt (run %d)" % run,
-                name.strip() == "kelm" and scene.exit_of(run) is None,
-                "process %s is %s" % (pid, name.strip()))
 
 
 def push_button(scene, band):
@@ -397,16 +375,6 @@ def no_broker(scene):
     scene.check_joined(client, "2g", SSIDS["2g"], KEY)
 
 
-class Scenario:
-    """A row of the table: what it is called, what it shows, how many radios it needs."""
-
-    def __init__(self, name, sentence, play, radios=3):
-        self.name = name
-        self.sentence = sentence
-        self.play = play
-        self.radios = radios
-
-
 SCENARIOS = [
     Scenario("push-button", "Both bands are secured; a client joins on 2.4 GHz by push-button.",
              push_button_2g),
@@ -427,7 +395,7 @@ SCENARIOS = [
     Scenario("hostapd-dies", "hostapd dies in the middle of an attempt and is brought back.",
              hostapd_dies),
     Scenario("no-broker", "The daemon starts before the ubus broker.", no_broker),
-]
+] + repeater_scenarios.SCENARIOS
 
 
 def find(name):

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: ISC
 """One scenario as it runs: the steps a scenario is written in, and the checks it ends with."""
 
+import base64
 import json
 import re
 import time
@@ -95,6 +96,12 @@ class Scene:
 
     def must_run(self, script):
         return self._guest.must_run(script)
+
+    def write(self, path, lines):
+        """Writes a file of the guest, and the folder it is in."""
+        text = base64.b64encode(("\n".join(lines) + "\n").encode()).decode()
+        self.must_run("mkdir -p \"$(dirname '%s')\"; echo %s | base64 -d >'%s'"
+                      % (path, text, path))
 
     def read(self, path):
         return self._guest.read(path)
@@ -209,6 +216,20 @@ class Scene:
         if event is None:
             raise machine.MachineError("%s did not happen within %d s" % (what, limit_s))
         return event
+
+    def nth_index(self, source, pattern, number):
+        """The place of a source's event of that number, from 1, that holds the pattern."""
+        found = [index for index, event in enumerate(self._guest.events)
+                 if event.source == source and re.search(pattern, event.text)]
+        return found[number - 1]
+
+    def expect_count(self, source, pattern, count, what, since=0):
+        """Waits until such an event has come a number of times."""
+        good, seen = self.settles(
+            lambda: (len(self.texts(source, pattern, since)) >= count,
+                     len(self.texts(source, pattern, since))))
+        if not good:
+            raise machine.MachineError("%s: %d of %d" % (what, seen, count))
 
     def boot(self):
         self.expect("boot", "ready", "the router's boot", BOOT_LIMIT_S)

@@ -7,7 +7,8 @@ import sys
 import threading
 import time
 
-BANDS = {"wlan1": "2.4 GHz", "wlan0": "5 GHz"}
+BANDS = {"wlan1": "2.4 GHz", "wlan0": "5 GHz", "wlan1-vxd": "2.4 GHz", "wlan0-vxd": "5 GHz",
+         "2g": "2.4 GHz", "5g": "5 GHz"}
 STATUS_TEXTS = {0: "idle", 1: "cancelled", 2: "success", 3: "error", 4: "time-out",
                 8: "overlap", 11: "in progress", 12: "silent"}
 REMINDER_S = 5.0
@@ -28,6 +29,23 @@ ROWS = [
      "the access point has new settings"),
     ("hostapd", r"^(?P<iface>\w+): EAPOL-4WAY-HS-COMPLETED (\S+)", "hostapd",
      "client {0} proved that it has the key (4-way handshake)"),
+    ("root", r"^root\d-(?P<iface>\w+): AP-ENABLED", "", "is on the air"),
+    ("root", r"^root\d-(?P<iface>\w+): WPS-PBC-ACTIVE", "", "waits for a client's push"),
+    ("root", r"^root\d-(?P<iface>\w+): WPS-REG-SUCCESS (\S+)", "", "has enrolled {0}"),
+    ("root", r"^root\d-(?P<iface>\w+): EAPOL-4WAY-HS-COMPLETED (\S+)", "",
+     "{0} proved that it has the key (4-way handshake)"),
+    ("station", r"^(?P<iface>\S+): WPS-PBC-ACTIVE", "station", "looks for a pushed root"),
+    ("station", r"^(?P<iface>\S+): WPS-AP-AVAILABLE-PBC", "station", "has found a pushed root"),
+    ("station", r"^(?P<iface>\S+): WPS-CRED-RECEIVED", "station",
+     "has received the network's settings"),
+    ("station", r"^(?P<iface>\S+): WPS-SUCCESS", "station", "is done with the exchange"),
+    ("station", r"^(?P<iface>\S+): WPS-OVERLAP-DETECTED", "station", "sees an overlap"),
+    ("station", r"^(?P<iface>\S+): WPS-TIMEOUT", "station", "found no root in time"),
+    ("station", r"^(?P<iface>\S+): WPS-FAIL (.*)$", "station", "fails: {0}"),
+    ("station", r"^(?P<iface>\S+): CTRL-EVENT-CONNECTED - Connection to (\S+)", "station",
+     "is connected to {0}"),
+    ("station", r"^(?P<iface>\S+): CTRL-EVENT-DISCONNECTED bssid=(\S+)", "station",
+     "is off the network"),
     ("client", r": WPS-PBC-ACTIVE", "", "has been pushed; looks for the router"),
     ("client", r": WPS-PIN-ACTIVE", "", "has its PIN; looks for the router"),
     ("client", r": WPS-CRED-RECEIVED", "", "has received the network's settings"),
@@ -44,6 +62,11 @@ ROWS = [
     ("command", r"-i (?P<iface>\S+) wps_ap_pin disable", "kelm",
      "lets no external registrar in"),
     ("script", r"^[1-9]\d* /etc/init.d/wps config_wifi", "script", "stores the learnt settings"),
+    ("script", r"^[1-9]\d* /etc/init.d/wps mesh_config_wifi", "script",
+     "stores the learnt mesh settings"),
+    ("script", r"^[1-9]\d* /usr/bin/wifi scan (?P<iface>\S+)", "script", "scans"),
+    ("script", r"^[1-9]\d* /usr/bin/wifi getscanresult (?P<iface>\S+)", "script",
+     "lists what was heard"),
     ("script", r"^[1-9]\d* /etc/init.d/wps re_kelm_info", "script", "tells the result once more"),
     ("script", r"^[1-9]\d* /etc/init.d/wps restart", "script",
      "restarts the service for the next attempt"),
@@ -53,6 +76,9 @@ ROWS = [
     ("exit", r"^(\d+) daemon (\d+) signal (\d+)", "kelm",
      "run {0} (process {1}) is killed by signal {2}"),
     ("console", r"kelm\[[^]]*\]: wps Timeout", "kelm", "gives up after 125 seconds"),
+    ("console", r"WPS predict \d+\] (\d+) percent", "kelm", "estimates the chance: {0} percent"),
+    ("console", r"kelm\[[^]]*\]: patching wpsCfg\[band (\d)\] with rootAP (.*)$", "kelm",
+     "mirrors the credentials to band {0}, root \"{1}\""),
     ("console", r"kelm\[[^]]*\]: WPS is processing, ignore", "kelm",
      "ignores the press: an attempt is running"),
     ("console", r"kelm\[[^]]*\]: WPS is processing, close", "kelm",
@@ -92,9 +118,10 @@ def describe(event, client_names):
         found = bus_line(event.text)
         return ("",) + found if found else None
     source, name = event.source, None
-    if source.startswith("client"):
-        name = client_names.get(source, source)
-        source = "client"
+    for kind in ("client", "root"):
+        if re.fullmatch(kind + r"\d", source):
+            name = client_names.get(source, source)
+            source = kind
     for row_source, pattern, who, text in ROWS:
         if row_source != source:
             continue

@@ -12,7 +12,8 @@ from router import machine, packages, play, scenarios, scene, timeline
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 NAMES = ["push-button", "push-button-5g", "unconfigured", "client-pin", "access-point-pin",
          "overlap", "nobody-comes", "cancel", "second-press", "terminated", "hostapd-dies",
-         "no-broker"]
+         "no-broker", "repeater", "repeater-2g", "repeater-near", "repeater-5g", "repeater-alone",
+         "repeater-silent", "repeater-connected", "repeater-factory", "repeater-overlap"]
 
 
 def demo(*arguments):

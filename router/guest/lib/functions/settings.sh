@@ -62,12 +62,14 @@ set_setting() {
     printf '%s\t%s\n' "$3" "$4" | set_settings "$1" "$2"
 }
 
-# Tables of the two bands.
+# Tables of the bands. A router with 6 GHz has settings for it.
 BANDS="2g 5g"
-band_package() { case $1 in 2g) echo wifi2G_Cfg ;; 5g) echo wifi5G_Cfg ;; esac; }
+[ ! -e /etc/config/wifi6G_Cfg ] || BANDS="$BANDS 6g"
+band_package() { case $1 in 2g) echo wifi2G_Cfg ;; 5g) echo wifi5G_Cfg ;; 6g) echo wifi6G_Cfg ;; esac; }
 band_interface() { case $1 in 2g) echo wlan1 ;; 5g) echo wlan0 ;; esac; }
 band_address() { case $1 in 2g) echo 192.168.2.1 ;; 5g) echo 192.168.5.1 ;; esac; }
 band_setting() { setting "$(band_package "$1")" settings2 "$2"; }
+is_repeater() { [ "$(setting wpsCfg settings mode)" = 0 ]; }
 
 # security_number TEXT: the number by which /tmp/wifi.conf names a security.
 security_number() {

@@ -1,0 +1,239 @@
+# SPDX-License-Identifier: ISC
+"""The scenarios of the router in repeater mode: it enrols with root access points."""
+
+from router.attempt import (CLEAN_COMMANDS, WALK_TIME_S, Scenario, announce, check_ready_again,
+                            info_file)
+from router.repeater import OLD_ROOT, STATIONS, Repeater, RootBand
+
+SSID = "Great Oak"
+KEY = "acorns in the cellar"
+EXT = SSID + "_EXT"
+RADIOS = 4
+
+BACKUP_COMMANDS = ["cp /tmp/wps_wifi_ap.txt /tmp/wps_wifi_ap.bak",
+                   "cp /tmp/wps_wifi_sta.txt /tmp/wps_wifi_sta.bak"]
+
+
+def station_commands(command):
+    return ["wpa_cli -p /var/run/wpa_supplicant -i %s %s" % (interface, command)
+            for interface in ("wlan1-vxd", "wlan0-vxd")]
+
+
+PRESS_COMMANDS = ([announce(1, 11, 11, 0), "killall wpa_cli", "nvram get multiap_mode"]
+                  + station_commands("wps_pbc"))
+
+
+def check_success(scene, wanted_scripts, info):
+    scene.check_exit(1, "status 0")
+    scene.check_equal("/tmp/wps_result tells the success", scene.read("/tmp/wps_result"), "1\n")
+    scene.check_equal("/tmp/wpsactive is cleared", scene.read("/tmp/wpsactive"), "0\n")
+    scene.check_restart(1, wanted_scripts)
+    scene.check_equal("the daemon itself announced the start alone; the script told the result",
+                      [line for line in scene.commands_of(1) if line.startswith("ubus send")],
+                      [announce(1, 11, 11, 0)])
+    scene.check_equal("/tmp/kelm.info tells the result", scene.read_json("/tmp/kelm.info"), info)
+
+
+SUCCESS_SCRIPTS = ["/etc/init.d/wps config_wifi", "/etc/init.d/wps re_kelm_info",
+                   "/etc/init.d/wifi force_restart"]
+
+
+def enrol(scene, repeater, root, *bands):
+    """The device's button, then the root's for these bands, until their stations have enrolled."""
+    scene.begin()
+    scene.press_button()
+    scene.expect("station", "^wlan0-vxd: WPS-PBC-ACTIVE", "the stations' start")
+    if bands:
+        scene.say("the root's button is pressed for %s" % " and ".join(bands))
+        root.press(*bands)
+    for band in bands:
+        scene.expect("station", "^%s: WPS-SUCCESS" % STATIONS[band], "the enrolment on " + band)
+
+
+def finish(scene, repeater):
+    scene.expect_exit(1)
+    repeater.wait_daemon_ready(2)
+
+
+def both_bands(scene):
+    repeater = Repeater(scene)
+    repeater.start()
+    root = repeater.add_root(RootBand("2g", SSID, KEY), RootBand("5g", SSID, KEY))
+    enrol(scene, repeater, root, "2g", "5g")
+    finish(scene, repeater)
+
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
+    for band in ("2g", "5g"):
+        repeater.check_station(band, SSID, "wpa2", KEY)
+        repeater.check_extender(band, EXT)
+        repeater.check_connected(band, root)
+        repeater.check_access_point(band, EXT)
+    check_ready_again(scene, 2)
+
+
+def one_band(scene, band, other, other_ssid=SSID):
+    """Only one band of the root is pushed; the other's credentials are the mirrored ones."""
+    repeater = Repeater(scene)
+    repeater.start()
+    ssids = {band: SSID, other: other_ssid}
+    root = repeater.add_root(*[RootBand(name, ssids[name], KEY) for name in ("2g", "5g")])
+    enrol(scene, repeater, root, band)
+    finish(scene, repeater)
+
+    codes = ["success", ""] if band == "2g" else ["ok", ""]
+    codes += ["ok", ""] if band == "2g" else ["success", ""]
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, *codes))
+    scene.check_equal("no station but that of %s enrolled" % band,
+                      scene.texts("station", "^%s: WPS-(SUCCESS|CRED)" % STATIONS[other]), [])
+    scene.check_equal("the daemon mirrored to the other band, by the root it found there",
+                      scene.texts("console", r"patching wpsCfg\[band %d\] with rootAP %s"
+                                  % (("2g", "5g").index(other), other_ssid)) != [], True)
+    for name in ("2g", "5g"):
+        repeater.check_station(name, ssids[name], "wpa2", KEY)
+        repeater.check_extender(name, ssids[name] + "_EXT")
+        repeater.check_connected(name, root)
+        repeater.check_access_point(name, ssids[name] + "_EXT")
+    check_ready_again(scene, 2)
+    return repeater
+
+
+def mirrored(scene):
+    one_band(scene, "2g", "5g")
+
+
+def mirrored_by_nearness(scene):
+    one_band(scene, "2g", "5g", "Great Oak 5")
+    scene.check_equal("the 5 GHz root was found by its address",
+                      len(scene.texts("console", "get entry by bssid 02-11-22-33-44-51")), 1)
+
+
+def mirrored_from_5g(scene):
+    one_band(scene, "5g", "2g")
+
+
+def silent_band(scene):
+    repeater = one_band(scene, "2g", "5g")
+    scores = repeater.scores()
+    scene.check("the logged score fell from pass to pass, to below 15 percent",
+                len(scores) > 3 and scores == sorted(scores, reverse=True)
+                and min(scores[:-1]) >= 15 > scores[-1], scores)
+    # Every pass costs the waiting band 15 percent of what it had.
+    falls = all(later == now * 85 // 100 for now, later in zip(scores, scores[1:]))
+    scene.check("each pass took 15 percent of the score", falls, scores)
+    scene.check_equal("the 125 seconds never ran out",
+                      scene.texts("console", "wps Timeout"), [])
+
+
+def check_nothing_learnt(scene, repeater, status):
+    """The end of an attempt in which no band enrolled: a restart of the service, nothing stored."""
+    scene.check_exit(1, "status 0")
+    scene.check_equal("/tmp/wps_result tells the failure", scene.read("/tmp/wps_result"), "0\n")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      PRESS_COMMANDS + CLEAN_COMMANDS + BACKUP_COMMANDS + [announce(2, 4, 4, 0)]
+                      + station_commands("wps_cancel")
+                      + ["/etc/init.d/wps re_kelm_info", "/etc/init.d/wps restart"])
+    scene.check_equal("/tmp/kelm.info tells the " + status, scene.read_json("/tmp/kelm.info"),
+                      info_file(2, status, "", status, ""))
+    repeater.check_untouched("2g", "5g")
+    for band in ("2g", "5g"):
+        scene.check_equal("the stored root of %s is the one from before" % band,
+                          repeater.stored(band, "settings1", *OLD_ROOT),
+                          tuple(OLD_ROOT.values()))
+        repeater.check_not_connected(band)
+    check_ready_again(scene, 2)
+
+
+def two_roots(scene):
+    repeater = Repeater(scene)
+    repeater.start()
+    for ssid in (SSID, "Small Oak"):
+        root = repeater.add_root(RootBand("2g", ssid, KEY), RootBand("5g", ssid, KEY))
+        root.press("2g", "5g")
+    scene.say("two root access points, each a device of its own, have been pushed")
+    scene.begin()
+    scene.press_button()
+    for interface in STATIONS.values():
+        scene.expect("station", "^%s: WPS-OVERLAP-DETECTED" % interface, "the overlap")
+    finish(scene, repeater)
+
+    scene.check_equal("nobody enrolled", scene.texts("station", "WPS-(CRED|SUCCESS)"), [])
+    check_nothing_learnt(scene, repeater, "overlap")
+
+
+def nobody_presses(scene):
+    repeater = Repeater(scene)
+    repeater.start()
+    root = repeater.add_root(RootBand("2g", SSID, KEY), RootBand("5g", SSID, KEY))
+    enrol(scene, repeater, root)
+    scene.move_clock(WALK_TIME_S)
+    finish(scene, repeater)
+
+    check_nothing_learnt(scene, repeater, "timeout")
+
+
+def already_connected(scene):
+    repeater = Repeater(scene)
+    root = repeater.add_root(RootBand("2g", SSID, KEY), RootBand("5g", SSID, KEY))
+    repeater.start({"2g": {"rootApSsid": SSID, "security": "wpa2", "password": KEY}})
+    scene.expect("station", "^wlan1-vxd: CTRL-EVENT-CONNECTED", "the 2.4 GHz connection")
+    scene.say("the 2.4 GHz station is connected before the press")
+    enrol(scene, repeater, root, "5g")
+    finish(scene, repeater)
+
+    scene.check_exit(1, "status 0")
+    scene.check_equal("WPS was started on 5 GHz alone",
+                      [line for line in scene.commands_of(1) if " wps_pbc" in line],
+                      station_commands("wps_pbc")[1:])
+    scene.check_equal("the start announced 2.4 GHz as silent", scene.announcements()[0],
+                      (1, 12, 11))
+    repeater.check_untouched("2g")
+    repeater.check_station("5g", SSID, "wpa2", KEY)
+    repeater.check_extender("5g", EXT)
+    for band in ("2g", "5g"):
+        repeater.check_connected(band, root)
+    scene.check_equal("the 2.4 GHz access point keeps its name",
+                      repeater.stored("2g", "settings2", "ssid"), ("Elm House",))
+    check_ready_again(scene, 2)
+
+
+def factory(scene):
+    repeater = Repeater(scene)
+    repeater.set_band("5g", "settings2", apBssEnabled="off")
+    fresh = {"rootApSsid": "", "security": "none", "password": ""}
+    repeater.start({"2g": fresh, "5g": fresh})
+    root = repeater.add_root(RootBand("2g", SSID, KEY), RootBand("5g", SSID, KEY))
+    scene.say("the router is new: it knows no root, and its 5 GHz access point is off")
+    enrol(scene, repeater, root, "2g", "5g")
+    finish(scene, repeater)
+
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
+    scene.check_equal("the daemon took the router for a new one",
+                      len(scene.texts("console", "update factory_mode = 1")), 1)
+    for band in ("2g", "5g"):
+        repeater.check_station(band, SSID, "wpa2", KEY)
+        repeater.check_extender(band, EXT)
+        repeater.check_connected(band, root)
+        repeater.check_access_point(band, EXT)
+    check_ready_again(scene, 2)
+
+
+SCENARIOS = [
+    Scenario("repeater", "A repeater enrols with its root access point on both bands.", both_bands,
+             RADIOS),
+    Scenario("repeater-2g", "Only 2.4 GHz enrols; 5 GHz gets the same credentials and joins too.",
+             mirrored, RADIOS),
+    Scenario("repeater-near", "The same with another name on 5 GHz, found by its near address.",
+             mirrored_by_nearness, RADIOS),
+    Scenario("repeater-5g", "Only 5 GHz enrols; 2.4 GHz gets the same credentials and joins too.",
+             mirrored_from_5g, RADIOS),
+    Scenario("repeater-alone", "The repeater's button is pressed, the root's is not.",
+             nobody_presses, RADIOS),
+    Scenario("repeater-silent", "5 GHz stays silent; the falling estimate ends the attempt early.",
+             silent_band, RADIOS),
+    Scenario("repeater-connected", "2.4 GHz is connected already; only 5 GHz is started.",
+             already_connected, RADIOS),
+    Scenario("repeater-factory", "A new repeater: its access points are switched on and follow.",
+             factory, RADIOS),
+    Scenario("repeater-overlap", "Two root access points are pushed; the repeater joins neither.",
+             two_roots, 6),
+]
