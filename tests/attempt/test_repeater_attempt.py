@@ -186,3 +186,33 @@ def test_easymesh_on_both_sides_writes_the_backhaul_and_restarts_its_own_way(rou
     assert read_json(router, '/tmp/_wps_wifi_sta.txt')['ssid_5g'] == 'Back5'
     assert read_json(router, '/tmp/_wps_wifi_ap.txt')['ssid_2g'] == 'Back_EXT'
     assert read_json(router, STATION_FILE) == {'mesh_enable': 'on'}
+
+
+def test_easymesh_here_alone_keeps_to_the_normal_files(router):
+    router.world.write('/etc/config/wificommonCfg', EASYMESH)
+    learn(router, 'wlan1-vxd', 'Root', 'rootsecret')
+    learn(router, 'wlan0-vxd', 'Root5', 'root5secret', 'easymesh_support=0\n')
+    begin(router)
+    router.supplicant['2g'].send('<3>WPS-SUCCESS ')
+    router.wait_command('/usr/bin/wifi scan 2g')
+    router.supplicant['5g'].send('<3>WPS-SUCCESS ')
+    assert router.end() == 0
+    assert '/etc/init.d/wps mesh_config_wifi' not in router.commands()
+    assert router.commands()[-1] == '/etc/init.d/wifi force_restart'
+    assert router.world.read('/tmp/wps_wifi_ap_bh.txt') is None
+    assert router.world.read('/tmp/_wps_wifi_sta.txt') is None
+    station = read_json(router, STATION_FILE)
+    assert [station[key] for key in ('ssid_2g', 'ssid_5g', 'mesh_enable')] == [
+        'Root', 'Root5', 'off']
+
+
+def test_a_missing_supplicant_file_leaves_the_other_bands_success_whole(router):
+    learn(router, 'wlan0-vxd', 'Root5', 'root5secret')
+    begin(router)
+    router.supplicant['2g'].send('<3>WPS-TIMEOUT ')
+    router.supplicant['5g'].send('<3>WPS-SUCCESS ')
+    assert router.end() == 0
+    station = read_json(router, STATION_FILE)
+    assert [station[key] for key in ('ssid_2g', 'password_2g', 'ssid_5g', 'password_5g')] == [
+        '', 'root5secret', 'Root5', 'root5secret']
+    assert '0 failed, use 1 STA info write back to 0 AP.' in router.console.lines()
