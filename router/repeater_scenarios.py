@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: ISC
 """The scenarios of the router in repeater mode: it enrols with root access points."""
 
+import json
+
 from router.attempt import (CLEAN_COMMANDS, WALK_TIME_S, Scenario, announce, check_ready_again,
                             info_file)
 from router.repeater import OLD_ROOT, STATIONS, Repeater, RootBand
@@ -217,6 +219,83 @@ def factory(scene):
     check_ready_again(scene, 2)
 
 
+def mesh(scene):
+    repeater = Repeater(scene)
+    scene.set_setting("wificommonCfg", "settings", "mesh_enable", "on")
+    repeater.start()
+    root = repeater.add_root(*[RootBand(band, SSID, KEY, more=["multi_ap=3"])
+                                for band in ("2g", "5g")])
+    enrol(scene, repeater, root, "2g")
+    scene.say("puts easymesh_support=1 into the learnt block: Debian's supplicant writes no such "
+              "line")
+    scene.must_run("sed -i '$ s/^}$/\\teasymesh_support=1\\n}/' "
+                   "/tmp/run/wpa_supplicant-wlan1-vxd.conf")
+    root.press("5g")
+    scene.expect("station", "^wlan0-vxd: WPS-SUCCESS", "the enrolment on 5g")
+    finish(scene, repeater)
+
+    check_success(scene, ["/etc/init.d/wps mesh_config_wifi"] * 2
+                  + ["/etc/init.d/wps config_wifi", "/etc/init.d/wps re_kelm_info",
+                     "/etc/init.d/wifi restart_from_wps"],
+                  info_file(2, "success", "", "success", ""))
+    scene.check_equal("the backhaul file holds the root's network for both bands",
+                      repeater.learnt("wps_wifi_ap_bh"),
+                      {"backhaul_ssid_2g": SSID, "backhaul_psk_key_2g": KEY,
+                       "backhaul_ssid_5g": SSID, "backhaul_psk_key_5g": KEY})
+    scene.check_equal("the plain station file holds the mesh switch alone", repeater.learnt(),
+                      {"mesh_enable": "on"})
+    scene.check_equal("the backhaul is stored",
+                      [repeater.stored(band, "settings2", "backhaulSsid", "backhaulPassword")
+                       for band in ("2g", "5g")], [(SSID, KEY)] * 2)
+    for band in ("2g", "5g"):
+        repeater.check_station(band, SSID, "wpa2", KEY, "_wps_wifi_sta")
+        repeater.check_extender(band, EXT, "_wps_wifi_ap")
+        repeater.check_connected(band, root)
+        repeater.check_access_point(band, EXT)
+    check_ready_again(scene, 2)
+
+
+SIX_CONFIG = ["config settings 'settings1'", "\toption staBssEnabled 'on'",
+              "\toption rootApSsid ''", "\toption security 'none'", "",
+              "config settings 'settings2'", "\toption apBssEnabled 'on'",
+              "\toption ssid 'Elm House 6G'", "\toption hide '0'", "\toption security 'none'"]
+
+
+def six_ghz(scene):
+    repeater = Repeater(scene, device_radios=3)
+    scene.write("/etc/config/wifi6G_Cfg", SIX_CONFIG)
+    for name, value in (("rfBand", "4"), ("staWpsAvailable", "11")):
+        scene.set_setting("wpsCfg", "settings", name, value)
+    repeater.start()
+    root = repeater.add_root(RootBand("2g", SSID, KEY), RootBand("5g", SSID, KEY))
+    near = root.mac("5g")[:-2] + "52"
+    scene.say("the simulated air has no 6 GHz: the scenario writes that band's scan list")
+    scene.write("/run/air.6g", [json.dumps([{
+        "mac": near, "ssid": SSID, "channel": "1", "security": "sae_only",
+        "wpa_encryption": "aes"}])])
+    enrol(scene, repeater, root, "2g", "5g")
+    finish(scene, repeater)
+
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
+    scene.check_equal("no command started 6 GHz",
+                      [line for line in scene.commands_of(1) if " wps_pbc" in line],
+                      station_commands("wps_pbc"))
+    scene.check_equal("the 6 GHz supplicant was asked for nothing",
+                      scene.texts("station", "^-vxd: WPS-(PBC|CRED|SUCCESS)"), [])
+    scene.check("the daemon mirrored to 6 GHz", scene.texts(
+        "console", r"patching wpsCfg\[band 3\] with rootAP " + SSID), "no such line")
+    repeater.check_station("6g", SSID, "sae_only", KEY)
+    repeater.check_extender("6g", EXT)
+    scene.check_equal("the 6 GHz supplicant is set up for WPA3 with them",
+                      [tuple(block.get(name) for name in ("ssid", "key_mgmt", "psk"))
+                       for block in repeater.blocks("6g")],
+                      [('"%s"' % SSID, "SAE", '"%s"' % KEY)])
+    for band in ("2g", "5g"):
+        repeater.check_station(band, SSID, "wpa2", KEY)
+        repeater.check_connected(band, root)
+    check_ready_again(scene, 2)
+
+
 SCENARIOS = [
     Scenario("repeater", "A repeater enrols with its root access point on both bands.", both_bands,
              RADIOS),
@@ -234,6 +313,10 @@ SCENARIOS = [
              already_connected, RADIOS),
     Scenario("repeater-factory", "A new repeater: its access points are switched on and follow.",
              factory, RADIOS),
+    Scenario("repeater-mesh", "EasyMesh on both sides: the backhaul is stored, the mesh restarts.",
+             mesh, RADIOS),
     Scenario("repeater-overlap", "Two root access points are pushed; the repeater joins neither.",
              two_roots, 6),
+    Scenario("repeater-6g", "A 6 GHz band is never started; it gets the credentials as WPA3.",
+             six_ghz, 5),
 ]

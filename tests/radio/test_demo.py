@@ -13,7 +13,8 @@ TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))
 NAMES = ["push-button", "push-button-5g", "unconfigured", "client-pin", "access-point-pin",
          "overlap", "nobody-comes", "cancel", "second-press", "terminated", "hostapd-dies",
          "no-broker", "repeater", "repeater-2g", "repeater-near", "repeater-5g", "repeater-alone",
-         "repeater-silent", "repeater-connected", "repeater-factory", "repeater-overlap"]
+         "repeater-silent", "repeater-connected", "repeater-factory", "repeater-mesh",
+         "repeater-overlap", "repeater-6g"]
 
 
 def demo(*arguments):

@@ -65,7 +65,9 @@ set_setting() {
 # Tables of the bands. A router with 6 GHz has settings for it.
 BANDS="2g 5g"
 [ ! -e /etc/config/wifi6G_Cfg ] || BANDS="$BANDS 6g"
-band_package() { case $1 in 2g) echo wifi2G_Cfg ;; 5g) echo wifi5G_Cfg ;; 6g) echo wifi6G_Cfg ;; esac; }
+band_package() {
+    case $1 in 2g) echo wifi2G_Cfg ;; 5g) echo wifi5G_Cfg ;; 6g) echo wifi6G_Cfg ;; esac
+}
 band_interface() { case $1 in 2g) echo wlan1 ;; 5g) echo wlan0 ;; esac; }
 band_address() { case $1 in 2g) echo 192.168.2.1 ;; 5g) echo 192.168.5.1 ;; esac; }
 band_setting() { setting "$(band_package "$1")" settings2 "$2"; }

@@ -8,7 +8,11 @@ STATION_UUID=7c8d2b6e-41a5-5b0e-9c33-02ab5e1e0002
 # 6 GHz has no access point's interface to be named after, and a radio of its own.
 station_interface() { echo "$(band_interface "$1")-vxd"; }
 station_address() {
-    case $1 in 2g) echo 02:00:00:00:a1:01 ;; 5g) echo 02:00:00:00:a1:02 ;; 6g) echo 02:00:00:00:a1:03 ;; esac
+    case $1 in
+    2g) echo 02:00:00:00:a1:01 ;;
+    5g) echo 02:00:00:00:a1:02 ;;
+    6g) echo 02:00:00:00:a1:03 ;;
+    esac
 }
 station_radio() { case $1 in 2g) echo phy1 ;; 5g) echo phy0 ;; 6g) echo phy2 ;; esac; }
 station_setting() { setting "$(band_package "$1")" settings1 "$2"; }
@@ -64,7 +68,8 @@ write_supplicant_conf() {
         printf '%s\n' "ctrl_interface=/var/run/wpa_supplicant" "update_config=1" \
             "uuid=$STATION_UUID" "country=US" "device_name=Virtual router" \
             "manufacturer=Elm Works" "model_name=kelm" "device_type=6-0050F204-1" \
-            "config_methods=virtual_push_button virtual_display" "freq_list=$(station_frequencies "$1")"
+            "config_methods=virtual_push_button virtual_display" \
+            "freq_list=$(station_frequencies "$1")"
         station_network_block "$1"
     } >"/tmp/run/wpa_supplicant-$(station_interface "$1").conf"
 }
