@@ -950,3 +950,20 @@ TEST_F(control, the_wireless_restart_of_the_platform_tells_its_status)
     EXPECT_EQ(3, WEXITSTATUS(rtk_wifi_restart()));
     EXPECT_EQ(words{"/etc/init.d/wifi restart"}, recorded_commands());
 }
+
+TEST_F(control, lines_of_the_steps_carry_the_name_of_their_operation)
+{
+    start_named(KELM_MODE_AP, 2, enabled_ap);
+    kelm_dbg_level = 7;
+    rtk_pbc_handle();
+    const wps_listen_event_t press = button();
+    EXPECT_EQ(-1, rtk_process_ibus_msg(&press));
+    const wps_listen_event_t unknown = wps_cli(9, 1);
+    EXPECT_EQ(-1, rtk_process_ibus_msg(&unknown));
+    const std::string log = console_text_without_line_numbers();
+    for (const char *line : {"kelm[rtk_pbc_handle:N]: multiap_mode = 0\n\n",
+                             "kelm[rtk_process_ibus_msg:N]: ibus event: 4\n",
+                             "kelm[rtk_process_ibus_msg:N]: Rebuild worker socket failed.\n\n",
+                             "kelm[rtk_process_ibus_msg:N]: Invalid wps_cli action.\n\n"})
+        EXPECT_TRUE(contains(log, line)) << line << log;
+}

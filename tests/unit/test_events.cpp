@@ -769,3 +769,27 @@ TEST_F(events, an_address_with_a_digit_missing_is_not_shown)
     for (int index : {4, -1})
         EXPECT_STREQ("", rtk_get_sta_mac(index));
 }
+
+TEST_F(events, lines_of_the_steps_carry_the_name_of_their_operation)
+{
+    kelm_dbg_level = 7;
+    start_attempt(KELM_MODE_REPEATER);
+    EXPECT_EQ(0, process(0, "WPS-M2D"));
+    band(0).wps_flags = 0;
+    EXPECT_EQ(0, process(0, "WPS-M2D"));
+    EXPECT_EQ(
+        "kelm[rtk_process_wpas_msg:N]: processing wpsEvent[2.4G]: WPS-M2D\n"
+        "kelm[rtk_process_wpas_msg:N]: processing wpsEvent[2.4G]: WPS-M2D\n"
+        "kelm[rtk_process_wpas_msg:N]: Ignore wpsEvent[2.4G]: WPS-M2D\n",
+        console_text_without_line_numbers());
+    start_attempt(KELM_MODE_AP);
+    EXPECT_EQ(0, process(0, "WPS-NEW-AP-SETTINGS"));
+    EXPECT_TRUE(contains(console_text_without_line_numbers(),
+                         "kelm[rtk_process_wpas_msg:N]: /etc/init.d/wps config_wifi\n"));
+    start_attempt(other_mode);
+    EXPECT_EQ(-1, rtk_wpas_sock_init(0));
+    EXPECT_EQ(
+        "kelm[rtk_wpas_sock_init:N]: Invalid run mode.\n\n"
+        "kelm[rtk_wpas_sock_init:N]: Can't open event ctrl\n",
+        console_text_without_line_numbers());
+}

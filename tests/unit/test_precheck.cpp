@@ -566,3 +566,21 @@ TEST_F(precheck, an_extra_scan_without_a_session_runs_nothing)
         trigger_over_scan(index);
     EXPECT_EQ(words{}, recorded_commands());
 }
+
+TEST_F(precheck, lines_of_the_steps_carry_the_name_of_their_operation)
+{
+    kelm_dbg_level = 7;
+    for (int mode : {KELM_MODE_REPEATER, KELM_MODE_AP}) {
+        start(mode, 0);
+        band(0).wps_flags = sta | ap;
+        write_links({0, -1, -1, -1});
+        EXPECT_EQ(0, kelm_check_wlan_status());
+        EXPECT_TRUE(contains(console_text_without_line_numbers(),
+                             "kelm[kelm_check_wlan_status:N]: wps session start [0] "));
+    }
+    set_run_mode(KELM_MODE_REPEATER);
+    clear_tmp();
+    EXPECT_EQ(-1, kelm_check_wlan_status());
+    EXPECT_TRUE(contains(console_text_without_line_numbers(),
+                         "kelm[kelm_check_wlan_status:N]: Get wlan status failed.\n\n"));
+}
