@@ -219,6 +219,55 @@ def factory(scene):
     check_ready_again(scene, 2)
 
 
+def open_and_transition(scene):
+    repeater = Repeater(scene)
+    repeater.start()
+    root = repeater.add_root(RootBand("2g", "Open Oak"),
+                             RootBand("5g", "Old and New Oak", KEY, "psk_sae"))
+    scene.say("2.4 GHz of the root is open, 5 GHz is WPA2 and WPA3 at once")
+    enrol(scene, repeater, root, "2g", "5g")
+    finish(scene, repeater)
+
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
+    repeater.check_station("2g", "Open Oak", "none", "")
+    # The supplicant notes what the exchange speaks of, and that has no word for WPA3.
+    repeater.check_station("5g", "Old and New Oak", "wpa2", KEY)
+    for band, row in root.bands.items():
+        repeater.check_extender(band, row.ssid + "_EXT")
+        repeater.check_connected(band, root)
+        repeater.check_access_point(band, row.ssid + "_EXT")
+    scene.check_equal("the open root's extender is open, the other's is not",
+                      [repeater.stored(band, "settings2", "security")[0] for band in root.bands],
+                      ["none", "wpa2"])
+    check_ready_again(scene, 2)
+
+
+def mesh_here_only(scene):
+    repeater = Repeater(scene)
+    scene.set_setting("wificommonCfg", "settings", "mesh_enable", "on")
+    repeater.start()
+    root = repeater.add_root(*[RootBand(band, SSID, KEY, more=["multi_ap=3"])
+                                for band in ("2g", "5g")])
+    scene.say("EasyMesh is on here; the root knows nothing of it")
+    enrol(scene, repeater, root, "2g", "5g")
+    finish(scene, repeater)
+
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
+    scene.check_equal("the stations asked for a backhaul",
+                      [line for line in scene.commands_of(1) if " wps_pbc" in line],
+                      station_commands("wps_pbc multi_ap=2"))
+    scene.check_equal("nothing was written for a mesh",
+                      [scene.read("/tmp/" + name) for name in
+                       ("wps_wifi_ap_bh.txt", "_wps_wifi_sta.txt", "_wps_wifi_ap.txt")],
+                      [None, None, None])
+    for band in ("2g", "5g"):
+        repeater.check_station(band, SSID, "wpa2", KEY)
+        repeater.check_extender(band, EXT)
+        repeater.check_connected(band, root)
+        repeater.check_access_point(band, EXT)
+    check_ready_again(scene, 2)
+
+
 def mesh(scene):
     repeater = Repeater(scene)
     scene.set_setting("wificommonCfg", "settings", "mesh_enable", "on")
@@ -315,6 +364,10 @@ SCENARIOS = [
              factory, RADIOS),
     Scenario("repeater-mesh", "EasyMesh on both sides: the backhaul is stored, the mesh restarts.",
              mesh, RADIOS),
+    Scenario("repeater-no-mesh", "EasyMesh here, a root without it: the normal way is taken.",
+             mesh_here_only, RADIOS),
+    Scenario("repeater-open-wpa3", "The root is open on 2.4 GHz and WPA2 with WPA3 on 5 GHz.",
+             open_and_transition, RADIOS),
     Scenario("repeater-overlap", "Two root access points are pushed; the repeater joins neither.",
              two_roots, 6),
     Scenario("repeater-6g", "A 6 GHz band is never started; it gets the credentials as WPA3.",
