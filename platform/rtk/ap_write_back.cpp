@@ -68,8 +68,8 @@ struct hostapd_key {
     void (*take)(wps_ap_band_config *ap, const char *value);
 };
 
-// "auth_algs" is left out on purpose: every access point of the device answers with an open
-// authentication, and a number of hostapd's here would be read as a kind of WEP.
+// "auth_algs" is left out on purpose: it would say open or shared, the record's one place for that
+// is the WEP type, and the scripts would take the access point for a WEP one.
 constexpr hostapd_key HOSTAPD_KEYS[] = {
     {"ssid", _take_ssid},
     {"wpa_psk", _take_passphrase},

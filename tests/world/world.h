@@ -16,8 +16,7 @@
 #include <string>
 #include <vector>
 
-namespace kelm_test
-{
+namespace kelm_test {
 
 // Enters the world; to be called once, before the process has a second thread. Ends the process
 // with a message that names the missing privilege where the machine does not allow it.
