@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/file.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/text.h"
@@ -185,7 +186,7 @@ hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_parse(const char *path)
         kelm_log_always("%s: config file name empty\n", __func__);
         return nullptr;
     }
-    const unique_file file(fopen(path, "re"));
+    const unique_file file = kelm_open_to_read(path);
     if (!file) {
         kelm_log_always("%s: open config file %s failed\n", __func__, path);
         return nullptr;

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "config/file.h"
 #include "config/json_file.h"
 #include "core/log.h"
 #include "core/text.h"
@@ -228,12 +229,8 @@ void _commit(const char *writer, const target &to, json_object *object)
     }
     if (to.total_line != nullptr)
         kelm_log_as(writer, KELM_LOG_DETAIL, "%s: %s\n", to.total_line, text);
-    const unique_file file = kelm_open_private(to.path);
-    if (file) {
-        fprintf(file.get(), "%s\n", text);
-        return;
-    }
-    kelm_log_as(writer, to.failure_level, "failed to open %s!\n", to.plain_path);
+    if (kelm_replace_file(to.path, text, KELM_OWNER_ONLY) != 0)
+        kelm_log_as(writer, to.failure_level, "failed to open %s!\n", to.plain_path);
 }
 
 // Merges one band's keys into what the file holds.
@@ -329,11 +326,8 @@ int wps_set_dual_ap_bh_config(const wps_ap_band_config *bands)
     const char *text = json_object_to_json_string(object.get());
     kelm_log_normal("--------------------------------ap config info total: %s\n",
                     text != nullptr ? text : "");
-    const unique_file file = kelm_open_private(WPS_AP_BH_FILE);
-    if (!file)
+    if (text != nullptr && kelm_replace_file(WPS_AP_BH_FILE, text, KELM_OWNER_ONLY) != 0)
         printf("failed to open %s!", WPS_AP_BH_FILE);
-    else if (text != nullptr)
-        fprintf(file.get(), "%s\n", text);
     return json_object_put(object.release());
 }
 

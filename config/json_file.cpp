@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// JSON files: bounded reading, objects to merge into, private files.
+// JSON files: bounded reading, objects to merge into.
 #include "config/json_file.h"
 
 #include <cerrno>
@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "config/file.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "platform/exec.h"
@@ -17,13 +18,16 @@ namespace kelm {
 
 namespace {
 
-constexpr mode_t OWNER_ONLY = 0600;
 constexpr size_t TOUCH_SIZE = 128;  // of the whole command
 
-// Before touch does, which would let every user read what is written to the file later.
+// Before touch does, which would let every user read the file, and would create what a link under
+// its name points to.
 void _create_private(const char *path)
 {
-    const unique_fd created(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, OWNER_ONLY));
+    struct stat there = {};
+    if (::lstat(path, &there) == 0 && S_ISLNK(there.st_mode))
+        (void)::unlink(path);
+    const unique_fd created(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, KELM_OWNER_ONLY));
 }
 
 void _touch(const char *path)
@@ -52,7 +56,8 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
     const unique_text text(static_cast<char *>(calloc(limit + 1, 1)));
     if (!text)
         return json_read_result::no_memory;
-    const unique_fd file(::open(path, flags | O_CLOEXEC));
+    // A FIFO under the file's name reads as empty instead of holding the attempt.
+    const unique_fd file(::open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.valid())
         return json_read_result::open_failed;
     ssize_t length = -1;
@@ -73,10 +78,11 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
 
 unique_json kelm_load_json(const char *path)
 {
-    struct stat file = {};
-    if (::stat(path, &file) != 0 || file.st_size > KELM_JSON_FILE_MAX)
+    const unique_file file = kelm_open_to_read(path);
+    struct stat size = {};
+    if (!file || ::fstat(fileno(file.get()), &size) != 0 || size.st_size > KELM_JSON_FILE_MAX)
         return nullptr;
-    unique_json root(json_object_from_file(path));
+    unique_json root(json_object_from_fd(fileno(file.get())));
     if (_is_error_mark(root.get()))
         (void)root.release();
     return root;
@@ -108,19 +114,6 @@ unique_json _get_json_from_file(const char *path)
     kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
                     json_object_get_type(root.get()));
     return root;
-}
-
-unique_file kelm_open_private(const char *path)
-{
-    unique_fd fd(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, OWNER_ONLY));
-    if (!fd.valid())
-        return nullptr;
-    // The file may be older and wider. A file system without modes is not worth losing credentials.
-    (void)::fchmod(fd.get(), OWNER_ONLY);
-    unique_file file(::fdopen(fd.get(), "w"));
-    if (file)
-        (void)fd.release();
-    return file;
 }
 
 }  // namespace kelm

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// JSON files: an owning handle, bounded reading, merging, and files that only their owner may read.
+// JSON files: an owning handle, bounded reading, merging.
 #pragma once
 
 #include <cstddef>
@@ -7,8 +7,6 @@
 
 #include <json-c/json.h>
 #include <sys/types.h>
-
-#include "core/handle.h"
 
 namespace kelm {
 
@@ -34,9 +32,5 @@ int kelm_json_int(json_object *object, const char *key, int fallback);
 // The object of a file; a missing file is created (readable by its owner only) and anything that is
 // no JSON object gives a fresh empty one. Null only without memory (logged).
 unique_json _get_json_from_file(const char *path);
-
-// Opens a file for rewriting that only its owner may read, whatever the umask is, since it holds
-// passphrases.
-unique_file kelm_open_private(const char *path);
 
 }  // namespace kelm

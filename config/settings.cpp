@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/file.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/text.h"
@@ -120,7 +121,7 @@ int _cut_line_end(char *value)
 int wps_parse_config(const char *path, void *record, int info_type)
 {
     char line[LINE_SIZE] = {};
-    const unique_file file(fopen(path, "re"));
+    const unique_file file = kelm_open_to_read(path);
     if (!file) {
         kelm_log_always("Open wps config file failed\n");
         return -1;

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "config/file.h"
 #include "core/bus.h"
 #include "core/event_socks.h"
 #include "core/handle.h"
@@ -110,7 +111,7 @@ void kelm_daemonize()
 
 int kelm_create_pid_file()
 {
-    unique_file other(fopen(KELM_PID_PATH, "re"));
+    const unique_file other = kelm_open_to_read(KELM_PID_PATH);
     // Created only where none is, so that of two starts at once one loses here.
     unique_file own(other ? nullptr : fopen(KELM_PID_PATH, "wxe"));
     // The caller of this second start saw status 0 long before: the parent does not wait for us.

@@ -7,8 +7,8 @@
 
 #include <json-c/json.h>
 
+#include "config/file.h"
 #include "config/json_file.h"
-#include "core/handle.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "platform/exec.h"
@@ -105,12 +105,9 @@ void kelm_update_info_file(int action)
         kelm_log_always("Print json_object_t failed.\n");
         return;
     }
-    unique_file file(fopen(INFO_PATH, "wte"));
-    if (!file) {
+    // The page polls this file: it must never meet half of it.
+    if (kelm_replace_file(INFO_PATH, text, KELM_FOR_ALL) != 0)
         kelm_log_always("Open 'kelm.info' file failed.\n");
-        return;
-    }
-    fprintf(file.get(), "%s\n", text);
 }
 
 }  // namespace kelm

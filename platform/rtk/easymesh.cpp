@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "config/credentials.h"
+#include "config/file.h"
 #include "config/settings.h"
 #include "core/handle.h"
 #include "core/log.h"
@@ -121,7 +122,7 @@ int rtk_repeater_check_ap_easymesh_support()
 {
     bool any = false;
     for (int band = 0; band < STATION_COUNT; ++band) {
-        block_reader reader = {unique_file(fopen(STATION_FILES[band], "re")), false, {}};
+        block_reader reader = {kelm_open_to_read(STATION_FILES[band]), false, {}};
         if (!reader.file) {
             kelm_log_normal("Open  tmp/run/wpa_supplicant.conffailed.\n\n");
             continue;
@@ -152,7 +153,7 @@ int rtk_repeater_easymesh_patching_back(int band, int sta_band)
     kelm_log_normal("wps_parse_config finished.\n");
 
     for (int station = 0; station < STATION_COUNT; ++station) {
-        block_reader reader = {unique_file(fopen(STATION_FILES[station], "re")), false, {}};
+        block_reader reader = {kelm_open_to_read(STATION_FILES[station]), false, {}};
         if (!reader.file) {
             kelm_log_normal("Open /tmp/wpa_supplicant.conf failed.\n\n");
             return -1;

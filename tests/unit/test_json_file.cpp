@@ -198,33 +198,20 @@ TEST_F(json_file, loading_is_told_at_the_detailed_level)
                       "kelm[_get_json_from_file:N]: Return root 00000000. type(0)\n"));
 }
 
-TEST_F(json_file, a_private_file_is_its_owners_whatever_the_umask)
+TEST_F(json_file, a_link_planted_under_a_files_name_is_not_followed)
 {
-    EXPECT_TRUE(kelm_open_private(PATH) != nullptr);
-    EXPECT_EQ(0600, file_mode(PATH));
-    EXPECT_EQ(0u, umask(0));
-}
-
-TEST_F(json_file, an_older_file_is_emptied_and_made_private)
-{
-    write_file(PATH, "old text that is longer");
-    ASSERT_EQ(0, chmod(PATH, 0666));
-    fputs("new", kelm_open_private(PATH).get());
-    EXPECT_EQ("new", read_file(PATH));
+    ASSERT_EQ(0, symlink("/tmp/somebodys", PATH));
+    EXPECT_TRUE(_get_json_from_file(PATH) != nullptr);
+    EXPECT_FALSE(file_exists("/tmp/somebodys"));
     EXPECT_EQ(0600, file_mode(PATH));
 }
 
-TEST_F(json_file, a_private_file_is_not_handed_to_started_programs)
+TEST_F(json_file, a_fifo_in_place_of_a_file_is_no_json_and_holds_nobody)
 {
-    const unique_file file = kelm_open_private(PATH);
-    ASSERT_TRUE(file != nullptr);
-    EXPECT_EQ(FD_CLOEXEC, fcntl(fileno(file.get()), F_GETFD) & FD_CLOEXEC);
-}
-
-TEST_F(json_file, a_private_file_that_cannot_be_opened_is_none)
-{
-    EXPECT_TRUE(kelm_open_private("/tmp/run") == nullptr);
-    EXPECT_TRUE(kelm_open_private("/tmp/none/file") == nullptr);
+    ASSERT_EQ(0, mkfifo(PATH, 0600));
+    EXPECT_TRUE(kelm_load_json(PATH) == nullptr);
+    unique_json object;
+    EXPECT_EQ(json_read_result::parse_failed, kelm_read_json(PATH, O_RDONLY, 512, &object));
 }
 
 }  // namespace
