@@ -8,6 +8,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 extern "C" {
@@ -41,6 +42,8 @@ constexpr uint32_t NO_SUCH_VALUE = 0xFF;  // neither an action nor a method
 
 pthread_mutex_t mailbox_lock = PTHREAD_MUTEX_INITIALIZER;
 wps_listen_event_t wps_listen_event;
+// Made once, and never closed: the bus thread may write to it until the process ends.
+int wake_fd = -1;
 
 // --- The event handlers: each turns its event into one record. Bus thread only. ---
 
@@ -277,6 +280,9 @@ unique_text _event_text(int action, const uint16_t *statuses)
 
 int wps_create_ibus_thread()
 {
+    if (wake_fd < 0)
+        wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+
     // The thread inherits the mask: signals are the main thread's alone.
     sigset_t all;
     sigset_t own;
@@ -299,16 +305,26 @@ void wps_ibus_set_msg(wps_listen_event_t event)
     pthread_mutex_lock(&mailbox_lock);
     wps_listen_event = event;
     pthread_mutex_unlock(&mailbox_lock);
+    (void)::eventfd_write(wake_fd, 1);
 }
 
 void wps_ibus_handle_event()
 {
+    // Before the look into the mailbox: what arrives after it then wakes the next wait.
+    eventfd_t woken;
+    (void)::eventfd_read(wake_fd, &woken);
+
     pthread_mutex_lock(&mailbox_lock);
     if (wps_listen_event.code != IBUS_EVENT_NONE) {
         (void)kelm_ops.process_bus_msg(&wps_listen_event);
         wps_listen_event.code = IBUS_EVENT_NONE;
     }
     pthread_mutex_unlock(&mailbox_lock);
+}
+
+int wps_ibus_wake_fd()
+{
+    return wake_fd;
 }
 
 void wps_ibus_send_wps_event(int action, const uint16_t *statuses)

@@ -44,6 +44,11 @@ void wps_ibus_set_msg(wps_listen_event_t event);
 // mailbox.
 void wps_ibus_handle_event();
 
+// A descriptor that is readable while the mailbox may hold a request, for the main loop's wait; -1
+// where it could not be made, or before the bus thread is: a request then waits for the end of a
+// wait.
+int wps_ibus_wake_fd();
+
 // Publishes "wps" with the action (IBUS_WPS_ACTION_*) and the statuses of bands 0 to 2 through the
 // "ubus" command, then rewrites the info file. statuses: at least three. Main thread only.
 void wps_ibus_send_wps_event(int action, const uint16_t *statuses);

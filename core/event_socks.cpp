@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "core/bus.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
@@ -23,7 +24,8 @@ kelm_sock_entry *kelm_sock_list = nullptr;
 
 namespace {
 
-constexpr size_t MAX_SOCKETS = 16;  // four bands, and room for a platform's monitors
+constexpr size_t MAX_SOCKETS = 16;                 // four bands, and room for a platform's monitors
+constexpr size_t MAX_WAITED_ON = MAX_SOCKETS + 1;  // and the mailbox
 constexpr timespec WAIT_TIME = {1, 0};
 constexpr timespec NO_TIME = {0, 0};
 // A dead socket counts as ready: reading it is what tells and clears the error.
@@ -34,7 +36,7 @@ bool _takes_part(int band)
     return kelm_get_band_inited(band) != 0 && kelm_get_iface_enabled(band) != 0;
 }
 
-size_t _collect(const kelm_sock_entry *list, pollfd (&set)[MAX_SOCKETS])
+size_t _collect(const kelm_sock_entry *list, pollfd (&set)[MAX_WAITED_ON])
 {
     size_t count = 0;
     for (; list != nullptr && count < MAX_SOCKETS; list = list->next)
@@ -106,8 +108,9 @@ void kelm_worker_sock_deinit()
 
 kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *list)
 {
-    pollfd set[MAX_SOCKETS];
+    pollfd set[MAX_WAITED_ON];
     const size_t count = _collect(list, set);
+    set[count] = {wps_ibus_wake_fd(), POLLIN, 0};
     sigset_t let_in;
     kelm_wait_mask(&let_in);
 
@@ -115,7 +118,7 @@ kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *l
     // out.
     if (count > 0 && ::ppoll(nullptr, 0, &NO_TIME, &let_in) < 0)
         return nullptr;
-    const int ready = ::ppoll(set, count, &WAIT_TIME, &let_in);
+    const int ready = ::ppoll(set, count + 1, &WAIT_TIME, &let_in);
     if (count == 0) {
         kelm_log_detail("no fd set!\n");
         return nullptr;

@@ -36,9 +36,10 @@ int kelm_worker_sock_init();
 // socket until its next set-up.
 void kelm_worker_sock_deinit();
 
-// Waits at most one second for a packet. This is the only place where the daemon's signals are let
-// in. buffer: KELM_MSG_SIZE + 1 bytes, so that a full one can be terminated; length in: bytes to
-// take, out: bytes taken. Returns the entry that delivered, or null.
+// Waits at most one second for a packet; a request that comes into the mailbox ends the wait. This
+// is the only place where the daemon's signals are let in. buffer: KELM_MSG_SIZE + 1 bytes, so that
+// a full one can be terminated; length in: bytes to take, out: bytes taken. Returns the entry that
+// delivered, or null.
 kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *list);
 
 }  // namespace kelm

@@ -7,6 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <thread>
+
+#include "core/bus.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
@@ -267,4 +270,67 @@ TEST_F(event_socks, a_wait_that_fails_is_told_in_detail_and_an_interrupted_one_i
     faults.ppoll_error = EINTR;
     EXPECT_EQ(-1, wait());
     EXPECT_EQ("", console_text());
+}
+
+// The wake-up is made before the thread, so that the thread's failure leaves it there alone.
+void open_mailbox_alone()
+{
+    faults.pthread_create = true;
+    EXPECT_EQ(-1, wps_create_ibus_thread());
+    faults = {};
+}
+
+void press_the_button()
+{
+    wps_listen_event_t request = {};
+    request.code = IBUS_EVENT_BUTTON;
+    wps_ibus_set_msg(request);
+}
+
+double seconds_of_one_wait()
+{
+    char buffer[KELM_MSG_SIZE + 1];
+    size_t length = KELM_MSG_SIZE;
+    const double start = monotonic_seconds();
+    EXPECT_TRUE(_kelm_check_fd(buffer, &length, kelm_sock_list) == nullptr);
+    return monotonic_seconds() - start;
+}
+
+TEST_IN_FRESH_PROCESS(mailbox_and_wait, a_request_ends_the_wait_and_the_next_lasts_its_second_again)
+{
+    start_core(KELM_MODE_AP, ALL_BANDS);
+    open_mailbox_alone();
+    std::thread presser([] {
+        usleep(50000);
+        press_the_button();
+    });
+    EXPECT_LT(seconds_of_one_wait(), 0.9);
+    presser.join();
+    wps_ibus_handle_event();
+    EXPECT_GT(seconds_of_one_wait(), 0.95);
+}
+
+TEST_IN_FRESH_PROCESS(mailbox_and_wait, a_request_that_came_before_the_wait_ends_it_too)
+{
+    start_core(KELM_MODE_AP, ALL_BANDS);
+    open_mailbox_alone();
+    press_the_button();
+    EXPECT_LT(seconds_of_one_wait(), 0.9);
+}
+
+TEST_IN_FRESH_PROCESS(mailbox_and_wait, a_packet_and_a_request_are_both_served)
+{
+    start_core(KELM_MODE_AP, ALL_BANDS);
+    kelm_set_wps_flag_bit(0, WPS_FLAG_APBSS_ENABLE);
+    ASSERT_EQ(0, kelm_worker_sock_init());
+    open_mailbox_alone();
+    press_the_button();
+    ASSERT_EQ(6, send(peer_of(0), "packet", 6, 0));
+    char buffer[KELM_MSG_SIZE + 1] = {};
+    size_t length = KELM_MSG_SIZE;
+    EXPECT_EQ(&kelm_worker_socks[0], _kelm_check_fd(buffer, &length, kelm_sock_list));
+    EXPECT_STREQ("packet", buffer);
+    (void)recorded_calls();
+    wps_ibus_handle_event();
+    EXPECT_EQ((calls{"ops process_bus_msg(4)"}), recorded_calls());
 }
