@@ -139,7 +139,8 @@ size_t _read_output(int fd, char *buffer, size_t size)
 }
 
 // Formats into a cleared buffer. False when the command does not fit.
-bool _format(char *command, size_t size, const char *format, va_list values)
+__attribute__((format(printf, 3, 0))) bool _format(char *command, size_t size, const char *format,
+                                                   va_list values)
 {
     memset(command, 0, size);
     const int length = vsnprintf(command, size, format, values);
