@@ -181,6 +181,19 @@ class Router:
         self.published += self.events()
         return status
 
+    def end_by_sigterm(self):
+        """The daemon must end when it is told to, and take its traces along."""
+        self.daemon.send(signal.SIGTERM)
+        assert self.end(poke=False) == 0
+        self.assert_no_traces()
+
+    @staticmethod
+    def assert_no_traces():
+        """What a daemon must not leave behind: a pid file bars the next start."""
+        left = [name for name in os.listdir('/tmp')
+                if name.startswith('wpa_ctrl_') or name == 'kelm.pid']
+        assert left == []
+
     def events(self):
         """(action, 2g, 5g, 5g2) of each published event since the last call."""
         if self.bus is None:

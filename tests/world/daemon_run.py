@@ -50,17 +50,18 @@ def _environment():
 class Daemon:
     """One run of the daemon, from its start as a command to its exit status."""
 
-    def __init__(self, arguments=(), environment=None, umask=0o022):
+    def __init__(self, arguments=(), environment=None, umask=0o022, before=None):
+        """before: called in the new process right before the program, for limits and the like."""
         begin = time.monotonic()
-        before = {pid for pid, _ in _children()}
+        known = {pid for pid, _ in _children()}
         command = subprocess.Popen(
             [PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=subprocess.PIPE, env=dict(_environment(), **(environment or {})),
-            cwd='/', umask=umask, restore_signals=True)
+            cwd='/', umask=umask, restore_signals=True, preexec_fn=before)
         self.output, self.errors = command.communicate(timeout=20)
         self.command_status = command.returncode
         self.command_seconds = time.monotonic() - begin
-        found = [pid for pid, name in _children() if name == 'kelm' and pid not in before]
+        found = [pid for pid, name in _children() if name == 'kelm' and pid not in known]
         assert len(found) <= 1, f'more than one process was left behind: {found}'
         self.pid = found[0] if found else None
         self.exit_status = None
@@ -92,6 +93,26 @@ class Daemon:
                 return dict(line.rstrip('\n').split(':\t', 1) for line in file if ':\t' in line)
         except (FileNotFoundError, ProcessLookupError):
             return {}
+
+    def cpu_seconds(self):
+        """What it computed so far, without its children."""
+        with open(f'/proc/{self.pid}/stat', encoding='utf-8') as file:
+            fields = file.read().rsplit(')', 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf('SC_CLK_TCK')
+
+    def resident_kib(self):
+        return int(self.proc_status()['VmRSS'].split()[0])
+
+    def descriptors(self):
+        """What each descriptor leads to, by its kind: numbers in it are left out."""
+        folder = f'/proc/{self.pid}/fd'
+        found = []
+        for number in os.listdir(folder):
+            try:
+                found.append(os.readlink(f'{folder}/{number}').split(':[')[0])
+            except FileNotFoundError:
+                continue
+        return sorted(found)
 
     def is_running(self):
         if self.exit_status is not None:

@@ -18,7 +18,8 @@ class ControlServer:
     """One interface's control socket. Clients that attach get its events.
 
     replies: per request ("ATTACH", "DETACH") the datagrams to answer with, in order; an empty list
-    is silence. What is not named is answered with "OK".
+    is silence. What is not named is answered with "OK". Instead of datagrams a function may stand,
+    called with the socket and the client.
     """
 
     def __init__(self, path, replies=None):
@@ -33,14 +34,17 @@ class ControlServer:
         self._thread = threading.Thread(target=self._serve, daemon=True)
         self._thread.start()
 
-    def close(self):
-        """What the end of the Wi-Fi daemon does: the socket is gone, nothing is said."""
+    def close(self, leave_path=False):
+        """What the end of the Wi-Fi daemon does: the socket is gone, nothing is said.
+
+        leave_path: a daemon that was killed leaves its name in the file system.
+        """
         os.write(self._wake_end, b'.')
         self._thread.join()
         self._socket.close()
         os.close(self._wake)
         os.close(self._wake_end)
-        if os.path.lexists(self.path):
+        if not leave_path and os.path.lexists(self.path):
             os.unlink(self.path)
 
     def send(self, event):
@@ -48,7 +52,11 @@ class ControlServer:
         data = event if isinstance(event, bytes) else event.encode()
         assert self.clients, f'nobody is attached to {self.path}'
         for client in list(self.clients):
-            self._socket.sendto(data, client)
+            try:
+                self._socket.sendto(data, client)
+            except (FileNotFoundError, ConnectionRefusedError):
+                self.clients.remove(client)  # it left without a word
+        assert self.clients, f'nobody is attached to {self.path} any more'
 
     def wait_attached(self, count=1):
         wait_for(lambda: len(self.clients) >= count, f'a client attached to {self.path}')
@@ -66,8 +74,11 @@ class ControlServer:
         replies = self._replies.get(request, ['OK\n'])
         if request == 'DETACH' and client in self.clients:
             self.clients.remove(client)
+        if callable(replies):
+            replies(self._socket, client)
+            return
         for reply in replies:
-            self._socket.sendto(reply.encode(), client)
+            self._socket.sendto(reply if isinstance(reply, bytes) else reply.encode(), client)
         if request == 'ATTACH' and 'OK\n' in replies:
             self.clients.append(client)
 
