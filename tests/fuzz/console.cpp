@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: ISC
+// The daemon's log without a console: formatted whole, so that a text read too far shows, and kept.
+#include <cstdarg>
+#include <atomic>
+#include <cstdio>
+
+#include "core/log.h"
+#include "tests/fuzz/fuzz.h"
+#include "tests/fuzz/world.h"
+
+namespace {
+
+constexpr size_t KEPT = 64 * 1024;
+std::string kept;
+
+}  // namespace
+
+namespace kelm {
+
+std::atomic<int32_t> kelm_dbg_level{KELM_LOG_DETAIL};
+
+// Takes the place of the daemon's own function, which opens, locks and closes the console for each line.
+int kelm_printf(const char *format, ...)
+{
+    char line[4096];
+    va_list values;
+    va_start(values, format);
+    const int length = vsnprintf(line, sizeof line, format, values);
+    va_end(values);
+    PROPERTY(length >= 0);
+    if (kept.size() < KEPT)
+        kept += line;
+    return 0;
+}
+
+}  // namespace kelm
+
+extern "C" void qm_syslog(int, int, const char *format, ...)
+{
+    char line[4096];
+    va_list values;
+    va_start(values, format);
+    (void)vsnprintf(line, sizeof line, format, values);
+    va_end(values);
+}
+
+namespace kelm_fuzz {
+
+std::string take_log()
+{
+    std::string taken;
+    taken.swap(kept);
+    return taken;
+}
+
+}  // namespace kelm_fuzz
