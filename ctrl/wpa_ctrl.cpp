@@ -25,6 +25,7 @@ constexpr size_t PATH_SIZE = sizeof sockaddr_un{}.sun_path;
 constexpr time_t SEND_LIMIT_S = 5;
 constexpr unsigned SEND_RETRY_S = 1;
 constexpr int REPLY_LIMIT_MS = 10000;
+constexpr time_t EVENTS_LIMIT_S = 30;  // of one request
 constexpr size_t ATTACH_REPLY_SIZE = 10;
 
 // Makes the local paths of one process differ.
@@ -202,7 +203,10 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
 {
     if (_send_command(ctrl->s, command, command_len) != 0)
         return -1;
-    for (;;) {
+    // Each event begins the wait anew, so a daemon that sends nothing else would hold the caller
+    // for ever.
+    const time_t deadline_s = _monotonic_s() + EVENTS_LIMIT_S;
+    do {
         const int waited = _await_reply(ctrl->s);
         if (waited != 0)
             return waited;
@@ -215,7 +219,8 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
             return 0;
         }
         _pass_event(reply, length, *reply_len, callback);
-    }
+    } while (_monotonic_s() < deadline_s);
+    return -2;
 }
 
 int wpa_ctrl_attach(wpa_ctrl *ctrl)

@@ -28,9 +28,9 @@ wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir);
 void wpa_ctrl_close(wpa_ctrl *ctrl);
 
 // Sends a command and waits for the reply. reply_len in: room in reply; out: bytes of the reply,
-// not terminated. Blocks for up to 5 seconds to send and 10 for each datagram awaited. 0; -1: not
-// sent or not received; -2: no reply in time. Events that arrive meanwhile go to callback, or
-// nowhere when it is null.
+// not terminated. Blocks for up to 5 seconds to send and 10 for each datagram awaited, of which it
+// takes none any more after 30. 0; -1: not sent or not received; -2: no reply in time. Events that
+// arrive meanwhile go to callback, or nowhere when it is null.
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, char *reply,
                      size_t *reply_len, wpa_ctrl_msg_cb callback);
 

@@ -10,6 +10,7 @@ SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__f
 sys.path.insert(0, os.path.join(SOURCE_DIR, 'tests', 'world'))
 
 import daemon_run  # noqa: E402
+import faults as failing_calls  # noqa: E402
 import world as private_world  # noqa: E402
 from router import Router  # noqa: E402
 
@@ -68,6 +69,12 @@ def router(world):
     device.close()
     reports = world.sanitizer_reports()
     assert not reports, reports
+
+
+@pytest.fixture
+def faults(world):
+    assert os.path.exists(failing_calls.PRELOAD), 'build the target fail_calls'
+    return failing_calls.Faults()
 
 
 @pytest.hookimpl(hookwrapper=True)

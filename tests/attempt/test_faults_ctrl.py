@@ -5,6 +5,7 @@ import os
 import random
 import signal
 import socket
+import threading
 import time
 
 import pytest
@@ -152,6 +153,28 @@ def test_nonsense_in_answer_to_attach_ends_the_start(router, reply):
     router.add_hostapd('2g', '5g', replies={'ATTACH': [reply]})
     router.launch()
     assert router.daemon.wait_exit(poke=False) == 255
+    assert "Can't attach event ctrl" in router.console.lines()
+    router.assert_no_traces()
+
+
+def test_events_without_end_in_answer_to_attach_are_given_up_after_thirty_seconds(router, faults):
+    sending = threading.Event()
+
+    def flood(server, client):
+        server.setblocking(False)
+        with contextlib.suppress(FileNotFoundError, ConnectionRefusedError):
+            while True:
+                sending.set()
+                with contextlib.suppress(BlockingIOError):
+                    server.sendto(b'<3>AP-STA-CONNECTED ', client)
+
+    router.add_hostapd('2g', replies={'ATTACH': flood})
+    router.launch(environment=faults.environment)
+    assert sending.wait(20)
+    time.sleep(0.5)
+    assert router.daemon.is_running()
+    faults.shift_monotonic(31)
+    assert router.daemon.wait_exit(poke=False, timeout=5) == 255
     assert "Can't attach event ctrl" in router.console.lines()
     router.assert_no_traces()
 

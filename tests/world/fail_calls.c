@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: ISC
+// Preloaded into the daemon in tests of faults: calls fail when the test says so, and the monotonic
+// clock runs as many seconds ahead as it says.
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <stdint.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+// The test's page; faults.py knows the order.
+struct plan {
+    int64_t calls;  // made so far
+    int64_t good;   // calls that still succeed before the next ones fail
+    int64_t bad;    // calls that fail then
+};
+
+struct page {
+    int64_t monotonic_shift_s;
+    struct plan spawn;
+    struct plan fork;
+    struct plan thread;
+};
+
+static struct page *page;
+
+// The daemon's children load this too, and count for nothing.
+__attribute__((constructor)) static void map_page(void)
+{
+    if (strcmp(program_invocation_short_name, "kelm") != 0)
+        return;
+    int fd = open("/mnt/faults", O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    void *mapped = mmap(0, sizeof *page, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (mapped != MAP_FAILED)
+        page = mapped;
+}
+
+static int fails(struct plan *plan)
+{
+    ++plan->calls;
+    if (plan->good > 0) {
+        --plan->good;
+        return 0;
+    }
+    if (plan->bad == 0)
+        return 0;
+    --plan->bad;
+    return 1;
+}
+
+int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
+                const posix_spawnattr_t *attributes, char *const words[], char *const variables[])
+{
+    static __typeof__(posix_spawn) *next;
+    if (!next)
+        next = (__typeof__(next))dlsym(RTLD_NEXT, "posix_spawn");
+    if (page && fails(&page->spawn))
+        return EAGAIN;
+    return next(child, path, actions, attributes, words, variables);
+}
+
+pid_t fork(void)
+{
+    static __typeof__(fork) *next;
+    if (!next)
+        next = (__typeof__(next))dlsym(RTLD_NEXT, "fork");
+    if (page && fails(&page->fork)) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return next();
+}
+
+int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
+                   void *argument)
+{
+    static __typeof__(pthread_create) *next;
+    if (!next)
+        next = (__typeof__(next))dlsym(RTLD_NEXT, "pthread_create");
+    if (page && fails(&page->thread))
+        return EAGAIN;
+    return next(thread, attributes, body, argument);
+}
+
+int clock_gettime(clockid_t clock, struct timespec *out)
+{
+    static __typeof__(clock_gettime) *next;
+    if (!next)
+        next = (__typeof__(next))dlsym(RTLD_NEXT, "clock_gettime");
+    const int result = next(clock, out);
+    if (result == 0 && page && clock == CLOCK_MONOTONIC)
+        out->tv_sec += (time_t)page->monotonic_shift_s;
+    return result;
+}
