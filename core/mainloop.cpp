@@ -30,6 +30,12 @@ int32_t _now()
     return static_cast<int32_t>(time(nullptr));
 }
 
+// The stamps are 32 bits wide: an attempt may run while they turn negative, in January 2038.
+int32_t _seconds_between(int32_t earlier, int32_t later)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
+}
+
 void _give_up()
 {
     kelm_mark_launched_done();
@@ -56,7 +62,8 @@ void _boost_check()
             if (kelm_get_band_inited(band))
                 kelm_ops.band_tick(band);
         }
-        if (now - time_last_check > 0 && get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT)
+        if (_seconds_between(time_last_check, now) > 0 &&
+            get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT)
             _give_up();
     }
     time_last_check = now;
@@ -116,7 +123,7 @@ void wps_session_maintain()
     const int32_t now = _now();
     kelm_update_time();
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0 ||
-        now < time_start + WPS_TIMEOUT_S)
+        _seconds_between(time_start, now) < WPS_TIMEOUT_S)
         return;
 
     kelm_log_normal("wps Timeout, stop sessions[%d - %d]\n", time_start, now);

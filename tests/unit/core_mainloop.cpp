@@ -268,6 +268,19 @@ TEST_IN_FRESH_PROCESS(mainloop, at_125_seconds_every_band_that_has_not_succeeded
     EXPECT_NE(0u, kelm_flag & KELM_GFLAG_WPS_RESTART) << "the attempt has been judged";
 }
 
+TEST_IN_FRESH_PROCESS(mainloop, an_attempt_in_the_second_at_which_32_bits_end_has_its_125_seconds)
+{
+    constexpr time_t LAST_SECOND = INT32_MAX;
+    start_attempt(KELM_MODE_AP, LAUNCHED);
+    time_start = static_cast<int32_t>(LAST_SECOND - 60);
+    set_time(LAST_SECOND + 64);
+    wps_session_maintain();
+    EXPECT_EQ(WPS_STATUS_STARTED, kelm_get_status(0));
+    set_time(LAST_SECOND + 65);
+    wps_session_maintain();
+    EXPECT_EQ(WPS_STATUS_TIMEOUT, kelm_get_status(0));
+}
+
 TEST_IN_FRESH_PROCESS(mainloop, without_an_attempt_nothing_times_out)
 {
     start_core(KELM_MODE_AP, DUAL_BAND);
