@@ -58,6 +58,10 @@ class ControlServer:
                 self.clients.remove(client)  # it left without a word
         assert self.clients, f'nobody is attached to {self.path} any more'
 
+    def send_to(self, client, data, flags=0):
+        """A datagram to one client, in plain: what the kernel says comes back as OSError."""
+        self._socket.sendto(data, flags, client)
+
     def wait_attached(self, count=1):
         wait_for(lambda: len(self.clients) >= count, f'a client attached to {self.path}')
 

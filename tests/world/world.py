@@ -209,6 +209,12 @@ class Console:
         self.text()
         self._text = ''
 
+    def take(self):
+        """All that came since then; forgets it, which keeps a flood of lines cheap."""
+        taken = self.text()
+        self._text = ''
+        return taken
+
     def functions(self):
         """The function that each message names as its origin, in order; see lines()."""
         return [name for name in ORIGIN.split(self.text())[1::2] if name != 'dump_rootap_info']
