@@ -19,7 +19,8 @@ namespace kelm {
 
 std::atomic<int32_t> kelm_dbg_level{KELM_LOG_DETAIL};
 
-// Takes the place of the daemon's own function, which opens, locks and closes the console for each line.
+// Takes the place of the daemon's own function, which opens, locks and closes the console for each
+// line.
 int kelm_printf(const char *format, ...)
 {
     char line[4096];

@@ -34,8 +34,8 @@ private:
 }  // namespace kelm_fuzz
 
 // A property that holds for every input.
-#define PROPERTY(condition)                                         \
-    do {                                                            \
-        if (!(condition))                                           \
-            ::kelm_fuzz::broken(#condition, __FILE__, __LINE__);    \
+#define PROPERTY(condition)                                      \
+    do {                                                         \
+        if (!(condition))                                        \
+            ::kelm_fuzz::broken(#condition, __FILE__, __LINE__); \
     } while (0)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: ISC
 // Way in: the lines of "/tmp/wps.conf" and "/tmp/wifi.conf", in both run modes.
 //
-// Property: every record holds what a second reading of the grammar, done here on strings, says, and nothing
-// else of it has changed.
+// Property: every record holds what a second reading of the grammar, done here on strings, says,
+// and nothing else of it has changed.
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -58,8 +58,8 @@ bool pairs_of(const std::string &text, size_t type, std::vector<pair> *pairs)
             continue;
         if (equals + 1 == piece.size())
             return false;
-        pairs->push_back({piece.substr(0, equals),
-                          piece.substr(equals + 1, piece.size() - equals - 2)});
+        pairs->push_back(
+            {piece.substr(0, equals), piece.substr(equals + 1, piece.size() - equals - 2)});
     }
     return true;
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: ISC
 // The world of the targets that run the daemon's own code: files, log text, command lines.
 //
-// A target that links it runs with a private /tmp, /var/run and /etc/config. No command ever runs: each is
-// judged (its words, see shell_words) and answered with status 0.
+// A target that links it runs with a private /tmp, /var/run and /etc/config. No command ever runs:
+// each is judged (its words, see shell_words) and answered with status 0.
 #pragma once
 
 #include <string>
@@ -19,8 +19,8 @@ std::string get_file(const char *path);
 // What the daemon has logged since the last call; at most the first 64 KiB.
 std::string take_log();
 
-// The words of a command line as a POSIX shell cuts it, or false when it holds anything but plain words and
-// quotes: an operator, an expansion, a comment, an open quote.
+// The words of a command line as a POSIX shell cuts it, or false when it holds anything but plain
+// words and quotes: an operator, an expansion, a comment, an open quote.
 bool shell_words(const std::string &command, std::vector<std::string> *words);
 
 // The command lines that were to run since the last call.

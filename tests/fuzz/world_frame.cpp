@@ -12,8 +12,8 @@
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 
-// The paths on the command line are opened afterwards: they have to lie outside /tmp, or be relative to the
-// current folder, which stays what it was.
+// The paths on the command line are opened afterwards: they have to lie outside /tmp, or be
+// relative to the current folder, which stays what it was.
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     // A merge starts this program again from within its world.
