@@ -28,6 +28,8 @@ namespace {
 // for the terminator.
 char g_wps_cmd_result[WPS_CMD_RESULT_SIZE + 1];
 
+constexpr int START_TRIES = 5;
+constexpr timespec START_PAUSE = {0, 100 * 1000 * 1000};
 constexpr long FIRST_PAUSE_NS = 500 * 1000;
 constexpr long LONGEST_PAUSE_NS = 20 * 1000 * 1000;
 
@@ -61,6 +63,22 @@ private:
     posix_spawnattr_t attributes_;
 };
 
+// A device that is short of processes or memory for a moment still gets its command: the restart at
+// the end above all, without which no daemon would serve the next attempt. Returns 0 or the error.
+int _spawn_shell(pid_t *child, const posix_spawn_file_actions_t *actions,
+                 const clean_signals &signals, char *const words[])
+{
+    int failed = 0;
+    for (int tries = 0; tries < START_TRIES; ++tries) {
+        if (tries > 0)
+            nanosleep(&START_PAUSE, nullptr);
+        failed = posix_spawn(child, "/bin/sh", actions, signals.get(), words, environ);
+        if (failed != EAGAIN && failed != ENOMEM)
+            break;
+    }
+    return failed;
+}
+
 // Starts "/bin/sh -c command", its output going to out unless that is -1, in a process group of its
 // own if it is to be killed as a whole. Returns the process id or -1.
 pid_t _start_shell(const char *command, int out, bool own_group)
@@ -78,7 +96,7 @@ pid_t _start_shell(const char *command, int out, bool own_group)
     if (out >= 0)
         failed = posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     if (failed == 0)
-        failed = posix_spawn(&child, "/bin/sh", &actions, signals.get(), words, environ);
+        failed = _spawn_shell(&child, &actions, signals, words);
     posix_spawn_file_actions_destroy(&actions);
     return failed == 0 ? child : -1;
 }

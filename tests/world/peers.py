@@ -81,8 +81,11 @@ class ControlServer:
         if callable(replies):
             replies(self._socket, client)
             return
-        for reply in replies:
-            self._socket.sendto(reply if isinstance(reply, bytes) else reply.encode(), client)
+        try:
+            for reply in replies:
+                self._socket.sendto(reply if isinstance(reply, bytes) else reply.encode(), client)
+        except (FileNotFoundError, ConnectionRefusedError):
+            return  # it did not wait
         if request == 'ATTACH' and 'OK\n' in replies:
             self.clients.append(client)
 
