@@ -116,6 +116,12 @@ class Broker:
         """From now on it accepts through the kernel alone and says nothing."""
         self._process.send_signal(signal.SIGSTOP)
 
+    def kill(self):
+        """Ends it without a chance to take its socket along."""
+        self._process.kill()
+        self._process.wait(10)
+        self._process = None
+
     def stop(self):
         """Ends it if it runs; its socket goes with it."""
         if self._process is None:
@@ -140,6 +146,46 @@ class SilentBroker:
         return bool(select.select([self._socket], [], [], 0)[0])
 
     def stop(self):
+        self._socket.close()
+        if os.path.lexists(wire.SOCKET):
+            os.unlink(wire.SOCKET)
+
+
+class ScriptedBroker:
+    """Takes connections and does with each what the test says; then closes it."""
+
+    def __init__(self, talk):
+        """talk: called with each connection, in a thread of its own."""
+        os.makedirs(os.path.dirname(wire.SOCKET), exist_ok=True)
+        if os.path.lexists(wire.SOCKET):
+            os.unlink(wire.SOCKET)
+        self.accepted = 0
+        self._talk = talk
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._socket.bind(wire.SOCKET)
+        self._socket.listen(5)
+        self._thread = threading.Thread(target=self._accept, daemon=True)
+        self._thread.start()
+
+    def _accept(self):
+        while True:
+            try:
+                connection = self._socket.accept()[0]
+            except OSError:
+                return
+            self.accepted += 1
+            threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
+
+    def _serve(self, connection):
+        with connection:
+            try:
+                self._talk(connection)
+            except OSError:
+                pass  # the client had enough
+
+    def stop(self):
+        self._socket.shutdown(socket.SHUT_RDWR)
+        self._thread.join()
         self._socket.close()
         if os.path.lexists(wire.SOCKET):
             os.unlink(wire.SOCKET)
