@@ -123,8 +123,11 @@ kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *l
         kelm_log_detail("no fd set!\n");
         return nullptr;
     }
-    if (ready < 0 && errno != EINTR)
+    if (ready < 0 && errno != EINTR) {
         kelm_log_detail("select failed\n");
+        // A failure that lasts must not turn the loop at full speed.
+        (void)::ppoll(nullptr, 0, &WAIT_TIME, &let_in);
+    }
     if (ready < 1)
         return nullptr;
 

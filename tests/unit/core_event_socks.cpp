@@ -272,6 +272,15 @@ TEST_F(event_socks, a_wait_that_fails_is_told_in_detail_and_an_interrupted_one_i
     EXPECT_EQ("", console_text());
 }
 
+TEST_F(event_socks, a_wait_that_keeps_failing_does_not_turn_at_full_speed)
+{
+    open_sockets({0});
+    faults.ppoll_error = EINVAL;
+    const double start = monotonic_seconds();
+    EXPECT_EQ(-1, wait());
+    EXPECT_GT(monotonic_seconds() - start, 0.95);
+}
+
 // The wake-up is made before the thread, so that the thread's failure leaves it there alone.
 void open_mailbox_alone()
 {
