@@ -122,8 +122,12 @@ void wps_session_maintain()
 {
     const int32_t now = _now();
     kelm_update_time();
-    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0 ||
-        _seconds_between(time_start, now) < WPS_TIMEOUT_S)
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0)
+        return;
+    // A clock that was set back by an hour would give the attempt an hour more.
+    if (_seconds_between(time_start, now) < 0)
+        time_start = now;
+    if (_seconds_between(time_start, now) < WPS_TIMEOUT_S)
         return;
 
     kelm_log_normal("wps Timeout, stop sessions[%d - %d]\n", time_start, now);

@@ -281,6 +281,19 @@ TEST_IN_FRESH_PROCESS(mainloop, an_attempt_in_the_second_at_which_32_bits_end_ha
     EXPECT_EQ(WPS_STATUS_TIMEOUT, kelm_get_status(0));
 }
 
+TEST_IN_FRESH_PROCESS(mainloop, a_clock_that_is_set_back_gives_an_attempt_125_seconds_from_then)
+{
+    start_attempt(KELM_MODE_AP, LAUNCHED);
+    set_time(TEST_NOW - 3600);
+    wps_session_maintain();
+    set_time(TEST_NOW - 3600 + 124);
+    wps_session_maintain();
+    EXPECT_EQ(WPS_STATUS_STARTED, kelm_get_status(0));
+    set_time(TEST_NOW - 3600 + 125);
+    wps_session_maintain();
+    EXPECT_EQ(WPS_STATUS_TIMEOUT, kelm_get_status(0));
+}
+
 TEST_IN_FRESH_PROCESS(mainloop, without_an_attempt_nothing_times_out)
 {
     start_core(KELM_MODE_AP, DUAL_BAND);
