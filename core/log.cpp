@@ -24,12 +24,16 @@ constexpr size_t LINE_SIZE = 2048;
 constexpr int FULL_CONSOLE_WAIT_MS = 20;  // a slow line drains meanwhile, a stuck one does not
 constexpr int FULL_CONSOLE_WAITS = 5;     // for one line
 
+// Nothing left the console while a line waited: the lines after it do not wait again.
+std::atomic<bool> console_stuck{false};
+
 void _write_all(int fd, const char *text, size_t length)
 {
     int waits = 0;
     while (length > 0) {
         const ssize_t written = ::write(fd, text, length);
         if (written > 0) {
+            console_stuck = false;
             text += written;
             length -= static_cast<size_t>(written);
             continue;
@@ -37,10 +41,12 @@ void _write_all(int fd, const char *text, size_t length)
         if (written < 0 && errno == EINTR)
             continue;
         pollfd room = {fd, POLLOUT, 0};
-        if ((written < 0 && errno != EAGAIN) || waits++ == FULL_CONSOLE_WAITS)
+        if ((written < 0 && errno != EAGAIN) || console_stuck || waits++ == FULL_CONSOLE_WAITS)
             return;
-        if (::poll(&room, 1, FULL_CONSOLE_WAIT_MS) <= 0 || (room.revents & POLLOUT) == 0)
+        if (::poll(&room, 1, FULL_CONSOLE_WAIT_MS) <= 0 || (room.revents & POLLOUT) == 0) {
+            console_stuck = true;
             return;
+        }
     }
 }
 

@@ -141,6 +141,19 @@ TEST_F(core_log, a_console_that_takes_nothing_does_not_stop_the_daemon)
     EXPECT_EQ(std::string::npos, text.find("no room"));
 }
 
+TEST_F(core_log, only_the_first_line_waits_for_a_console_that_takes_nothing)
+{
+    fill_console();
+    (void)kelm_printf("waits\n");
+    const double start = monotonic_seconds();
+    for (int i = 0; i < 100; ++i)
+        (void)kelm_printf("does not\n");
+    EXPECT_LT(monotonic_seconds() - start, 1.0) << "20 milliseconds each would be two seconds";
+    (void)console_text();
+    EXPECT_EQ(0, kelm_printf("read again\n"));
+    EXPECT_EQ("read again\n", console_text());
+}
+
 TEST_F(core_log, a_line_of_2047_bytes_is_written_whole)
 {
     const std::string fits(2047, 'a');
