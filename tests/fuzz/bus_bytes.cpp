@@ -98,10 +98,15 @@ uint32_t find_number(const bus_message &from, unsigned id)
     return find_attribute(from, id, 4, &payload) ? number_at(payload, 0) : 0;
 }
 
-bus_stream cut_messages(const std::string &bytes)
+bool has_impossible_length(const std::string &bytes, size_t at)
+{
+    return body_length(bytes, at) == 0;
+}
+
+bus_stream cut_messages(const std::string &bytes, size_t most)
 {
     bus_stream stream;
-    while (bytes.size() - stream.used >= BUS_PREFIX) {
+    while (stream.messages.size() < most && bytes.size() - stream.used >= BUS_PREFIX) {
         const size_t at = stream.used;
         const size_t body = body_length(bytes, at);
         if (body == 0 || body > bytes.size() - at - HEADER)

@@ -41,7 +41,10 @@ struct bus_stream {
     std::vector<bus_message> messages;
     size_t used = 0;
 };
-bus_stream cut_messages(const std::string &bytes);
+bus_stream cut_messages(const std::string &bytes, size_t most = SIZE_MAX);
+
+// Whether no message may have the length that stands at this place; at least 12 bytes are there.
+bool has_impossible_length(const std::string &bytes, size_t at);
 
 // Whether the stream consists of whole, sound messages of version 0 only.
 bool is_whole(const bus_stream &stream, const std::string &bytes);

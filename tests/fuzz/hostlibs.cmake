@@ -15,3 +15,9 @@ target_include_directories(fuzz_broker PRIVATE ${CMAKE_SOURCE_DIR}/hostlibs)
 target_sources(fuzz_broker PRIVATE bus_bytes.cpp $<TARGET_OBJECTS:fuzz_broker_code>)
 target_link_options(fuzz_broker PRIVATE -Wl,--wrap=recv -Wl,--wrap=getrandom
     -Wl,--wrap=getpwuid -Wl,--wrap=getgrgid)
+
+kelm_fuzz_target(bus_client hostlib_ubus hostlib_blobmsg_json)
+target_sources(fuzz_bus_client PRIVATE bus_bytes.cpp bus_peer.cpp)
+foreach(call connect close read recv sendmsg poll)
+    target_link_options(fuzz_bus_client PRIVATE -Wl,--wrap=${call})
+endforeach()
