@@ -41,6 +41,12 @@ class Router:
         world.reply('ubus', f'exec {BUS_COMMAND} "$@"\n')
         self.configure()
 
+    def renew(self):
+        """For the next of several attempts in one test: all as it was at the test's begin."""
+        self.close()
+        self.world.reset()
+        Router.__init__(self, self.world)
+
     def configure(self, mode=AP_MODE, band_set=2, enabled=1, available=3, stations=0, pin=None,
                   secured=(1, 1, 1, 1)):
         """Writes the settings. pin: the access points' PIN, None: switched off."""

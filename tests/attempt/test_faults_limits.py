@@ -18,15 +18,6 @@ TRIES = 5
 NONE_LEFT = 3
 
 
-def attempt(router, faults):
-    """A whole attempt of an access point; what it ran, and with what it ended."""
-    begin(router, environment=faults.environment)
-    router.hostapd['2g'].send(REG_SUCCESS)
-    status = router.end()
-    router.assert_no_traces()
-    return status, router.commands(), router.published[-1]
-
-
 def test_a_fork_that_fails_at_the_start_is_told_to_the_caller(router, faults):
     faults.fail('fork')
     daemon = router.launch(environment=faults.environment)
@@ -55,9 +46,7 @@ def test_commands_that_cannot_be_started_at_once_are_started_a_little_later(rout
     count = faults.calls('posix_spawn') - before
     assert count > 7
     for failing in range(count):
-        router.close()
-        router.world.reset()
-        router.__init__(router.world)
+        router.renew()
         begin(router, environment=faults.environment)
         faults.fail('posix_spawn', failing, TRIES - 1)
         finish_well(router)

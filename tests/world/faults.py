@@ -7,7 +7,7 @@ from daemon_run import SHIFT_TIME
 
 PAGE = '/mnt/faults'
 PRELOAD = '/mnt/build/tests/world/fail_calls.so'
-CALLS = ('posix_spawn', 'fork', 'pthread_create')
+CALLS = ('posix_spawn', 'fork', 'pthread_create', 'write')
 EVER = 1 << 40
 
 

@@ -24,12 +24,14 @@ MS_BIND = 0x1000
 MS_MOVE = 0x2000
 MS_REC = 0x4000
 MS_PRIVATE = 0x40000
+MNT_DETACH = 2
 PR_SET_CHILD_SUBREAPER = 36
 
 CONSOLE = '/dev/console'
 CONSOLE_PIPE_SIZE = 1 << 20
 COMMAND_LOG = '/mnt/log/commands'
 CLOCK = '/mnt/clock'
+FILLER = '/tmp/filler'
 STAND_INS = (
     '/mnt/bin/hostapd_cli', '/mnt/bin/wpa_cli', '/mnt/bin/ubus', '/mnt/bin/nvram',
     '/mnt/bin/killall', '/etc/init.d/wps', '/etc/init.d/wifi', '/usr/bin/wifi')
@@ -284,6 +286,68 @@ class World:
             yield
         finally:
             _mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND)
+
+    @staticmethod
+    @contextlib.contextmanager
+    def full_tmp(pages=0):
+        """Room for so many pages in /tmp meanwhile; empty files go in, as on a full disk."""
+        page = os.sysconf('SC_PAGE_SIZE')
+        _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, 'size=512k')
+        try:
+            with open(FILLER, 'wb', buffering=0) as file:
+                with contextlib.suppress(OSError):
+                    while True:
+                        file.write(bytes(page))
+                file.truncate(file.tell() - pages * page)
+            yield
+        finally:
+            with contextlib.suppress(FileNotFoundError):
+                os.unlink(FILLER)
+            _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, 'size=50%')
+
+    @staticmethod
+    @contextlib.contextmanager
+    def tmp_without_inodes(left=0):
+        """So many new files in /tmp meanwhile."""
+        room = os.statvfs('/tmp')
+        used = room.f_files - room.f_ffree
+        _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, f'nr_inodes={used + left}')
+        try:
+            yield
+        finally:
+            _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, f'nr_inodes={room.f_files}')
+
+    @staticmethod
+    @contextlib.contextmanager
+    def covered_tmp():
+        """All that was in /tmp is gone meanwhile."""
+        _mount('tmpfs', '/tmp', 'tmpfs', 0, 'mode=1777')
+        try:
+            yield
+        finally:
+            _check(_libc.umount2(b'/tmp', MNT_DETACH), 'umount /tmp')
+
+    @staticmethod
+    @contextlib.contextmanager
+    def root_without_tmp():
+        """A root folder for a daemon that has no /tmp at all."""
+        root = '/mnt/root'
+        os.mkdir(root)
+        bound = []
+        try:
+            for name in os.listdir('/'):
+                path, place = f'/{name}', f'{root}/{name}'
+                if os.path.islink(path):
+                    os.symlink(os.readlink(path), place)
+                elif os.path.isdir(path) and name != 'tmp':
+                    os.mkdir(place)
+                    _mount(path, place, flags=MS_BIND | MS_REC)
+                    bound.append(place)
+            yield root
+        finally:
+            for place in bound:
+                _check(_libc.umount2(place.encode(), MNT_DETACH), f'umount {place}')
+            shutil.rmtree(root)
 
     @staticmethod
     @contextlib.contextmanager
