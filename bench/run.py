@@ -1,0 +1,67 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: ISC
+"""script/bench: measures and prints the table; the exit status is 1 when a limit is passed."""
+import argparse
+import contextlib
+import os
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+SOURCE = os.path.dirname(HERE)
+sys.path[:0] = [HERE, os.path.join(SOURCE, 'tests', 'world'), os.path.join(SOURCE, 'tests', 'attempt')]
+
+# All of them before the private world, which may cover where they lie.
+import daemon_run  # noqa: E402
+import figures  # noqa: E402
+import idle  # noqa: E402
+import reaction  # noqa: E402
+import scene  # noqa: E402
+import sizes  # noqa: E402
+import tools as bench_tools  # noqa: E402
+import world as private_world  # noqa: E402
+
+PARTS = {
+    'size': lambda world, tools, quick: sizes.measure(tools),
+    'idle': lambda world, tools, quick: idle.measure(world, tools, 10 if quick else 60),
+    'reaction': lambda world, tools, quick: reaction.measure(world, tools, 12 if quick else 40),
+}
+
+
+def _arguments():
+    parser = argparse.ArgumentParser(prog='script/bench')
+    parser.add_argument('--quick', action='store_true', help='fewer samples, shorter windows')
+    parser.add_argument('--only', action='append', choices=PARTS, help='this part alone')
+    parser.add_argument('--json', type=argparse.FileType('w'), help='all samples to this file')
+    parser.add_argument('--junitxml', type=argparse.FileType('w'),
+                        help='what can fail to this file, as test cases')
+    parser.add_argument('--build', default=os.path.join(SOURCE, 'build-bench'))
+    return parser.parse_args()
+
+
+def main():
+    options = _arguments()
+    build = os.path.abspath(options.build)
+    os.makedirs(build, exist_ok=True)
+    tools = bench_tools.prepare(build)
+    private_world.gain_privilege()
+    world = private_world.World(SOURCE, build)
+    tools.build = '/mnt/build'
+    scene.install_libraries(world)
+    found = []
+    try:
+        for part in options.only or PARTS:
+            world.reset()
+            found += PARTS[part](world, tools, options.quick)
+    finally:
+        daemon_run.end_leftovers()
+    print(figures.table(found))
+    for file, write in ((options.json, figures.write_json),
+                        (options.junitxml, figures.write_junit)):
+        if file is not None:
+            with contextlib.closing(file):
+                write(file, found)
+    return 1 if any(figure.failed() for figure in found) else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())

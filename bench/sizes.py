@@ -1,0 +1,50 @@
+# SPDX-License-Identifier: ISC
+"""Size of the stripped program, what it needs, beside Debian's command-line clients."""
+import os
+import re
+import subprocess
+
+from figures import Figure, Goal, Samples
+
+CXX_RUNTIME = ('libstdc++', 'libgcc', 'libc++', 'libsupc++')
+
+
+def _output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def _sections(path):
+    """(text, data, bss)"""
+    return [int(word) for word in _output('size', path).splitlines()[1].split()[:3]]
+
+
+def needed(path):
+    """The libraries that the program is linked with."""
+    return re.findall(r'\(NEEDED\).*\[(.+?)\]', _output('readelf', '-d', path))
+
+
+def _file_size(name, program, peer_name, peer, goal=None):
+    return Figure(name, Samples(os.path.getsize(program), 'bytes'), peer_name,
+                  Samples(os.path.getsize(peer), 'bytes'), goal)
+
+
+def measure(tools):
+    shipped = f'{tools.build}/stage/sbin/kelm'
+    hardened = f'{tools.build}/hardened/stage/sbin/kelm'
+    # A size does not depend on how busy the machine is.
+    smaller = Goal(1.0, limit=1.0)
+    figures = [
+        _file_size('stripped file, as shipped', shipped, 'hostapd_cli', tools.hostapd_cli, smaller),
+        _file_size('stripped file, hardened as the peer', hardened, 'hostapd_cli',
+                   tools.hostapd_cli, smaller),
+        _file_size('stripped file, as shipped', shipped, 'wpa_cli', tools.wpa_cli),
+    ]
+    for name, own, peer in zip(('text', 'data', 'bss'), _sections(shipped),
+                               _sections(tools.hostapd_cli)):
+        figures.append(Figure(name, Samples(own, 'bytes'), 'hostapd_cli', Samples(peer, 'bytes')))
+    libraries = needed(shipped)
+    figures.append(Figure('libraries needed', Samples(len(libraries)), ' '.join(libraries)))
+    runtime = [name for name in libraries if name.startswith(CXX_RUNTIME)]
+    figures.append(Figure('of them of the C++ run time', Samples(len(runtime)),
+                          goal=Goal(0, of_ratio=False, limit=0)))
+    return figures

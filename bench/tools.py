@@ -1,0 +1,58 @@
+# SPDX-License-Identifier: ISC
+"""Builds what is measured and finds the peers: Debian's hostapd_cli and wpa_cli, unpacked, not installed."""
+import dataclasses
+import os
+import shutil
+import subprocess
+import sys
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(SOURCE, 'router'))
+
+import packages  # noqa: E402
+
+# Debian's own for its programs; the compiler makes position-independent programs by itself.
+HARDENING = ('-fstack-protector-strong -D_FORTIFY_SOURCE=2', '-Wl,-z,relro,-z,now')
+
+
+@dataclasses.dataclass
+class Tools:
+    """Where everything is; paths that the private world does not cover."""
+    source: str
+    build: str
+    hostapd_cli: str
+    wpa_cli: str
+
+
+def _run(*command):
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          check=False)
+    if done.returncode != 0:
+        raise SystemExit(f'{" ".join(command)}\n{done.stdout}')
+
+
+def _configure_and_build(source, build, *options):
+    _run('cmake', '-S', source, '-B', build, '-G', 'Ninja', *options)
+    _run('cmake', '--build', build, '--parallel', '2')
+
+
+def build_all(build):
+    """The daemon as shipped, linked as on a router, in BUILD/stage; the same hardened beside it."""
+    prefix = f'{build}/prefix'
+    _configure_and_build(f'{SOURCE}/bench/openwrt', f'{build}/openwrt',
+                         f'-DCMAKE_INSTALL_PREFIX={prefix}')
+    _run('cmake', '--install', f'{build}/openwrt')
+    own = ('-DKELM_BENCH=ON', f'-DCMAKE_PREFIX_PATH={prefix}')
+    _configure_and_build(SOURCE, build, *own)
+    _configure_and_build(SOURCE, f'{build}/hardened', f'-DCMAKE_PREFIX_PATH={prefix}',
+                         f'-DCMAKE_CXX_FLAGS={HARDENING[0]}',
+                         f'-DCMAKE_EXE_LINKER_FLAGS={HARDENING[1]}')
+    for tree in (build, f'{build}/hardened'):
+        shutil.rmtree(f'{tree}/stage', ignore_errors=True)
+        _run('cmake', '--install', tree, '--strip', '--prefix', f'{tree}/stage')
+
+
+def prepare(build):
+    tree = packages.unpacked_tree(print)
+    build_all(build)
+    return Tools(SOURCE, build, f'{tree}/usr/sbin/hostapd_cli', f'{tree}/sbin/wpa_cli')
