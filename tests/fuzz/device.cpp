@@ -27,6 +27,8 @@
 
 namespace kelm_fuzz {
 
+void (*on_request)(const kelm::wps_listen_event_t *event) = nullptr;
+
 const device_file DEVICE_FILE[DEVICE_FILES] = {
     {"/tmp/wps.conf", false},
     {"/tmp/wifi.conf", false},
@@ -172,6 +174,13 @@ int process_event_beside_the_others(int band, char *text, int length)
     return result;
 }
 
+int process_seen_request(const kelm::wps_listen_event_t *event)
+{
+    if (on_request != nullptr)
+        on_request(event);
+    return kelm::rtk_process_ibus_msg(event);
+}
+
 void no_tick(int) {}
 
 int no_rootap_msg(const char *, size_t, kelm::kelm_worker_rootapinfo *, int *)
@@ -292,7 +301,7 @@ const kelm_platform_ops kelm_ops = {
     kelm_fuzz::open_no_socket,
     kelm_fuzz::close_no_socket,
     nullptr,
-    rtk_process_ibus_msg,
+    kelm_fuzz::process_seen_request,
     kelm_fuzz::process_event_beside_the_others,
     rtk_get_sta_mac,
     rtk_patching_back,

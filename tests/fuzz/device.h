@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 
+#include "core/bus.h"
 #include "core/kelm.h"
 
 namespace kelm_fuzz {
@@ -37,6 +38,9 @@ void check_sessions();
 
 // What holds of the files that the daemon wrote.
 void check_files();
+
+// Called with each request that the main thread takes, before it acts.
+extern void (*on_request)(const kelm::wps_listen_event_t *event);
 
 // Time as the daemon sees it, in seconds; starts at 1000.
 void move_time(int32_t seconds);
