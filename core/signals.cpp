@@ -7,6 +7,9 @@ namespace kelm {
 namespace {
 
 constexpr int HELD_SIGNALS[] = {SIGUSR1, SIGUSR2, SIGTERM, SIG_NEW_CONFIG};
+// Any of these would end the daemon by default: an attempt lost, and a pid file left behind that
+// bars every later start.
+constexpr int UNHEARD_SIGNALS[] = {SIGHUP, SIGINT, SIGPIPE};
 
 }  // namespace
 
@@ -26,6 +29,10 @@ void kelm_claim_signals()
     struct sigaction taken = {};
     taken.sa_handler = [](int) {};
     sigaction(SIGTERM, &taken, nullptr);
+    // A handler here too, not "ignored": the library would undo that at the end of its loop.
+    taken.sa_flags = SA_RESTART;
+    for (int number : UNHEARD_SIGNALS)
+        sigaction(number, &taken, nullptr);
 
     kelm_hold_back_signals();
 }

@@ -14,7 +14,7 @@ constexpr int SIG_NEW_CONFIG = 42;  // sent under this number on every target
 void kelm_hold_back_signals();
 
 // The same at the start of the process, before any thread is made; also keeps SIGTERM from being
-// taken by the bus library.
+// taken by the bus library, and the process from being ended by SIGHUP, SIGINT and SIGPIPE.
 void kelm_claim_signals();
 
 // The mask for that wait: the calling thread's own without the four.

@@ -84,6 +84,10 @@ class Daemon:
         return bool(self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1
                     and (self._mask('SigBlk') | pending) & HELD_SIGNALS == 0)
 
+    def is_pending(self, number):
+        """Whether it was sent and is not handled yet."""
+        return bool((self._mask('SigPnd') | self._mask('ShdPnd')) & 1 << number - 1)
+
     def _mask(self, name):
         return int(self.proc_status().get(name, '0'), 16)
 
