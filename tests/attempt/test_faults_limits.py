@@ -140,3 +140,15 @@ def test_an_attempt_that_runs_out_of_descriptors_still_ends(router, mode):
         router.daemon.send(signal.SIGTERM)
     assert router.end() == 0
     assert not os.path.lexists('/tmp/kelm.pid')
+
+
+def test_a_wait_that_fails_does_not_turn_the_loop_at_full_speed(router):
+    """Fewer descriptors allowed than are waited on: no wait succeeds any more."""
+    router.start()
+    resource.prlimit(router.daemon.pid, resource.RLIMIT_NOFILE, (0, 0))
+    router.daemon.poke()
+    before = router.daemon.cpu_seconds()
+    time.sleep(1.5)
+    assert router.daemon.cpu_seconds() - before < IDLE_CPU_S
+    router.daemon.send(signal.SIGTERM)
+    assert router.end(poke=False) == 0

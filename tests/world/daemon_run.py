@@ -66,6 +66,13 @@ class Daemon:
         self.pid = found[0] if found else None
         self.exit_status = None
 
+    @classmethod
+    def adopted(cls, pid):
+        """One that was started otherwise and is this process's child by now."""
+        daemon = cls.__new__(cls)
+        daemon.pid, daemon.exit_status, daemon.command_status = pid, None, 0
+        return daemon
+
     def send(self, number):
         """Signals the daemon, which is held as a zombie when it has ended."""
         os.kill(self.pid, number)
@@ -131,6 +138,16 @@ class Daemon:
         wait_for(lambda: not self.is_running(), 'the end of the daemon', timeout,
                  between or (self.poke if poke else None))
         return self.exit_status
+
+
+def start_at_once(count):
+    """So many starts side by side; the daemons of all of them, those too that have ended."""
+    known = {pid for pid, _ in _children()}
+    commands = [subprocess.Popen([PROGRAM], stdin=subprocess.DEVNULL, cwd='/',
+                                 env=_environment()) for _ in range(count)]
+    assert [command.wait(20) for command in commands] == [0] * count
+    return [Daemon.adopted(pid) for pid, name in _children()
+            if name == 'kelm' and pid not in known]
 
 
 def end_leftovers():
