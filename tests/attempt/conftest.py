@@ -77,6 +77,11 @@ def faults(world):
     return failing_calls.Faults()
 
 
+def _printable(text):
+    """The workers' reports carry no bytes that are not UTF-8."""
+    return text.encode('utf-8', 'backslashreplace').decode()
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item):
     """A failure shows what the daemon said and ran."""
@@ -84,9 +89,10 @@ def pytest_runtest_makereport(item):
     report = outcome.get_result()
     device = getattr(item, 'funcargs', {}).get('router')
     if report.failed and device is not None:
-        report.sections.append(('console since it was last forgotten', device.console.text()))
+        report.sections.append(('console since it was last forgotten',
+                                _printable(device.console.text())))
         report.sections.append(('commands since they were last forgotten',
-                                '\n'.join(device.commands())))
+                                _printable('\n'.join(device.commands()))))
 
 
 @pytest.fixture(autouse=True, scope='session')
