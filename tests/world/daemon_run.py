@@ -140,11 +140,12 @@ class Daemon:
         return self.exit_status
 
 
-def start_at_once(count):
+def start_at_once(count, environment):
     """So many starts side by side; the daemons of all of them, those too that have ended."""
     known = {pid for pid, _ in _children()}
     commands = [subprocess.Popen([PROGRAM], stdin=subprocess.DEVNULL, cwd='/',
-                                 env=_environment()) for _ in range(count)]
+                                 env=dict(_environment(), **environment))
+                for _ in range(count)]
     assert [command.wait(20) for command in commands] == [0] * count
     return [Daemon.adopted(pid) for pid, name in _children()
             if name == 'kelm' and pid not in known]

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: ISC
-// Preloaded into the daemon in tests of faults: calls fail when the test says so, and the monotonic
-// clock runs as many seconds ahead as it says.
+// Preloaded into the daemon in tests of faults: calls fail when the test says so, the monotonic
+// clock runs as many seconds ahead as it says, and daemons started at once wait for each other.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <spawn.h>
 #include <stdint.h>
 #include <string.h>
@@ -27,6 +28,8 @@ struct page {
     struct plan fork;
     struct plan thread;
     struct plan write;  // to regular files
+    int64_t gathered;   // daemons that have left their terminal
+    int64_t gate;       // how many have to before any of them goes on
 };
 
 static struct page *page;
@@ -79,6 +82,21 @@ pid_t fork(void)
         return -1;
     }
     return next();
+}
+
+// Starts at once are never that to the microsecond: they wait for each other on the way.
+pid_t setsid(void)
+{
+    static __typeof__(setsid) *next;
+    if (!next)
+        next = (__typeof__(next))dlsym(RTLD_NEXT, "setsid");
+    const pid_t session = next();
+    if (page) {
+        __atomic_add_fetch(&page->gathered, 1, __ATOMIC_SEQ_CST);
+        while (__atomic_load_n(&page->gathered, __ATOMIC_SEQ_CST) < page->gate)
+            sched_yield();
+    }
+    return session;
 }
 
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),

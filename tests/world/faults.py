@@ -9,6 +9,8 @@ PAGE = '/mnt/faults'
 PRELOAD = '/mnt/build/tests/world/fail_calls.so'
 CALLS = ('posix_spawn', 'fork', 'pthread_create', 'write')
 EVER = 1 << 40
+GATE = 8 * (1 + 3 * len(CALLS))
+SIZE = GATE + 16
 
 
 class Faults:
@@ -18,7 +20,7 @@ class Faults:
 
     def __init__(self):
         with open(PAGE, 'w+b') as file:
-            file.write(bytes(8 * (1 + 3 * len(CALLS))))
+            file.write(bytes(SIZE))
             file.flush()
             self._page = mmap.mmap(file.fileno(), 0)
 
@@ -28,6 +30,10 @@ class Faults:
 
     def calls(self, call):
         return struct.unpack_from('=q', self._page, self._place(call))[0]
+
+    def gather(self, count):
+        """So many daemons wait for each other before they look for a pid file."""
+        struct.pack_into('=qq', self._page, GATE, 0, count)
 
     def shift_monotonic(self, seconds):
         struct.pack_into('=q', self._page, 0, seconds)
