@@ -17,7 +17,7 @@ from router import CANCEL, INTERFACES, PIN_METHOD, START
 from test_repeater_attempt import SCAN_TOOL
 from world import wait_for
 
-# As long as a PIN can be. None begins with a digit, so that it passes the check of the settings' PIN.
+# As long as a PIN can be. None begins with a digit: so it passes the check of the settings' PIN.
 HOSTILE = (
     b'$(ubus)x', b'`ubus`;x', b';ubus x;', b'|ubus x ', b'&ubus x&', b'>/tmp/m1', b'</tmp/m1',
     b"'ubus x'", b'"`ubus`"', b"';ubus;'", b'\\a\\\\b"c\\', b'x\nubus\nx', b'\tubus\tx ',

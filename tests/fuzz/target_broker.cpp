@@ -37,6 +37,7 @@ constexpr unsigned HOSTILE = 2;
 constexpr uint32_t FIRST_ID = 1024;
 // Below this nothing can have been dropped for a reader that does not read.
 constexpr size_t SURELY_KEPT = 150000;
+const std::string GOOD = "good";
 constexpr unsigned LONGEST_PIECE = 200;
 
 uint32_t next_id;
@@ -115,7 +116,16 @@ public:
         open();
     }
 
-    uint32_t id() const { return id_; }
+    // What is left unread is lost.
+    bool is_closed()
+    {
+        char byte;
+        ssize_t got;
+        while ((got = __real_recv(fd_, &byte, 1, MSG_DONTWAIT)) > 0) {
+        }
+        return got == 0 || errno == ECONNRESET;
+    }
+
     const std::string &sent() const { return sent_; }
     const std::string &log() const { return log_; }
 
@@ -129,11 +139,9 @@ private:
         PROPERTY(client_open(ends[1]) != nullptr);
         const std::vector<bus_message> greeting = take();
         PROPERTY(greeting.size() == 1 && greeting[0].type == BUS_HELLO && greeting[0].peer >= FIRST_ID);
-        id_ = greeting[0].peer;
     }
 
     int fd_ = -1;
-    uint32_t id_ = 0;
     std::string sent_;
     std::string received_;
     std::string log_;
@@ -151,7 +159,7 @@ std::string event_call(const std::string &method, const std::string &members)
            attribute(BUS_ATTR_DATA, members);
 }
 
-// Listens to everything with one object.
+// Listens to the good events, with one object.
 class listener : public client_end {
 public:
     listener()
@@ -162,12 +170,13 @@ public:
         object_ = find_number(added[0], BUS_ATTR_OBJID);
         send(message(BUS_INVOKE, 2, 1,
                      event_call("register", member(BUS_INT32, "object", number(object_)) +
-                                                member(BUS_STRING, "pattern", terminated("*")))));
+                                                member(BUS_STRING, "pattern", terminated(GOOD + "*")))));
         const std::vector<bus_message> registered = take();
         PROPERTY(registered.size() == 1 && is_status(registered[0], 2, 1, 0));
     }
 
-    // Whether the event has come since the last call, whole and with our object in it.
+    // Whether the event has come since the last call, whole and with our object in it. Others make no events for us,
+    // and nobody but us can have asked for more.
     bool hears(const std::string &type, const std::string &members)
     {
         bool heard = false;
@@ -175,7 +184,10 @@ public:
             const std::string expected = attribute(BUS_ATTR_OBJID, number(object_)) +
                                          attribute(BUS_ATTR_METHOD, terminated(type)) +
                                          attribute(BUS_ATTR_DATA, members);
-            heard = heard || (m.type == BUS_INVOKE && m.peer == 0 && m.children == expected);
+            std::string method;
+            const bool event = m.type == BUS_INVOKE && m.peer == 0;
+            PROPERTY(!event || (find_attribute(m, BUS_ATTR_METHOD, 0, &method) && method.rfind(GOOD, 0) == 0));
+            heard = heard || (event && m.children == expected);
         }
         return heard;
     }
@@ -193,7 +205,7 @@ struct play {
 
 void one_good_event(play *all)
 {
-    const std::string type = "good" + std::to_string(++all->events);
+    const std::string type = GOOD + std::to_string(++all->events);
     const std::string members = member(BUS_STRING, "pin", terminated(std::string(all->events % 9, 'x')));
     all->voice.send(message(BUS_INVOKE, all->events, 1,
                             event_call("send", member(BUS_STRING, "id", terminated(type)) +
@@ -225,6 +237,13 @@ void check_answers(const client_end &client, const std::vector<bus_message> &rec
         PROPERTY(at < received.size());
         ++at;
     }
+}
+
+// A length that may not be ends the connection: nobody knows where the next message begins.
+bool breaks_off(const std::string &sent)
+{
+    const size_t rest = cut_messages(sent).used;
+    return sent.size() - rest >= BUS_PREFIX && has_impossible_length(sent, rest);
 }
 
 void one_step(play *all, input *in)
@@ -278,6 +297,7 @@ std::string play_it(input in, unsigned pieces)
             const std::vector<bus_message> received = hostile.take();
             if (hostile.log().size() - before < SURELY_KEPT)
                 check_answers(hostile, received);
+            PROPERTY(hostile.is_closed() == breaks_off(hostile.sent()));
             heard += without_event_numbers(hostile.log());
         }
         heard += without_event_numbers(all.ear.log()) + all.voice.log();

@@ -74,12 +74,15 @@ void use_after_the_end(ubus_context *context)
     PROPERTY(ubus_reconnect(context, "/nowhere") == UBUS_STATUS_CONNECTION_FAILED);
 }
 
-bool run_program()
+// in_loop: as if the program had given its connection to the loop, which runs no timer here. Events that came
+// while it waited then stay where they are until it is told to read.
+bool run_program(bool in_loop)
 {
     ubus_context *context = ubus_connect("/nowhere");
     if (context == nullptr)
         return false;
     context->connection_lost = on_loss;
+    context->sock.registered = in_loop;
     listen(context, &buttons, "gpio");
     listen(context, &requests, "wps_cli");
     while (!context->sock.eof) {
@@ -144,11 +147,13 @@ std::vector<answer> given_answers(const std::vector<bus_message> &sent)
     return given;
 }
 
-void check_talk(const std::string &said, const std::string &sent)
+void check_talk(const std::string &said, const std::string &sent, bool in_loop)
 {
     const bus_stream stream = cut_messages(sent);
     PROPERTY(is_whole(stream, sent));
-    PROPERTY(given_answers(stream.messages) == due_answers(said));
+    const std::vector<answer> due = due_answers(said);
+    const std::vector<answer> given = given_answers(stream.messages);
+    PROPERTY(given == due || (in_loop && std::includes(due.begin(), due.end(), given.begin(), given.end())));
     size_t successes = 0;
     for (const bus_message &m : stream.messages)
         successes += m.type == BUS_STATUS && find_number(m, BUS_ATTR_STATUS) == 0 ? 1 : 0;
@@ -156,16 +161,16 @@ void check_talk(const std::string &said, const std::string &sent)
     PROPERTY(successes <= handled);
 }
 
-std::string play(const std::vector<std::string> &turns, unsigned pieces)
+std::string play(const std::vector<std::string> &turns, unsigned pieces, bool in_loop)
 {
     diary.clear();
     handled = 0;
     losses = 0;
     start_peer(turns, pieces);
-    const bool connected = run_program();
+    const bool connected = run_program(in_loop);
     const std::string sent = peer_got();
     if (connected)
-        check_talk(peer_said(), sent);
+        check_talk(peer_said(), sent, in_loop);
     return diary + sent;
 }
 
@@ -174,12 +179,13 @@ std::string play(const std::vector<std::string> &turns, unsigned pieces)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     input in(data, size);
-    const unsigned pieces = in.byte() | 0x100u;
+    const unsigned choice = in.byte();
+    const bool in_loop = choice >= 0x80;
     std::vector<std::string> turns;
     while (!in.empty()) {
         const unsigned high = in.byte();
         turns.push_back(in.bytes(high << 8 | in.byte()));
     }
-    PROPERTY(play(turns, 0) == play(turns, pieces));
+    PROPERTY(play(turns, 0, in_loop) == play(turns, choice | 0x100u, in_loop));
     return 0;
 }
