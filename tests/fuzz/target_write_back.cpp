@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: ISC
+// Way in: what hostapd and wpa_supplicant have written down after an attempt, on its way into the
+// credential files.
+//
+// An input's first bytes choose the device, the way and two bands; the rest is the files of both
+// interfaces, parted by a line "---".
+//
+// Properties: without a learnt network nothing is written and no record changes; with one the files
+// hold its name and its key, cut to their fields, and texts of the known vocabulary; only the keys
+// of the band are there; no other session changes.
+#include <algorithm>
+#include <cstring>
+#include <initializer_list>
+
+#include <json-c/json.h>
+
+#include "config/conf_tree.h"
+#include "config/credentials.h"
+#include "config/json_file.h"
+#include "config/supplicant_credentials.h"
+#include "core/session.h"
+#include "platform/rtk/ap_write_back.h"
+#include "platform/rtk/easymesh.h"
+#include "platform/rtk/write_back.h"
+#include "tests/fuzz/device.h"
+#include "tests/fuzz/fuzz.h"
+#include "tests/fuzz/world.h"
+#include "tests/world/world.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+namespace {
+
+using kelm::hapd_wpasupp_cfgitem;
+
+const char *const SUFFIXES[] = {"_2g", "_5g", "_5g2", "_6g"};
+const char *const STATIONS[] = {"/tmp/run/wpa_supplicant-wlan1-vxd.conf",
+                                "/tmp/run/wpa_supplicant-wlan0-vxd.conf"};
+const char *const ACCESS_POINTS[] = {"/tmp/run/hostapd-wlan1.conf", "/tmp/run/hostapd-wlan0.conf"};
+
+bool is_one_of(const std::string &text, std::initializer_list<const char *> words)
+{
+    return std::any_of(words.begin(), words.end(),
+                       [&text](const char *word) { return text == word; });
+}
+
+// The value of the last item with the key, or nothing.
+std::string last_value(const hapd_wpasupp_cfgitem *item, std::initializer_list<const char *> keys)
+{
+    std::string value;
+    for (; item != nullptr; item = item->next) {
+        if (is_one_of(item->key, keys))
+            value = item->value;
+    }
+    return value;
+}
+
+struct learnt {
+    bool found;
+    std::string ssid;
+    std::string password;
+};
+
+learnt learnt_by_station(const char *path)
+{
+    const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(path));
+    const hapd_wpasupp_cfgitem *network = kelm::kelm_find_learnt_network(tree.get());
+    if (network == nullptr)
+        return {false, "", ""};
+    return {true, last_value(network->child, {"ssid"}).substr(0, 32),
+            last_value(network->child, {"psk"}).substr(0, 64)};
+}
+
+kelm::unique_json file_object(const char *path)
+{
+    return kelm::unique_json(json_tokener_parse(kelm_fuzz::get_file(path).c_str()));
+}
+
+std::string text_in(const kelm::unique_json &object, const std::string &key)
+{
+    json_object *value = nullptr;
+    PROPERTY(json_object_object_get_ex(object.get(), key.c_str(), &value));
+    PROPERTY(json_object_is_type(value, json_type_string));
+    return json_object_get_string(value);
+}
+
+void check_keys_of(const kelm::unique_json &object, const std::string &suffix)
+{
+    PROPERTY(json_object_is_type(object.get(), json_type_object));
+    json_object_object_foreach(object.get(), key, value)
+    {
+        (void)value;
+        const std::string name = key;
+        PROPERTY(name.size() > suffix.size());
+        PROPERTY(name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0);
+    }
+}
+
+// --- The ways ---
+
+void check_station_files(const learnt &network, int ap_band, int sta_band, bool mesh)
+{
+    const char *sta_path = mesh ? kelm::WPS_STA_FILE_MESH : kelm::WPS_STA_FILE;
+    const char *ap_path = mesh ? kelm::WPS_AP_FILE_MESH : kelm::WPS_AP_FILE;
+    const std::string suffix = SUFFIXES[ap_band];
+    const kelm::unique_json sta = file_object(sta_path);
+    const kelm::unique_json ap = file_object(ap_path);
+    check_keys_of(sta, suffix);
+    check_keys_of(ap, suffix);
+    PROPERTY(text_in(sta, "password" + suffix) == network.password);
+    PROPERTY(text_in(sta, "ssid" + suffix) == (ap_band == sta_band ? network.ssid : ""));
+    PROPERTY(is_one_of(text_in(sta, "security" + suffix),
+                       {"none", "wpa", "wpa2", "wpa/wpa2", "wep", "sae_only", "psk_sae", "owe"}));
+    PROPERTY(is_one_of(text_in(sta, "wpa_encryption" + suffix), {"auto", "tkip", "aes"}));
+    const std::string ssid = text_in(ap, "ssid" + suffix);
+    PROPERTY(ssid.size() <= 32 && ssid.size() >= network.ssid.size());
+    PROPERTY(ssid.compare(ssid.size() - 3, 3, "EXT") == 0);
+    if (network.ssid.size() <= 24)
+        PROPERTY(ssid.compare(0, network.ssid.size(), network.ssid) == 0);
+}
+
+void write_back_station(int ap_band, int sta_band, bool mesh)
+{
+    const learnt network = learnt_by_station(STATIONS[sta_band]);
+    const int result = mesh ? kelm::_rtk_repeater_patching_back(ap_band, sta_band, nullptr)
+                            : kelm::rtk_repeater_patching_back(ap_band, sta_band, nullptr);
+    PROPERTY(result == (network.found ? 0 : -1));
+    for (const char *path :
+         {kelm::WPS_STA_FILE, kelm::WPS_AP_FILE, kelm::WPS_STA_FILE_MESH, kelm::WPS_AP_FILE_MESH}) {
+        const bool wanted = network.found && mesh == (strstr(path, "/_") != nullptr);
+        PROPERTY(kelm_test::file_exists(path) == wanted);
+    }
+    if (network.found)
+        check_station_files(network, ap_band, sta_band, mesh);
+}
+
+void write_back_access_point(int band)
+{
+    const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(ACCESS_POINTS[band]));
+    const std::string ssid = last_value(tree.get(), {"ssid"}).substr(0, 32);
+    const std::string password =
+        last_value(tree.get(), {"wpa_psk", "wpa_passphrase"}).substr(0, 64);
+    PROPERTY(kelm::rtk_ap_patching_back(band) == (tree != nullptr ? 0 : -1));
+    PROPERTY(kelm_test::file_exists(kelm::WPS_AP_FILE) == (tree != nullptr));
+    if (tree == nullptr)
+        return;
+    const std::string suffix = SUFFIXES[band];
+    const kelm::unique_json ap = file_object(kelm::WPS_AP_FILE);
+    check_keys_of(ap, suffix);
+    PROPERTY(text_in(ap, "ssid" + suffix) == ssid);
+    PROPERTY(text_in(ap, "password" + suffix) == password);
+    PROPERTY(is_one_of(text_in(ap, "sec" + suffix), {"none", "wpa", "wpa2", "wpa/wpa2"}));
+}
+
+void extract_credentials(int band)
+{
+    const learnt network = learnt_by_station(STATIONS[band]);
+    kelm::kelm_rootap_info &record = kelm::kelm_get_wps_session(band)->rootap;
+    kelm::kelm_rootap_info expected = record;
+    PROPERTY(kelm::rtk_get_wps_credentials(band, &record) == (network.found ? 0 : -1));
+    if (network.found) {
+        // What the block does not name stays.
+        if (!network.ssid.empty() || record.ssid[0] == '\0')
+            PROPERTY(record.ssid == network.ssid);
+        if (!network.password.empty() || record.password[0] == '\0')
+            PROPERTY(record.password == network.password);
+        PROPERTY(strcmp(record.auth, "none") == 0 && record.cipher[0] == '\0');
+        memcpy(expected.ssid, record.ssid, sizeof record.ssid);
+        memcpy(expected.password, record.password, sizeof record.password);
+        memcpy(expected.auth, record.auth, sizeof record.auth);
+        memcpy(expected.cipher, record.cipher, sizeof record.cipher);
+    }
+    PROPERTY(memcmp(&expected, &record, sizeof record) == 0);
+}
+
+void write_back_easymesh(int band, int sta_band)
+{
+    (void)kelm::rtk_repeater_check_ap_easymesh_support();
+    const bool written = kelm::rtk_repeater_easymesh_patching_back(band, sta_band) == 0;
+    PROPERTY(kelm_test::file_exists(kelm::WPS_AP_BH_FILE) == written);
+    if (!written)
+        return;
+    const kelm::unique_json object = file_object(kelm::WPS_AP_BH_FILE);
+    PROPERTY(json_object_object_length(object.get()) == 4);
+    PROPERTY(text_in(object, "backhaul_ssid_2g").size() <= 32);
+    PROPERTY(text_in(object, "backhaul_ssid_5g").size() <= 32);
+    PROPERTY(text_in(object, "backhaul_psk_key_2g").size() <= 64);
+    PROPERTY(text_in(object, "backhaul_psk_key_5g").size() <= 64);
+}
+
+void put_files(bool repeater, const std::string &both)
+{
+    const size_t parted = both.find("---\n");
+    const std::string first = both.substr(0, parted);
+    const std::string second = parted == std::string::npos ? first : both.substr(parted + 4);
+    kelm_fuzz::put_file(repeater ? STATIONS[0] : ACCESS_POINTS[0], first);
+    kelm_fuzz::put_file(repeater ? STATIONS[1] : ACCESS_POINTS[1], second);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    kelm_fuzz::input input(data, size);
+    const unsigned way = input.choice(5);
+    const int band = static_cast<int>(input.choice(2));
+    const int sta_band = static_cast<int>(input.choice(2));
+    const bool succeeded = input.choice(2) != 0;
+    const bool repeater = way != 2;
+    kelm_fuzz::reset_device(repeater ? 3 : 0);
+    put_files(repeater, input.rest());
+    PROPERTY(kelm_fuzz::start_device());
+    kelm::kelm_set_status(sta_band, succeeded ? kelm::WPS_STATUS_SUCCESS : kelm::WPS_STATUS_ERROR);
+
+    kelm::kelm_session before[kelm::KELM_BAND_COUNT];
+    memcpy(before, kelm::global_wps_sessions, sizeof before);
+    switch (way) {
+    case 0:
+    case 1:
+        write_back_station(band, sta_band, way == 1);
+        break;
+    case 2:
+        write_back_access_point(band);
+        break;
+    case 3:
+        extract_credentials(band);
+        before[band].rootap = kelm::kelm_get_wps_session(band)->rootap;
+        break;
+    default:
+        write_back_easymesh(band, sta_band);
+        break;
+    }
+    PROPERTY(memcmp(before, kelm::global_wps_sessions, sizeof before) == 0);
+    kelm_fuzz::check_sessions();
+    kelm_fuzz::check_files();
+    (void)kelm_fuzz::take_log();
+    (void)kelm_fuzz::take_commands();
+    return 0;
+}
