@@ -64,10 +64,13 @@ static bool reserve(struct blob_buf *buf, size_t end)
 /* Writes a new attribute behind the open container without counting it there yet. */
 static struct blob_attr *append(struct blob_buf *buf, int id, const void *ptr, size_t len)
 {
-    size_t offset = offset_of(buf, buf->head) + blob_pad_len(buf->head);
     size_t raw = sizeof(struct blob_attr) + len;
     struct blob_attr *attr;
+    size_t offset;
 
+    if (!buf->head) /* the buffer found no memory from the start */
+        return NULL;
+    offset = offset_of(buf, buf->head) + blob_pad_len(buf->head);
     if (len > LARGEST_END || !reserve(buf, offset + padded(raw)))
         return NULL;
     attr = attr_at(buf, offset);
@@ -132,7 +135,7 @@ struct blob_attr *blob_put_string(struct blob_buf *buf, int id, const char *str)
 /* The cookie is the offset of the outer container plus one, so that it is never NULL. */
 void *blob_nest_start(struct blob_buf *buf, int id)
 {
-    size_t outer = offset_of(buf, buf->head);
+    size_t outer = buf->head ? offset_of(buf, buf->head) : 0;
     struct blob_attr *attr = append(buf, id, NULL, 0);
 
     if (!attr)

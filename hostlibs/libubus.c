@@ -149,8 +149,11 @@ static struct ubus_message *receive(struct ubus_context *ctx)
     if (header.version != UBUS_WIRE_VERSION || size == 0)
         return NULL;
     m = calloc(1, sizeof(*m) + size + BLOB_ATTR_ALIGN);
-    if (!m)
+    if (!m) {
+        /* Its body, left in the socket, would be read as the next header, and so on for ever. */
+        ctx->sock.eof = true;
         return NULL;
+    }
     m->header = header;
     m->size = size;
     memcpy(m->body, prefix + UBUS_WIRE_HEADER, sizeof(*m->body));
@@ -167,7 +170,8 @@ static void reply(struct ubus_context *ctx, const struct ubus_message *m, uint32
     struct ubus_wire_header header = {
         .type = UBUS_MSG_STATUS, .seq = m->header.seq, .peer = m->header.peer};
 
-    blob_buf_init(&scratch, 0);
+    if (blob_buf_init(&scratch, 0) != 0)
+        return;
     blob_put_u32(&scratch, UBUS_ATTR_STATUS, (uint32_t)status);
     blob_put_u32(&scratch, UBUS_ATTR_OBJID, object);
     send_message(ctx, &header, scratch.head);
@@ -364,7 +368,7 @@ int ubus_request_send(struct ubus_context *ctx, const struct ubus_request *reque
         .type = (uint8_t)request->type, .seq = call.seq, .peer = request->peer};
     int status;
 
-    if (ctx->sock.eof || !ubus_wire_body_fits(request->body))
+    if (ctx->sock.eof || !request->body || !ubus_wire_body_fits(request->body))
         return UBUS_STATUS_INVALID_ARGUMENT;
     if (!send_message(ctx, &header, request->body)) {
         ctx->sock.eof = true;
