@@ -108,6 +108,24 @@ bool _close_block(cfg_builder *builder)
 
 enum class line_result { taken, skipped, unmatched_brace, unknown };
 
+bool _is_blank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+const char *_skip_blanks(const char *at)
+{
+    while (_is_blank(*at))
+        ++at;
+    return at;
+}
+
+// Whether a line makes an item, where there is memory for one.
+bool _makes_item(const char *line)
+{
+    return *_skip_blanks(line) != '#' && strchr(line, '=') != nullptr;
+}
+
 line_result _take_line(cfg_builder *builder, const char *line)
 {
     cfgitem_line_state state = CFG_LINE_NOTHING;
@@ -126,14 +144,11 @@ line_result _take_line(cfg_builder *builder, const char *line)
     case CFG_LINE_CLOSE:
         return _close_block(builder) ? line_result::taken : line_result::unmatched_brace;
     case CFG_LINE_NOTHING:
-        return line_result::skipped;
+        // Passed over, a passphrase that found no memory would make an open network of a secured
+        // one.
+        return _makes_item(line) ? line_result::unknown : line_result::skipped;
     }
     return line_result::unknown;
-}
-
-bool _is_blank(char c)
-{
-    return c == ' ' || c == '\t';
 }
 
 // The last character that counts. A carriage return does, as it does for hostapd: in a file with
@@ -143,13 +158,6 @@ const char *_last_character(const char *line)
     const char *at = line + CFG_LINE_SIZE - 1;
     while (at > line && (*at == '\0' || *at == '\n' || _is_blank(*at)))
         --at;
-    return at;
-}
-
-const char *_skip_blanks(const char *at)
-{
-    while (_is_blank(*at))
-        ++at;
     return at;
 }
 
