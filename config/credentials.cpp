@@ -4,8 +4,12 @@
 
 #include <cstdio>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "config/file.h"
 #include "config/json_file.h"
+#include "config/json_text.h"
 #include "core/log.h"
 #include "core/text.h"
 
@@ -39,11 +43,11 @@ constexpr security_row SECURITY[] = {
 };
 
 // Null for a mode without a text.
-json_object *_security_text(uint32_t mode, uint32_t version, const char *security_row::*text)
+const char *_security_text(uint32_t mode, uint32_t version, const char *security_row::*text)
 {
     for (const security_row &row : SECURITY) {
         if (row.mode == mode && (row.version == ANY_VERSION || row.version == version))
-            return json_object_new_string(row.*text);
+            return row.*text;
     }
     return nullptr;
 }
@@ -53,8 +57,8 @@ json_object *_switch_text(bool on)
     return json_object_new_string(on ? "on" : "off");
 }
 
-// Makers of a key's value; null leaves the key as it is in the file. The first ones serve any text
-// or number member of either record.
+// Makers of a key's value; null without memory. The first ones serve any text or number member of
+// either record.
 template <auto member, typename config_t>
 json_object *_text(const config_t *config)
 {
@@ -88,7 +92,7 @@ json_object *_sta_enable(const wps_sta_band_config *)
     return _switch_text(true);
 }
 
-json_object *_sta_security(const wps_sta_band_config *config)
+const char *_sta_security(const wps_sta_band_config *config)
 {
     return _security_text(config->auth_mode, config->wpa_version, &security_row::sta_text);
 }
@@ -110,14 +114,14 @@ json_object *_ap_enable(const wps_ap_band_config *config)
     return _switch_text(config->ap_bss_enabled != 0);
 }
 
-json_object *_ap_security(const wps_ap_band_config *config)
+const char *_ap_security(const wps_ap_band_config *config)
 {
     if (config->sec_type == WPS_AUTH_OWE)
         return nullptr;
     return _security_text(config->sec_type, config->wpa_version, &security_row::ap_text);
 }
 
-json_object *_ap_owe_security(const wps_ap_band_config *config)
+const char *_ap_owe_security(const wps_ap_band_config *config)
 {
     if (config->sec_type != WPS_AUTH_OWE)
         return nullptr;
@@ -134,12 +138,14 @@ json_object *_follows_uplink(const wps_ap_band_config *)
     return json_object_new_string("true");
 }
 
-// One key of a band: its name before "_2g" and so on, and its value. The order of the rows is the
-// order of the keys in a fresh file.
+// One key of a band: its name before "_2g" and so on, and its value, made or one of the words; a
+// word that is null leaves the key as it is in the file. The order of the rows is the order of the
+// keys in a fresh file.
 template <typename config_t>
 struct key_row {
     const char *stem;
     json_object *(*make)(const config_t *config);
+    const char *(*word)(const config_t *config) = nullptr;
 };
 using sta_row = key_row<wps_sta_band_config>;
 using ap_row = key_row<wps_ap_band_config>;
@@ -147,7 +153,7 @@ using ap_row = key_row<wps_ap_band_config>;
 constexpr sta_row STA_KEYS[] = {
     {"enable", _sta_enable},
     {"ssid", _text<&wps_sta_band_config::ssid>},
-    {"security", _sta_security},
+    {"security", nullptr, _sta_security},
     {"wpa_encryption", _sta_encryption},
     {"index", _key_index},
     {"password", _text<&wps_sta_band_config::password>},
@@ -168,8 +174,8 @@ constexpr ap_row AP_KEYS[] = {
     {"ssid", _text<&wps_ap_band_config::ssid>},
     {"hide", _integer<&wps_ap_band_config::hide>},
     {"sec_follow", _own_settings},
-    {"sec", _ap_security},
-    {"security", _ap_owe_security},
+    {"sec", nullptr, _ap_security},
+    {"security", nullptr, _ap_owe_security},
     {"index", _key_index},
     {"password", _text<&wps_ap_band_config::password>},
     {"securityType", _integer<&wps_ap_band_config::sec_type>},
@@ -204,27 +210,40 @@ constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAI
 constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAIL};
 constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, KELM_LOG_DETAIL};
 
+// False without memory: half of the keys, or one without the passphrase, must not be written.
 template <typename config_t, size_t count>
-void _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int band,
+bool _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int band,
                const config_t *config)
 {
     for (const key_row<config_t> &row : rows) {
-        json_object *value = row.make(config);
-        if (value == nullptr)
+        const char *word = row.word != nullptr ? row.word(config) : nullptr;
+        if (row.word != nullptr && word == nullptr)
             continue;
         char key[KEY_SIZE];
         (void)snprintf(key, sizeof key, "%s_%s", row.stem, bandname[band]);
-        (void)json_object_object_add(object, key, value);
+        if (!kelm_json_add(object, key, word ? json_object_new_string(word) : row.make(config)))
+            return false;
     }
+    return true;
 }
 
-// Rewrites a file with the object. The lines carry the writer's name: it alone tells the two files
-// of a pair apart in the log.
-void _commit(const char *writer, const target &to, json_object *object)
+// Without memory for the new text the file keeps what it had, and one that was only just created
+// goes again.
+void _remove_empty(const char *path)
 {
-    const char *text = json_object_to_json_string(object);
+    struct stat status = {};
+    if (::lstat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0)
+        (void)::unlink(path);
+}
+
+// Rewrites a file with the object, if it is complete. The lines carry the writer's name: it alone
+// tells the two files of a pair apart in the log.
+void _commit(const char *writer, const target &to, json_object *object, bool complete)
+{
+    const char *text = complete ? kelm_json_text(object) : nullptr;
     if (text == nullptr) {
         kelm_log_as(writer, KELM_LOG_ALWAYS, "format json data failed\n");
+        _remove_empty(to.path);
         return;
     }
     if (to.total_line != nullptr)
@@ -241,19 +260,19 @@ void _merge_band(const char *writer, const target &to, const key_row<config_t> (
     if (!kelm_is_band(band) || config == nullptr)
         return;
     const unique_json object = _get_json_from_file(to.path);
-    if (!object)
-        return;
-    _add_keys(object.get(), rows, band, config);
-    _commit(writer, to, object.get());
+    if (object)
+        _commit(writer, to, object.get(), _add_keys(object.get(), rows, band, config));
+    else
+        _remove_empty(to.path);
 }
 
 void _merge_switch(const char *writer, const target &to, const char *key, bool on)
 {
     const unique_json object = _get_json_from_file(to.path);
-    if (!object)
-        return;
-    (void)json_object_object_add(object.get(), key, _switch_text(on));
-    _commit(writer, to, object.get());
+    if (object)
+        _commit(writer, to, object.get(), kelm_json_add(object.get(), key, _switch_text(on)));
+    else
+        _remove_empty(to.path);
 }
 
 struct backhaul_row {
@@ -315,15 +334,17 @@ int wps_set_dual_ap_bh_config(const wps_ap_band_config *bands)
     unique_json object(json_object_new_object());
     if (!object)
         return 0;
+    bool complete = true;
     for (const backhaul_row &row : BACKHAUL) {
         const wps_ap_band_config *config = &bands[row.source];
-        (void)json_object_object_add(object.get(), row.ssid_key,
-                                     _text<&wps_ap_band_config::ssid>(config));
-        (void)json_object_object_add(object.get(), row.password_key,
-                                     _text<&wps_ap_band_config::password>(config));
+        complete =
+            complete &&
+            kelm_json_add(object.get(), row.ssid_key, _text<&wps_ap_band_config::ssid>(config)) &&
+            kelm_json_add(object.get(), row.password_key,
+                          _text<&wps_ap_band_config::password>(config));
     }
 
-    const char *text = json_object_to_json_string(object.get());
+    const char *text = complete ? kelm_json_text(object.get()) : nullptr;
     kelm_log_normal("--------------------------------ap config info total: %s\n",
                     text != nullptr ? text : "");
     if (text != nullptr && kelm_replace_file(WPS_AP_BH_FILE, text, KELM_OWNER_ONLY) != 0)

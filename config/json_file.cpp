@@ -4,12 +4,16 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include "config/file.h"
+#include "config/json_text.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "platform/exec.h"
@@ -43,6 +47,24 @@ bool _is_error_mark(const json_object *object)
     return reinterpret_cast<uintptr_t>(object) == UINTPTR_MAX;
 }
 
+// Null for what is no JSON, a missing file included. What is there must not be lost because it
+// could not be read for want of memory: no_memory tells.
+unique_json _load_to_merge(const char *path, bool *no_memory)
+{
+    errno = 0;
+    const unique_file file = kelm_open_to_read(path);
+    *no_memory = !file && errno == ENOMEM;
+    struct stat status = {};
+    if (!file || ::fstat(fileno(file.get()), &status) != 0 || status.st_size > KELM_JSON_FILE_MAX)
+        return nullptr;
+    const size_t size = static_cast<size_t>(status.st_size);
+    const unique_text text(static_cast<char *>(malloc(size + 1)));
+    *no_memory = !text;
+    if (!text)
+        return nullptr;
+    return kelm_parse_json(text.get(), ::fread(text.get(), 1, size, file.get()), no_memory);
+}
+
 unsigned _handle(const unique_json &object)
 {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(object.get()));
@@ -67,11 +89,10 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
     if (length < 0)
         return json_read_result::read_failed;
 
-    unique_json parsed(json_tokener_parse(text.get()));
-    if (_is_error_mark(parsed.get()))
-        (void)parsed.release();
+    bool no_memory = false;
+    unique_json parsed = kelm_parse_json(text.get(), strlen(text.get()) + 1, &no_memory);
     if (!parsed)
-        return json_read_result::parse_failed;
+        return no_memory ? json_read_result::no_memory : json_read_result::parse_failed;
     *out = std::move(parsed);
     return json_read_result::ok;
 }
@@ -101,10 +122,11 @@ unique_json _get_json_from_file(const char *path)
     _create_private(path);
     _touch(path);
 
-    unique_json root = kelm_load_json(path);
+    bool no_memory = false;
+    unique_json root = _load_to_merge(path, &no_memory);
     kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
                     json_object_get_type(root.get()));
-    if (!json_object_is_type(root.get(), json_type_object))
+    if (!no_memory && !json_object_is_type(root.get(), json_type_object))
         root.reset(json_object_new_object());
     if (!root) {
         kelm_log_always("Parse string to json failed.\n");

@@ -20,7 +20,7 @@ extern "C" {
 
 #include <json-c/json.h>
 
-#include "config/json_file.h"
+#include "config/json_text.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/status_files.h"
@@ -59,12 +59,19 @@ unique_text _message_text(blob_attr *message, const char *handler)
     return text;
 }
 
+// What the text says, or null for what cannot be read, for want of memory too.
+unique_json _parse_event(const char *text)
+{
+    bool no_memory = false;
+    return kelm_parse_json(text, strlen(text) + 1, &no_memory);
+}
+
 void wps_ubus_gpio_cb(ubus_context *, ubus_event_handler *, const char *, blob_attr *message)
 {
     const unique_text text = _message_text(message, __func__);
     if (!text)
         return;
-    const unique_json event(json_tokener_parse(text.get()));
+    const unique_json event = _parse_event(text.get());
     if (event && json_object_object_get(event.get(), "type") == nullptr) {
         kelm_log_always("Invalid action.\n");
         return;
@@ -81,7 +88,7 @@ void wps_ubus_wifi_cb(ubus_context *, ubus_event_handler *, const char *, blob_a
     const unique_text text = _message_text(message, __func__);
     if (!text)
         return;
-    const unique_json event(json_tokener_parse(text.get()));
+    const unique_json event = _parse_event(text.get());
     json_object *action = json_object_object_get(event.get(), "action");
     if (event && action == nullptr) {
         kelm_log_always("Invalid action.\n");

@@ -9,6 +9,7 @@
 
 #include "config/file.h"
 #include "config/json_file.h"
+#include "config/json_text.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "platform/exec.h"
@@ -56,14 +57,23 @@ constexpr info_row INFO_ROWS[] = {
 
 int32_t last_result = 0;
 
-void _add_band(json_object *info, const info_row &row)
+// False without memory.
+bool _add_band(json_object *info, const info_row &row)
 {
     if (!kelm_get_band_inited(row.band))
-        return;
-    json_object_object_add(info, row.status_key,
-                           json_object_new_string(_kelm_status2txt(kelm_get_status(row.band))));
-    json_object_object_add(info, row.mac_key,
-                           json_object_new_string(kelm_ops.get_sta_mac(row.band)));
+        return true;
+    const char *status = _kelm_status2txt(kelm_get_status(row.band));
+    return kelm_json_add(info, row.status_key, json_object_new_string(status)) &&
+           kelm_json_add(info, row.mac_key, json_object_new_string(kelm_ops.get_sta_mac(row.band)));
+}
+
+// The whole info file as text in memory of info, or null.
+const char *_info_text(json_object *info, int action)
+{
+    bool complete = kelm_json_add(info, "wps_action", json_object_new_int(action));
+    for (const info_row &row : INFO_ROWS)
+        complete = complete && _add_band(info, row);
+    return complete ? kelm_json_text(info) : nullptr;
 }
 
 }  // namespace
@@ -96,11 +106,7 @@ void kelm_update_info_file(int action)
         kelm_log_always("Create json_object_t failed.\n");
         return;
     }
-    json_object_object_add(info.get(), "wps_action", json_object_new_int(action));
-    for (const info_row &row : INFO_ROWS)
-        _add_band(info.get(), row);
-
-    const char *text = json_object_to_json_string(info.get());
+    const char *text = _info_text(info.get(), action);
     if (text == nullptr) {
         kelm_log_always("Print json_object_t failed.\n");
         return;

@@ -16,7 +16,7 @@ FLOORS = {
         "config/file"),
     2: ("core/session", "core/text", "ctrl/wpa_ctrl", "config/conf_tree"),
     3: ("wlan/run_mode", "config/band_config", "config/settings", "config/uci_option",
-        "config/json_file", "config/credentials"),
+        "config/json_file", "config/json_text", "config/credentials"),
     4: ("wlan/radio", "wlan/predict", "platform/ops"),
     5: ("core/status_files", "core/bus", "core/event_socks"),
     6: ("wlan/precheck", "wlan/rootap", "config/supplicant_credentials"),

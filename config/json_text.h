@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: ISC
+// JSON between text and tree where memory may run out: whole or not at all.
+#pragma once
+
+#include <cstddef>
+
+#include "config/json_file.h"
+
+namespace kelm {
+
+// Parses length bytes of text, as json_tokener_parse_ex does at once. Null for what is no JSON, and
+// when memory runs out on the way: the library alone would lose a key or cut a text without a word,
+// or crash. no_memory tells the two apart. For texts of a few kilobytes: each key is a piece of its
+// own.
+unique_json kelm_parse_json(const char *text, size_t length, bool *no_memory);
+
+// The object as json_object_to_json_string formats it, in memory of the object. Null when memory
+// runs out on the way: the library alone would leave out what found no room.
+const char *kelm_json_text(json_object *object);
+
+// Puts value, which it owns from here on, under key. False for a null value too, which is what the
+// makers of values return without memory.
+bool kelm_json_add(json_object *object, const char *key, json_object *value);
+
+}  // namespace kelm
