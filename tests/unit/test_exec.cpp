@@ -110,12 +110,20 @@ TEST_F(exec, an_unlogged_command_tells_its_wait_status_and_logs_nothing)
 
 TEST_F(exec, a_command_that_cannot_be_started_gives_minus_1)
 {
-    fail_next("posix_spawn", {EAGAIN, EAGAIN, EAGAIN, EAGAIN});
+    fail_next("posix_spawn", {ENOENT, ENOENT, ENOENT, ENOENT});
     EXPECT_EQ(-1, kelm_system("true"));
     EXPECT_EQ(-1, kelm_system_limited("true", 1000));
     EXPECT_EQ(0, wps_exec_cmd("true"));
     EXPECT_EQ(nullptr, wps_exec_cmd_with_result("true"));
     EXPECT_EQ("> true\n> popen() fail\n\n", log_text());
+}
+
+TEST_F(exec, a_command_gets_five_tries_where_processes_or_memory_are_short)
+{
+    fail_next("posix_spawn", {EAGAIN, ENOMEM, EAGAIN, ENOMEM, 0});
+    EXPECT_EQ(3, WEXITSTATUS(kelm_system("exit 3")));
+    fail_next("posix_spawn", {EAGAIN, EAGAIN, EAGAIN, EAGAIN, EAGAIN});
+    EXPECT_EQ(-1, kelm_system("true"));
 }
 
 TEST_F(exec, a_limited_command_that_ends_in_time_tells_its_wait_status)
@@ -247,7 +255,7 @@ TEST_F(exec, nothing_stays_open_after_commands)
         wps_exec_cmd("true");
         wps_exec_cmd_with_result("echo 1");
     }
-    fail_next("posix_spawn", {EAGAIN});
+    fail_next("posix_spawn", {ENOENT});
     EXPECT_EQ(nullptr, wps_exec_cmd_with_result("true"));
     EXPECT_EQ(before, open_descriptors());
 }
