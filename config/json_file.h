@@ -22,7 +22,7 @@ enum class json_read_result { ok, no_memory, open_failed, read_failed, parse_fai
 json_read_result kelm_read_json(const char *path, int flags, size_t limit, unique_json *out);
 
 // Loads a whole file of up to KELM_JSON_FILE_MAX bytes. Null when it is missing, larger or no JSON.
-constexpr off_t KELM_JSON_FILE_MAX = 4 * 1024 * 1024;
+constexpr off_t KELM_JSON_FILE_MAX = off_t{4} * 1024 * 1024;
 unique_json kelm_load_json(const char *path);
 
 // The integer under key, or fallback when the key is missing or of any other type, a boolean

@@ -2,12 +2,12 @@
 // The bus thread with its three event handlers, the mailbox, and the publication.
 #include "core/bus.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 

@@ -16,7 +16,8 @@ public:
     explicit unique_fd(int fd = -1) : fd_(fd) {}
     unique_fd(const unique_fd &) = delete;
     unique_fd &operator=(const unique_fd &) = delete;
-    unique_fd(unique_fd &&other) : fd_(other.release()) {}
+    unique_fd(unique_fd &&other) noexcept : fd_(other.release()) {}
+    unique_fd &operator=(unique_fd &&) = delete;
     ~unique_fd() { reset(); }
 
     int get() const { return fd_; }

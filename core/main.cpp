@@ -37,7 +37,7 @@ int main(int argc, char **)
 {
     if (argc > 1) {
         constexpr char USAGE[] = "Usage: kelm\n";
-        (void)!write(STDERR_FILENO, USAGE, sizeof USAGE - 1);
+        (void)(write(STDERR_FILENO, USAGE, sizeof USAGE - 1) < 0);
         return -1;
     }
     kelm::kelm_claim_signals();

@@ -54,7 +54,7 @@ bool _set_local_path(sockaddr_un *local, const char *client_dir)
 // Binds; a path that a dead process with our number left behind is removed, once.
 bool _bind_local(int s, const sockaddr_un &local)
 {
-    const sockaddr *address = reinterpret_cast<const sockaddr *>(&local);
+    const auto *address = reinterpret_cast<const sockaddr *>(&local);
     if (bind(s, address, sizeof local) == 0)
         return true;
     if (errno != EADDRINUSE)
@@ -181,7 +181,7 @@ wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir)
     unique_wpa_ctrl ctrl(half.release());  // from here on there is a path to unlink
     if (!_set_destination(&ctrl->dest, ctrl_path))
         return nullptr;
-    const sockaddr *dest = reinterpret_cast<const sockaddr *>(&ctrl->dest);
+    const auto *dest = reinterpret_cast<const sockaddr *>(&ctrl->dest);
     if (connect(ctrl->s, dest, sizeof ctrl->dest) < 0)
         return nullptr;
     _set_non_blocking(ctrl->s);
@@ -213,7 +213,7 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
         const ssize_t received = recv(ctrl->s, reply, *reply_len, 0);
         if (received < 0)
             return -1;
-        const size_t length = static_cast<size_t>(received);
+        const auto length = static_cast<size_t>(received);
         if (!_is_event(reply, length)) {
             *reply_len = length;
             return 0;

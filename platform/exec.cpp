@@ -18,8 +18,6 @@
 #include "core/handle.h"
 #include "core/log.h"
 
-extern char **environ;
-
 namespace kelm {
 
 namespace {
@@ -30,13 +28,14 @@ char g_wps_cmd_result[WPS_CMD_RESULT_SIZE + 1];
 
 constexpr int START_TRIES = 5;
 constexpr timespec START_PAUSE = {0, 100 * 1000 * 1000};
-constexpr long FIRST_PAUSE_NS = 500 * 1000;
-constexpr long LONGEST_PAUSE_NS = 20 * 1000 * 1000;
+constexpr long FIRST_PAUSE_NS = 500L * 1000;
+constexpr long LONGEST_PAUSE_NS = 20L * 1000 * 1000;
 
 // posix_spawn's attributes for a child that inherits none of the daemon's signal settings: the
 // held-back signals unblocked, and SIGPIPE, which the bus library ignores, back at its default.
 class clean_signals {
 public:
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): posix_spawnattr_init fills it.
     explicit clean_signals(bool own_group)
     {
         sigset_t none;
@@ -85,6 +84,8 @@ pid_t _start_shell(const char *command, int out, bool own_group)
 {
     char shell[] = "sh";
     char option[] = "-c";
+    // posix_spawn takes words that it could change, and changes none.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
     char *const words[] = {shell, option, const_cast<char *>(command), nullptr};
     const clean_signals signals(own_group);
     posix_spawn_file_actions_t actions;

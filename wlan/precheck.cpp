@@ -26,7 +26,7 @@ constexpr const char *ENTRY = "kelm_check_wlan_status";  // whose lines the step
 
 bool _has_enabled_station(int band)
 {
-    return kelm_get_band_inited(band) && kelm_has_wps_flag(band, WPS_FLAG_STABSS_ENABLE);
+    return kelm_get_band_inited(band) != 0 && kelm_has_wps_flag(band, WPS_FLAG_STABSS_ENABLE);
 }
 
 bool _is_wireless_starting()

@@ -138,7 +138,8 @@ int kelm_backup_sta_connected(int band)
                     connected != 0 ? "connected" : "disconnected");
     // Other values are links in the making: told as connected, but such a band still takes part.
     if (kelm_get_wps_session(band) != nullptr)
-        _set_flag(band, WPS_FLAG_STA_CONNECTED, kelm_get_band_inited(band) && connected == LINK_UP);
+        _set_flag(band, WPS_FLAG_STA_CONNECTED,
+                  kelm_get_band_inited(band) != 0 && connected == LINK_UP);
     return 0;
 }
 

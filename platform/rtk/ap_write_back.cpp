@@ -59,7 +59,7 @@ void _take_key_mgmt(wps_ap_band_config *ap, const char *value)
 
 void _take_version(wps_ap_band_config *ap, const char *value)
 {
-    const uint32_t version = static_cast<uint32_t>(atoi(value));
+    const auto version = static_cast<uint32_t>(atoi(value));
     ap->wpa_version = version < VERSION_END ? version : WPS_VERSION_MIXED;
 }
 
