@@ -15,6 +15,7 @@ namespace kelm {
 namespace {
 
 constexpr size_t FRESH_PATH_SIZE = 128;
+constexpr mode_t ALL_MODE_BITS = 07777;
 
 bool _write_all(int fd, const char *text, size_t length)
 {
@@ -52,6 +53,17 @@ unique_file kelm_open_to_read(const char *path)
     if (file)
         (void)fd.release();
     return file;
+}
+
+void kelm_make_way(const char *path, mode_t most)
+{
+    struct stat there = {};
+    if (::lstat(path, &there) != 0)
+        return;
+    const mode_t granted = there.st_mode & ALL_MODE_BITS;
+    if (S_ISREG(there.st_mode) && there.st_uid == ::geteuid() && (granted & ~most) == 0)
+        return;
+    (void)::unlink(path);
 }
 
 int kelm_replace_file(const char *path, const char *text, mode_t mode)

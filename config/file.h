@@ -21,4 +21,9 @@ unique_file kelm_open_to_read(const char *path);
 // with the old file untouched.
 int kelm_replace_file(const char *path, const char *text, mode_t mode);
 
+// Removes what stands under a name that is about to be written by somebody who would follow a link,
+// wait at a FIFO or keep a looser mode: anything but a regular file of our own that grants no more
+// than most. Whatever it is, removing it is all that can be done, so failures are not told.
+void kelm_make_way(const char *path, mode_t most);
+
 }  // namespace kelm

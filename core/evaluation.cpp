@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "config/credentials.h"
+#include "config/file.h"
 #include "core/bus.h"
 #include "core/log.h"
 #include "core/session.h"
@@ -144,9 +145,12 @@ void _set_mesh_switch()
     _wps_set_mesh_config(_kelm_check_corvex());
 }
 
-// For the service script, which works on copies.
+// For the service script, which works on copies. They hold passphrases, and cp would write them
+// through a link and into a file that others may read.
 void _back_up_credential_files()
 {
+    kelm_make_way(WPS_AP_BACKUP, KELM_OWNER_ONLY);
+    kelm_make_way(WPS_STA_BACKUP, KELM_OWNER_ONLY);
     (void)kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", WPS_AP_FILE, WPS_AP_BACKUP);
     (void)kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", WPS_STA_FILE, WPS_STA_BACKUP);
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/file.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/text.h"
@@ -258,6 +259,7 @@ int kelm_get_succeed_band(int exclude)
 
 void kelm_set_wps_alive(int value)
 {
+    kelm_make_way(ALIVE_PATH, KELM_FOR_ALL);
     unique_file file(fopen(ALIVE_PATH, "we"));
     if (!file) {
         kelm_log_always("create /tmp/wpsactive fail\n");

@@ -96,6 +96,8 @@ void kelm_update_wps_result_file(int result)
     char command[RESULT_COMMAND_SIZE];
     snprintf(command, sizeof command, "echo %d > %s", result, RESULT_PATH);
     kelm_log_normal("%s\n", command);
+    // The shell would wait for ever at a FIFO, and write through a link.
+    kelm_make_way(RESULT_PATH, KELM_FOR_ALL);
     (void)kelm_system(command);
 }
 

@@ -109,6 +109,44 @@ TEST_F(file, that_a_killed_run_left_half_written_is_no_obstacle)
     EXPECT_FALSE(is_there(FRESH));
 }
 
+TEST_F(file, a_regular_one_of_our_own_needs_to_make_no_way)
+{
+    write_file(PATH, "text");
+    ASSERT_EQ(0, chmod(PATH, 0600));
+    kelm_make_way(PATH, KELM_OWNER_ONLY);
+    EXPECT_EQ("text", read_file(PATH));
+    ASSERT_EQ(0, chmod(PATH, 0644));
+    kelm_make_way(PATH, KELM_FOR_ALL);
+    EXPECT_EQ("text", read_file(PATH));
+    kelm_make_way("/tmp/none", KELM_OWNER_ONLY);
+    EXPECT_FALSE(is_there("/tmp/none"));
+}
+
+TEST_F(file, one_that_others_may_use_makes_way)
+{
+    for (const mode_t mode : {0640, 0604, 0660, 0700, 04600}) {
+        write_file(PATH, "text");
+        ASSERT_EQ(0, chmod(PATH, mode));
+        kelm_make_way(PATH, KELM_OWNER_ONLY);
+        EXPECT_FALSE(is_there(PATH)) << mode;
+    }
+}
+
+TEST_F(file, links_and_pipes_make_way_and_what_a_link_names_stays)
+{
+    write_file("/tmp/somebodys", "precious");
+    ASSERT_EQ(0, symlink("/tmp/somebodys", PATH));
+    kelm_make_way(PATH, KELM_FOR_ALL);
+    EXPECT_FALSE(is_there(PATH));
+    EXPECT_EQ("precious", read_file("/tmp/somebodys"));
+    ASSERT_EQ(0, mkfifo(PATH, 0600));
+    kelm_make_way(PATH, KELM_FOR_ALL);
+    EXPECT_FALSE(is_there(PATH));
+    ASSERT_EQ(0, mkdir(PATH, 0700));
+    kelm_make_way(PATH, KELM_FOR_ALL);
+    EXPECT_TRUE(is_there(PATH));
+}
+
 TEST_F(file, only_a_regular_one_is_opened_to_read)
 {
     write_file(PATH, "text");
