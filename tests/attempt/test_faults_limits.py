@@ -7,6 +7,7 @@ import time
 
 import pytest
 
+from daemon_run import NO_LEAK_SEARCH
 from fault_steps import IDLE_CPU_S, PBC, REG_SUCCESS, RESTART, begin, finish_well
 from faults import EVER
 from router import REPEATER_MODE
@@ -102,7 +103,7 @@ def test_with_few_descriptors_the_daemon_ends_or_waits_and_computes_nothing(rout
         resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit))
     router.start_bus()
     router.add_hostapd('2g', '5g')
-    daemon = router.launch(before=set_limit)
+    daemon = router.launch(before=set_limit, environment=NO_LEAK_SEARCH)
     assert daemon.command_status == 0
     wait_for(lambda: not daemon.is_running() or daemon.is_waiting(), 'the end or the main loop')
     if daemon.is_running():
@@ -116,7 +117,7 @@ def test_with_few_descriptors_the_daemon_ends_or_waits_and_computes_nothing(rout
 
 def test_a_press_without_a_descriptor_left_starts_nothing_and_computes_nothing(router):
     """Settings that cannot be read are settings that are off."""
-    router.start()
+    router.start(environment=NO_LEAK_SEARCH)
     pid = router.daemon.pid
     usual = resource.prlimit(pid, resource.RLIMIT_NOFILE)
     resource.prlimit(pid, resource.RLIMIT_NOFILE, (NONE_LEFT, usual[1]))
@@ -132,7 +133,7 @@ def test_a_press_without_a_descriptor_left_starts_nothing_and_computes_nothing(r
 
 @pytest.mark.parametrize('mode', ['success', 'sigterm'])
 def test_an_attempt_that_runs_out_of_descriptors_still_ends(router, mode):
-    begin(router)
+    begin(router, environment=NO_LEAK_SEARCH)
     resource.prlimit(router.daemon.pid, resource.RLIMIT_NOFILE, (NONE_LEFT, NONE_LEFT))
     if mode == 'success':
         router.hostapd['2g'].send(REG_SUCCESS)
@@ -144,7 +145,7 @@ def test_an_attempt_that_runs_out_of_descriptors_still_ends(router, mode):
 
 def test_a_wait_that_fails_does_not_turn_the_loop_at_full_speed(router):
     """Fewer descriptors allowed than are waited on: no wait succeeds any more."""
-    router.start()
+    router.start(environment=NO_LEAK_SEARCH)
     resource.prlimit(router.daemon.pid, resource.RLIMIT_NOFILE, (0, 0))
     router.daemon.poke()
     before = router.daemon.cpu_seconds()
