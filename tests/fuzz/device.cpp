@@ -61,7 +61,7 @@ namespace {
 constexpr const char *INFO_PATH = "/tmp/kelm.info";
 constexpr const char *RESULT_PATH = "/tmp/wps_result";
 constexpr const char *ALIVE_PATH = "/tmp/wpsactive";
-constexpr int32_t START_TIME = 1000;
+constexpr int64_t START_TIME = 1000;
 
 constexpr const char *STATUS_TEXTS[] = {"ok",      "cancel",  "success", "error",
                                         "timeout", "overlap", "silent"};
@@ -86,7 +86,7 @@ constexpr const char *ALL_SWITCHES =
     "apBssEnabledApMode_2g=on\napBssEnabledApMode_5g=on\n\nstaBssEnabled_2g=on\n"
     "staBssEnabled_5g=on\nstaBssEnabled_5g2=on\nstaBssEnabled_6g=on\n";
 
-int32_t time_now = START_TIME;
+int64_t time_now = START_TIME;
 std::string put_from_outside[DEVICE_FILES];
 
 std::string with(const char *text, const char *digit)
@@ -285,7 +285,7 @@ void check_files()
     PROPERTY(alive.empty() || alive == "0\n" || alive == "1\n");
 }
 
-void move_time(int32_t seconds)
+void move_time(int64_t seconds)
 {
     time_now += seconds;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "core/bus.h"
@@ -43,6 +44,6 @@ void check_files();
 extern void (*on_request)(const kelm::wps_listen_event_t *event);
 
 // Time as the daemon sees it, in seconds; starts at 1000.
-void move_time(int32_t seconds);
+void move_time(int64_t seconds);
 
 }  // namespace kelm_fuzz

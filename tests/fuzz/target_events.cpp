@@ -3,9 +3,9 @@
 // through the daemon's own main loop.
 //
 // An input's first line chooses the device, each further line is a step: "0" to "3" and an event's
-// text, "b" a button, "p" and a PIN, "c" a cancel, "t" and a byte of seconds, "s" SIGTERM, "u"
-// SIGUSR1, "f", a file's letter and its text with "|" for line feeds, anything else a second
-// without a packet.
+// text, "b" a button, "p" and a PIN, "c" a cancel, "t" and a byte of seconds, "T" and a byte of
+// minutes back, "y" on to the end of 32-bit seconds, "s" SIGTERM, "u" SIGUSR1, "f", a file's letter
+// and its text with "|" for line feeds, anything else a second without a packet.
 //
 // Properties: those of device.h after each step and at the end; each command is one of the daemon's
 // own with as many words as it has; an event changes its own band alone; an unknown event changes
@@ -34,6 +34,7 @@ extern "C" ssize_t __wrap_recvfrom(int fd, void *buffer, size_t length, int, soc
 namespace {
 
 constexpr int32_t LONG_AFTER = 10 * kelm::WPS_TIMEOUT_S;
+constexpr int64_t NEARLY_2038 = 0x7fffffff - 1100;  // from the start, where 32-bit seconds end
 
 kelm_fuzz::input *script = nullptr;
 std::string packet;
@@ -82,6 +83,12 @@ bool take_step(const std::string &step)
         return false;
     case 't':
         kelm_fuzz::move_time(step.size() > 1 ? static_cast<uint8_t>(step[1]) : 1);
+        return false;
+    case 'T':
+        kelm_fuzz::move_time(-60 * (step.size() > 1 ? static_cast<uint8_t>(step[1]) : 1));
+        return false;
+    case 'y':
+        kelm_fuzz::move_time(NEARLY_2038);
         return false;
     case 's':
         kelm::_kelm_handle_signal(SIGTERM);
