@@ -28,6 +28,7 @@ struct cfgitem_ptr_stack {
 
 int cfgitem_ptr_stack_init(cfgitem_ptr_stack *stack, size_t capacity)
 {
+    // An array of pointers is meant. NOLINTNEXTLINE(bugprone-sizeof-expression)
     stack->items = static_cast<hapd_wpasupp_cfgitem **>(calloc(capacity, sizeof *stack->items));
     stack->capacity = capacity;
     stack->count = 0;
@@ -273,6 +274,7 @@ hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_get(hapd_wpasupp_cfgitem *first, c
     return nullptr;
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): a parsed tree is ten blocks deep at most.
 void wps_hapd_wpasupp_config_free(hapd_wpasupp_cfgitem *first)
 {
     while (first != nullptr) {

@@ -22,7 +22,7 @@
 #include "ubus_wire.h"
 
 /* Events that arrive during a synchronous wait are kept; beyond this they are dropped. */
-#define PENDING_LIMIT (8u * 1024 * 1024)
+#define PENDING_LIMIT ((size_t)8 * 1024 * 1024)
 
 struct ubus_message {
     struct list_head link;
@@ -209,10 +209,11 @@ static int run_event(struct ubus_context *ctx, struct blob_attr **tb)
 static void dispatch(struct ubus_context *ctx, struct ubus_message *m)
 {
     struct blob_attr *tb[UBUS_ATTR_MAX];
-    int status;
 
     ubus_wire_parse(m->body, tb);
     if (tb[UBUS_ATTR_OBJID]) {
+        int status;
+
         ctx->busy++;
         status = run_event(ctx, tb);
         ctx->busy--;

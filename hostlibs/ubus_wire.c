@@ -53,6 +53,7 @@ void ubus_wire_parse(const struct blob_attr *body, struct blob_attr **tb)
     struct blob_attr *attr;
     size_t rem;
 
+    /* Pointers are meant. NOLINTNEXTLINE(bugprone-sizeof-expression) */
     memset(tb, 0, UBUS_ATTR_MAX * sizeof(*tb));
     blob_for_each_attr(attr, body, rem)
     {

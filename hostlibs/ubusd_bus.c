@@ -349,11 +349,12 @@ static bool drop_type(struct object_type *type)
 
 static struct object *new_object(struct client *owner, const char *path, struct object_type *type)
 {
-    struct object *obj = calloc(1, sizeof(*obj) + strlen(path) + 1);
+    size_t path_size = strlen(path) + 1;
+    struct object *obj = calloc(1, sizeof(*obj) + path_size);
 
     if (!obj)
         return NULL;
-    strcpy(obj->path, path);
+    memcpy(obj->path, path, path_size);
     obj->id = bus_new_id(object_taken);
     obj->owner = owner;
     obj->type = type;

@@ -15,7 +15,7 @@
 #include "ubusd_bus.h"
 
 /* What a client that does not read may pile up before messages to it are dropped. */
-#define OUTPUT_LIMIT (1024u * 1024)
+#define OUTPUT_LIMIT ((size_t)1024 * 1024)
 /* Messages taken from one client before the others get their turn. */
 #define MESSAGES_PER_TURN 64
 
@@ -138,8 +138,9 @@ static void flush(struct client *c)
 {
     while (!link_is_empty(&c->output)) {
         struct output *o = link_entry(c->output.next, struct output, link);
-        ssize_t sent =
-            send(c->sock.fd, o->bytes + o->done, o->size - o->done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        /* What was freed was unlinked before. NOLINTNEXTLINE(clang-analyzer-unix.Malloc) */
+        size_t rest = o->size - o->done;
+        ssize_t sent = send(c->sock.fd, o->bytes + o->done, rest, MSG_NOSIGNAL | MSG_DONTWAIT);
 
         if (sent < 0)
             return; /* full, or a hang-up the loop will report */
