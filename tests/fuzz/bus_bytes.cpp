@@ -70,7 +70,8 @@ std::string member(unsigned type, const std::string &name, const std::string &pa
 std::string message(unsigned type, uint16_t seq, uint32_t peer, const std::string &children)
 {
     const uint32_t first = type << 16 | seq;
-    return number(first) + number(peer) + number(static_cast<uint32_t>(4 + children.size())) + children;
+    return number(first) + number(peer) + number(static_cast<uint32_t>(4 + children.size())) +
+           children;
 }
 
 bool find_attribute(const bus_message &from, unsigned id, size_t length, std::string *payload)
@@ -112,8 +113,9 @@ bus_stream cut_messages(const std::string &bytes, size_t most)
         if (body == 0 || body > bytes.size() - at - HEADER)
             break;
         const uint32_t first = number_at(bytes, at);
-        stream.messages.push_back({static_cast<uint8_t>(first >> 24), static_cast<uint8_t>(first >> 16),
-                                   static_cast<uint16_t>(first), number_at(bytes, at + 4),
+        stream.messages.push_back({static_cast<uint8_t>(first >> 24),
+                                   static_cast<uint8_t>(first >> 16), static_cast<uint16_t>(first),
+                                   number_at(bytes, at + 4),
                                    bytes.substr(at + BUS_PREFIX, body - 4)});
         stream.used += HEADER + body;
     }

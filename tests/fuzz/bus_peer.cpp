@@ -29,7 +29,7 @@ namespace {
 struct script {
     int fd = -1;
     std::vector<std::string> turns;
-    size_t turn = 0;   // how many turns are there
+    size_t turn = 0;    // how many turns are there
     std::string there;  // not read yet
     std::string said;
     std::string got;
@@ -63,7 +63,8 @@ ssize_t fail(int error)
 ssize_t give(void *into, size_t size)
 {
     const size_t most = std::min(size, peer.there.size());
-    const size_t given = most > 1 && peer.pieces != 0 ? 1 + chance(static_cast<unsigned>(most)) : most;
+    const size_t given =
+        most > 1 && peer.pieces != 0 ? 1 + chance(static_cast<unsigned>(most)) : most;
     memcpy(into, peer.there.data(), given);
     peer.said.append(peer.there, 0, given);
     peer.there.erase(0, given);
@@ -143,7 +144,8 @@ extern "C" ssize_t __wrap_sendmsg(int fd, const msghdr *message, int)
     PROPERTY(fd == peer.fd);
     std::string all;
     for (size_t i = 0; i < message->msg_iovlen; ++i)
-        all.append(static_cast<const char *>(message->msg_iov[i].iov_base), message->msg_iov[i].iov_len);
+        all.append(static_cast<const char *>(message->msg_iov[i].iov_base),
+                   message->msg_iov[i].iov_len);
     const unsigned trouble = chance(8);
     if (trouble == 1 || trouble == 2)
         return fail(trouble == 1 ? EAGAIN : EINTR);

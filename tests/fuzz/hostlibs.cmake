@@ -12,7 +12,7 @@ add_library(fuzz_broker_code OBJECT ${CMAKE_SOURCE_DIR}/hostlibs/ubusd_bus.c
 target_compile_definitions(fuzz_broker_code PRIVATE _GNU_SOURCE)
 target_link_libraries(fuzz_broker_code PRIVATE hostlib_ubus)
 target_include_directories(fuzz_broker PRIVATE ${CMAKE_SOURCE_DIR}/hostlibs)
-target_sources(fuzz_broker PRIVATE bus_bytes.cpp $<TARGET_OBJECTS:fuzz_broker_code>)
+target_sources(fuzz_broker PRIVATE broker_client.cpp bus_bytes.cpp $<TARGET_OBJECTS:fuzz_broker_code>)
 target_link_options(fuzz_broker PRIVATE -Wl,--wrap=recv -Wl,--wrap=getrandom
     -Wl,--wrap=getpwuid -Wl,--wrap=getgrgid)
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: ISC
-// Way in: attributes of the bus (blob, blobmsg) and JSON, as the stand-in libraries read and write them.
+// Way in: attributes of the bus (blob, blobmsg) and JSON, as the stand-in libraries read and write
+// them.
 //
-// An input is a message ('0', the outermost number, 0x80 for one with a name header, the payload) or JSON text ('1'). Properties: no reader leaves
-// the message, which lies in a block of exactly its size; a policy finds what a second walk over the bytes finds;
-// a copy of a sound message is the same bytes; JSON holds what json-c holds, and comes out the same after another
-// way there and back.
+// An input is a message ('0', the outermost number, 0x80 for one with a name header, the payload)
+// or JSON text ('1'). Properties: no reader leaves the message, which lies in a block of exactly
+// its size; a policy finds what a second walk over the bytes finds; a copy of a sound message is
+// the same bytes; JSON holds what json-c holds, and comes out the same after another way there and
+// back.
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -89,7 +91,8 @@ void read_member(blob_attr *attr)
     }
 }
 
-// Whether everything in the container is sound and the padding zero, so that a copy is the same bytes.
+// Whether everything in the container is sound and the padding zero, so that a copy is the same
+// bytes.
 bool walk(blob_attr *container, int depth)
 {
     bool sound = true;
@@ -117,7 +120,8 @@ size_t position_by_hand(const std::string &payload, const std::string &name, int
     size_t at = 0;
     while (at + 4 <= payload.size()) {
         const auto *bytes = reinterpret_cast<const uint8_t *>(payload.data()) + at;
-        const size_t length = static_cast<size_t>(bytes[1]) << 16 | static_cast<size_t>(bytes[2]) << 8 | bytes[3];
+        const size_t length =
+            static_cast<size_t>(bytes[1]) << 16 | static_cast<size_t>(bytes[2]) << 8 | bytes[3];
         const size_t padded = (length + 3) & ~static_cast<size_t>(3);
         if (padded < 4 || padded > payload.size() - at)
             break;
@@ -144,9 +148,10 @@ void check_policy(blob_attr *message, const std::string &payload)
     const auto *start = static_cast<const char *>(blob_data(message));
     for (int i = 0; i < COUNT; ++i) {
         const size_t expected = position_by_hand(payload, policy[i].name, policy[i].type);
-        const size_t at = found[i] == nullptr
-                              ? std::string::npos
-                              : static_cast<size_t>(reinterpret_cast<const char *>(found[i]) - start);
+        const size_t at =
+            found[i] == nullptr
+                ? std::string::npos
+                : static_cast<size_t>(reinterpret_cast<const char *>(found[i]) - start);
         PROPERTY(at == expected);
     }
 }
@@ -182,7 +187,8 @@ void check_copy(blob_attr *message)
     blob_buffer twice;
     copy_container(&twice, once.head);
     PROPERTY(once.bytes() == twice.bytes());
-    PROPERTY(owned(blobmsg_format_json(message, true)) == owned(blobmsg_format_json(once.head, true)));
+    PROPERTY(owned(blobmsg_format_json(message, true)) ==
+             owned(blobmsg_format_json(once.head, true)));
 }
 
 void check_message(input &in)

@@ -1,163 +1,31 @@
 // SPDX-License-Identifier: ISC
 // Way in: what clients send to the broker, here over real sockets.
 //
-// An input is a play of steps: a hostile client sends bytes, vanishes, or the others go on. Properties: a listener
-// and a sender beside it keep being served; each request is answered once; what leaves the broker is whole
-// messages; nothing of a client stays when it is gone; and how the bytes are cut up changes nothing.
-#include <cerrno>
-#include <cstring>
+// An input is a play of steps: a hostile client sends bytes, vanishes, or the others go on.
+// Properties: a listener and a sender beside it keep being served; each request is answered once;
+// what leaves the broker is whole messages; nothing of a client stays when it is gone; and how the
+// bytes are cut up changes nothing.
+#include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <grp.h>
-#include <pwd.h>
-#include <sys/random.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 extern "C" {
 #include "hostlibs/ubusd_client.h"
 }
 
+#include "tests/fuzz/broker_client.h"
 #include "tests/fuzz/bus_bytes.h"
 #include "tests/fuzz/fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-extern "C" ssize_t __real_recv(int fd, void *into, size_t size, int flags);
-extern "C" ssize_t __wrap_recv(int fd, void *into, size_t size, int flags);
-extern "C" ssize_t __wrap_getrandom(void *into, size_t size, unsigned flags);
-extern "C" struct passwd *__wrap_getpwuid(uid_t uid);
-extern "C" struct group *__wrap_getgrgid(gid_t gid);
 
 using namespace kelm_fuzz;
 
 namespace {
 
 constexpr unsigned HOSTILE = 2;
-constexpr uint32_t FIRST_ID = 1024;
 // Below this nothing can have been dropped for a reader that does not read.
 constexpr size_t SURELY_KEPT = 150000;
 const std::string GOOD = "good";
-constexpr unsigned LONGEST_PIECE = 200;
-
-uint32_t next_id;
-unsigned reads;          // calls of recv by the broker
-unsigned piece_sizes;    // 0: as much as there is; otherwise the state of a small generator
-
-unsigned next_piece(unsigned most)
-{
-    piece_sizes = piece_sizes * 1103515245u + 12345u;
-    return 1 + (piece_sizes >> 16) % most;
-}
-
-// Until the broker has nothing to read and nothing to write.
-void run_broker()
-{
-    unsigned before;
-    do {
-        before = reads;
-        uloop_run_timeout(0);
-    } while (reads != before);
-}
-
-// The client's end of a connection; the broker has the other one.
-class client_end {
-public:
-    client_end() { open(); }
-    ~client_end() { close(fd_); }
-    client_end(const client_end &) = delete;
-    client_end &operator=(const client_end &) = delete;
-
-    // In one write, or in pieces between which the broker runs. One that the broker has closed takes no more.
-    void send(const std::string &bytes)
-    {
-        for (size_t at = 0; at < bytes.size();) {
-            const size_t left = bytes.size() - at;
-            const size_t size = piece_sizes == 0 ? left : std::min<size_t>(next_piece(LONGEST_PIECE), left);
-            if (::send(fd_, bytes.data() + at, size, MSG_NOSIGNAL | MSG_DONTWAIT) < 0)
-                return;
-            at += size;
-            sent_.append(bytes, at - size, size);
-            run_broker();
-        }
-    }
-
-    void receive()
-    {
-        char block[16384];
-        for (;;) {
-            const ssize_t got = __real_recv(fd_, block, sizeof block, MSG_DONTWAIT);
-            if (got <= 0)
-                return;
-            received_.append(block, static_cast<size_t>(got));
-            if (static_cast<size_t>(got) < sizeof block)
-                return;
-            run_broker();
-        }
-    }
-
-    // The whole messages received since the last call.
-    std::vector<bus_message> take()
-    {
-        receive();
-        const bus_stream stream = cut_messages(received_);
-        PROPERTY(is_whole(stream, received_));
-        log_ += received_;
-        received_.clear();
-        return stream.messages;
-    }
-
-    void reopen()
-    {
-        (void)take();
-        close(fd_);
-        run_broker();
-        sent_.clear();
-        open();
-    }
-
-    // What is left unread is lost.
-    bool is_closed()
-    {
-        char byte;
-        ssize_t got;
-        while ((got = __real_recv(fd_, &byte, 1, MSG_DONTWAIT)) > 0) {
-        }
-        return got == 0 || errno == ECONNRESET;
-    }
-
-    const std::string &sent() const { return sent_; }
-    const std::string &log() const { return log_; }
-
-private:
-    void open()
-    {
-        int ends[2];
-        PROPERTY(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
-        PROPERTY(fcntl(ends[1], F_SETFL, O_NONBLOCK) == 0);
-        fd_ = ends[0];
-        PROPERTY(client_open(ends[1]) != nullptr);
-        const std::vector<bus_message> greeting = take();
-        PROPERTY(greeting.size() == 1 && greeting[0].type == BUS_HELLO && greeting[0].peer >= FIRST_ID);
-    }
-
-    int fd_ = -1;
-    std::string sent_;
-    std::string received_;
-    std::string log_;
-};
-
-bool is_status(const bus_message &m, uint16_t seq, uint32_t peer, uint32_t status)
-{
-    return m.type == BUS_STATUS && m.seq == seq && m.peer == peer &&
-           find_number(m, BUS_ATTR_STATUS) == status;
-}
-
-std::string event_call(const std::string &method, const std::string &members)
-{
-    return attribute(BUS_ATTR_OBJID, number(1)) + attribute(BUS_ATTR_METHOD, terminated(method)) +
-           attribute(BUS_ATTR_DATA, members);
-}
 
 // Listens to the good events, with one object.
 class listener : public client_end {
@@ -168,15 +36,16 @@ public:
         const std::vector<bus_message> added = take();
         PROPERTY(added.size() == 2 && is_status(added[1], 1, 0, 0));
         object_ = find_number(added[0], BUS_ATTR_OBJID);
-        send(message(BUS_INVOKE, 2, 1,
-                     event_call("register", member(BUS_INT32, "object", number(object_)) +
-                                                member(BUS_STRING, "pattern", terminated(GOOD + "*")))));
+        send(message(
+            BUS_INVOKE, 2, 1,
+            event_call("register", member(BUS_INT32, "object", number(object_)) +
+                                       member(BUS_STRING, "pattern", terminated(GOOD + "*")))));
         const std::vector<bus_message> registered = take();
         PROPERTY(registered.size() == 1 && is_status(registered[0], 2, 1, 0));
     }
 
-    // Whether the event has come since the last call, whole and with our object in it. Others make no events for us,
-    // and nobody but us can have asked for more.
+    // Whether the event has come since the last call, whole and with our object in it. Others make
+    // no events for us, and nobody but us can have asked for more.
     bool hears(const std::string &type, const std::string &members)
     {
         bool heard = false;
@@ -186,7 +55,8 @@ public:
                                          attribute(BUS_ATTR_DATA, members);
             std::string method;
             const bool event = m.type == BUS_INVOKE && m.peer == 0;
-            PROPERTY(!event || (find_attribute(m, BUS_ATTR_METHOD, 0, &method) && method.rfind(GOOD, 0) == 0));
+            PROPERTY(!event || (find_attribute(m, BUS_ATTR_METHOD, 0, &method) &&
+                                method.rfind(GOOD, 0) == 0));
             heard = heard || (event && m.children == expected);
         }
         return heard;
@@ -206,12 +76,14 @@ struct play {
 void one_good_event(play *all)
 {
     const std::string type = GOOD + std::to_string(++all->events);
-    const std::string members = member(BUS_STRING, "pin", terminated(std::string(all->events % 9, 'x')));
+    const std::string members =
+        member(BUS_STRING, "pin", terminated(std::string(all->events % 9, 'x')));
     all->voice.send(message(BUS_INVOKE, all->events, 1,
                             event_call("send", member(BUS_STRING, "id", terminated(type)) +
                                                    member(BUS_TABLE, "data", members))));
     PROPERTY(all->ear.hears(type, members));
-    // Events of others do not come here, since nothing was registered; calls cannot, as there is no object.
+    // Events of others do not come here, since nothing was registered; calls cannot, as there is no
+    // object.
     const std::vector<bus_message> answers = all->voice.take();
     PROPERTY(!answers.empty() && is_status(answers.back(), all->events, 1, 0));
 }
@@ -231,8 +103,9 @@ void check_answers(const client_end &client, const std::vector<bus_message> &rec
     for (const bus_message &request : cut_messages(client.sent()).messages) {
         if (!must_be_answered(request))
             continue;
-        while (at < received.size() && !(received[at].type == BUS_STATUS && received[at].seq == request.seq &&
-                                         received[at].peer == request.peer))
+        while (at < received.size() &&
+               !(received[at].type == BUS_STATUS && received[at].seq == request.seq &&
+                 received[at].peer == request.peer))
             ++at;
         PROPERTY(at < received.size());
         ++at;
@@ -265,7 +138,8 @@ std::string without_event_numbers(const std::string &log)
 {
     std::string text;
     for (const bus_message &m : cut_messages(log).messages)
-        text += message(m.type, m.type == BUS_INVOKE && m.peer == 0 ? 0 : m.seq, m.peer, m.children);
+        text +=
+            message(m.type, m.type == BUS_INVOKE && m.peer == 0 ? 0 : m.seq, m.peer, m.children);
     return text;
 }
 
@@ -284,8 +158,7 @@ void check_nothing_stays(uint32_t highest)
 std::string play_it(input in, unsigned pieces)
 {
     std::string heard;
-    next_id = FIRST_ID;
-    piece_sizes = pieces;
+    start_broker(pieces);
     {
         play all;
         one_good_event(&all);
@@ -302,42 +175,14 @@ std::string play_it(input in, unsigned pieces)
         }
         heard += without_event_numbers(all.ear.log()) + all.voice.log();
     }
-    check_nothing_stays(next_id);
+    check_nothing_stays(next_broker_id());
     return heard;
 }
 
 }  // namespace
 
-// In the broker, ids are random; here they are the same in every play.
-extern "C" ssize_t __wrap_getrandom(void *into, size_t size, unsigned)
-{
-    PROPERTY(size == sizeof next_id);
-    memcpy(into, &next_id, sizeof next_id);
-    ++next_id;
-    return static_cast<ssize_t>(size);
-}
-
-extern "C" ssize_t __wrap_recv(int fd, void *into, size_t size, int flags)
-{
-    ++reads;
-    return __real_recv(fd, into, size, flags);
-}
-
-// Files are read for these: most of the time would go there. Users without a name are shown as numbers.
-extern "C" struct passwd *__wrap_getpwuid(uid_t)
-{
-    return nullptr;
-}
-
-extern "C" struct group *__wrap_getgrgid(gid_t)
-{
-    return nullptr;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const bool ready = uloop_init() == 0;
-    PROPERTY(ready);
     input in(data, size);
     const unsigned pieces = in.byte() | 0x100u;
     PROPERTY(play_it(in, 0) == play_it(in, pieces));

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: ISC
 // Way in: what a broker sends to a program, through the stand-in for the bus library.
 //
-// The program registers two events, gets what comes until the connection ends, sends from within its handler, and
-// lets go of one handler. An input is what the broker says in turns; each turn is there when the program waits.
-// Properties: every delivered event is answered once; answers of success are as many as events handled; what the
-// program sends is whole messages; and how the bytes are cut up changes nothing.
+// The program registers two events, gets what comes until the connection ends, sends from within
+// its handler, and lets go of one handler. An input is what the broker says in turns; each turn is
+// there when the program waits. Properties: every delivered event is answered once; answers of
+// success are as many as events handled; what the program sends is whole messages; and how the
+// bytes are cut up changes nothing.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -37,7 +38,8 @@ void note(const std::string &what)
     diary += what + "\n";
 }
 
-void on_event(ubus_context *context, ubus_event_handler *handler, const char *type, blob_attr *message)
+void on_event(ubus_context *context, ubus_event_handler *handler, const char *type,
+              blob_attr *message)
 {
     char *json = blobmsg_format_json(message, true);
     PROPERTY(json != nullptr);
@@ -74,8 +76,8 @@ void use_after_the_end(ubus_context *context)
     PROPERTY(ubus_reconnect(context, "/nowhere") == UBUS_STATUS_CONNECTION_FAILED);
 }
 
-// in_loop: as if the program had given its connection to the loop, which runs no timer here. Events that came
-// while it waited then stay where they are until it is told to read.
+// in_loop: as if the program had given its connection to the loop, which runs no timer here. Events
+// that came while it waited then stay where they are until it is told to read.
 bool run_program(bool in_loop)
 {
     ubus_context *context = ubus_connect("/nowhere");
@@ -101,13 +103,15 @@ struct answer {
     uint32_t object;
     bool operator<(const answer &other) const
     {
-        return seq != other.seq ? seq < other.seq
-                                : peer != other.peer ? peer < other.peer : object < other.object;
+        return seq != other.seq     ? seq < other.seq
+               : peer != other.peer ? peer < other.peer
+                                    : object < other.object;
     }
     bool operator==(const answer &other) const { return !(*this < other) && !(other < *this); }
 };
 
-// A message of another version, or with a length that may not be, costs its first twelve bytes and no more.
+// A message of another version, or with a length that may not be, costs its first twelve bytes and
+// no more.
 std::vector<bus_message> as_the_program_cuts(const std::string &bytes)
 {
     std::vector<bus_message> all;
@@ -153,7 +157,8 @@ void check_talk(const std::string &said, const std::string &sent, bool in_loop)
     PROPERTY(is_whole(stream, sent));
     const std::vector<answer> due = due_answers(said);
     const std::vector<answer> given = given_answers(stream.messages);
-    PROPERTY(given == due || (in_loop && std::includes(due.begin(), due.end(), given.begin(), given.end())));
+    PROPERTY(given == due ||
+             (in_loop && std::includes(due.begin(), due.end(), given.begin(), given.end())));
     size_t successes = 0;
     for (const bus_message &m : stream.messages)
         successes += m.type == BUS_STATUS && find_number(m, BUS_ATTR_STATUS) == 0 ? 1 : 0;

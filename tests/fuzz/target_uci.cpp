@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: ISC
 // Way in: configuration files of uci, as the stand-in library reads them.
 //
-// An input is a file ('0' and the text), or statements ('1') that are written in many spellings. Properties:
-// statements read back as the rules of the grammar, played here on strings, say; whatever could be read can be
-// written plainly and reads the same; an error names a place in the file and leaves no package behind.
+// An input is a file ('0' and the text), or statements ('1') that are written in many spellings.
+// Properties: statements read back as the rules of the grammar, played here on strings, say;
+// whatever could be read can be written plainly and reads the same; an error names a place in the
+// file and leaves no package behind.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -27,11 +28,15 @@ using sections = std::vector<uci_section_text>;
 namespace {
 
 const char *const REASONS[] = {
-    "invalid command", "insufficient arguments", "too many arguments",
-    "invalid character in name field", "invalid character in type field",
+    "invalid command",
+    "insufficient arguments",
+    "too many arguments",
+    "invalid character in name field",
+    "invalid character in type field",
     "option/list command found before the first section",
     "section of different type overwrites prior section with same name",
-    "EOF with unterminated '", "EOF with unterminated \"",
+    "EOF with unterminated '",
+    "EOF with unterminated \"",
 };
 
 struct outcome {
@@ -61,8 +66,8 @@ sections copy_sections(uci_package *package)
         const uci_section *section = uci_to_section(e);
         all.push_back({section->type, section->e.name, section->anonymous, {}});
         uci_element *o;
-        uci_foreach_element(&section->options, o)
-            all.back().options.push_back(copy_option(uci_to_option(o)));
+        uci_foreach_element(&section->options, o) all.back().options.push_back(
+            copy_option(uci_to_option(o)));
     }
     return all;
 }

@@ -80,10 +80,11 @@ int play_section(const uci_statement &statement, std::vector<uci_section_text> *
     if (known != nullptr)
         return known->type == statement.name ? static_cast<int>(known - sections->data()) : -1;
     const bool anonymous = statement.value.empty();
-    sections->push_back({statement.name,
-                         anonymous ? made_up_name(sections->size() + 1, statement.name)
-                                   : statement.value,
-                         anonymous, {}});
+    sections->push_back(
+        {statement.name,
+         anonymous ? made_up_name(sections->size() + 1, statement.name) : statement.value,
+         anonymous,
+         {}});
     return static_cast<int>(sections->size()) - 1;
 }
 
@@ -142,7 +143,8 @@ std::string spell_piece(const std::string &text, input &in)
 std::string spell_word(const std::string &text, input &in)
 {
     const size_t cut = text.empty() ? 0 : in.choice(static_cast<unsigned>(text.size()) + 1);
-    const std::string word = spell_piece(text.substr(0, cut), in) + spell_piece(text.substr(cut), in);
+    const std::string word =
+        spell_piece(text.substr(0, cut), in) + spell_piece(text.substr(cut), in);
     return text.empty() ? word + "''" : word;
 }
 
@@ -155,7 +157,8 @@ std::string blanks(input &in)
 // A ';' only behind a blank: directly behind a bare word it would hide the rest of the line.
 std::string end_of_statement(input &in)
 {
-    static const char *const KINDS[] = {"\n", "\r\n", " # it's a comment\n", "\n\n \t\n", " ; ", "\n#\"\n"};
+    static const char *const KINDS[] = {"\n",        "\r\n", " # it's a comment\n",
+                                        "\n\n \t\n", " ; ",  "\n#\"\n"};
     return KINDS[in.choice(6)];
 }
 

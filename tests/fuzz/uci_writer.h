@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Statements of a configuration file: chosen from an input, played on strings, written in many spellings.
+// Statements of a configuration file: chosen from an input, played on strings, written in many
+// spellings.
 #pragma once
 
 #include <string>
