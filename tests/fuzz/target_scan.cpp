@@ -139,6 +139,17 @@ void expect_match(kelm_session *sessions, int band, const kelm_session &joined, 
                       &sessions[band].rootap);
 }
 
+// What was known before, so that a field written beside its own shows.
+void fill_record(kelm_rootap_info *record)
+{
+    memset(record, 0x5a, sizeof *record);
+    kelm::copy_text(record->ssid, "name of before");
+    kelm::copy_text(record->auth, "wep");
+    kelm::copy_text(record->cipher, "tkip");
+    kelm::copy_text(record->password, "key of before");
+    kelm::copy_text(record->qm_data, "dd00");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -148,7 +159,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int band = static_cast<int>(input.choice(kelm::KELM_BAND_COUNT));
     const int joined_band = static_cast<int>(input.choice(kelm::KELM_BAND_COUNT));
     (void)input.line();
+    fill_record(&kelm::kelm_get_wps_session(band)->rootap);
     kelm_session &joined = *kelm::kelm_get_wps_session(joined_band);
+    memset(joined.rootap.bssid, 0, sizeof joined.rootap.bssid);
     (void)kelm::_convert_macstr_to_bytes(input.line().c_str(), joined.rootap.bssid);
     kelm::copy_text(joined.rootap.ssid, input.line().c_str());
     const char *path = kelm::kelm_get_wps_session(band)->scan_path;

@@ -9,6 +9,7 @@
 // hold its name and its key, cut to their fields, and texts of the known vocabulary; only the keys
 // of the band are there; no other session changes.
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 
@@ -55,6 +56,24 @@ std::string last_value(const hapd_wpasupp_cfgitem *item, std::initializer_list<c
     return value;
 }
 
+bool is_disabled(const hapd_wpasupp_cfgitem *item)
+{
+    while (item != nullptr && strncmp(item->key, "disabled", 8) != 0)
+        item = item->next;
+    return item != nullptr && strtol(item->value, nullptr, 10) != 0;
+}
+
+// The second or a later block that is not disabled.
+const hapd_wpasupp_cfgitem *learnt_block(const hapd_wpasupp_cfgitem *item)
+{
+    int networks = 0;
+    for (; item != nullptr; item = item->next) {
+        if (strcmp(item->key, "network") == 0 && networks++ > 0 && !is_disabled(item->child))
+            return item;
+    }
+    return nullptr;
+}
+
 struct learnt {
     bool found;
     std::string ssid;
@@ -64,7 +83,7 @@ struct learnt {
 learnt learnt_by_station(const char *path)
 {
     const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(path));
-    const hapd_wpasupp_cfgitem *network = kelm::kelm_find_learnt_network(tree.get());
+    const hapd_wpasupp_cfgitem *network = learnt_block(tree.get());
     if (network == nullptr)
         return {false, "", ""};
     return {true, last_value(network->child, {"ssid"}).substr(0, 32),
