@@ -134,8 +134,10 @@ ssize_t write(int fd, const void *data, size_t length)
 int clock_gettime(clockid_t clock, struct timespec *out)
 {
     static __typeof__(clock_gettime) *next;
+    // Where time is wider than a word it is another function, see cmake/wide_time.cmake.
+    const char *name = sizeof(time_t) > sizeof(long) ? "__clock_gettime64" : "clock_gettime";
     if (!next)
-        next = (__typeof__(next))dlsym(RTLD_NEXT, "clock_gettime");
+        next = (__typeof__(next))dlsym(RTLD_NEXT, name);
     const int result = next(clock, out);
     if (result == 0 && page && clock == CLOCK_MONOTONIC)
         out->tv_sec += (time_t)page->monotonic_shift_s;

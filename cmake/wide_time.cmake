@@ -1,0 +1,33 @@
+# SPDX-License-Identifier: ISC
+# 64-bit time where the C library's own ends in January 2038: from then on its time() fails, so that no
+# attempt would ever time out, and so does each look at a file that was written later.
+include(CheckCXXSourceCompiles)
+check_cxx_source_compiles(
+    "#include <time.h>\nstatic_assert(sizeof(time_t) > 4, \"ends in 2038\");\nint main() { return 0; }"
+    KELM_TIME_IS_WIDE)
+if(KELM_TIME_IS_WIDE)
+    set(KELM_WIDE_TIME "")
+else()
+    set(KELM_WIDE_TIME _TIME_BITS=64 _FILE_OFFSET_BITS=64)
+    # This file alone shares a structure that holds a time, libubox's timer, with a library that may
+    # have been built without.
+    set_source_files_properties(${CMAKE_SOURCE_DIR}/core/bus.cpp PROPERTIES
+        COMPILE_OPTIONS "-U_TIME_BITS;-U_FILE_OFFSET_BITS")
+endif()
+
+# Sends calls of the C library to the functions __wrap_NAME of a program; with wide time some of them go
+# by other names.
+function(kelm_wrap_calls program)
+    set(wide_time __time64)
+    set(wide_clock_gettime __clock_gettime64)
+    set(wide_fcntl __fcntl_time64)
+    set(wide_ppoll __ppoll64)
+    foreach(call ${ARGN})
+        if(KELM_WIDE_TIME AND DEFINED wide_${call})
+            target_compile_definitions(${program} PRIVATE
+                __wrap_${call}=__wrap_${wide_${call}} __real_${call}=__real_${wide_${call}})
+            set(call ${wide_${call}})
+        endif()
+        target_link_options(${program} PRIVATE -Wl,--wrap=${call})
+    endforeach()
+endfunction()
