@@ -66,6 +66,26 @@ def pytest_configure(config):
         raise pytest.UsageError(f'the attempt tests cannot run: {error}') from error
 
 
+def _not_emulated(machine):
+    """The attempt tests that the table names for this machine, as "file::test"."""
+    with open(os.path.join(SOURCE_DIR, 'tests/world/not_emulated.txt'), encoding='utf-8') as file:
+        rows = [line.split(' | ', 3) for line in file if not line.startswith('#')]
+    return {test for program, where, test, _ in rows
+            if program == 'attempt' and where in ('all', machine)}
+
+
+def pytest_collection_modifyitems(config, items):
+    """Leaves out what an emulator cannot run; script/cross tells what that is, and why."""
+    mark = os.path.join(config.getoption('--build'), 'emulated')
+    if not os.path.exists(mark):
+        return
+    with open(mark, encoding='utf-8') as file:
+        left_out = _not_emulated(file.read().strip())
+    names = {item: f'{item.path.name}::{item.originalname}' for item in items}
+    config.hook.pytest_deselected(items=[item for item in items if names[item] in left_out])
+    items[:] = [item for item in items if names[item] not in left_out]
+
+
 def _keep_own_sources():
     """For the reports of failures: the tree may lie under the /tmp that is about to be covered."""
     for module in list(sys.modules.values()):

@@ -10,6 +10,9 @@ from world import CONSOLE, wait_for
 PROGRAM = '/mnt/build/kelm'
 SHIFT_TIME = '/mnt/build/tests/world/shift_time.so'
 SIG_NEW_CONFIG = 42
+# An emulator keeps two real-time signals for itself: the others move up.
+MOVED_FROM, MOVED_BY = 32, 2
+PPOLL = '271'
 REPORTS = 'log_path=/mnt/log/sanitizer'
 # For a daemon that is left without descriptors: the search for leaks at its end needs some, and
 # waits for them for ever.
@@ -17,6 +20,14 @@ NO_LEAK_SEARCH = {'ASAN_OPTIONS': f'{REPORTS}:detect_leaks=0:verify_asan_link_or
 # The daemon's four signals as a mask.
 HELD_SIGNALS = sum(1 << number - 1 for number in (
     signal.SIGUSR1, signal.SIGUSR2, signal.SIGTERM, SIG_NEW_CONFIG))
+
+
+def is_emulated():
+    """Whether the programs run under an emulator.
+
+    It takes every signal itself: the kernel's masks are then not the daemon's.
+    """
+    return os.path.exists('/mnt/build/emulated')
 
 
 def _status(pid):
@@ -39,7 +50,7 @@ def _children():
                 yield int(entry), found[0]
 
 
-def _environment():
+def _environment(own=None):
     environment = dict(os.environ, LD_PRELOAD=SHIFT_TIME)
     environment['ASAN_OPTIONS'] = f'{REPORTS}:detect_leaks=1:verify_asan_link_order=0'
     environment['LSAN_OPTIONS'] = 'use_unaligned=0'
@@ -47,6 +58,9 @@ def _environment():
     # The bus thread is meant to be left behind at the end, and the signal handler may allocate: it
     # runs in the main loop's wait alone, which the signal tests make sure of.
     environment['TSAN_OPTIONS'] = f'{REPORTS}:report_thread_leaks=0:report_signal_unsafe=0'
+    environment.update(own or {})
+    if is_emulated():  # for the daemon, not for the shell that starts the emulator
+        environment['QEMU_SET_ENV'] = f'LD_PRELOAD={environment.pop("LD_PRELOAD")}'
     return environment
 
 
@@ -59,7 +73,7 @@ class Daemon:
         known = {pid for pid, _ in _children()}
         command = subprocess.Popen(
             [PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, env=dict(_environment(), **(environment or {})),
+            stderr=subprocess.PIPE, env=_environment(environment),
             cwd='/', umask=umask, restore_signals=True, preexec_fn=before)
         self.output, self.errors = command.communicate(timeout=20)
         self.command_status = command.returncode
@@ -78,19 +92,23 @@ class Daemon:
 
     def send(self, number):
         """Signals the daemon, which is held as a zombie when it has ended."""
-        os.kill(self.pid, number)
+        moved = MOVED_BY if is_emulated() and number >= MOVED_FROM else 0
+        os.kill(self.pid, number + moved)
 
     def poke(self):
         """Ends the wait of the main loop, so that a test need not wait for its second to pass.
 
-        Only once the signal has its handler: before that it would end the process.
+        Only once the signal has its handler: before that it would end the process. Under the emulator
+        it always may: the daemon holds it back before it leaves its parent.
         """
-        if self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1:
+        if is_emulated() or self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1:
             self.send(SIG_NEW_CONFIG)
 
     def is_waiting(self):
         """Whether the main loop waits: there alone it lets its signals in. None is pending then."""
         pending = self._mask('SigPnd') | self._mask('ShdPnd')
+        if is_emulated():
+            return self._system_call() == PPOLL and not pending
         return bool(self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1
                     and (self._mask('SigBlk') | pending) & HELD_SIGNALS == 0)
 
@@ -100,6 +118,14 @@ class Daemon:
 
     def _mask(self, name):
         return int(self.proc_status().get(name, '0'), 16)
+
+    def _system_call(self):
+        """The number of the one that its main thread is in, as text."""
+        try:
+            with open(f'/proc/{self.pid}/syscall', encoding='utf-8') as file:
+                return file.read().split()[0]
+        except (FileNotFoundError, ProcessLookupError):
+            return None
 
     def proc_status(self, path=None):
         try:
