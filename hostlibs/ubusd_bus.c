@@ -278,6 +278,9 @@ static int forward_call(struct message *m, struct object *obj)
     blob_put_string(&answer, UBUS_ATTR_GROUP, m->from->group);
     put_copy(m->tb, UBUS_ATTR_NO_REPLY);
     put_copy(m->tb, UBUS_ATTR_DATA);
+    /* The caller's names made it longer than it came. */
+    if (!ubus_wire_body_fits(answer.head))
+        return UBUS_STATUS_INVALID_ARGUMENT;
     client_send(obj->owner, &header, answer.head);
     return NO_ANSWER;
 }

@@ -127,6 +127,9 @@ void client_send(struct client *c, const struct ubus_wire_header *header,
     struct iovec pieces[2] = {{head, sizeof(head)}, {blob_at(body), blob_raw_len(body)}};
     bool queued = !link_is_empty(&c->output);
 
+    /* A reader takes the next bytes of one that is too long for a header, and is lost for good. */
+    if (!ubus_wire_body_fits(body))
+        return;
     if (queued && c->output_bytes + sizeof(head) + blob_raw_len(body) > OUTPUT_LIMIT)
         return;
     ubus_wire_put_header(head, header);

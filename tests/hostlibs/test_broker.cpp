@@ -370,6 +370,40 @@ TEST(broker, a_call_goes_to_the_owner_and_its_answer_back)
     EXPECT_EQ(3u, word_at(answer, 16));
 }
 
+// With the caller's names in it the call is longer than any message may be.
+TEST(broker, a_call_that_grows_too_long_is_refused_and_its_owner_goes_on)
+{
+    Broker broker;
+    RawClient owner(broker.socket), caller(broker.socket);
+    uint32_t object = owner.add_object();
+    Buffer call;
+    blob_put_u32(&call.b, UBUS_ATTR_OBJID, object);
+    blob_put_string(&call.b, UBUS_ATTR_METHOD, "hello");
+    const size_t room = UBUS_MAX_MSGLEN - blob_raw_len(call.b.head) - sizeof(blob_attr);
+    ASSERT_NE(nullptr, blob_put(&call.b, UBUS_ATTR_DATA, nullptr, static_cast<unsigned>(room)));
+    EXPECT_EQ(UBUS_STATUS_INVALID_ARGUMENT,
+              caller.request(message_bytes(UBUS_MSG_INVOKE, 34, object, call.b.head)));
+    ASSERT_EQ(0, owner.register_pattern(object, "x"));
+    EXPECT_EQ(0, caller.send_event("x"));
+    EXPECT_EQ("x", event_type(owner.message()));
+}
+
+// What is found has the numbers of object and type beside what its owner sent.
+TEST(broker, an_object_too_long_to_be_shown_is_left_out)
+{
+    Broker broker;
+    RawClient owner(broker.socket), other(broker.socket);
+    Buffer object, look;
+    blob_put_string(&object.b, UBUS_ATTR_OBJPATH, "long");
+    const size_t room = UBUS_MAX_MSGLEN - blob_raw_len(object.b.head) - sizeof(blob_attr);
+    blob_put(&object.b, UBUS_ATTR_SIGNATURE, nullptr, static_cast<unsigned>(room));
+    ASSERT_EQ(0, owner.request(message_bytes(UBUS_MSG_ADD_OBJECT, 35, 0, object.b.head)));
+    Bytes data;
+    EXPECT_EQ(0, other.request(message_bytes(UBUS_MSG_LOOKUP, 36, 0, look.b.head), &data));
+    EXPECT_TRUE(data.empty());
+    EXPECT_EQ(0, other.send_event("x"));
+}
+
 TEST(broker, an_answer_for_a_foreign_object_goes_nowhere)
 {
     Broker broker;
