@@ -75,6 +75,8 @@ public:
     bus &operator=(const bus &) = delete;
     ~bus()
     {
+        write_file("/tmp/leave", "");
+        EXPECT_TRUE(wait_until([this] { return has_ended(daemon_); }));
         for (const pid_t child : {daemon_, broker_}) {
             kill(child, SIGKILL);
             waitpid(child, nullptr, 0);
@@ -123,6 +125,14 @@ public:
     }
 
 private:
+    // It stays to be waited for.
+    static bool has_ended(pid_t child)
+    {
+        siginfo_t ended = {};
+        return waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid == child;
+    }
+
     // A request that no test asks for: when it is there, all before it was dealt with.
     static constexpr const char *MARKER = "a 77";
     static void send_marker()
@@ -164,7 +174,7 @@ private:
         at_start();
         if (wps_create_ibus_thread() != 0)
             _exit(1);
-        for (;;) {
+        while (!file_exists("/tmp/leave")) {
             if (file_exists("/tmp/drain"))
                 wps_ibus_handle_event();
             else if (!file_exists("/tmp/closed"))
@@ -173,6 +183,7 @@ private:
                 answers.on_call("look");
             usleep(2000);
         }
+        leave_process(0);
     }
 
     // The three handlers are registered in their order, so the last one tells for all.

@@ -92,7 +92,7 @@ pid_t fork_quietly()
 void end_child()
 {
     fflush(nullptr);
-    _exit(testing::Test::HasFailure() ? 1 : 0);
+    leave_process(testing::Test::HasFailure() ? 1 : 0);
 }
 
 bool child_succeeded(pid_t child)
