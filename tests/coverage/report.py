@@ -25,8 +25,11 @@ Line = collections.namedtuple('Line', 'file function text number')
 def function_name(signature):
     """The bare name in a demangled signature."""
     name = re.sub(r'\(anonymous namespace\)::', '', signature)
-    name = name.split('(')[0]
-    return name.split('::')[-1].split(' ')[-1]
+    while '<' in name:
+        name, before = re.sub(r'<[^<>]*>', '', name), name
+        if name == before:
+            break
+    return name.split('(')[0].split('::')[-1].split(' ')[-1]
 
 
 def uncovered_lines(entry):
