@@ -10,6 +10,9 @@ CANCELS = [hostapd_cli('2g', 'wps_cancel'), hostapd_cli('5g', 'wps_cancel')]
 RESTART = '/etc/init.d/wps restart'
 # What a daemon that only waits may compute meanwhile, on the slowest machine.
 IDLE_CPU_S = 0.5
+# Below the least block that the heap gives, times a flood's events: nothing is kept of each. Room
+# for the tables of a sanitizer.
+MOST_GROWTH_KIB = 2048
 
 
 def start(router, mode=AP_MODE, **options):

@@ -30,7 +30,7 @@ def test_a_fork_that_fails_at_the_start_is_told_to_the_caller(router, faults):
 
 
 def test_a_thread_that_cannot_be_made_ends_the_start(router, faults):
-    faults.fail('pthread_create')
+    faults.fail('pthread_create', 0, EVER)
     router.add_hostapd('2g', '5g')
     assert router.launch(environment=faults.environment).wait_exit(poke=False) == 255
     assert router.console.lines() == ['created ibus thread failed']

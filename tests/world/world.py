@@ -136,6 +136,8 @@ def _put_stand_ins():
         if os.path.lexists(place):
             os.unlink(place)
         os.symlink('/mnt/record', place)
+    # Where the thread sanitizer keeps a large file: in /tmp it would take the room under test.
+    os.environ['TEST_TMPDIR'] = '/mnt'
     os.environ['PATH'] = '/mnt/bin:' + os.environ.get('PATH', '/usr/sbin:/usr/bin:/sbin:/bin')
 
 
