@@ -152,11 +152,25 @@ line_result _take_line(cfg_builder *builder, const char *line)
     return line_result::unknown;
 }
 
+// Behind the last byte that is not zero, up to seven zeros further: most of a line's buffer is unused.
+const char *_skip_zeros_back(const char *line)
+{
+    const char *end = line + CFG_LINE_SIZE;
+    uint64_t word = 0;
+    while (end - line >= static_cast<ptrdiff_t>(sizeof word)) {
+        memcpy(&word, end - sizeof word, sizeof word);
+        if (word != 0)
+            break;
+        end -= sizeof word;
+    }
+    return end;
+}
+
 // The last character that counts. A carriage return does, as it does for hostapd: in a file with
 // CR-LF line ends the values end in one and keep their quotes.
 const char *_last_character(const char *line)
 {
-    const char *at = line + CFG_LINE_SIZE - 1;
+    const char *at = _skip_zeros_back(line) - 1;
     while (at > line && (*at == '\0' || *at == '\n' || _is_blank(*at)))
         --at;
     return at;

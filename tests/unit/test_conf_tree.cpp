@@ -172,6 +172,19 @@ TEST_F(conf_tree, keys_and_values_are_cut_to_their_fields)
     EXPECT_EQ(std::string(255, 'v'), quoted->value);
 }
 
+TEST_F(conf_tree, a_value_ends_where_its_line_ends_at_any_length)
+{
+    for (size_t length = 0; length < CFG_VALUE_SIZE; ++length) {
+        const std::string value(length, 'v');
+        for (const char *end : {"", "\n", " \t\n"}) {
+            const unique_cfg_tree item = fetch("k=" + value + end);
+            ASSERT_NE(nullptr, item) << length;
+            EXPECT_EQ(value, item->value) << length;
+            EXPECT_EQ(length, item->value_len);
+        }
+    }
+}
+
 TEST_F(conf_tree, zero_bytes_in_a_line_are_harmless)
 {
     const std::string zero(1, '\0');
