@@ -236,9 +236,11 @@ void check_json(const std::string &text)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     input in(data, size);
-    if (in.choice(2) == 0)
+    if (in.choice(2) == 0) {
         check_message(in);
-    else
-        check_json(in.rest().c_str());
+        return 0;
+    }
+    const std::string text = in.rest();
+    check_json(text.substr(0, text.find('\0')));
     return 0;
 }
