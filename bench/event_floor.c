@@ -2,6 +2,7 @@
 // The least that reacts to a control-interface event: attach, select, receive, system(3).
 //
 // usage: event_floor OWN_PATH SERVER_PATH EVENT [COMMAND ...]
+// Without an event ('') the commands run at the start, before the request for events.
 #define _GNU_SOURCE
 #include <stdio.h>
 #include <stdlib.h>
@@ -26,10 +27,21 @@ static int attach(const char *own_path, const char *server_path)
     return recv(s, reply, sizeof reply, 0) == 3 ? s : -1;
 }
 
+static void run(char **commands)
+{
+    for (; *commands; ++commands) {
+        if (system(*commands) == -1)
+            exit(1);
+    }
+}
+
 int main(int argc, char **argv)
 {
     if (argc < 4)
         return 2;
+    const char *awaited = argv[3];
+    if (!*awaited)
+        run(argv + 4);
     const int s = attach(argv[1], argv[2]);
     if (s < 0) {
         perror(argv[2]);
@@ -47,11 +59,7 @@ int main(int argc, char **argv)
         if (length < 0)
             return 1;
         event[length] = '\0';
-        if (!strstr(event, argv[3]))
-            continue;
-        for (int i = 4; i < argc; ++i) {
-            if (system(argv[i]) == -1)
-                return 1;
-        }
+        if (*awaited && strstr(event, awaited))
+            run(argv + 4);
     }
 }

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""An idle daemon: wake-ups, processor time, allocations, memory; and memory at the end of an attempt."""
+"""An idle daemon: wake-ups, processor time, allocations."""
 import mmap
 import os
 import struct
@@ -8,7 +8,6 @@ import scene
 from figures import Figure, Goal, Samples
 
 ALLOCATIONS = '/mnt/allocations'
-EVENT = '<3>WPS-ENROLLEE-SEEN 02:00:00:00:01:00 12345678-9abc-def0-1234-56789abcdef0 0 0 0 0 1 a b c d e'
 
 
 def _threads(pid):
@@ -72,7 +71,8 @@ def _rest(world, tools, seconds):
     return wakes, cpu, allocated
 
 
-def _rest_figures(world, tools, seconds):
+def measure(world, tools, seconds):
+    scene.use_stamps(world)
     wakes, cpu, allocated = _rest(world, tools, seconds)
     kelm, floor, client = wakes
     # The window may begin and end right before a wake-up.
@@ -88,21 +88,3 @@ def _rest_figures(world, tools, seconds):
         Figure('processor time of an idle minute', kelm_cpu, 'hostapd_cli -a', client_cpu),
         Figure(f'heap allocations in {seconds} idle seconds', Samples(allocated), goal=none),
     ]
-
-
-# --- Memory ---
-
-def _memory(pid):
-    """Kibibytes by the names of smaps_rollup, and the highest resident size so far as "Peak"."""
-    with open(f'/proc/{pid}/smaps_rollup', encoding='ascii') as file:
-        rows = [line.split() for line in file.read().splitlines()[1:]]
-    found = {row[0].rstrip(':'): int(row[1]) for row in rows}
-    found['Private'] = found['Private_Clean'] + found['Private_Dirty']
-    with open(f'/proc/{pid}/status', encoding='ascii') as file:
-        found['Peak'] = next(int(line.split()[1]) for line in file if line.startswith('VmHWM'))
-    return found
-
-
-def measure(world, tools, seconds):
-    scene.use_stamps(world)
-    return _rest_figures(world, tools, seconds)

@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: ISC
 """From the event's datagram to the commands, from the button to the first command."""
-import subprocess
 import time
 
 import scene
@@ -58,22 +57,6 @@ def _send_event(server, times):
     times.note(begin, scene.wait_stamp(PUBLICATION), EVENT_COMMANDS)
 
 
-class _PressFloor:
-    """The least that waits for the button."""
-
-    def __init__(self):
-        self._process = subprocess.Popen(
-            [f'{scene.PROGRAMS}/press_floor', *PRESS_COMMANDS], stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE, env={'LD_LIBRARY_PATH': scene.LIBRARIES,
-                                         'PATH': '/mnt/bin:/usr/bin:/bin'})
-        assert self._process.stdout.readline() == b'ready\n'
-
-    def close(self):
-        self._process.terminate()
-        self._process.wait(10)
-        self._process.stdout.close()
-
-
 def _send_press(bus, times):
     scene.pause(0.02)
     scene.forget_stamps()
@@ -102,7 +85,7 @@ def _measure_press_floor(world, times):
     router = scene.Kelm(world)  # for its bus alone
     try:
         router.start_bus()
-        floor = _PressFloor()
+        floor = scene.PressFloor(PRESS_COMMANDS)
         try:
             _send_press(router.bus, times)
         finally:

@@ -14,16 +14,24 @@ sys.path[:0] = [HERE, os.path.join(SOURCE, 'tests', 'world'), os.path.join(SOURC
 import daemon_run  # noqa: E402
 import figures  # noqa: E402
 import idle  # noqa: E402
+import instructions  # noqa: E402
+import memory  # noqa: E402
+import parsing  # noqa: E402
 import reaction  # noqa: E402
 import scene  # noqa: E402
 import sizes  # noqa: E402
+import start  # noqa: E402
 import tools as bench_tools  # noqa: E402
 import world as private_world  # noqa: E402
 
 PARTS = {
     'size': lambda world, tools, quick: sizes.measure(tools),
     'idle': lambda world, tools, quick: idle.measure(world, tools, 10 if quick else 60),
+    'memory': lambda world, tools, quick: memory.measure(world, tools),
+    'start': lambda world, tools, quick: start.measure(world, tools, 10 if quick else 30),
     'reaction': lambda world, tools, quick: reaction.measure(world, tools, 12 if quick else 40),
+    'parsing': lambda world, tools, quick: parsing.measure(world, 10 if quick else 30),
+    'instructions': lambda world, tools, quick: instructions.measure(world, 1 if quick else 3),
 }
 
 
@@ -34,6 +42,8 @@ def _arguments():
     parser.add_argument('--json', type=argparse.FileType('w'), help='all samples to this file')
     parser.add_argument('--junitxml', type=argparse.FileType('w'),
                         help='what can fail to this file, as test cases')
+    parser.add_argument('--track', action='store_true',
+                        help='write the instructions into bench/instructions')
     parser.add_argument('--build', default=os.path.join(SOURCE, 'build-bench'))
     return parser.parse_args()
 
@@ -54,6 +64,8 @@ def main():
             found += PARTS[part](world, tools, options.quick)
     finally:
         daemon_run.end_leftovers()
+    if options.track:
+        instructions.track(found)
     print(figures.table(found))
     for file, write in ((options.json, figures.write_json),
                         (options.junitxml, figures.write_junit)):

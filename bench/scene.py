@@ -9,7 +9,7 @@ import time
 import daemon_run
 import peers
 from router import Router
-from world import wait_for
+from world import World, wait_for
 
 PROGRAMS = '/mnt/build/bench'
 LIBRARIES = '/mnt/build/prefix/lib'
@@ -107,6 +107,21 @@ class Contender:
         self.process.terminate()
         self.process.wait(10)
         self.server.close()
+
+
+class PressFloor:
+    """The least that waits for the button. Has the OpenWrt libraries mapped, as other daemons do."""
+
+    def __init__(self, commands):
+        self._process = subprocess.Popen(
+            [f'{PROGRAMS}/press_floor', *commands], stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE)
+        assert self._process.stdout.readline() == b'ready\n'
+
+    def close(self):
+        self._process.terminate()
+        self._process.wait(10)
+        self._process.stdout.close()
 
 
 def event_floor(commands, name='floor'):
