@@ -70,8 +70,12 @@ bool read_lines(const std::string &text, entries *found)
         const std::string key = stripped(line.substr(0, equals)).substr(0, kelm::CFG_KEY_SIZE - 1);
         std::string value = stripped(line.substr(equals + 1));
         if (!value.empty() && value[0] == '{') {
-            if (++depth > OPEN_BLOCKS_MAX)
-                return false;
+            // The eleventh is an item like any other; its brace closes the tenth.
+            if (depth == OPEN_BLOCKS_MAX) {
+                found->push_back({entry::value, key, ""});
+                continue;
+            }
+            ++depth;
             found->push_back({entry::open, key, ""});
             continue;
         }
