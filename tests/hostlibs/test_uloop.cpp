@@ -253,13 +253,13 @@ TEST(uloop, an_end_from_another_thread_does_not_wake_the_loop)
                   uloop_init();
                   uloop_timeout late{};
                   late.cb = end_loop;
+                  const int64_t start = now_ms();
                   uloop_timeout_set(&late, 300);
                   // What uloop_end stores, but atomically: the race is known and not the point.
                   std::thread other([] {
                       sleep_ms(50);
                       __atomic_store_n(&uloop_cancelled, true, __ATOMIC_RELAXED);
                   });
-                  int64_t start = now_ms();
                   int result = uloop_run();
                   int64_t took = now_ms() - start;
                   other.join();
