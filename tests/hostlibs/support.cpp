@@ -63,7 +63,7 @@ RawMessage::RawMessage(const Bytes &children, uint32_t id)
     size_t raw = 4 + children.size();
     words.resize((raw + 3) / 4);
     uint32_t head = id << 24 | static_cast<uint32_t>(raw);
-    words[0] = __builtin_bswap32(head);
+    words[0] = htobe32(head);
     if (!children.empty())
         memcpy(words.data() + 1, children.data(), children.size());
 }

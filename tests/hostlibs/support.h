@@ -3,6 +3,7 @@
 // client.
 #pragma once
 
+#include <endian.h>
 #include <gtest/gtest.h>
 #include <sys/types.h>
 

@@ -127,7 +127,7 @@ TEST(blob, iteration_takes_an_int_for_the_rest_too)
 
 TEST(blob, a_head_word_below_four_has_no_payload)
 {
-    blob_attr attr{__builtin_bswap32(0x01000002)};
+    blob_attr attr{htobe32(0x01000002)};
     EXPECT_EQ(0u, blob_len(&attr));
     EXPECT_EQ(2u, blob_raw_len(&attr));
 }

@@ -181,9 +181,9 @@ TEST(json, a_message_of_nothing_but_brackets_does_not_exhaust_the_stack)
 {
     constexpr size_t size = 1048576;  // each container takes eight bytes and holds the next one
     std::vector<uint32_t> words(size / 4);
-    words[0] = __builtin_bswap32(size);
+    words[0] = htobe32(size);
     for (size_t at = 4; at + 8 <= size; at += 8) {
-        words[at / 4] = __builtin_bswap32(0x81000000u | static_cast<uint32_t>(size - at));
+        words[at / 4] = htobe32(0x81000000u | static_cast<uint32_t>(size - at));
         words[at / 4 + 1] = 0;
     }
     std::string text = take(blobmsg_format_json(blob_at(words.data()), true));
