@@ -31,6 +31,10 @@ BANDS_OF = {
     STATION_FILE: {'2g': [STATION], '5g': [STATION, dict(STATION, ssid='')]},
     AP_FILE: {'2g': [EXTENDER], '5g': [EXTENDER, dict(EXTENDER, ssid='Root_5GEXT')]},
 }
+# What the log says of a band whose keys did not get into a file. A station whose settings could not
+# be read counts as switched off.
+WRITE_FAILURES = ('Parse string to json failed.', 'format json data failed',
+                  'wps_hapd_wpasupp_config_parse failed', 'Open wps config file failed')
 INFO_TEXTS = {
     'wps_action': (1, 2), 'wl0_wps_status': ('ok', 'success', 'timeout', 'silent'),
     'wl0_wps_sta_mac': ('', '02:00:00:00:07:00'),
@@ -51,12 +55,22 @@ def are_whole_bands(text, allowed):
     """Each band has all of its keys or none; nothing else is there but the EasyMesh switch."""
     values = json.loads(text)
     switch = values.pop('mesh_enable', 'off')
-    for band, blocks in allowed.items():
-        found = {key: values.pop(f'{key}_{band}') for key in STATION | EXTENDER
-                 if f'{key}_{band}' in values}
-        if found and found not in blocks:
-            return False
-    return switch == 'off' and not values
+    return switch == 'off' and not values.keys() - {
+        f'{key}_{band}' for band in allowed for key in STATION | EXTENDER} and all(
+            keys_of(values, band) in ({}, *blocks) for band, blocks in allowed.items())
+
+
+def keys_of(values, band):
+    return {key: values[f'{key}_{band}'] for key in STATION | EXTENDER
+            if f'{key}_{band}' in values}
+
+
+def lost_bands(run):
+    """The bands that are not in a new file, although the log knows of no failure to write one."""
+    if any(line in run.console for line in WRITE_FAILURES):
+        return []
+    return [f'{path} lost {band}' for path, allowed in BANDS_OF.items() for band in allowed
+            if run.files[path] not in (None, OLD) and f'"ssid_{band}"' not in run.files[path]]
 
 
 def is_number(text):
@@ -74,6 +88,8 @@ def judge(run, play):
             whole = False
         if not whole:
             bad.append(f'{path} holds {text!r}')
+    if run.status == 0 and play is Repeater:
+        bad += lost_bands(run)
     return bad
 
 

@@ -23,7 +23,9 @@ EVERY_PROGRAM, QUICK_SLEEP = '/mnt/record', '/mnt/bin/sleep'
 # How long something that must come is waited for: the machine may be busy.
 PATIENCE_S = 10.0
 # Waited for in vain where the fault has taken it away.
-ANSWER_S, PRESS_S, PRESSES, EVENT_S = 0.05, 0.5, 3, 1.0
+ANSWER_S, PRESS_S, EVENT_S = 0.05, 0.5, 1.0
+# A bus that was lost comes back after a second, unless memory stays away.
+PRESSES, PRESSES_IN_VAIN = 10, 2
 LISTENING_S = 2.5  # a registration that failed is tried again after a second
 TIME_OUT_S = 130
 
@@ -72,6 +74,7 @@ class Run:
     crashed_in: list = ()
     left: list = ()     # traces that must not be there
     files: dict = dataclasses.field(default_factory=dict)
+    console: str = ''
 
 
 @contextlib.contextmanager
@@ -145,6 +148,7 @@ class Scene:
         run.left = [name for name in sorted(os.listdir('/tmp'))
                     if name.startswith('wpa_ctrl_') or name.endswith(('.pid', '.new'))]
         run.files = {path: self.router.world.read(path) for path in self.play.judges}
+        run.console = self.router.console.text()
 
     def _live(self, fault, run):
         """What ended the daemon, '' while it runs."""
@@ -153,7 +157,7 @@ class Scene:
         run.counts[START] = self.allocations.counted()
         if fault.phase != START:
             self._arm_for(fault, ATTEMPT)
-        if self._begins_attempt():
+        if self._begins_attempt(PRESSES_IN_VAIN if fault.onwards else PRESSES):
             self.play.tell_events(self.router)
             if wait_until(self._is_over, EVENT_S):
                 return 'itself'
@@ -184,9 +188,9 @@ class Scene:
                 break
         return not self._is_over()
 
-    def _begins_attempt(self):
+    def _begins_attempt(self, presses):
         """A press may be lost; people press again."""
-        for _ in range(PRESSES):
+        for _ in range(presses):
             self.router.bus.send('gpio', PRESS)
             if wait_until(lambda: self._is_over() or self._has_begun(), PRESS_S):
                 break

@@ -17,7 +17,7 @@ import pytest
 from memory_plays import PLAYS, judge
 from memory_scene import ATTEMPT, BUS, MAIN, START, Fault, Scene, quick_programs
 
-STRIDE = 6
+STRIDE = 3
 PARTS = 4  # of the long ones, for as many processes
 GROUPS = [(START, MAIN, 0, 1), (START, BUS, 0, 1), (ATTEMPT, BUS, 0, 1),
           *((ATTEMPT, MAIN, part, PARTS) for part in range(PARTS))]
@@ -29,6 +29,11 @@ LIBRARY_CRASHES = [
 ]
 
 
+# After one refusal the next press starts an attempt, but for these: without its first connection
+# the bus thread ends, and a band that found its settings unreadable sits out until the next start.
+DEAF = ('Failed to connect to ubus', 'Open wps config file failed')
+
+
 def is_library_crash(run):
     """Only where the chain of calls shows both the refusal and the death in the library."""
     refused = [call.split('+')[0].split(':')[-1] for call in run.refused_in]
@@ -38,7 +43,7 @@ def is_library_crash(run):
                for allocates, caller, _ in LIBRARY_CRASHES)
 
 
-def faults_of(run):
+def faults_of(run, fault):
     """What is wrong with a run, as texts."""
     wrong = []
     crashed = run.status < 0 and run.ended_by != 'nothing'
@@ -46,6 +51,9 @@ def faults_of(run):
         wrong.append(f'died of signal {-run.status} in {run.crashed_in}')
     if run.ended_by == 'nothing':
         wrong.append('did not even end at SIGTERM')
+    if run.ended_by == 'SIGTERM' and not fault.onwards and not any(
+            line in run.console for line in DEAF):
+        wrong.append('deaf for good')
     if run.left and not crashed:
         wrong.append(f'left {run.left}')
     if not run.refused:
@@ -95,7 +103,7 @@ def test_an_attempt_outlives_or_ends_in_order_without_memory(
             run = scene.run(fault)
             outcomes[f'{run.ended_by} {run.status}'] += 1
             wrong += [f'{fault}: {text}; refused in {run.refused_in[:4]}'
-                      for text in (*faults_of(run), *judge(run, scene.play))]
+                      for text in (*faults_of(run, fault), *judge(run, scene.play))]
     record_property('allocations', json.dumps({' '.join(map(str, key)): count
                                                for key, count in counts.items()}))
     record_property('outcomes', json.dumps(outcomes))
