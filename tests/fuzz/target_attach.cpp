@@ -221,7 +221,7 @@ extern "C" int __wrap_poll(pollfd *set, nfds_t, int timeout)
 
 extern "C" ssize_t __wrap_recv(int, void *buffer, size_t length, int)
 {
-    const std::string wait = next_wait();
+    const std::string &wait = next_wait();
     ++waits_used;
     if (wait.empty() || wait[0] != 'd') {
         errno = ECONNREFUSED;
