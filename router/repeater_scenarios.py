@@ -247,7 +247,7 @@ def mesh_here_only(scene):
     scene.set_setting("wificommonCfg", "settings", "mesh_enable", "on")
     repeater.start()
     root = repeater.add_root(*[RootBand(band, SSID, KEY, more=["multi_ap=3"])
-                                for band in ("2g", "5g")])
+                               for band in ("2g", "5g")])
     scene.say("EasyMesh is on here; the root knows nothing of it")
     enrol(scene, repeater, root, "2g", "5g")
     finish(scene, repeater)
@@ -273,7 +273,7 @@ def mesh(scene):
     scene.set_setting("wificommonCfg", "settings", "mesh_enable", "on")
     repeater.start()
     root = repeater.add_root(*[RootBand(band, SSID, KEY, more=["multi_ap=3"])
-                                for band in ("2g", "5g")])
+                               for band in ("2g", "5g")])
     enrol(scene, repeater, root, "2g")
     scene.say("puts easymesh_support=1 into the learnt block: Debian's supplicant writes no such "
               "line")

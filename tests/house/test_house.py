@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: ISC
-"""The rules of the house that a compiler does not check: floors, licence lines, what the program links."""
+"""The rules of the house that no compiler checks: floors, licence lines, what the program links."""
 import re
 import subprocess
 from pathlib import Path
@@ -101,11 +101,12 @@ def test_the_plain_build_leaves_a_program_without_the_cxx_runtime(bare_program):
 def test_a_platform_library_can_bring_the_system_log_call(tmp_path):
     library = tmp_path / "libplatformlog.so"
     source = tmp_path / "log.c"
-    source.write_text("void qm_syslog(int l, int s, const char *f, ...) { (void)l; (void)s; (void)f; }\n")
+    source.write_text("void qm_syslog(int l, int s, const char *f, ...)\n"
+                      "{ (void)l; (void)s; (void)f; }\n")
     subprocess.run(["gcc", "-shared", "-fPIC", "-o", library, source], check=True)
     build = tmp_path / "build"
-    subprocess.run(["cmake", "-S", ROOT, "-B", build, f"-DKELM_QM_SYSLOG_LIB={library}"], check=True,
-                   capture_output=True)
+    subprocess.run(["cmake", "-S", ROOT, "-B", build, f"-DKELM_QM_SYSLOG_LIB={library}"],
+                   check=True, capture_output=True)
     subprocess.run(["cmake", "--build", build, "-j2"], check=True, capture_output=True)
     symbols = subprocess.run(["nm", "-D", build / "kelm"], check=True, capture_output=True,
                              text=True).stdout
