@@ -98,8 +98,8 @@ class Daemon:
     def poke(self):
         """Ends the wait of the main loop, so that a test need not wait for its second to pass.
 
-        Only once the signal has its handler: before that it would end the process. Under the emulator
-        it always may: the daemon holds it back before it leaves its parent.
+        Only once the signal has its handler: before that it would end the process. Under the
+        emulator it always may: the daemon holds it back before it leaves its parent.
         """
         if is_emulated() or self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1:
             self.send(SIG_NEW_CONFIG)
