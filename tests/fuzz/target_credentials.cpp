@@ -4,7 +4,6 @@
 // Properties: a file reads back as what was in it, as far as it was an object, with this band's
 // keys as they were to be written and no other key touched; it is one line, for its owner alone;
 // what cannot be read is replaced.
-#include <cmath>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -15,6 +14,7 @@
 #include "config/credentials.h"
 #include "config/json_file.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/fuzz/same_json.h"
 #include "tests/fuzz/world.h"
 #include "tests/world/world.h"
 
@@ -214,59 +214,6 @@ expectations access_point_keys(int index, const band_input &band)
     return std::move(keys.all);
 }
 
-bool is_same(json_object *one, json_object *other);
-
-bool is_same_object(json_object *one, json_object *other)
-{
-    if (json_object_object_length(one) != json_object_object_length(other))
-        return false;
-    json_object_object_foreach(one, key, value)
-    {
-        json_object *beside = nullptr;
-        if (!json_object_object_get_ex(other, key, &beside) || !is_same(value, beside))
-            return false;
-    }
-    return true;
-}
-
-bool is_same_array(json_object *one, json_object *other)
-{
-    const size_t length = json_object_array_length(one);
-    bool same = length == json_object_array_length(other);
-    for (size_t i = 0; same && i < length; ++i)
-        same = is_same(json_object_array_get_idx(one, i), json_object_array_get_idx(other, i));
-    return same;
-}
-
-bool is_number(json_object *value)
-{
-    return json_object_is_type(value, json_type_double) ||
-           json_object_is_type(value, json_type_int);
-}
-
-bool is_same_number(json_object *one, json_object *other)
-{
-    const double first = json_object_get_double(one);
-    const double second = json_object_get_double(other);
-    return first == second || (std::isnan(first) && std::isnan(second));
-}
-
-// As the library's own comparison, but that not-a-number equals itself and a double its integer:
-// the library reads "1e" as a double, keeps it as "1", and reads that as an integer.
-bool is_same(json_object *one, json_object *other)
-{
-    if (is_number(one) && is_number(other) && json_object_get_type(one) != json_type_int)
-        return is_same_number(one, other);
-    switch (json_object_get_type(one)) {
-    case json_type_object:
-        return json_object_is_type(other, json_type_object) && is_same_object(one, other);
-    case json_type_array:
-        return json_object_is_type(other, json_type_array) && is_same_array(one, other);
-    default:
-        return json_object_equal(one, other) == 1;
-    }
-}
-
 // What the file must hold: what it held as an object, and the keys in it.
 void check_file(const char *path, unique_json before, const expectations &keys)
 {
@@ -279,10 +226,10 @@ void check_file(const char *path, unique_json before, const expectations &keys)
     for (const expectation &one : keys)
         json_object_object_add(before.get(), one.key.c_str(), json_object_get(one.value.get()));
     const unique_json after = parsed(now);
-    PROPERTY(is_same(before.get(), after.get()));
+    PROPERTY(kelm_fuzz::is_same_json(before.get(), after.get()));
     // And once more through the daemon's own reader.
     const unique_json again = kelm::_get_json_from_file(path);
-    PROPERTY(is_same(before.get(), again.get()));
+    PROPERTY(kelm_fuzz::is_same_json(before.get(), again.get()));
 }
 
 void write_one(unsigned writer, int band, const band_input &in, const std::string &old_text)
