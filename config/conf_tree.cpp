@@ -152,7 +152,7 @@ line_result _take_line(cfg_builder *builder, const char *line)
     return line_result::unknown;
 }
 
-// Behind the last byte that is not zero, up to seven zeros further: most of a line's buffer is unused.
+// Behind the last byte that is not zero, up to seven zeros further: most of a line is unused.
 const char *_skip_zeros_back(const char *line)
 {
     const char *end = line + CFG_LINE_SIZE;
