@@ -47,8 +47,9 @@ LAST_COMMANDS = {'access point': '/etc/init.d/wifi force_restart',
 
 def scan_entry(number):
     """One access point of a scan result."""
-    return {'mac': f'06:{number >> 8:02x}:{number & 255:02x}:33:22:11', 'ssid': f'Neighbour {number}',
-            'security': 'wpa2', 'wpa_encryption': 'aes', 'channel': str(number % 13 + 1),
+    return {'mac': f'06:{number >> 8:02x}:{number & 255:02x}:33:22:11',
+            'ssid': f'Neighbour {number}', 'security': 'wpa2', 'wpa_encryption': 'aes',
+            'channel': str(number % 13 + 1),
             'rssi': '-60', 'data': '', 'nodeid': '', 'support_mesh': 0}
 
 

@@ -22,17 +22,17 @@ COMMAND = ('/usr/bin/valgrind', '--tool=callgrind', '--toggle-collect=main',
 class TracedDaemon(daemon_run.Daemon):
     """The daemon in callgrind, whose process has another name than the daemon's."""
 
-    def __init__(self):  # pylint: disable=super-init-not-called
+    def __init__(self, world):  # pylint: disable=super-init-not-called
         environment = dict(os.environ, GLIBC_TUNABLES=PLAIN_FUNCTIONS)
         done = subprocess.run([*COMMAND, PROGRAM], stdin=subprocess.DEVNULL,
                               env=environment, check=False)
         self.command_status = done.returncode
-        pid_text = scene.wait_for(lambda: scene.World.read('/tmp/kelm.pid'), 'the pid file')
+        pid_text = scene.wait_for(lambda: world.read('/tmp/kelm.pid'), 'the pid file')
         self.pid = int(pid_text)
         self.exit_status = None
 
     def is_waiting(self):
-        """In callgrind the masks are callgrind's own, so that the start's end is awaited instead."""
+        """Unknown: the masks are callgrind's own. What follows waits for the bus as well."""
         return True
 
 
@@ -40,7 +40,7 @@ class TracedKelm(scene.Kelm):
     """Its router."""
 
     def launch(self, **options):
-        self.daemon = TracedDaemon()
+        self.daemon = TracedDaemon(self.world)
         return self.daemon
 
 

@@ -45,16 +45,16 @@ def _of_attempt(world, name):
     return idle, last
 
 
-def _of_client(tools):
+def _of_client(world, tools):
     """hostapd_cli attached and idle, and after it has run its script for the same events."""
     client = scene.action_cli(tools.hostapd_cli, ['ubus send wps x'])
     try:
         scene.pause(1.5)
         idle = _memory(client.pid)
-        scene.World.forget_commands()
+        world.forget_commands()
         for event in CLIENT_EVENTS:
             client.server.send(event)
-        scene.wait_for(scene.World.commands, 'the script')
+        scene.wait_for(world.commands, 'the script')
         return idle, _memory(client.pid)
     finally:
         client.close()
@@ -62,7 +62,7 @@ def _of_client(tools):
 
 def measure(world, tools):
     scene.use_records()
-    client_idle, client_end = _of_client(tools)
+    client_idle, client_end = _of_client(world, tools)
     rows = []
     for name in attempts.ATTEMPTS:
         idle, last = _of_attempt(world, name)

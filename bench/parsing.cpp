@@ -31,7 +31,7 @@ long long now_ns()
     return now.tv_sec * 1000000000LL + now.tv_nsec;
 }
 
-void fail(const char *what)
+[[noreturn]] void fail(const char *what)
 {
     fprintf(stderr, "%s\n", what);
     exit(1);
@@ -81,11 +81,12 @@ void only_read_lines(const char *path)
 void read_lines_and_allocate(const char *path)
 {
     FILE *file = fopen(path, "re");
+    if (file == nullptr)
+        fail("there is no configuration file");
     char line[CFG_LINE_SIZE];
     hapd_wpasupp_cfgitem *first = nullptr;
-    while (file != nullptr && fgets(line, sizeof line, file) != nullptr) {
-        void *memory = calloc(1, sizeof(hapd_wpasupp_cfgitem));
-        hapd_wpasupp_cfgitem *item = static_cast<hapd_wpasupp_cfgitem *>(memory);
+    while (fgets(line, sizeof line, file) != nullptr) {
+        auto *item = static_cast<hapd_wpasupp_cfgitem *>(calloc(1, sizeof *first));
         item->next = first;
         first = item;
     }

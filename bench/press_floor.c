@@ -8,7 +8,7 @@
 #include <libubox/uloop.h>
 #include <libubus.h>
 
-static char **commands; // a null pointer ends them
+static char **commands;  // a null pointer ends them
 
 static void run(struct ubus_context *bus, struct ubus_event_handler *handler, const char *type,
                 struct blob_attr *message)

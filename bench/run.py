@@ -8,7 +8,7 @@ import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(HERE)
-sys.path[:0] = [HERE, os.path.join(SOURCE, 'tests', 'world'), os.path.join(SOURCE, 'tests', 'attempt')]
+sys.path[:0] = [HERE] + [os.path.join(SOURCE, 'tests', name) for name in ('world', 'attempt')]
 
 # All of them before the private world, which may cover where they lie.
 import daemon_run  # noqa: E402
@@ -22,6 +22,7 @@ import scene  # noqa: E402
 import sizes  # noqa: E402
 import start  # noqa: E402
 import tools as bench_tools  # noqa: E402
+import targets  # noqa: E402
 import world as private_world  # noqa: E402
 
 PARTS = {
@@ -53,9 +54,13 @@ def main():
     build = os.path.abspath(options.build)
     os.makedirs(build, exist_ok=True)
     tools = bench_tools.prepare(build)
+    if 'size' in (options.only or PARTS):
+        tools.targets = targets.build_all(build)
     private_world.gain_privilege()
     world = private_world.World(SOURCE, build)
     tools.build = '/mnt/build'
+    tools.targets = [(target, program.replace(build, tools.build, 1), peer)
+                     for target, program, peer in tools.targets]
     scene.install_libraries(world)
     found = []
     try:

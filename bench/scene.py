@@ -9,7 +9,7 @@ import time
 import daemon_run
 import peers
 from router import Router
-from world import World, wait_for
+from world import wait_for
 
 PROGRAMS = '/mnt/build/bench'
 LIBRARIES = '/mnt/build/prefix/lib'
@@ -110,7 +110,7 @@ class Contender:
 
 
 class PressFloor:
-    """The least that waits for the button. Has the OpenWrt libraries mapped, as other daemons do."""
+    """The least that waits for the button. Maps the OpenWrt libraries, as other daemons do."""
 
     def __init__(self, commands):
         self._process = subprocess.Popen(

@@ -13,9 +13,9 @@ def _output(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
-def _sections(path):
+def _sections(path, size='size'):
     """(text, data, bss)"""
-    return [int(word) for word in _output('size', path).splitlines()[1].split()[:3]]
+    return [int(word) for word in _output(size, path).splitlines()[1].split()[:3]]
 
 
 def needed(path):
@@ -26,6 +26,16 @@ def needed(path):
 def _file_size(name, program, peer_name, peer, goal=None):
     return Figure(name, Samples(os.path.getsize(program), 'bytes'), peer_name,
                   Samples(os.path.getsize(peer), 'bytes'), goal)
+
+
+def _other_machine(target, program, peer):
+    size = f'{target.triplet}-size'
+    own, other = _sections(program, size), _sections(peer, size)
+    peer_name = f'hostapd_cli, {target.peer}'
+    return [_file_size(f'stripped file, {target.name}', program, peer_name, peer, Goal(1.0))] + [
+        Figure(f'{name}, {target.name}', Samples(value, 'bytes'), peer_name,
+               Samples(peer_value, 'bytes'))
+        for name, value, peer_value in zip(('text', 'data', 'bss'), own, other)]
 
 
 def measure(tools):
@@ -47,4 +57,6 @@ def measure(tools):
     runtime = [name for name in libraries if name.startswith(CXX_RUNTIME)]
     figures.append(Figure('of them of the C++ run time', Samples(len(runtime)),
                           goal=Goal(0, of_ratio=False, limit=0)))
+    for target, program, peer in tools.targets:
+        figures += _other_machine(target, program, peer)
     return figures

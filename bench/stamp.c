@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Stands in for every program the daemon runs: notes when it started and as what, and does nothing more. As
-// the shell it becomes the real one.
+// Stands in for every program the daemon runs: notes when it started and as what, and does nothing
+// more. As the shell it becomes the real one.
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <stdio.h>
@@ -18,9 +18,9 @@ int main(int argc, char **argv)
 
     char line[1024];
     const char *name = strrchr(argv[0], '/');
-    size_t used = (size_t)snprintf(line, sizeof line, "%lld %s",
-                                   now.tv_sec * 1000000000LL + now.tv_nsec,
-                                   name ? name + 1 : argv[0]);
+    size_t used =
+        (size_t)snprintf(line, sizeof line, "%lld %s", now.tv_sec * 1000000000LL + now.tv_nsec,
+                         name ? name + 1 : argv[0]);
     for (int i = 1; i < argc && used < sizeof line; ++i)
         used += (size_t)snprintf(line + used, sizeof line - used, " %s", argv[i]);
     if (used > sizeof line - 2)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""Builds what is measured and finds the peers: Debian's hostapd_cli and wpa_cli, unpacked, not installed."""
+"""Builds what is measured, finds the peers: Debian's own clients, unpacked, not installed."""
 import dataclasses
 import os
 import shutil
@@ -22,6 +22,7 @@ class Tools:
     build: str
     hostapd_cli: str
     wpa_cli: str
+    targets: list = ()  # see targets.py; found before the private world is entered
 
 
 def _run(*command):
@@ -31,25 +32,31 @@ def _run(*command):
         raise SystemExit(f'{" ".join(command)}\n{done.stdout}')
 
 
-def _configure_and_build(source, build, *options):
+def configure_and_build(source, build, *options):
     _run('cmake', '-S', source, '-B', build, '-G', 'Ninja', *options)
     _run('cmake', '--build', build, '--parallel', '2')
+
+
+def install_stripped(tree):
+    """Returns the program as a router gets it."""
+    shutil.rmtree(f'{tree}/stage', ignore_errors=True)
+    _run('cmake', '--install', tree, '--strip', '--prefix', f'{tree}/stage')
+    return f'{tree}/stage/sbin/kelm'
 
 
 def build_all(build):
     """The daemon as shipped, linked as on a router, in BUILD/stage; the same hardened beside it."""
     prefix = f'{build}/prefix'
-    _configure_and_build(f'{SOURCE}/bench/openwrt', f'{build}/openwrt',
-                         f'-DCMAKE_INSTALL_PREFIX={prefix}')
+    configure_and_build(f'{SOURCE}/bench/openwrt', f'{build}/openwrt',
+                        f'-DCMAKE_INSTALL_PREFIX={prefix}')
     _run('cmake', '--install', f'{build}/openwrt')
     own = ('-DKELM_BENCH=ON', f'-DCMAKE_PREFIX_PATH={prefix}')
-    _configure_and_build(SOURCE, build, *own)
-    _configure_and_build(SOURCE, f'{build}/hardened', f'-DCMAKE_PREFIX_PATH={prefix}',
-                         f'-DCMAKE_CXX_FLAGS={HARDENING[0]}',
-                         f'-DCMAKE_EXE_LINKER_FLAGS={HARDENING[1]}')
+    configure_and_build(SOURCE, build, *own)
+    configure_and_build(SOURCE, f'{build}/hardened', f'-DCMAKE_PREFIX_PATH={prefix}',
+                        f'-DCMAKE_CXX_FLAGS={HARDENING[0]}',
+                        f'-DCMAKE_EXE_LINKER_FLAGS={HARDENING[1]}')
     for tree in (build, f'{build}/hardened'):
-        shutil.rmtree(f'{tree}/stage', ignore_errors=True)
-        _run('cmake', '--install', tree, '--strip', '--prefix', f'{tree}/stage')
+        install_stripped(tree)
 
 
 def prepare(build):
