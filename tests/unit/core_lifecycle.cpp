@@ -122,12 +122,35 @@ TEST_F(lifecycle, detaching_ends_the_parent_well_and_gives_the_child_its_own_ses
         report += access("/proc/self/fd/3", F_OK) == 0 ? " and 3" : "";
         write_file("/tmp/daemon.part", report);
         rename("/tmp/daemon.part", "/tmp/daemon");
-        _exit(0);
+        leave_process(0);
     }
     EXPECT_EQ(0, exit_of(starter));
     ASSERT_TRUE(wait_until([] { return file_exists("/tmp/daemon"); }));
     EXPECT_EQ(0u, read_file("/tmp/daemon").find("leads /dev/null /dev/null /dev/null"))
         << read_file("/tmp/daemon");
+}
+
+TEST_F(lifecycle, without_a_null_device_a_detached_daemon_keeps_what_it_was_given)
+{
+    fflush(nullptr);
+    const pid_t starter = fork();
+    if (starter == 0) {
+        // A /dev without anything in it, for this process and its child alone.
+        if (unshare(CLONE_NEWNS) != 0 || mount("tmpfs", "/dev", "tmpfs", 0, nullptr) != 0 ||
+            dup2(open("/tmp", O_RDONLY | O_CLOEXEC), STDOUT_FILENO) < 0) {
+            perror("a /dev of its own");
+            leave_process(255);
+        }
+        kelm_daemonize();
+        char target[64] = {};
+        (void)!readlink("/proc/self/fd/1", target, sizeof target - 1);
+        write_file("/tmp/daemon.part", getsid(0) == getpid() ? target : "follows");
+        rename("/tmp/daemon.part", "/tmp/daemon");
+        leave_process(0);
+    }
+    EXPECT_EQ(0, exit_of(starter));
+    ASSERT_TRUE(wait_until([] { return file_exists("/tmp/daemon"); }));
+    EXPECT_EQ("/tmp", read_file("/tmp/daemon"));
 }
 
 TEST_F(lifecycle, the_pid_file_holds_the_pid_and_a_line_feed)
@@ -160,11 +183,11 @@ TEST_F(lifecycle, a_pid_file_that_cannot_be_written_ends_the_process_with_the_er
         if (unshare(CLONE_NEWNS) != 0 ||
             mount(nullptr, "/tmp", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
             perror("a read-only /tmp");
-            _exit(255);
+            leave_process(255);
         }
         dup2(errors, STDERR_FILENO);
         (void)kelm_create_pid_file();
-        _exit(254);
+        leave_process(254);
     }
     close(errors);
     EXPECT_EQ(EROFS, exit_of(child));

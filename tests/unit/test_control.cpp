@@ -850,6 +850,18 @@ TEST_F(control, a_pin_that_begins_with_a_dash_is_no_option_of_the_program)
     }
 }
 
+TEST_F(control, a_pin_too_long_for_a_command_line_is_taken_to_no_program)
+{
+    start_named(KELM_MODE_AP, 0, enabled_ap);
+    for (const std::string &pin : {std::string(51, '1'), std::string(13, ';')}) {
+        rtk_pin_handle(pin.c_str());
+        EXPECT_EQ(0, rtk_set_ap_pin(0, pin.c_str()));
+        EXPECT_EQ(words{}, recorded_commands()) << pin;
+    }
+    rtk_pin_handle(std::string(50, '1').c_str());
+    EXPECT_EQ(1u, recorded_commands().size()) << "the longest that fits";
+}
+
 TEST_F(control, a_dash_within_a_pin_leaves_the_command_line_as_it_is)
 {
     start_named(KELM_MODE_AP, 0, enabled_ap);

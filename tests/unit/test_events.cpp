@@ -289,6 +289,15 @@ TEST_F(events, the_end_of_a_connection_detaches_and_leaves_nothing)
     EXPECT_EQ(before, open_descriptors());
 }
 
+TEST_F(events, a_band_without_a_session_has_no_connection_to_end)
+{
+    start_attempt(KELM_MODE_AP);
+    for (const int index : {-1, 2, 4}) {
+        rtk_wpas_sock_deinit(index, -1);
+        EXPECT_EQ("", log_text()) << index;
+    }
+}
+
 TEST_F(events, the_descriptor_given_to_the_end_of_a_connection_is_not_used)
 {
     ctrl_server hostapd("/var/run/hostapd/wlan1");

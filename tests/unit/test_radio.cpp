@@ -566,6 +566,16 @@ TEST_F(radio, a_reported_failure_goes_to_both_logs_and_a_timeout_says_so_first)
               syslog_lines());
 }
 
+TEST_F(radio, what_is_no_band_has_not_succeeded_and_is_no_news_to_the_user)
+{
+    start(KELM_MODE_AP, 5);
+    for (const int index : {-1, 4}) {
+        EXPECT_FALSE(kelm_is_worker_succeed(index, true));
+        EXPECT_EQ("> Bad wps session[band " + std::to_string(index) + "].\n", log_text());
+        EXPECT_EQ(words{}, syslog_lines());
+    }
+}
+
 TEST_F(radio, the_system_log_is_written_below_the_console_log_level_too)
 {
     start(KELM_MODE_REPEATER, 2);
