@@ -62,8 +62,8 @@ RawMessage::RawMessage(const Bytes &children, uint32_t id)
 {
     size_t raw = 4 + children.size();
     words.resize((raw + 3) / 4);
-    uint32_t head = id << 24 | static_cast<uint32_t>(raw);
-    words[0] = htobe32(head);
+    const uint32_t first = id << 24 | static_cast<uint32_t>(raw);
+    words[0] = htobe32(first);
     if (!children.empty())
         memcpy(words.data() + 1, children.data(), children.size());
 }
@@ -385,7 +385,7 @@ int RawClient::send_event(const std::string &type) const
     return request(message_bytes(UBUS_MSG_INVOKE, ++seq, 1, body.b.head));
 }
 
-FakeBroker::FakeBroker(const std::string &socket, std::function<void(int fd)> script)
+FakeBroker::FakeBroker(const std::string &socket, const std::function<void(int fd)> &script)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -142,7 +142,7 @@ uint32_t word_at(const Bytes &bytes, size_t offset);
 // Accepts one connection in a thread and plays the broker from a script.
 class FakeBroker {
 public:
-    explicit FakeBroker(const std::string &socket, std::function<void(int fd)> script);
+    explicit FakeBroker(const std::string &socket, const std::function<void(int fd)> &script);
     FakeBroker(const FakeBroker &) = delete;
     FakeBroker &operator=(const FakeBroker &) = delete;
     ~FakeBroker();

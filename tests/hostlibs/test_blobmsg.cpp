@@ -69,7 +69,7 @@ int parse(const char *children, const std::vector<blobmsg_policy> &policy, std::
         blobmsg_parse(policy.data(), static_cast<int>(policy.size()), tb.data(),
                       blob_data(message.head()), static_cast<unsigned>(blob_len(message.head())));
     found->clear();
-    for (blob_attr *attr : tb)
+    for (const blob_attr *attr : tb)
         found->push_back(attr != nullptr);
     return result;
 }

@@ -33,7 +33,7 @@ Result run_alone(std::vector<std::string> args)
 // A listener that is known to be registered: it has printed the marker.
 class Listener {
 public:
-    explicit Listener(const Broker &b, std::vector<std::string> args = {})
+    explicit Listener(const Broker &b, const std::vector<std::string> &args = {})
         : program(b.dir, command(b, args))
     {
         ready = eventually([&] {
@@ -102,7 +102,7 @@ TEST(command, wrong_usage_after_connecting_is_254)
 TEST(command, sending_succeeds_quietly_with_and_without_a_listener)
 {
     Broker broker;
-    for (auto args :
+    for (const auto &args :
          {std::vector<std::string>{"send", "x"}, {"send", "x", "{}"}, {"send", "x", "{\"a\":1}"}}) {
         Result r = run(broker, args);
         EXPECT_EQ(0, r.code);

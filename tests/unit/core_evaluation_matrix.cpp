@@ -155,8 +155,8 @@ calls judge()
     calls told;
     for (const std::string &call : recorded_calls()) {
         if (call.find("patching_back") != std::string::npos ||
-            call.find("wps_cancel") != std::string::npos || call.find("/etc/") == 0 ||
-            call.find("ubus ") == 0)
+            call.find("wps_cancel") != std::string::npos || call.compare(0, 5, "/etc/") == 0 ||
+            call.compare(0, 5, "ubus ") == 0)
             told.push_back(call);
     }
     return told;

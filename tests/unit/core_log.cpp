@@ -37,8 +37,8 @@ void fill_console()
 {
     const int fd = open("/dev/console", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     const std::string block(4096, '.');
-    while (write(fd, block.data(), block.size()) > 0)
-        continue;
+    while (write(fd, block.data(), block.size()) > 0) {
+    }
     close(fd);
 }
 

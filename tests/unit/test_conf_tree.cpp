@@ -392,7 +392,7 @@ TEST_F(conf_tree, a_damaged_file_is_parsed_or_refused_and_nothing_else)
 {
     const std::string sample = read_file("/mnt/src/tests/data/supplicant/three_networks.conf");
     ASSERT_FALSE(sample.empty());
-    const std::string strange("\0={}\n\"# \t\r\xff", 12);
+    const std::string strange("\0={}\n\"# \t\r\xff", 11);
     uint32_t random = 1;
     const auto next = [&random](size_t below) {
         random = random * 1664525u + 1013904223u;

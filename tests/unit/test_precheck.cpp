@@ -20,8 +20,6 @@ constexpr uint32_t ap = WPS_FLAG_APBSS_ENABLE;
 constexpr uint32_t launched = WPS_FLAG_WORKER_LAUNCH;
 constexpr uint32_t done = WPS_FLAG_WORKER_DONE;
 constexpr uint32_t linked = WPS_FLAG_STA_CONNECTED;
-constexpr int silent = 12;
-constexpr int started = 11;
 
 using numbers = std::vector<int>;
 
