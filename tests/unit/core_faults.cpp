@@ -73,7 +73,9 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
 
 void *__wrap_calloc(size_t count, size_t size)
 {
-    return faults.calloc ? nullptr : __real_calloc(count, size);
+    const size_t only = faults.calloc_bytes;
+    const bool refused = faults.calloc || (only != 0 && count * size == only);
+    return refused ? nullptr : __real_calloc(count, size);
 }
 
 json_object *__wrap_json_object_new_object()

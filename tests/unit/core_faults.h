@@ -2,6 +2,8 @@
 // Library calls that a test lets fail, and what the daemon's code passes to some of them.
 #pragma once
 
+#include <cstddef>
+
 namespace kelm_test {
 
 // Which call fails from now on; the linker sends each of them here, see the options --wrap.
@@ -10,6 +12,7 @@ struct fault_points {
     int ppoll_error = 0;   // with this error, where it waits for descriptors
     bool pthread_create = false;
     bool calloc = false;
+    size_t calloc_bytes = 0;  // calls for this much alone
     bool json_object_new_object = false;
     bool json_object_to_json_string = false;
     bool blobmsg_format_json_with_cb = false;

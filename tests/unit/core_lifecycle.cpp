@@ -577,7 +577,7 @@ TEST_F(lifecycle, opening_ends_at_the_first_step_that_fails)
     const row rows[] = {
         {"run mode", [] { unlink("/tmp/device_runtime.info"); }, {}, ""},
         {"bands", [] { unlink("/tmp/device.info"); }, {}, "Open /tmp/device.info file failed.\n"},
-        {"sessions", [] { faults.calloc = true; }, {}, ""},
+        {"sessions", [] { faults.calloc_bytes = KELM_BAND_COUNT * sizeof(kelm_session); }, {}, ""},
         {"unknown mode",
          [] { write_file("/tmp/device_runtime.info", "{\"mode\": 2}"); },
          {"ops kill_worker()"},
