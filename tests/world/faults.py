@@ -4,6 +4,7 @@ import mmap
 import struct
 
 from daemon_run import SHIFT_TIME
+from world import byte_order
 
 PAGE = '/mnt/faults'
 PRELOAD = '/mnt/build/tests/world/fail_calls.so'
@@ -26,17 +27,17 @@ class Faults:
 
     def fail(self, call, good=0, bad=1):
         """After so many good calls so many fail."""
-        struct.pack_into('=qq', self._page, self._place(call) + 8, good, bad)
+        struct.pack_into(f'{byte_order()}qq', self._page, self._place(call) + 8, good, bad)
 
     def calls(self, call):
-        return struct.unpack_from('=q', self._page, self._place(call))[0]
+        return struct.unpack_from(f'{byte_order()}q', self._page, self._place(call))[0]
 
     def gather(self, count):
         """So many daemons wait for each other before they look for a pid file."""
-        struct.pack_into('=qq', self._page, GATE, 0, count)
+        struct.pack_into(f'{byte_order()}qq', self._page, GATE, 0, count)
 
     def shift_monotonic(self, seconds):
-        struct.pack_into('=q', self._page, 0, seconds)
+        struct.pack_into(f'{byte_order()}q', self._page, 0, seconds)
 
     @staticmethod
     def _place(call):
