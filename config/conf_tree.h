@@ -28,8 +28,8 @@ enum cfgitem_line_state : int {
 };
 
 // Parses a file. Returns the first top-level item, to be released with
-// wps_hapd_wpasupp_config_free, or null (logged) for a missing or unbalanced file, or one without
-// items.
+// wps_hapd_wpasupp_config_free, or null (logged) for a missing or unbalanced file, one without
+// items, or one whose lines find no memory.
 hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_parse(const char *path);
 
 // Parses one line. line: CFG_LINE_SIZE bytes, all zero beyond the text.

@@ -227,8 +227,8 @@ bool _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int 
     return true;
 }
 
-// Without memory for the new text the file keeps what it had, and one that was only just created
-// goes again.
+// Without memory or room for the new text the file keeps what it had, and one that was only just
+// created goes again.
 void _remove_empty(const char *path)
 {
     struct stat status = {};
@@ -248,8 +248,10 @@ void _commit(const char *writer, const target &to, json_object *object, bool com
     }
     if (to.total_line != nullptr)
         kelm_log_as(writer, KELM_LOG_DETAIL, "%s: %s\n", to.total_line, text);
-    if (kelm_replace_file(to.path, text, KELM_OWNER_ONLY) != 0)
-        kelm_log_as(writer, to.failure_level, "failed to open %s!\n", to.plain_path);
+    if (kelm_replace_file(to.path, text, KELM_OWNER_ONLY) == 0)
+        return;
+    kelm_log_as(writer, to.failure_level, "failed to open %s!\n", to.plain_path);
+    _remove_empty(to.path);
 }
 
 // Merges one band's keys into what the file holds.

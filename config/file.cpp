@@ -31,10 +31,10 @@ bool _write_all(int fd, const char *text, size_t length)
     return true;
 }
 
-// Made anew each time: one that is there may be a link, or somebody's own.
+// Made anew each time: what is there may be a link, an empty folder, or somebody's own.
 bool _write_fresh(const char *path, const char *text, mode_t mode)
 {
-    (void)::unlink(path);
+    (void)::remove(path);
     unique_fd file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     return file.valid() && _write_all(file.get(), text, strlen(text)) &&
            _write_all(file.get(), "\n", 1) && ::close(file.release()) == 0;
@@ -61,7 +61,8 @@ void kelm_make_way(const char *path, mode_t most)
     if (::lstat(path, &there) != 0)
         return;
     const mode_t granted = there.st_mode & ALL_MODE_BITS;
-    if (S_ISREG(there.st_mode) && there.st_uid == ::geteuid() && (granted & ~most) == 0)
+    if (S_ISREG(there.st_mode) && there.st_uid == ::geteuid() && there.st_nlink == 1 &&
+        (granted & ~most) == 0)
         return;
     (void)::unlink(path);
 }

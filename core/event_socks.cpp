@@ -119,15 +119,16 @@ kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *l
     if (count > 0 && ::ppoll(nullptr, 0, &NO_TIME, &let_in) < 0)
         return nullptr;
     const int ready = ::ppoll(set, count + 1, &WAIT_TIME, &let_in);
+    const bool failed = ready < 0 && errno != EINTR;
+    // A failure that lasts must not turn the loop at full speed.
+    if (failed)
+        (void)::ppoll(nullptr, 0, &WAIT_TIME, &let_in);
     if (count == 0) {
         kelm_log_detail("no fd set!\n");
         return nullptr;
     }
-    if (ready < 0 && errno != EINTR) {
+    if (failed)
         kelm_log_detail("select failed\n");
-        // A failure that lasts must not turn the loop at full speed.
-        (void)::ppoll(nullptr, 0, &WAIT_TIME, &let_in);
-    }
     if (ready < 1)
         return nullptr;
 

@@ -29,7 +29,7 @@ void kelm_claim_signals()
     struct sigaction taken = {};
     taken.sa_handler = [](int) {};
     sigaction(SIGTERM, &taken, nullptr);
-    // A handler here too, not "ignored": the library would undo that at the end of its loop.
+    // Handlers here too: the library takes SIGINT for itself only where it finds the default.
     taken.sa_flags = SA_RESTART;
     for (int number : UNHEARD_SIGNALS)
         sigaction(number, &taken, nullptr);

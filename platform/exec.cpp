@@ -32,7 +32,7 @@ constexpr long FIRST_PAUSE_NS = 500L * 1000;
 constexpr long LONGEST_PAUSE_NS = 20L * 1000 * 1000;
 
 // posix_spawn's attributes for a child that inherits none of the daemon's signal settings: the
-// held-back signals unblocked, and SIGPIPE, which the bus library ignores, back at its default.
+// held-back signals unblocked, and those the daemon does not hear back at their default.
 class clean_signals {
 public:
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): posix_spawnattr_init fills it.

@@ -281,6 +281,14 @@ TEST_F(event_socks, a_wait_that_keeps_failing_does_not_turn_at_full_speed)
     EXPECT_GT(monotonic_seconds() - start, 0.95);
 }
 
+TEST_F(event_socks, an_empty_list_waits_its_second_where_every_wait_fails_too)
+{
+    faults.ppoll_error = EINVAL;
+    const double start = monotonic_seconds();
+    EXPECT_EQ(-1, wait());
+    EXPECT_GT(monotonic_seconds() - start, 0.95);
+}
+
 // The wake-up is made before the thread, so that the thread's failure leaves it there alone.
 void open_mailbox_alone()
 {

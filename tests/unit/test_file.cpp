@@ -144,7 +144,24 @@ TEST_F(file, links_and_pipes_make_way_and_what_a_link_names_stays)
     EXPECT_FALSE(is_there(PATH));
     ASSERT_EQ(0, mkdir(PATH, 0700));
     kelm_make_way(PATH, KELM_FOR_ALL);
-    EXPECT_TRUE(is_there(PATH));
+    EXPECT_TRUE(is_there(PATH)) << "a folder is nothing to write to, and no danger";
+}
+
+TEST_F(file, one_that_has_another_name_too_makes_way)
+{
+    write_file("/tmp/somebodys", "precious");
+    ASSERT_EQ(0, chmod("/tmp/somebodys", 0600));
+    ASSERT_EQ(0, link("/tmp/somebodys", PATH));
+    kelm_make_way(PATH, KELM_OWNER_ONLY);
+    EXPECT_FALSE(is_there(PATH));
+    EXPECT_EQ("precious", read_file("/tmp/somebodys"));
+}
+
+TEST_F(file, an_empty_folder_on_the_way_to_it_is_no_obstacle)
+{
+    ASSERT_EQ(0, mkdir(FRESH, 0700));
+    EXPECT_EQ(0, kelm_replace_file(PATH, "new", KELM_OWNER_ONLY));
+    EXPECT_EQ("new\n", read_file(PATH));
 }
 
 TEST_F(file, only_a_regular_one_is_opened_to_read)
