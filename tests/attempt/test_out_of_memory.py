@@ -21,33 +21,17 @@ STRIDE = 3
 PARTS = 4  # of the long ones, for as many processes
 GROUPS = [(START, MAIN, 0, 1), (START, BUS, 0, 1), (ATTEMPT, BUS, 0, 1),
           *((ATTEMPT, MAIN, part, PARTS) for part in range(PARTS))]
-# Crashes of json-c itself: (function with the allocation, where it is called, why).
-LIBRARY_CRASHES = [
-    ('json_tokener_parse_ex', 'json_object_from_fd_ex',
-     'the copy of a key, strdup() in the state "object_field", is not checked; the look-up of the '
-     'null key dereferences it. Only scan lists are read that way.'),
-]
-
 
 # After one refusal the next press starts an attempt, but for these: without its first connection
 # the bus thread ends, and a band that found its settings unreadable sits out until the next start.
 DEAF = ('Failed to connect to ubus', 'Open wps config file failed')
 
 
-def is_library_crash(run):
-    """Only where the chain of calls shows both the refusal and the death in the library."""
-    refused = [call.split('+')[0].split(':')[-1] for call in run.refused_in]
-    crashed = [call.split('+')[0].split(':')[-1] for call in run.crashed_in]
-    return any(refused[:3] == ['__strdup', allocates, caller]
-               and 'json_object_object_add_ex' in crashed and allocates in crashed
-               for allocates, caller, _ in LIBRARY_CRASHES)
-
-
 def faults_of(run, fault):
     """What is wrong with a run, as texts."""
     wrong = []
     crashed = run.status < 0 and run.ended_by != 'nothing'
-    if crashed and not is_library_crash(run):
+    if crashed:
         wrong.append(f'died of signal {-run.status} in {run.crashed_in}')
     if run.ended_by == 'nothing':
         wrong.append('did not even end at SIGTERM')
