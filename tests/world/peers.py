@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: ISC
 """The daemon's peers, scripted: hostapd's and wpa_supplicant's control sockets, and the bus."""
+import contextlib
 import os
 import select
 import signal
@@ -51,12 +52,15 @@ class ControlServer:
         """An event to each attached client."""
         data = event if isinstance(event, bytes) else event.encode()
         assert self.clients, f'nobody is attached to {self.path}'
+        sent = 0
         for client in list(self.clients):
             try:
                 self._socket.sendto(data, client)
+                sent += 1
             except (FileNotFoundError, ConnectionRefusedError):
-                self.clients.remove(client)  # it left without a word
-        assert self.clients, f'nobody is attached to {self.path} any more'
+                with contextlib.suppress(ValueError):
+                    self.clients.remove(client)  # it left without a word
+        assert sent, f'nobody is attached to {self.path} any more'
 
     def send_to(self, client, data, flags=0):
         """A datagram to one client, in plain: what the kernel says comes back as OSError."""
