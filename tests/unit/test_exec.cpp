@@ -260,7 +260,7 @@ TEST_F(exec, nothing_stays_open_after_commands)
     EXPECT_EQ(before, open_descriptors());
 }
 
-// --- Signals: the daemon holds some back and does not hear others, its commands must do neither ---
+// --- Signals: the daemon holds some back and hears not all others; its commands do neither ---
 
 namespace {
 
