@@ -143,8 +143,8 @@ json_object *_follows_uplink(const wps_ap_band_config *)
 // keys in a fresh file.
 template <typename config_t>
 struct key_row {
-    const char *stem;
-    json_object *(*make)(const config_t *config);
+    const char *stem = nullptr;
+    json_object *(*make)(const config_t *config) = nullptr;
     const char *(*word)(const config_t *config) = nullptr;
 };
 using sta_row = key_row<wps_sta_band_config>;

@@ -26,7 +26,7 @@ constexpr size_t TOUCH_SIZE = 128;  // of the whole command
 
 // A scan list of some hundred entries. In pieces a longer one would take some five times as long;
 // at once json-c 0.16 crashes where the copy of a key finds no memory.
-constexpr off_t IN_PIECES_MAX = 64 * 1024;
+constexpr off_t IN_PIECES_MAX = off_t{64} * 1024;
 
 // Before touch does, which would let every user read the file, and would create what a link under
 // its name points to.
@@ -53,7 +53,7 @@ bool _is_error_mark(const json_object *object)
 
 unique_json _parse_in_pieces(FILE *file, off_t file_size, bool *no_memory)
 {
-    const size_t size = static_cast<size_t>(file_size);
+    const auto size = static_cast<size_t>(file_size);
     const unique_text text(static_cast<char *>(malloc(size + 1)));
     *no_memory = !text;
     if (!text)

@@ -80,7 +80,7 @@ const char *_info_text(json_object *info, int action)
 
 const char *_kelm_status2txt(int status)
 {
-    const uint16_t code = static_cast<uint16_t>(status);
+    const auto code = static_cast<uint16_t>(status);
     if (code < sizeof STATUS_TEXTS / sizeof STATUS_TEXTS[0])
         return STATUS_TEXTS[code];
     kelm_log_always("invalid status: %d.\n", code);

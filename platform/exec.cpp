@@ -27,7 +27,7 @@ namespace {
 char g_wps_cmd_result[WPS_CMD_RESULT_SIZE + 1];
 
 constexpr int START_TRIES = 5;
-constexpr timespec START_PAUSE = {0, 100 * 1000 * 1000};
+constexpr timespec START_PAUSE = {0, 100L * 1000 * 1000};
 constexpr long FIRST_PAUSE_NS = 500L * 1000;
 constexpr long LONGEST_PAUSE_NS = 20L * 1000 * 1000;
 
