@@ -210,6 +210,15 @@ void Program::signal(int number) const
         ADD_FAILURE() << "no process to send signal " << number << " to";
 }
 
+int Program::end(int number)
+{
+    for (int tries = 0; tries < 3 && running(); tries++) {
+        signal(number);
+        eventually([&] { return !running(); }, 3000);
+    }
+    return finish();
+}
+
 bool Program::running()
 {
     int status = 0;

@@ -92,6 +92,8 @@ public:
     ~Program();
     int finish(int limit_ms = 10000);
     void signal(int number) const;
+    // Ends it so and finishes; a signal that came before its loop turned is forgotten there.
+    int end(int number);
     std::string out() const { return read_file(out_); }
     std::string err() const { return read_file(err_); }
     bool running();

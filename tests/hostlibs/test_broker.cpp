@@ -504,8 +504,7 @@ TEST(broker, sigterm_and_sigint_remove_the_socket)
 {
     for (int number : {SIGTERM, SIGINT}) {
         Broker broker;
-        broker.process.signal(number);
-        EXPECT_EQ(0, broker.process.finish());
+        EXPECT_EQ(0, broker.process.end(number));
         EXPECT_NE(0, access(broker.socket.c_str(), F_OK));
         EXPECT_EQ("", broker.process.out() + broker.process.err());
     }
