@@ -222,10 +222,11 @@ void _serve(ubus_context *context)
     context->connection_lost = _connection_lost;
 
     wps_ubus_register_event();
-    uloop_init();
-    uloop_fd_add(&context->sock, ULOOP_READ | ULOOP_BLOCKING);
+    // Without a descriptor left, the loop would turn without ever waiting.
+    const bool waits =
+        uloop_init() == 0 && uloop_fd_add(&context->sock, ULOOP_READ | ULOOP_BLOCKING) == 0;
     // A loss during the registration came too early to end a loop that only starts now.
-    if (!connection_ended)
+    if (waits && !connection_ended)
         uloop_run();
 
     connection = nullptr;
