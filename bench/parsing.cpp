@@ -22,6 +22,11 @@ extern "C" int __wrap__ZN4kelm12wps_exec_cmdEPKcz(const char *, ...)
     return 0;
 }
 
+extern "C" int __wrap__ZN4kelm12wps_exec_cmdENS_12command_kindEPKcz(int, const char *, ...)
+{
+    return 0;
+}
+
 namespace {
 
 long long now_ns()

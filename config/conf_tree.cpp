@@ -2,6 +2,7 @@
 // Reader of hostapd and wpa_supplicant configuration files.
 #include "config/conf_tree.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +19,10 @@ namespace {
 constexpr size_t OPEN_BLOCKS_MAX = 10;
 constexpr char TABS[] = "\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t";
 constexpr size_t DUMP_LEVELS_MAX = sizeof TABS - 1;  // more than a parse ever nests
+
+// Both readers write the lines of a parse under these names.
+constexpr const char *PARSE = "wps_hapd_wpasupp_config_parse";
+constexpr const char *FETCH = "wps_hapd_wpasupp_config_fetch_keyvalue";
 
 // The open blocks of a parse, innermost last.
 struct cfgitem_ptr_stack {
@@ -75,6 +80,10 @@ struct cfg_builder {
     unique_cfg_tree tree;
     hapd_wpasupp_cfgitem *last = nullptr;  // what the next item follows; null: nothing yet
     cfgitem_ptr_stack open_blocks = {};
+    bool quiet = false;
+
+    // Where a line of the wanted level goes: with a quiet parse to one that is never reached.
+    int level(int wanted) const { return quiet ? INT_MAX : wanted; }
 };
 
 void _append(cfg_builder *builder, hapd_wpasupp_cfgitem *item)
@@ -105,6 +114,15 @@ bool _close_block(cfg_builder *builder)
     block->next = nullptr;
     builder->last = block;
     return true;
+}
+
+unique_cfg_tree _make_item(int level)
+{
+    unique_cfg_tree item(
+        static_cast<hapd_wpasupp_cfgitem *>(calloc(1, sizeof(hapd_wpasupp_cfgitem))));
+    if (!item)
+        kelm_log_as(FETCH, level, "%s: fail to alloc hapd_wpasupp_cfgitem\n", FETCH);
+    return item;
 }
 
 enum class line_result { taken, skipped, unmatched_brace, unknown };
@@ -191,54 +209,96 @@ void _store_value(hapd_wpasupp_cfgitem *item, const char *first, const char *las
     if (length >= 2 && *first == '"' && *last == '"') {
         ++first;
         length -= 2;
+        item->quoted = true;
     }
     item->value_len =
         static_cast<uint32_t>(copy_text(item->value, sizeof item->value, first, length));
+}
+
+// hostapd's reading of a line.
+line_result _take_hostapd_line(cfg_builder *builder, const char *line)
+{
+    if (!_makes_item(line))
+        return line_result::skipped;
+    unique_cfg_tree item = _make_item(builder->level(KELM_LOG_ALWAYS));
+    if (!item)
+        return line_result::unknown;
+    const char *first = _skip_blanks(line);
+    const char *equals = strchr(first, '=');
+    _store_key(item.get(), first, equals);
+    const char *value = equals + 1;
+    item->value_len = static_cast<uint32_t>(
+        copy_text(item->value, sizeof item->value, value, strcspn(value, "\n")));
+    _append(builder, item.release());
+    return line_result::taken;
+}
+
+bool _take_lines(cfg_builder *builder, FILE *file,
+                 line_result (*take)(cfg_builder *builder, const char *line))
+{
+    char line[CFG_LINE_SIZE] = {};
+    while (fgets(line, sizeof line, file) != nullptr) {
+        switch (take(builder, line)) {
+        case line_result::taken:
+            break;
+        case line_result::skipped:
+            kelm_log_as(PARSE, builder->level(KELM_LOG_DETAIL),
+                        "%s: fetch key value fail in line, continue...\n", PARSE);
+            break;
+        case line_result::unmatched_brace:
+            kelm_log_as(PARSE, builder->level(KELM_LOG_ALWAYS),
+                        "%s: fail to pop, invalid matching of {}\n", PARSE);
+            return false;
+        case line_result::unknown:
+            kelm_log_as(PARSE, builder->level(KELM_LOG_NORMAL),
+                        "%s: fetch key value fail, return unknow state\n", PARSE);
+            return false;
+        }
+        memset(line, 0, sizeof line);
+    }
+    return true;
+}
+
+hapd_wpasupp_cfgitem *_parse(const char *path, bool quiet,
+                             line_result (*take)(cfg_builder *builder, const char *line))
+{
+    cfg_builder builder;
+    builder.quiet = quiet;
+    if (cfgitem_ptr_stack_init(&builder.open_blocks, OPEN_BLOCKS_MAX) != 0) {
+        kelm_log_as(PARSE, builder.level(KELM_LOG_ALWAYS), "Fail to init cfgitem ptr stack\n");
+        return nullptr;
+    }
+    if (path == nullptr) {
+        kelm_log_as(PARSE, builder.level(KELM_LOG_ALWAYS), "%s: config file name empty\n", PARSE);
+        return nullptr;
+    }
+    const unique_file file = kelm_open_to_read(path);
+    if (!file) {
+        kelm_log_as(PARSE, builder.level(KELM_LOG_ALWAYS), "%s: open config file %s failed\n",
+                    PARSE, path);
+        return nullptr;
+    }
+    if (!_take_lines(&builder, file.get(), take))
+        return nullptr;
+
+    kelm_log_as(PARSE, builder.level(KELM_LOG_NORMAL), "End of anaylze config file\n");
+    if (cfgitem_ptr_stack_count(&builder.open_blocks) != 0) {
+        kelm_log_as(PARSE, builder.level(KELM_LOG_ALWAYS), "%s: invalid matching of {}\n", PARSE);
+        return nullptr;
+    }
+    return builder.tree.release();
 }
 
 }  // namespace
 
 hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_parse(const char *path)
 {
-    cfg_builder builder;
-    if (cfgitem_ptr_stack_init(&builder.open_blocks, OPEN_BLOCKS_MAX) != 0) {
-        kelm_log_always("Fail to init cfgitem ptr stack\n");
-        return nullptr;
-    }
-    if (path == nullptr) {
-        kelm_log_always("%s: config file name empty\n", __func__);
-        return nullptr;
-    }
-    const unique_file file = kelm_open_to_read(path);
-    if (!file) {
-        kelm_log_always("%s: open config file %s failed\n", __func__, path);
-        return nullptr;
-    }
+    return _parse(path, false, _take_line);
+}
 
-    char line[CFG_LINE_SIZE] = {};
-    while (fgets(line, sizeof line, file.get()) != nullptr) {
-        switch (_take_line(&builder, line)) {
-        case line_result::taken:
-            break;
-        case line_result::skipped:
-            kelm_log_detail("%s: fetch key value fail in line, continue...\n", __func__);
-            break;
-        case line_result::unmatched_brace:
-            kelm_log_always("%s: fail to pop, invalid matching of {}\n", __func__);
-            return nullptr;
-        case line_result::unknown:
-            kelm_log_normal("%s: fetch key value fail, return unknow state\n", __func__);
-            return nullptr;
-        }
-        memset(line, 0, sizeof line);
-    }
-
-    kelm_log_normal("End of anaylze config file\n");
-    if (cfgitem_ptr_stack_count(&builder.open_blocks) != 0) {
-        kelm_log_always("%s: invalid matching of {}\n", __func__);
-        return nullptr;
-    }
-    return builder.tree.release();
+hapd_wpasupp_cfgitem *kelm_parse_hostapd_config(const char *path, bool quiet)
+{
+    return _parse(path, quiet, _take_hostapd_line);
 }
 
 hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_fetch_keyvalue(const char *line,
@@ -256,12 +316,9 @@ hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_fetch_keyvalue(const char *line,
         return nullptr;
     }
 
-    unique_cfg_tree item(
-        static_cast<hapd_wpasupp_cfgitem *>(calloc(1, sizeof(hapd_wpasupp_cfgitem))));
-    if (!item) {
-        kelm_log_always("%s: fail to alloc hapd_wpasupp_cfgitem\n", __func__);
+    unique_cfg_tree item = _make_item(KELM_LOG_ALWAYS);
+    if (!item)
         return nullptr;
-    }
     const char *equals = strchr(first, '=');
     if (equals == nullptr)
         return nullptr;

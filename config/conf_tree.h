@@ -18,6 +18,7 @@ struct hapd_wpasupp_cfgitem {
     char key[CFG_KEY_SIZE];
     char value[CFG_VALUE_SIZE];  // empty for a block
     uint32_t value_len;
+    bool quoted;  // the value stood in double quotes, which are not part of it
 };
 
 enum cfgitem_line_state : int {
@@ -31,6 +32,11 @@ enum cfgitem_line_state : int {
 // wps_hapd_wpasupp_config_free, or null (logged) for a missing or unbalanced file, one without
 // items, or one whose lines find no memory.
 hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_parse(const char *path);
+
+// Parses a file of hostapd, which knows no blocks and takes a value as it stands, from behind the
+// first "=" to the end of the line: quotes and blanks belong to it, and a brace means nothing. Else
+// as above, log lines included. quiet: without any of them.
+hapd_wpasupp_cfgitem *kelm_parse_hostapd_config(const char *path, bool quiet = false);
 
 // Parses one line. line: CFG_LINE_SIZE bytes, all zero beyond the text.
 hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_fetch_keyvalue(const char *line,

@@ -2,7 +2,9 @@
 // Writers of the JSON credential files: key tables and one merge-and-rewrite.
 #include "config/credentials.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <initializer_list>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,6 +20,7 @@ namespace kelm {
 namespace {
 
 constexpr size_t KEY_SIZE = 32;
+constexpr size_t TEXT_MAX = WPS_QM_DATA_SIZE;  // of any text member
 constexpr uint32_t LOWEST_KEY_INDEX = 1;
 constexpr uint32_t HIGHEST_KEY_INDEX = 4;
 constexpr uint32_t ANY_VERSION = UINT32_MAX;
@@ -57,15 +60,27 @@ json_object *_switch_text(bool on)
     return json_object_new_string(on ? "on" : "off");
 }
 
-// Makers of a key's value; null without memory. The first ones serve any text or number member of
-// either record.
+// The bytes of a text member; an SSID may hold zeros.
+struct byte_range {
+    const char *bytes;
+    size_t length;
+};
+
 template <auto member, typename config_t>
-json_object *_text(const config_t *config)
+byte_range _text(const config_t *config)
 {
     const auto &field = config->*member;
-    return json_object_new_string_len(field, static_cast<int>(fixed_len(field, sizeof field)));
+    return {field, fixed_len(field, sizeof field)};
 }
 
+template <typename config_t>
+byte_range _ssid(const config_t *config)
+{
+    return {config->ssid, ssid_len(config->ssid)};
+}
+
+// Makers of a key's value; null without memory. The first ones serve any number member of either
+// record.
 template <auto member, typename config_t>
 json_object *_integer(const config_t *config)
 {
@@ -138,30 +153,31 @@ json_object *_follows_uplink(const wps_ap_band_config *)
     return json_object_new_string("true");
 }
 
-// One key of a band: its name before "_2g" and so on, and its value, made or one of the words; a
-// word that is null leaves the key as it is in the file. The order of the rows is the order of the
-// keys in a fresh file.
+// One key of a band: its name before "_2g" and so on, and its value, made, one of the words or a
+// text; a word that is null leaves the key as it is in the file. The order of the rows is the order
+// of the keys in a fresh file.
 template <typename config_t>
 struct key_row {
     const char *stem = nullptr;
     json_object *(*make)(const config_t *config) = nullptr;
     const char *(*word)(const config_t *config) = nullptr;
+    byte_range (*text)(const config_t *config) = nullptr;
 };
 using sta_row = key_row<wps_sta_band_config>;
 using ap_row = key_row<wps_ap_band_config>;
 
 constexpr sta_row STA_KEYS[] = {
     {"enable", _sta_enable},
-    {"ssid", _text<&wps_sta_band_config::ssid>},
+    {"ssid", nullptr, nullptr, _ssid},
     {"security", nullptr, _sta_security},
     {"wpa_encryption", _sta_encryption},
     {"index", _key_index},
-    {"password", _text<&wps_sta_band_config::password>},
+    {"password", nullptr, nullptr, _text<&wps_sta_band_config::password>},
     {"securityType", _integer<&wps_sta_band_config::auth_mode>},
     {"wpaVersion", _integer<&wps_sta_band_config::wpa_version>},
     {"wepAuthType", _integer<&wps_sta_band_config::wep_auth_type>},
     {"wepKeyFormat", _integer<&wps_sta_band_config::wep_key_format>},
-    {"data", _text<&wps_sta_band_config::data>},
+    {"data", nullptr, nullptr, _text<&wps_sta_band_config::data>},
     {"support_mesh", _truth<&wps_sta_band_config::support_mesh>},
     {"multiap", _truth<&wps_sta_band_config::multiap>},
 };
@@ -171,13 +187,13 @@ constexpr sta_row STA_KEYS[] = {
 // looks for it; "sec" keeps what the file had, since the script knows no "owe" there.
 constexpr ap_row AP_KEYS[] = {
     {"enable", _ap_enable},
-    {"ssid", _text<&wps_ap_band_config::ssid>},
+    {"ssid", nullptr, nullptr, _ssid},
     {"hide", _integer<&wps_ap_band_config::hide>},
     {"sec_follow", _own_settings},
     {"sec", nullptr, _ap_security},
     {"security", nullptr, _ap_owe_security},
     {"index", _key_index},
-    {"password", _text<&wps_ap_band_config::password>},
+    {"password", nullptr, nullptr, _text<&wps_ap_band_config::password>},
     {"securityType", _integer<&wps_ap_band_config::sec_type>},
     {"wpaVersion", _integer<&wps_ap_band_config::wpa_version>},
     {"wpaEncryption", _integer<&wps_ap_band_config::encryption>},
@@ -188,7 +204,7 @@ constexpr ap_row AP_KEYS[] = {
 // An extender's access point has its key from the uplink, hence no security here.
 constexpr ap_row EXTENDER_KEYS[] = {
     {"enable", _ap_enable},
-    {"ssid", _text<&wps_ap_band_config::ssid>},
+    {"ssid", nullptr, nullptr, _ssid},
     {"hide", _integer<&wps_ap_band_config::hide>},
     {"sec_follow", _follows_uplink},
 };
@@ -210,18 +226,43 @@ constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAI
 constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAIL};
 constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, KELM_LOG_DETAIL};
 
+// Puts a text under its key. hex_key: where the exact bytes stand beside one that is no UTF-8; what
+// an earlier write has left there goes. False without memory.
+bool _add_text(json_object *object, const char *key, const char *hex_key, const byte_range &text)
+{
+    json_object_object_del(object, hex_key);
+    if (kelm_is_utf8(text.bytes, text.length))
+        return kelm_json_add(object, key,
+                             json_object_new_string_len(text.bytes, static_cast<int>(text.length)));
+    char shown[TEXT_MAX * KELM_SHOWN_BYTE_MAX + 1];
+    char digits[TEXT_MAX * 2 + 1];
+    if (text.length > TEXT_MAX)
+        return false;
+    kelm_show_as_utf8(text.bytes, text.length, shown, sizeof shown);
+    kelm_spell_bytes(text.bytes, text.length, digits, sizeof digits);
+    return kelm_json_add(object, key, json_object_new_string(shown)) &&
+           kelm_json_add(object, hex_key, json_object_new_string(digits));
+}
+
 // False without memory: half of the keys, or one without the passphrase, must not be written.
 template <typename config_t, size_t count>
 bool _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int band,
                const config_t *config)
 {
     for (const key_row<config_t> &row : rows) {
-        const char *word = row.word != nullptr ? row.word(config) : nullptr;
-        if (row.word != nullptr && word == nullptr)
-            continue;
         char key[KEY_SIZE];
         (void)snprintf(key, sizeof key, "%s_%s", row.stem, bandname[band]);
-        if (!kelm_json_add(object, key, word ? json_object_new_string(word) : row.make(config)))
+        bool added = true;
+        if (row.text != nullptr) {
+            char hex_key[KEY_SIZE];
+            (void)snprintf(hex_key, sizeof hex_key, "%s_hex_%s", row.stem, bandname[band]);
+            added = _add_text(object, key, hex_key, row.text(config));
+        } else if (row.word == nullptr) {
+            added = kelm_json_add(object, key, row.make(config));
+        } else if (const char *word = row.word(config)) {
+            added = kelm_json_add(object, key, json_object_new_string(word));
+        }
+        if (!added)
             return false;
     }
     return true;
@@ -236,122 +277,147 @@ void _remove_empty(const char *path)
         (void)::unlink(path);
 }
 
-// Rewrites a file with the object, if it is complete. The lines carry the writer's name: it alone
-// tells the two files of a pair apart in the log.
-void _commit(const char *writer, const target &to, json_object *object, bool complete)
+// Rewrites a file with the object, if it is complete; 0 or -1. The lines carry the writer's name:
+// it alone tells the two files of a pair apart in the log.
+int _commit(const char *writer, const target &to, json_object *object, bool complete)
 {
     const char *text = complete ? kelm_json_text(object) : nullptr;
     if (text == nullptr) {
         kelm_log_as(writer, KELM_LOG_ALWAYS, "format json data failed\n");
         _remove_empty(to.path);
-        return;
+        return -1;
     }
     if (to.total_line != nullptr)
         kelm_log_as(writer, KELM_LOG_DETAIL, "%s: %s\n", to.total_line, text);
     if (kelm_replace_file(to.path, text, KELM_OWNER_ONLY) == 0)
-        return;
+        return 0;
     kelm_log_as(writer, to.failure_level, "failed to open %s!\n", to.plain_path);
     _remove_empty(to.path);
+    return -1;
 }
 
 // Merges one band's keys into what the file holds.
 template <typename config_t, size_t count>
-void _merge_band(const char *writer, const target &to, const key_row<config_t> (&rows)[count],
-                 int band, const config_t *config)
+int _merge_band(const char *writer, const target &to, const key_row<config_t> (&rows)[count],
+                int band, const config_t *config)
 {
     if (!kelm_is_band(band) || config == nullptr)
-        return;
+        return -1;
     const unique_json object = _get_json_from_file(to.path);
     if (object)
-        _commit(writer, to, object.get(), _add_keys(object.get(), rows, band, config));
-    else
-        _remove_empty(to.path);
+        return _commit(writer, to, object.get(), _add_keys(object.get(), rows, band, config));
+    _remove_empty(to.path);
+    return -1;
 }
 
-void _merge_switch(const char *writer, const target &to, const char *key, bool on)
+int _merge_switch(const char *writer, const target &to, const char *key, bool on)
 {
     const unique_json object = _get_json_from_file(to.path);
     if (object)
-        _commit(writer, to, object.get(), kelm_json_add(object.get(), key, _switch_text(on)));
-    else
-        _remove_empty(to.path);
+        return _commit(writer, to, object.get(),
+                       kelm_json_add(object.get(), key, _switch_text(on)));
+    _remove_empty(to.path);
+    return -1;
 }
 
 struct backhaul_row {
     const char *ssid_key;
+    const char *ssid_hex_key;
     const char *password_key;
+    const char *password_hex_key;
     int source;  // whose record is written
 };
 
 // The backhaul scripts know one 5 GHz network and look for these four keys only, so every band
 // above 2.4 GHz writes band 1's: a record of bands 2 or 3 under the same keys would replace it.
 constexpr backhaul_row BACKHAUL[KELM_BAND_COUNT] = {
-    {"backhaul_ssid_2g", "backhaul_psk_key_2g", KELM_BAND_2G},
-    {"backhaul_ssid_5g", "backhaul_psk_key_5g", KELM_BAND_5G},
-    {"backhaul_ssid_5g", "backhaul_psk_key_5g", KELM_BAND_5G},
-    {"backhaul_ssid_5g", "backhaul_psk_key_5g", KELM_BAND_5G},
+    {"backhaul_ssid_2g", "backhaul_ssid_hex_2g", "backhaul_psk_key_2g", "backhaul_psk_key_hex_2g",
+     KELM_BAND_2G},
+    {"backhaul_ssid_5g", "backhaul_ssid_hex_5g", "backhaul_psk_key_5g", "backhaul_psk_key_hex_5g",
+     KELM_BAND_5G},
+    {"backhaul_ssid_5g", "backhaul_ssid_hex_5g", "backhaul_psk_key_5g", "backhaul_psk_key_hex_5g",
+     KELM_BAND_5G},
+    {"backhaul_ssid_5g", "backhaul_ssid_hex_5g", "backhaul_psk_key_5g", "backhaul_psk_key_hex_5g",
+     KELM_BAND_5G},
 };
+
+bool _hold(std::initializer_list<const char *> names)
+{
+    return std::all_of(names.begin(), names.end(), [](const char *name) {
+        return kelm_has_own_file(name) || kelm_pin_file(name, KELM_OWNER_ONLY);
+    });
+}
 
 }  // namespace
 
-void _wps_set_sta_config(int band, const wps_sta_band_config *config)
+int _wps_set_sta_config(int band, const wps_sta_band_config *config)
 {
-    _merge_band(__func__, STA_TARGET, STA_KEYS, band, config);
+    return _merge_band(__func__, STA_TARGET, STA_KEYS, band, config);
 }
 
-void wps_set_sta_config(int band, const wps_sta_band_config *config)
+int wps_set_sta_config(int band, const wps_sta_band_config *config)
 {
-    _merge_band(__func__, STA_MESH_TARGET, STA_KEYS, band, config);
+    return _merge_band(__func__, STA_MESH_TARGET, STA_KEYS, band, config);
 }
 
-void _wps_set_ap_config(int band, const wps_ap_band_config *config)
+int _wps_set_ap_config(int band, const wps_ap_band_config *config)
 {
-    _merge_band(__func__, AP_TARGET, AP_KEYS, band, config);
+    return _merge_band(__func__, AP_TARGET, AP_KEYS, band, config);
 }
 
-void _wps_set_ext_config(int band, const wps_ap_band_config *config)
+int _wps_set_ext_config(int band, const wps_ap_band_config *config)
 {
-    _merge_band(__func__, AP_TARGET, EXTENDER_KEYS, band, config);
+    return _merge_band(__func__, AP_TARGET, EXTENDER_KEYS, band, config);
 }
 
-void wps_set_ext_config(int band, const wps_ap_band_config *config)
+int wps_set_ext_config(int band, const wps_ap_band_config *config)
 {
-    _merge_band(__func__, AP_MESH_TARGET, EXTENDER_KEYS, band, config);
+    return _merge_band(__func__, AP_MESH_TARGET, EXTENDER_KEYS, band, config);
 }
 
-void _wps_set_ext_common_config(int on)
+int _wps_set_ext_common_config(int on)
 {
-    _merge_switch(__func__, AP_TARGET, "smart_setting_5g", on != 0);
+    return _merge_switch(__func__, AP_TARGET, "smart_setting_5g", on != 0);
 }
 
-void _wps_set_mesh_config(int on)
+int _wps_set_mesh_config(int on)
 {
-    _merge_switch(__func__, MESH_SWITCH_TARGET, "mesh_enable", on != 0);
+    return _merge_switch(__func__, MESH_SWITCH_TARGET, "mesh_enable", on != 0);
 }
 
 int wps_set_dual_ap_bh_config(const wps_ap_band_config *bands)
 {
-    if (bands == nullptr)
-        return 0;
-    unique_json object(json_object_new_object());
+    const unique_json object(bands != nullptr ? json_object_new_object() : nullptr);
     if (!object)
-        return 0;
+        return -1;
     bool complete = true;
     for (const backhaul_row &row : BACKHAUL) {
         const wps_ap_band_config *config = &bands[row.source];
-        complete =
-            complete &&
-            kelm_json_add(object.get(), row.ssid_key, _text<&wps_ap_band_config::ssid>(config)) &&
-            kelm_json_add(object.get(), row.password_key,
-                          _text<&wps_ap_band_config::password>(config));
+        complete = complete &&
+                   _add_text(object.get(), row.ssid_key, row.ssid_hex_key, _ssid(config)) &&
+                   _add_text(object.get(), row.password_key, row.password_hex_key,
+                             _text<&wps_ap_band_config::password>(config));
     }
 
     const char *text = complete ? kelm_json_text(object.get()) : nullptr;
     kelm_log_normal("--------------------------------ap config info total: %s\n",
                     text != nullptr ? text : "");
-    if (text != nullptr && kelm_replace_file(WPS_AP_BH_FILE, text, KELM_OWNER_ONLY) != 0)
-        printf("failed to open %s!", WPS_AP_BH_FILE);
-    return json_object_put(object.release());
+    if (text == nullptr)
+        return -1;
+    if (kelm_replace_file(WPS_AP_BH_FILE, text, KELM_OWNER_ONLY) == 0)
+        return 0;
+    printf("failed to open %s!", WPS_AP_BH_FILE);
+    return -1;
+}
+
+bool kelm_hold_credential_names()
+{
+    return _hold({WPS_AP_FILE, WPS_STA_FILE, WPS_AP_BACKUP, WPS_STA_BACKUP});
+}
+
+bool kelm_hold_mesh_credential_names()
+{
+    return _hold({WPS_AP_FILE_MESH, WPS_STA_FILE_MESH, WPS_AP_BH_FILE});
 }
 
 }  // namespace kelm

@@ -1,21 +1,36 @@
 // SPDX-License-Identifier: ISC
-// Regular files only, and replacement by renaming.
+// Nothing is written under a name in a common folder: it is written beside it and moved there.
 #include "config/file.h"
 
 #include <cerrno>
+#include <cinttypes>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include "config/trust.h"
+#include "core/log.h"
 
 namespace kelm {
 
 namespace {
 
-constexpr size_t FRESH_PATH_SIZE = 128;
+constexpr size_t PATH_SIZE = 124;
+constexpr size_t FRESH_PATH_SIZE = PATH_SIZE + 24;
 constexpr mode_t ALL_MODE_BITS = 07777;
+// Against somebody who puts something in the way each time. A turn is lost only to what comes in
+// the microseconds between two calls.
+constexpr int TRIES = 64;
+
+// Not in each C library's headers.
+constexpr unsigned EXCHANGE = 1u << 1;
 
 bool _write_all(int fd, const char *text, size_t length)
 {
@@ -31,21 +46,208 @@ bool _write_all(int fd, const char *text, size_t length)
     return true;
 }
 
-// Made anew each time: what is there may be a link, an empty folder, or somebody's own.
-bool _write_fresh(const char *path, const char *text, mode_t mode)
+int _exchange(const char *one, const char *other)
 {
-    (void)::remove(path);
-    unique_fd file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-    return file.valid() && _write_all(file.get(), text, strlen(text)) &&
-           _write_all(file.get(), "\n", 1) && ::close(file.release()) == 0;
+#ifdef SYS_renameat2
+    return static_cast<int>(::syscall(SYS_renameat2, AT_FDCWD, one, AT_FDCWD, other, EXCHANGE));
+#else
+    (void)one;
+    (void)other;
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
+// A name that nobody can have foreseen. Without random bytes it still differs from the last one.
+void _random_name(char (&name)[FRESH_PATH_SIZE], const char *path)
+{
+    static uint64_t last = 0;
+    uint64_t number = 0;
+    if (::getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
+        number = last + 1;
+    last = number;
+    (void)snprintf(name, sizeof name, "%.123s.%016" PRIx64, path, number);
+}
+
+// A file beside path that is our own and that nobody else may open.
+struct fresh_file {
+    char name[FRESH_PATH_SIZE] = {};
+    unique_fd fd;
+};
+
+bool _open_fresh(fresh_file *fresh)
+{
+    fresh->fd.reset(
+        ::open(fresh->name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, KELM_OWNER_ONLY));
+    return fresh->fd.valid();
+}
+
+// Under the known name first: what a killed run left there goes with that. A folder with something
+// in it does not, nor can the name be won from somebody who is quick.
+bool _create_fresh(const char *path, fresh_file *fresh)
+{
+    if (strlen(path) >= PATH_SIZE) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    (void)snprintf(fresh->name, sizeof fresh->name, "%s.new", path);
+    (void)::remove(fresh->name);
+    bool done = _open_fresh(fresh);
+    for (int i = 0; !done && errno == EEXIST && i < TRIES; ++i) {
+        _random_name(fresh->name, path);
+        done = _open_fresh(fresh);
+    }
+    return done;
+}
+
+// In any other folder somebody can take our files away, whatever is done here.
+void _warn_of_common_folder(const char *path)
+{
+    static bool warned = false;
+    char folder[PATH_SIZE] = ".";
+    const char *slash = strrchr(path, '/');
+    if (slash != nullptr)
+        (void)snprintf(folder, sizeof folder, "%.*s", static_cast<int>(slash - path) + 1, path);
+    struct stat there = {};
+    if (warned || ::stat(folder, &there) != 0)
+        return;
+    const bool sticky = (there.st_mode & S_ISVTX) != 0;
+    if (sticky || (there.st_mode & (S_IWGRP | S_IWOTH)) == 0)
+        return;
+    warned = true;
+    kelm_log_always("%s: others may take files away there, so nothing is safe\n", folder);
+}
+
+// What was put in the way goes if it can; a folder with something in it stays under a name that is
+// in nobody's way.
+void _discard(const char *path, const char *thing)
+{
+    if (::remove(thing) == 0)
+        return;
+    char aside[FRESH_PATH_SIZE];
+    _random_name(aside, path);
+    (void)::rename(thing, aside);
+}
+
+bool _cannot_exchange()
+{
+    return errno == ENOSYS || errno == EINVAL;
+}
+
+// Moves the fresh file to path at once, whatever stands there. Nothing but a folder resists a
+// rename, and a folder changes places with it; where the kernel or the file system cannot do that,
+// the folder goes first.
+bool _move_in(const fresh_file &fresh, const char *path)
+{
+    for (int i = 0; i < TRIES; ++i) {
+        if (::rename(fresh.name, path) == 0)
+            return true;
+        if (errno != EISDIR)
+            return false;
+        if (_exchange(fresh.name, path) == 0) {
+            _discard(path, fresh.name);
+            return true;
+        }
+        if (_cannot_exchange())
+            _discard(path, path);
+        else if (errno != ENOENT)
+            return false;
+    }
+    return false;
+}
+
+bool _is_at(const char *path, int fd)
+{
+    struct stat there = {};
+    struct stat ours = {};
+    if (::lstat(path, &there) != 0 || ::fstat(fd, &ours) != 0)
+        return false;
+    errno = EBUSY;
+    return there.st_dev == ours.st_dev && there.st_ino == ours.st_ino;
+}
+
+// With a line feed behind the text; null: nothing at all.
+bool _fill(int fd, const char *text)
+{
+    return text == nullptr || (_write_all(fd, text, strlen(text)) && _write_all(fd, "\n", 1));
+}
+
+bool _replace(const char *path, const char *text, mode_t mode)
+{
+    _warn_of_common_folder(path);
+    fresh_file fresh;
+    if (!_create_fresh(path, &fresh))
+        return false;
+    if (_fill(fresh.fd.get(), text) && ::fchmod(fresh.fd.get(), mode) == 0 && _move_in(fresh, path))
+        return _is_at(path, fresh.fd.get());
+    const int error = errno;
+    (void)::unlink(fresh.name);
+    errno = error;
+    return false;
+}
+
+void _tell_failure(const char *caller, const char *path)
+{
+    kelm_log_as(caller, KELM_LOG_ALWAYS, "%s: not written: %s\n", path, strerror(errno));
+}
+
+bool _is_single_file(const char *path, struct stat *there)
+{
+    return ::lstat(path, there) == 0 && S_ISREG(there->st_mode) && there->st_nlink == 1;
+}
+
+bool _is_pinned(const char *path, mode_t mode)
+{
+    struct stat there = {};
+    return _is_single_file(path, &there) && there.st_uid == ::geteuid() &&
+           (there.st_mode & ALL_MODE_BITS) == mode;
+}
+
+// More than once only against somebody who is quick to give each file a second name.
+bool _pin(const char *path, mode_t mode)
+{
+    for (int i = 0; i < TRIES && _replace(path, nullptr, mode); ++i) {
+        if (_is_pinned(path, mode))
+            return true;
+        errno = EMLINK;
+    }
+    return false;
+}
+
+enum class holder { nobody, trusted, foreign };
+
+holder _holder_of(const char *path, uid_t *user)
+{
+    struct stat there = {};
+    if (::lstat(path, &there) != 0)
+        return holder::nobody;
+    *user = there.st_uid;
+    return kelm_is_trusted_user(there.st_uid) ? holder::trusted : holder::foreign;
+}
+
+// Changes places with what somebody has put at path. The name is never free meanwhile; what turns
+// out to be a trusted user's, come just now, gets it back.
+bool _take_over(const fresh_file &fresh, const char *path)
+{
+    if (_exchange(fresh.name, path) != 0) {
+        if (_cannot_exchange())
+            _discard(path, path);
+        return false;
+    }
+    uid_t user = 0;
+    if (_holder_of(fresh.name, &user) == holder::trusted) {
+        (void)_exchange(fresh.name, path);
+        return false;
+    }
+    _discard(path, fresh.name);
+    return true;
 }
 
 }  // namespace
 
 unique_file kelm_open_to_read(const char *path)
 {
-    // Without waiting for a writer, where it turns out to be a FIFO.
-    unique_fd fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    unique_fd fd = kelm_open_trusted(path, O_RDONLY);
     struct stat kind = {};
     if (!fd.valid() || ::fstat(fd.get(), &kind) != 0 || !S_ISREG(kind.st_mode))
         return nullptr;
@@ -55,28 +257,64 @@ unique_file kelm_open_to_read(const char *path)
     return file;
 }
 
-void kelm_make_way(const char *path, mode_t most)
-{
-    struct stat there = {};
-    if (::lstat(path, &there) != 0)
-        return;
-    const mode_t granted = there.st_mode & ALL_MODE_BITS;
-    if (S_ISREG(there.st_mode) && there.st_uid == ::geteuid() && there.st_nlink == 1 &&
-        (granted & ~most) == 0)
-        return;
-    (void)::unlink(path);
-}
-
 int kelm_replace_file(const char *path, const char *text, mode_t mode)
 {
-    char fresh[FRESH_PATH_SIZE];
-    const int length = snprintf(fresh, sizeof fresh, "%s.new", path);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof fresh)
-        return -1;
-    if (_write_fresh(fresh, text, mode) && ::rename(fresh, path) == 0)
+    if (_replace(path, text, mode))
         return 0;
-    (void)::unlink(fresh);
+    _tell_failure(__func__, path);
     return -1;
+}
+
+bool kelm_pin_file(const char *path, mode_t mode)
+{
+    if (_is_pinned(path, mode) || _pin(path, mode))
+        return true;
+    _tell_failure(__func__, path);
+    return false;
+}
+
+bool kelm_pin_to_merge(const char *path)
+{
+    return kelm_has_own_file(path) || _pin(path, KELM_OWNER_ONLY);
+}
+
+bool kelm_has_own_file(const char *path)
+{
+    struct stat there = {};
+    return _is_single_file(path, &there) && kelm_is_trusted_user(there.st_uid);
+}
+
+unique_fd kelm_claim_file(const char *path)
+{
+    bool told = false;
+    for (int i = 0; i < TRIES; ++i) {
+        unique_fd file(
+            ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, KELM_FOR_ALL));
+        if (file.valid())
+            (void)::fchmod(file.get(), KELM_FOR_ALL);
+        if (file.valid() || errno != EEXIST)
+            return file;
+        uid_t user = 0;
+        const holder who = _holder_of(path, &user);
+        if (who == holder::trusted) {
+            errno = EEXIST;
+            return file;
+        }
+        if (who == holder::nobody)
+            continue;
+        if (!told)
+            kelm_log_always("%s: moved aside, belongs to user %u\n", path, user);
+        told = true;
+        fresh_file fresh;
+        if (!_create_fresh(path, &fresh))
+            return unique_fd();
+        (void)::fchmod(fresh.fd.get(), KELM_FOR_ALL);
+        if (_take_over(fresh, path))
+            return std::move(fresh.fd);
+        (void)::unlink(fresh.name);
+    }
+    errno = EBUSY;
+    return unique_fd();
 }
 
 }  // namespace kelm

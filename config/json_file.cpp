@@ -14,6 +14,7 @@
 
 #include "config/file.h"
 #include "config/json_text.h"
+#include "config/trust.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "platform/exec.h"
@@ -28,20 +29,11 @@ constexpr size_t TOUCH_SIZE = 128;  // of the whole command
 // at once json-c 0.16 crashes where the copy of a key finds no memory.
 constexpr off_t IN_PIECES_MAX = off_t{64} * 1024;
 
-// Before touch does, which would let every user read the file, and would create what a link under
-// its name points to.
-void _create_private(const char *path)
-{
-    struct stat there = {};
-    if (::lstat(path, &there) == 0 && S_ISLNK(there.st_mode))
-        (void)::unlink(path);
-    const unique_fd created(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, KELM_OWNER_ONLY));
-}
-
+// By itself touch would create what a link under the name points to, and let every user read it.
 void _touch(const char *path)
 {
     char word[TOUCH_SIZE];
-    if (shell_word(word, sizeof word, path) == 0)
+    if (kelm_pin_to_merge(path) && shell_word(word, sizeof word, path) == 0)
         (void)kelm_system_format(TOUCH_SIZE, "touch %s", word);
 }
 
@@ -87,8 +79,7 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
     const unique_text text(static_cast<char *>(calloc(limit + 1, 1)));
     if (!text)
         return json_read_result::no_memory;
-    // A FIFO under the file's name must not hold the attempt.
-    const unique_fd file(::open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const unique_fd file = kelm_open_trusted(path, flags);
     if (!file.valid())
         return json_read_result::open_failed;
     ssize_t length = -1;
@@ -132,7 +123,6 @@ int kelm_json_int(json_object *object, const char *key, int fallback)
 
 unique_json _get_json_from_file(const char *path)
 {
-    _create_private(path);
     _touch(path);
 
     bool no_memory = false;

@@ -3,6 +3,8 @@
 #include "config/json_text.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 
 namespace kelm {
 
@@ -22,6 +24,54 @@ size_t _piece_length(const char *text, size_t length)
             return at + 1;
     }
     return length;
+}
+
+constexpr char REPLACEMENT[] = "\xef\xbf\xbd";  // U+FFFD
+
+// The lead bytes of one length, and what the byte behind them may be: the rest is overlong, half of
+// a pair or beyond Unicode.
+struct lead_row {
+    size_t length;
+    uint8_t first;
+    uint8_t last;
+    uint8_t second_first;
+    uint8_t second_last;
+};
+
+constexpr lead_row LEADS[] = {
+    {1, 0x01, 0x7f, 0, 0},       {2, 0xc2, 0xdf, 0x80, 0xbf}, {3, 0xe0, 0xe0, 0xa0, 0xbf},
+    {3, 0xe1, 0xec, 0x80, 0xbf}, {3, 0xed, 0xed, 0x80, 0x9f}, {3, 0xee, 0xef, 0x80, 0xbf},
+    {4, 0xf0, 0xf0, 0x90, 0xbf}, {4, 0xf1, 0xf3, 0x80, 0xbf}, {4, 0xf4, 0xf4, 0x80, 0x8f},
+};
+
+bool _is_tail(uint8_t byte)
+{
+    return (byte & 0xc0) == 0x80;
+}
+
+// Whether a character of the row's kind stands at bytes, of which there are left.
+bool _is_whole(const lead_row &row, const uint8_t *bytes, size_t left)
+{
+    if (row.length > left)
+        return false;
+    if (row.length > 1 && (bytes[1] < row.second_first || bytes[1] > row.second_last))
+        return false;
+    for (size_t at = 2; at < row.length; ++at) {
+        if (!_is_tail(bytes[at]))
+            return false;
+    }
+    return true;
+}
+
+// The length of the character at bytes, or 0 where there is none.
+size_t _character_length(const char *text, size_t left)
+{
+    const auto *bytes = reinterpret_cast<const uint8_t *>(text);
+    for (const lead_row &row : LEADS) {
+        if (bytes[0] >= row.first && bytes[0] <= row.last)
+            return _is_whole(row, bytes, left) ? row.length : 0;
+    }
+    return 0;
 }
 
 }  // namespace
@@ -60,6 +110,46 @@ bool kelm_json_add(json_object *object, const char *key, json_object *value)
         return true;
     json_object_put(value);
     return false;
+}
+
+bool kelm_is_utf8(const char *bytes, size_t length)
+{
+    size_t at = 0;
+    while (at < length) {
+        const size_t character = _character_length(bytes + at, length - at);
+        if (character == 0)
+            return false;
+        at += character;
+    }
+    return true;
+}
+
+void kelm_show_as_utf8(const char *bytes, size_t length, char *out, size_t size)
+{
+    size_t made = 0;
+    for (size_t at = 0; at < length;) {
+        const size_t character = _character_length(bytes + at, length - at);
+        const char *from = character > 0 ? bytes + at : REPLACEMENT;
+        const size_t count = character > 0 ? character : KELM_SHOWN_BYTE_MAX;
+        if (made + count >= size)
+            break;
+        memcpy(out + made, from, count);
+        made += count;
+        at += character > 0 ? character : 1;
+    }
+    out[made] = '\0';
+}
+
+void kelm_spell_bytes(const char *bytes, size_t length, char *out, size_t size)
+{
+    constexpr char digits[] = "0123456789abcdef";
+    size_t made = 0;
+    for (size_t at = 0; at < length && made + 2 < size; ++at) {
+        const auto byte = static_cast<uint8_t>(bytes[at]);
+        out[made++] = digits[byte >> 4];
+        out[made++] = digits[byte & 0x0f];
+    }
+    out[made] = '\0';
 }
 
 }  // namespace kelm

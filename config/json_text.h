@@ -22,4 +22,16 @@ const char *kelm_json_text(json_object *object);
 // makers of values return without memory.
 bool kelm_json_add(json_object *object, const char *key, json_object *value);
 
+// Whether bytes are UTF-8 that any reader of JSON takes: no zero among them, nothing cut, overlong
+// or beyond Unicode.
+bool kelm_is_utf8(const char *bytes, size_t length);
+
+// The bytes as UTF-8 with U+FFFD for each that is none, terminated. out: KELM_SHOWN_BYTE_MAX for
+// each byte and one more.
+constexpr size_t KELM_SHOWN_BYTE_MAX = 3;
+void kelm_show_as_utf8(const char *bytes, size_t length, char *out, size_t size);
+
+// The bytes as lower-case hexadecimal digits, terminated. out: two for each byte and one more.
+void kelm_spell_bytes(const char *bytes, size_t length, char *out, size_t size);
+
 }  // namespace kelm

@@ -118,10 +118,12 @@ int _cut_line_end(char *value)
 
 }  // namespace
 
-int wps_parse_config(const char *path, void *record, int info_type)
+int wps_parse_config(const char *path, void *record, int info_type, bool *opened)
 {
     char line[LINE_SIZE] = {};
     const unique_file file = kelm_open_to_read(path);
+    if (opened != nullptr)
+        *opened = static_cast<bool>(file);
     if (!file) {
         kelm_log_always("Open wps config file failed\n");
         return -1;

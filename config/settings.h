@@ -18,8 +18,8 @@ enum wps_config_info_type : int {
 
 // Parses one file into the caller's record, which the caller has zeroed. Returns 0, or -1: the file
 // cannot be opened (logged), a value is empty at the end of the file, a handler failed. What stood
-// before a fault has been applied.
-int wps_parse_config(const char *path, void *record, int info_type);
+// before a fault has been applied. opened, where given: whether the file could be opened.
+int wps_parse_config(const char *path, void *record, int info_type, bool *opened = nullptr);
 
 // The handlers of one line. 0 for any key, known or not; -1 (logged) when an argument is null.
 int _read_wps_config(const char *key, const char *value, wps_config_info *record);

@@ -7,6 +7,8 @@
 #include <cstring>
 
 #include "config/band_config.h"
+#include "config/key_mgmt.h"
+#include "config/value_text.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/text.h"
@@ -26,7 +28,12 @@ struct extraction {
     uint32_t auth_mode;
     uint32_t proto;
     uint32_t pairwise;
+    uint32_t kinds;  // of key_mgmt
+    bool has_psk;
+    char sae_password[WPS_PASSWORD_SIZE];
 };
+
+using cfgitem = hapd_wpasupp_cfgitem;
 
 // Names found in a value, in the order in which they are applied.
 struct named_kind {
@@ -44,50 +51,59 @@ void _combine(const named_kind &row, const char *value, uint32_t *found)
 constexpr named_kind PAIRWISE[] = {{"CCMP", WPS_CIPHER_AES}, {"TKIP", WPS_CIPHER_TKIP}};
 constexpr named_kind PROTO[] = {{"WPA", WPS_VERSION_WPA}, {"RSN", WPS_VERSION_WPA2}};
 
-void _take_ssid(extraction *work, const char *value)
+void _take_ssid(extraction *work, const cfgitem &item)
 {
-    copy_text(work->record->ssid, value);
+    kelm_decode_ssid(item, work->record->ssid);
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d rootApSsid %s\n", work->band,
                 work->record->ssid);
 }
 
-void _take_psk(extraction *work, const char *value)
+void _take_password(extraction *work, const char *value)
 {
     copy_text(work->record->password, value);
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d rootApSec password: %s\n",
                 work->band, work->record->password);
 }
 
-void _take_pairwise(extraction *work, const char *value)
+void _take_psk(extraction *work, const cfgitem &item)
 {
-    kelm_apply_pairwise(value, &work->pairwise);
+    _take_password(work, item.value);
+    work->has_psk = true;
 }
 
-void _take_proto(extraction *work, const char *value)
+void _take_sae_password(extraction *work, const cfgitem &item)
 {
-    kelm_apply_proto(value, &work->proto);
+    kelm_take_sae_password(item, work->sae_password);
 }
 
-constexpr named_kind KEY_MGMT[] = {
-    {"NONE", WPS_AUTH_OPEN},    {"WPA-PSK", WPS_AUTH_WPA}, {"WPA2-PSK", WPS_AUTH_WPA},
-    {"WPA3-SAE", WPS_AUTH_SAE}, {"WEP", WPS_AUTH_WEP},
-};
-
-void _take_key_mgmt(extraction *work, const char *value)
+void _note_key_mgmt(extraction *work, const cfgitem &item)
 {
-    for (const named_kind &row : KEY_MGMT) {
-        if (strcmp(value, row.name) == 0) {
-            work->auth_mode = row.kind;
-            return;
-        }
-    }
-    kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Unknown KEY-MGMT %s\n", value);
+    work->kinds = kelm_key_mgmt_kinds(item.value);
 }
 
-void _take_mesh(extraction *work, const char *value)
+void _take_pairwise(extraction *work, const cfgitem &item)
+{
+    kelm_apply_pairwise(item.value, &work->pairwise);
+}
+
+void _take_proto(extraction *work, const cfgitem &item)
+{
+    kelm_apply_proto(item.value, &work->proto);
+}
+
+void _take_key_mgmt(extraction *work, const cfgitem &item)
+{
+    const uint32_t kinds = kelm_key_mgmt_kinds(item.value);
+    if (kinds != 0)
+        work->auth_mode = kelm_key_mgmt_mode(kinds, false, &work->proto);
+    else
+        kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Unknown KEY-MGMT %s\n", item.value);
+}
+
+void _take_mesh(extraction *work, const cfgitem &item)
 {
     kelm_rootap_info *record = work->record;
-    record->support_mesh = atoi(value) != 0 ? 1 : 0;
+    record->support_mesh = atoi(item.value) != 0 ? 1 : 0;
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d support_mesh %d\n", work->band,
                 record->support_mesh);
     if (record->support_mesh == 0)
@@ -103,7 +119,7 @@ void _take_mesh(extraction *work, const char *value)
 
 struct network_key {
     const char *key;
-    void (*take)(extraction *work, const char *value);
+    void (*take)(extraction *work, const cfgitem &item);
 };
 
 // The two keys with an equals sign are never found, since no key of the tree has one, and the
@@ -115,13 +131,14 @@ constexpr network_key NETWORK_KEYS[] = {
     {"ssid", _take_ssid},          {"psk", _take_psk},
     {"pairwise", _take_pairwise},  {"proto", _take_proto},
     {"key_mgmt=", _take_key_mgmt}, {"corvex_support=", _take_mesh},
+    {"key_mgmt", _note_key_mgmt},  {"sae_password", _take_sae_password},
 };
 
-void _take_item(extraction *work, const hapd_wpasupp_cfgitem *item)
+void _take_item(extraction *work, const cfgitem &item)
 {
     for (const network_key &row : NETWORK_KEYS) {
-        if (strcmp(item->key, row.key) == 0) {
-            row.take(work, item->value);
+        if (strcmp(item.key, row.key) == 0) {
+            row.take(work, item);
             return;
         }
     }
@@ -237,9 +254,15 @@ int rtk_get_wps_credentials(int band, kelm_rootap_info *record)
     kelm_log_normal("Find enabled network configs:\n");
     wps_hapd_wpasupp_config_dump(network);
 
-    extraction work = {band, network, record, WPS_AUTH_OPEN, 0, 0};
-    for (const hapd_wpasupp_cfgitem *item = network->child; item != nullptr; item = item->next)
-        _take_item(&work, item);
+    extraction work = {};
+    work.band = band;
+    work.network = network;
+    work.record = record;
+    for (const cfgitem *item = network->child; item != nullptr; item = item->next)
+        _take_item(&work, *item);
+    // Whether there is a key decides which entries of a scan may stand for this network.
+    if (work.sae_password[0] != '\0' && (!work.has_psk || kelm_is_sae_only(work.kinds)))
+        _take_password(&work, work.sae_password);
     _store_security(work);
     dump_rootap_info(record);
     return 0;

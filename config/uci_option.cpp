@@ -2,15 +2,23 @@
 // Single options of the uci store.
 #include "config/uci_option.h"
 
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 extern "C" {
 #include <uci.h>
 }
 
+#include "config/trust.h"
 #include "core/log.h"
+#include "core/signals.h"
 #include "core/text.h"
 
 namespace kelm {
@@ -30,6 +38,113 @@ struct uci_package_unloader {
     void operator()(uci_package *package) const { (void)uci_unload(package->ctx, package); }
 };
 using unique_uci_package = std::unique_ptr<uci_package, uci_package_unloader>;
+
+// --- The library waits without end for a file that another program has locked ---
+
+constexpr int64_t LOCK_LIMIT_MS = 1000;
+// Once a lock was not had, or where the daemon is told to end: an attempt looks up a dozen options.
+constexpr int64_t SHORT_LOCK_LIMIT_MS = 50;
+constexpr int64_t LOCK_MEMORY_MS = int64_t{10} * 1000;
+constexpr suseconds_t KNOCK_US =
+    suseconds_t{100} * 1000;  // and again: a signal may come right before the wait
+
+int64_t lock_missed_ms = -LOCK_MEMORY_MS;
+
+int64_t _lock_limit_ms()
+{
+    const bool in_haste = kelm_is_ending() || kelm_monotonic_ms() - lock_missed_ms < LOCK_MEMORY_MS;
+    return in_haste ? SHORT_LOCK_LIMIT_MS : LOCK_LIMIT_MS;
+}
+
+// While one of these lives, a timer interrupts what the main thread waits for.
+class wait_limit {
+public:
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): sigaction and the like fill the rest.
+    explicit wait_limit(int64_t limit_ms) : end_ms_(kelm_monotonic_ms() + limit_ms)
+    {
+        struct sigaction knock = {};
+        knock.sa_handler = [](int) {};  // without SA_RESTART: that it came is all
+        sigaction(SIGALRM, &knock, &action_);
+        sigset_t alarm;
+        sigemptyset(&alarm);
+        sigaddset(&alarm, SIGALRM);
+        pthread_sigmask(SIG_UNBLOCK, &alarm, &mask_);
+        const itimerval timer = {{0, KNOCK_US},
+                                 {static_cast<time_t>(limit_ms / 1000),
+                                  static_cast<suseconds_t>(limit_ms % 1000 * 1000)}};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+    wait_limit(const wait_limit &) = delete;
+    wait_limit &operator=(const wait_limit &) = delete;
+    ~wait_limit()
+    {
+        const itimerval never = {};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
+        sigaction(SIGALRM, &action_, nullptr);
+    }
+
+    bool is_over() const { return kelm_monotonic_ms() >= end_ms_; }
+
+private:
+    int64_t end_ms_;
+    struct sigaction action_;
+    sigset_t mask_;
+};
+
+// --- The library applies what stands in a folder of /tmp on top of each file ---
+
+constexpr const char *CHANGES_FOLDER = "/tmp/.uci";
+constexpr const char *CONFIG_FOLDERS[] = {"/var/run/uci", "/etc/config"};  // the first one hides
+constexpr size_t PATH_SIZE = 128;
+
+bool _may_apply_changes()
+{
+    struct stat there = {};
+    if (lstat(CHANGES_FOLDER, &there) != 0)
+        return false;
+    if (S_ISDIR(there.st_mode) && (there.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&
+        kelm_is_trusted_user(there.st_uid))
+        return true;
+    static bool told = false;  // an attempt looks up a dozen options
+    if (!told)
+        kelm_log_as("_get_uci_option", KELM_LOG_ALWAYS, "%s: not used, others may write to it\n",
+                    CHANGES_FOLDER);
+    told = true;
+    return false;
+}
+
+// What the library is to load. By its path a file is read without changes: there are none as long
+// as the folder is missing, and whoever makes it a moment later must not come in between.
+const char *_name_to_load(const char *package, char (&path)[PATH_SIZE])
+{
+    if (package[0] == '/' || _may_apply_changes())
+        return package;
+    for (const char *folder : CONFIG_FOLDERS) {
+        if (snprintf(path, sizeof path, "%s/%s", folder, package) >= static_cast<int>(sizeof path))
+            return package;
+        if (access(path, F_OK) == 0)
+            break;
+    }
+    return path;
+}
+
+// Null where it cannot be read; a line for one that stayed locked.
+uci_package *_load(uci_context *context, const char *package)
+{
+    char path[PATH_SIZE];
+    const char *name = _name_to_load(package, path);
+    uci_package *loaded = nullptr;
+    const wait_limit limit(_lock_limit_ms());
+    if (uci_load(context, name, &loaded) == UCI_OK)
+        return loaded;
+    if (limit.is_over()) {
+        lock_missed_ms = kelm_monotonic_ms();
+        kelm_log_as("_get_uci_option", KELM_LOG_ALWAYS,
+                    "uci: %s is locked by another program, read as empty\n", package);
+    }
+    return nullptr;
+}
 
 // The string of the first section that qualifies and has the option, or null. Lists do not count.
 const char *_find_string(uci_context *context, uci_package *package, const char *section_name,
@@ -72,13 +187,12 @@ int _get_uci_option(const char *package, const char *section, const char *option
         puts("uci alloc context failed.");
         return -1;
     }
-    uci_package *loaded = nullptr;
-    if (uci_load(context.get(), package, &loaded) != UCI_OK) {
+    const unique_uci_package loaded(_load(context.get(), package));
+    if (!loaded) {
         printf("%s %d\n", __func__, __LINE__);
         return -1;
     }
-    const unique_uci_package owned(loaded);
-    const char *value = _find_string(context.get(), loaded, section, option);
+    const char *value = _find_string(context.get(), loaded.get(), section, option);
     if (value == nullptr || strlen(value) >= size)
         return -1;
     memcpy(buffer, value, strlen(value) + 1);

@@ -8,7 +8,9 @@ namespace kelm {
 
 // Copies an option's value into buffer (size bytes, zeroed by the caller). section may be null: any
 // section. Returns 0, or -1 with a line on standard output when the store cannot be read; a value
-// that does not fit or is not there gives -1 too.
+// that does not fit or is not there gives -1 too. A package that another program keeps locked is
+// not waited for beyond a second, and counts as unreadable (logged). Main thread only: takes
+// SIGALRM and the process's timer meanwhile.
 int _get_uci_option(const char *package, const char *section, const char *option, char *buffer,
                     size_t size);
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -35,10 +36,12 @@ namespace {
 constexpr int RETRY_MS = 1000;
 constexpr unsigned RETRY_S = 1;
 constexpr size_t SEND_COMMAND_SIZE = 256;
-// The "ubus" command waits without end for a broker that says nothing, and the attempt would wait
-// with it.
-constexpr int SEND_LIMIT_MS = 3000;
 constexpr uint32_t NO_SUCH_VALUE = 0xFF;  // neither an action nor a method
+// Small C libraries give a thread 128 KiB, a size for programs that know what they call.
+constexpr size_t STACK_SIZE = size_t{256} * 1024;
+// The formatter calls itself for each level, so that a few kilobytes of nested tables would need
+// more stack than any thread has. What a request nests deeper, json-c does not read either.
+constexpr int DEEPEST_MESSAGE = 32;
 
 pthread_mutex_t mailbox_lock = PTHREAD_MUTEX_INITIALIZER;
 wps_listen_event_t wps_listen_event;
@@ -47,10 +50,35 @@ int wake_fd = -1;
 
 // --- The event handlers: each turns its event into one record. Bus thread only. ---
 
+// Whether a table or an array has more levels than this. What the formatter would leave out does
+// not count.
+// NOLINTNEXTLINE(misc-no-recursion): as deep as levels says, and no deeper.
+bool _is_deeper(blob_attr *container, int levels)
+{
+    if (levels == 0)
+        return true;
+    blob_attr *member;
+    size_t rest;
+    blobmsg_for_each_attr(member, container, rest)
+    {
+        if (!blobmsg_check_attr(member, false))
+            continue;
+        const int type = blobmsg_type(member);
+        if ((type == BLOBMSG_TYPE_TABLE || type == BLOBMSG_TYPE_ARRAY) &&
+            _is_deeper(member, levels - 1))
+            return true;
+    }
+    return false;
+}
+
 // The message as JSON text, logged under the handler's name. Null (logged) when it cannot be
 // formatted.
 unique_text _message_text(blob_attr *message, const char *handler)
 {
+    if (_is_deeper(message, DEEPEST_MESSAGE)) {
+        kelm_log_as(handler, KELM_LOG_ALWAYS, "Invalid Message (nested too deeply).\n");
+        return nullptr;
+    }
     unique_text text(blobmsg_format_json_with_cb(message, true, nullptr, nullptr, -1));
     if (!text)
         kelm_log_as(handler, KELM_LOG_ALWAYS, "Invalid Message (null).\n");
@@ -265,6 +293,29 @@ void *wps_ubus_thread(void *)
     }
 }
 
+// Signals are the main thread's alone, but for those of a crash: the kernel kills a process that
+// holds one of them back without a word to anybody.
+sigset_t _held_back_by_thread()
+{
+    sigset_t held;
+    sigfillset(&held);
+    for (int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+        sigdelset(&held, number);
+    return held;
+}
+
+bool _start_thread()
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0)
+        return false;
+    (void)pthread_attr_setstacksize(&attributes, STACK_SIZE);  // else it is the usual one
+    pthread_t thread;
+    const int failed = pthread_create(&thread, &attributes, wps_ubus_thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    return failed == 0;
+}
+
 // --- Publication. Main thread only. ---
 
 blob_buf wps_event;
@@ -291,16 +342,14 @@ int wps_create_ibus_thread()
     if (wake_fd < 0)
         wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 
-    // The thread inherits the mask: signals are the main thread's alone.
-    sigset_t all;
+    // The thread inherits the mask.
+    const sigset_t held = _held_back_by_thread();
     sigset_t own;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &own);
-    pthread_t thread;
-    const int failed = pthread_create(&thread, nullptr, wps_ubus_thread, nullptr);
+    pthread_sigmask(SIG_SETMASK, &held, &own);
+    const bool made = _start_thread();
     pthread_sigmask(SIG_SETMASK, &own, nullptr);
 
-    if (failed != 0) {
+    if (!made) {
         kelm_log_always("created ibus thread failed\n");
         return -1;
     }
@@ -353,7 +402,7 @@ void wps_ubus_send_wps_event(int action, const uint16_t *statuses)
     char command[SEND_COMMAND_SIZE];
     snprintf(command, sizeof command, "ubus send %s '%s'", "wps", text.get());
     kelm_log_normal("Prepare to send message: %s\n", command);
-    (void)kelm_system_limited(command, SEND_LIMIT_MS);
+    (void)kelm_system(command, command_kind::publish);
     kelm_update_info_file(action);
 }
 

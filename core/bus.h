@@ -31,10 +31,10 @@ struct wps_listen_event_t {
 };
 static_assert(sizeof(wps_listen_event_t) == 9 * sizeof(uint32_t), "the record is nine words");
 
-// Starts the bus thread, which receives no signals. Returns 0, or -1 when it cannot be made
-// (logged). Without a broker the thread logs that once and ends; a broker that goes away later is
-// looked for every second until it is back. The thread is never joined: it may hang in a broker
-// that says nothing.
+// Starts the bus thread, which receives no signals but those of a crash. Returns 0, or -1 when it
+// cannot be made (logged). Without a broker the thread logs that once and ends; a broker that goes
+// away later is looked for every second until it is back. The thread is never joined: it may hang
+// in a broker that says nothing.
 int wps_create_ibus_thread();
 
 // Puts a request into the mailbox, over one that was not yet taken.

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include <unistd.h>
+
 #include "config/credentials.h"
 #include "config/file.h"
 #include "core/bus.h"
@@ -22,14 +24,13 @@ namespace {
 
 constexpr size_t FILE_COMMAND_SIZE = 128;
 constexpr const char *CONFIG_WIFI = "/etc/init.d/wps config_wifi";
-constexpr const char *WPS_AP_BACKUP = "/tmp/wps_wifi_ap.bak";
-constexpr const char *WPS_STA_BACKUP = "/tmp/wps_wifi_sta.bak";
 constexpr const char *ENTRY = "_kelm_worker_done_process";  // whose lines the steps write
 
 struct survey {
     int running;
     int succeeded;
     uint16_t codes[KELM_BAND_COUNT];  // as published
+    bool taken_back;                  // a success came to nothing in the write-back
 };
 
 survey _survey_bands()
@@ -66,61 +67,100 @@ bool _is_2g_or_5g_through(const survey &found)
            found.codes[KELM_BAND_5G] == WPS_STATUS_SUCCESS;
 }
 
-void _run_config_wifi()
+// What was told of the band before stays told; whoever is told from here on hears of a failure.
+void _take_back_success(int band, survey *found)
 {
-    (void)kelm_system(CONFIG_WIFI);
+    kelm_set_status(band, WPS_STATUS_ERROR);
+    found->codes[band] = WPS_STATUS_ERROR;
+    found->taken_back = true;
+    (void)kelm_is_worker_succeed(band, true);
+}
+
+// False where it was not run, for what others might have it apply: then nothing that was stored
+// comes into effect, and no success is one.
+bool _run_config_wifi(survey *found)
+{
+    if (!kelm_hold_credential_names()) {
+        for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+            if (found->codes[band] == WPS_STATUS_SUCCESS)
+                _take_back_success(band, found);
+        }
+        return false;
+    }
+    (void)kelm_system(CONFIG_WIFI, command_kind::script);
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "/etc/init.d/wps config_wifi\n");
+    return true;
 }
 
 // --- Access-point mode ---
 
-// Only an access point that was open has got something new to write back.
-bool _patch_open_access_points()
+// What became of the settings that hostapd has chosen.
+struct new_settings {
+    bool patched;  // stored just now, to be applied
+    bool applied;  // in the course of the attempt
+};
+
+// Only an access point that was open has got something new to write back. A success whose
+// credentials could not be stored is none: the access point would be open again after a restart.
+// Those of an event that were stored and applied are safe, though hostapd's file may be gone for
+// the moment in which the scripts make it anew.
+new_settings _patch_open_access_points(survey *found)
 {
-    bool patched = false;
+    new_settings made = {};
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         if (!kelm_get_band_inited(band) || !kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH))
             continue;
-        if (kelm_is_worker_succeed(band, true) && kelm_has_wps_flag(band, WPS_FLAG_NONE_SECURITY)) {
-            (void)kelm_ops.patching_back(band, band, nullptr);
-            patched = true;
-        }
+        if (!kelm_is_worker_succeed(band, true) || !kelm_has_wps_flag(band, WPS_FLAG_NONE_SECURITY))
+            continue;
+        if (kelm_ops.patching_back(band, band, nullptr) == 0)
+            made.patched = true;
+        else if (kelm_has_wps_flag(band, WPS_FLAG_CONFIG_WIFI))
+            made.applied = true;
+        else
+            _take_back_success(band, found);
     }
-    return patched;
+    return made;
 }
 
-void _finish_access_point(const survey &found)
+void _finish_access_point(survey *found)
 {
     kelm_log_as(ENTRY, KELM_LOG_NORMAL,
                 "All of the worker process finised, now we check the result of Ap Mode.\n");
-    const bool patched = _patch_open_access_points();
+    const new_settings made = _patch_open_access_points(found);
     dump_wps_session();
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "AP MODE:wps done, send wps msg: %d, %d\n",
-                found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
-    if (patched) {
-        _run_config_wifi();
-        kelm_set_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART);
-    } else {
-        kelm_set_global_wpsflag_bit(KELM_GFLAG_WPS_RESTART);
-    }
+                found->codes[KELM_BAND_2G], found->codes[KELM_BAND_5G]);
+    const bool is_new = (made.patched && _run_config_wifi(found)) || made.applied;
+    kelm_set_global_wpsflag_bit(is_new ? KELM_GFLAG_WIFI_RESTART : KELM_GFLAG_WPS_RESTART);
     (void)kelm_ops.wps_cancel();
-    wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found.codes);
+    wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found->codes);
 }
 
 // --- Repeater mode ---
 
+// What the write-back of all bands came to.
+struct written_back {
+    bool any;                      // some band's credentials were stored
+    bool failed[KELM_BAND_COUNT];  // the band has succeeded, and its own were not
+};
+
 // Gives a band its own credentials, or those of the succeeded band, or leaves it alone.
-void _patch_band(int band, int succ)
+void _patch_band(int band, int succ, written_back *done)
 {
+    const auto store = [&](int from, const kelm_rootap_info *rootap) {
+        const bool stored = kelm_ops.patching_back(band, from, rootap) == 0;
+        done->any = done->any || stored;
+        return stored;
+    };
     if (kelm_has_wps_flag(band, WPS_FLAG_WORKER_LAUNCH) && kelm_is_worker_succeed(band, true)) {
-        (void)kelm_ops.patching_back(band, band, nullptr);
+        done->failed[band] = !store(band, nullptr);
         return;
     }
     if (kelm_has_wps_flag(band, WPS_FLAG_CONFIG_MIRROR)) {
         const kelm_rootap_info *rootap = &kelm_get_wps_session(band)->rootap;
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "patching wpsCfg[band %d] with rootAP %s\n", band,
                     rootap->ssid);
-        (void)kelm_ops.patching_back(band, succ, rootap);
+        (void)store(succ, rootap);
         return;
     }
     if (!kelm_has_wps_flag(band, WPS_FLAG_APBSS_ENABLE | WPS_FLAG_WORKER_LAUNCH))
@@ -130,7 +170,23 @@ void _patch_band(int band, int succ)
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "before NULL patching_back\n");
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "%d failed, use %d STA info write back to %d AP.\n", band,
                 succ, band);
-    (void)kelm_ops.patching_back(band, succ, nullptr);
+    (void)store(succ, nullptr);
+}
+
+// Whether some band's credentials were stored.
+bool _patch_bands(int succ, survey *found)
+{
+    written_back done = {};
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (kelm_get_band_inited(band))
+            _patch_band(band, succ, &done);
+    }
+    // Not before all are done: the bands that borrow look at what the others came to.
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        if (done.failed[band])
+            _take_back_success(band, found);
+    }
+    return done.any;
 }
 
 // The mesh stays on for an EasyMesh root access point; else the maker's own rules decide.
@@ -145,23 +201,27 @@ void _set_mesh_switch()
     _wps_set_mesh_config(_kelm_check_corvex());
 }
 
-// For the service script, which works on copies. They hold passphrases, and cp would write them
-// through a link and into a file that others may read.
-void _back_up_credential_files()
+// Without a file of this attempt there is no copy either: an older one would be taken for it.
+void _back_up(const char *path, const char *backup)
 {
-    kelm_make_way(WPS_AP_BACKUP, KELM_OWNER_ONLY);
-    kelm_make_way(WPS_STA_BACKUP, KELM_OWNER_ONLY);
-    (void)kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", WPS_AP_FILE, WPS_AP_BACKUP);
-    (void)kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", WPS_STA_FILE, WPS_STA_BACKUP);
+    if (kelm_has_own_file(path) && kelm_pin_file(backup, KELM_OWNER_ONLY) &&
+        kelm_system_format(FILE_COMMAND_SIZE, "cp %s %s", path, backup) == 0)
+        return;
+    (void)unlink(backup);
 }
 
-void _write_back_repeater(int succ)
+// For the service script, which works on copies. They hold passphrases, and cp would write them
+// through a link, into a folder and into a file that others may read.
+void _back_up_credential_files()
 {
-    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
-        if (kelm_get_band_inited(band))
-            _patch_band(band, succ);
-    }
-    if (succ != KELM_BAND_NONE)
+    _back_up(WPS_AP_FILE, WPS_AP_BACKUP);
+    _back_up(WPS_STA_FILE, WPS_STA_BACKUP);
+}
+
+void _write_back_repeater(int succ, survey *found)
+{
+    const bool stored = _patch_bands(succ, found) && succ != KELM_BAND_NONE;
+    if (stored)
         _set_mesh_switch();
     if (kelm_get_band_inited(KELM_BAND_5G) && kelm_get_band_inited(KELM_BAND_5G2)) {
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "set common config, smart_setting_5g to on\n");
@@ -169,24 +229,32 @@ void _write_back_repeater(int succ)
     }
     dump_wps_session();
     _back_up_credential_files();
-    if (succ != KELM_BAND_NONE)
-        _run_config_wifi();
+    if (stored)
+        (void)_run_config_wifi(found);
 }
 
-void _finish_repeater(const survey &found)
+// A success is published by the service after the restart, when the link can be used, from the info
+// file.
+void _tell_repeaters_outcome(const survey &found)
+{
+    if (_is_2g_or_5g_through(found)) {
+        if (found.taken_back)
+            kelm_update_info_file(IBUS_WPS_ACTION_DONE);
+        return;
+    }
+    kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Gonna to send wps event. status: 2g=%d, 5g=%d\n",
+                found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
+    wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found.codes);
+}
+
+void _finish_repeater(survey *found)
 {
     const int succ = kelm_get_succeed_band(KELM_BAND_NONE);
     kelm_log_as(ENTRY, KELM_LOG_NORMAL,
                 "All of the worker process finised, now we check the result of repeater mode.\n");
     (void)kelm_resolve_apinfo_and_credential();
-    _write_back_repeater(succ);
-
-    // A success is published by the service after the restart, when the link can be used.
-    if (!_is_2g_or_5g_through(found)) {
-        kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Gonna to send wps event. status: 2g=%d, 5g=%d\n",
-                    found.codes[KELM_BAND_2G], found.codes[KELM_BAND_5G]);
-        wps_ibus_send_wps_event(IBUS_WPS_ACTION_DONE, found.codes);
-    }
+    _write_back_repeater(succ, found);
+    _tell_repeaters_outcome(*found);
     (void)kelm_ops.wps_cancel();
     kelm_set_wps_alive(0);
     kelm_restart_wireless();
@@ -204,7 +272,7 @@ int _kelm_worker_done_process()
         kelm_log_detail("no active wps session running \n\n");
         return 0;
     }
-    const survey found = _survey_bands();
+    survey found = _survey_bands();
     if (_must_wait(found)) {
         // The number was meant to be the band; by now it counts them all. Log readers look for
         // this 4.
@@ -212,16 +280,18 @@ int _kelm_worker_done_process()
         return 0;
     }
 
+    // From here on it is the verdict's time, not the attempt's.
+    kelm_let_commands_run();
     kelm_update_wps_result_file(_is_2g_or_5g_through(found) ? 1 : 0);
     (void)kelm_system_format(FILE_COMMAND_SIZE, "rm %s", WPS_AP_FILE);
     (void)kelm_system_format(FILE_COMMAND_SIZE, "rm %s", WPS_STA_FILE);
 
     switch (kelm_get_run_mode()) {
     case KELM_MODE_AP:
-        _finish_access_point(found);
+        _finish_access_point(&found);
         return 0;
     case KELM_MODE_REPEATER:
-        _finish_repeater(found);
+        _finish_repeater(&found);
         break;
     default:
         kelm_log_always("Invalid system mode.\n");

@@ -147,4 +147,13 @@ kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *l
     return entry;
 }
 
+bool kelm_take_waiting_packet(const kelm_sock_entry &entry, char *buffer, size_t *length)
+{
+    const ssize_t received = ::recv(entry.fd, buffer, *length, MSG_DONTWAIT);
+    if (received < 0)
+        return false;
+    *length = static_cast<size_t>(received);
+    return true;
+}
+
 }  // namespace kelm

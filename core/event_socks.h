@@ -42,4 +42,8 @@ void kelm_worker_sock_deinit();
 // delivered, or null.
 kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *list);
 
+// Takes a packet that is there already, like _kelm_check_fd but without a wait. False when there is
+// none.
+bool kelm_take_waiting_packet(const kelm_sock_entry &entry, char *buffer, size_t *length);
+
 }  // namespace kelm

@@ -31,6 +31,38 @@ namespace {
 constexpr const char *WPS_RESTART = "/etc/init.d/wps restart";
 constexpr const char *ENTRY = "main";  // whose lines the first and the last step write
 
+// --- An end that nobody asked for ---
+
+bool _ends_process(int number)
+{
+    switch (number) {
+    case SIGCHLD:
+    case SIGCONT:
+    case SIGURG:
+    case SIGWINCH:
+    case SIGSTOP:
+    case SIGTSTP:
+    case SIGTTIN:
+    case SIGTTOU:
+    case SIGKILL:
+        return false;
+    default:
+        return true;
+    }
+}
+
+// The pid file is ours: from the guarding of it until it is removed. What stands there later is the
+// next daemon's, which the restart script starts while this one still waits for that script.
+volatile sig_atomic_t pid_file_is_ours = 0;
+
+// The signal has its default action again, which raise() then takes.
+void _end_without_pid_file(int number)
+{
+    if (pid_file_is_ours != 0)
+        (void)unlink(KELM_PID_PATH);
+    (void)raise(number);
+}
+
 // --- SIGTERM in mid-attempt ---
 
 uint16_t _status_at_termination(int status)
@@ -111,21 +143,35 @@ void kelm_daemonize()
 
 int kelm_create_pid_file()
 {
-    const unique_file other = kelm_open_to_read(KELM_PID_PATH);
     // Created only where none is, so that of two starts at once one loses here.
-    unique_file own(other ? nullptr : fopen(KELM_PID_PATH, "wxe"));
+    const unique_fd own = kelm_claim_file(KELM_PID_PATH);
     // The caller of this second start saw status 0 long before: the parent does not wait for us.
-    if (other || (!own && errno == EEXIST)) {
+    if (!own.valid() && errno == EEXIST) {
         kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "kelm has been started\n");
         return -1;
     }
-    if (!own) {
+    if (!own.valid()) {
         const int error = errno;
         perror("pidfile");
         exit(error);
     }
-    fprintf(own.get(), "%d\n", getpid());
+    dprintf(own.get(), "%d\n", getpid());
     return 0;
+}
+
+void kelm_guard_pid_file()
+{
+    pid_file_is_ours = 1;
+    struct sigaction last_step = {};
+    last_step.sa_handler = _end_without_pid_file;
+    last_step.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    sigemptyset(&last_step.sa_mask);
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        struct sigaction present = {};
+        if (_ends_process(number) && sigaction(number, nullptr, &present) == 0 &&
+            present.sa_handler == SIG_DFL)
+            sigaction(number, &last_step, nullptr);
+    }
 }
 
 int _kelm_register_signal()
@@ -168,6 +214,7 @@ void _kelm_handle_signal(int number)
         dump_wps_session();
         break;
     case SIGTERM:
+        kelm_begin_closing();
         if (kelm_get_run_mode() == KELM_MODE_AP)
             _close_access_points();
         if (kelm_get_status(KELM_BAND_2G) != WPS_STATUS_IDLE ||
@@ -218,20 +265,22 @@ int _kelm_open()
 
 void kelm_leave()
 {
+    kelm_let_commands_run();
     (void)unlink(KELM_PID_PATH);
+    pid_file_is_ours = 0;
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "kelm_flag: %x\n", kelm_flag);
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART) != 0) {
         kelm_log_as(ENTRY, KELM_LOG_DETAIL, "re kelm info: to send wps status\n");
-        (void)kelm_system("/etc/init.d/wps re_kelm_info");
+        (void)kelm_system("/etc/init.d/wps re_kelm_info", command_kind::script);
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "do wifi restart\n");
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "wps_status 2G = %d, 5G = %d.\n\n",
                     band_worker_succeed[KELM_BAND_2G], band_worker_succeed[KELM_BAND_5G]);
         const restart_row &restart = _choose_restart();
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "%s\n", restart.log);
-        (void)kelm_system(restart.command);
+        (void)kelm_system(restart.command, command_kind::restart);
     }
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RESTART) != 0)
-        (void)kelm_system(WPS_RESTART);
+        (void)kelm_system(WPS_RESTART, command_kind::restart);
 }
 
 }  // namespace kelm

@@ -14,6 +14,10 @@ void kelm_daemonize();
 // included. Exits the process with errno when the file cannot be written.
 int kelm_create_pid_file();
 
+// From now on a signal that ends the daemon without its doing, a crash above all, takes the pid
+// file along: it would bar every later start.
+void kelm_guard_pid_file();
+
 // Installs the handler of all four signals. Returns 0, or -1 (logged) at the first that fails.
 int _kelm_register_signal();
 void _kelm_handle_signal(int number);

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -23,6 +24,12 @@ namespace {
 constexpr size_t LINE_SIZE = 2048;
 constexpr int FULL_CONSOLE_WAIT_MS = 20;  // a slow line drains meanwhile, a stuck one does not
 constexpr int FULL_CONSOLE_WAITS = 5;     // for one line
+
+// One writer at a time inside the process: each line opens the console anew, so the console's lock
+// would shut the other thread out like a stranger, and its line would be gone. The holder waits 100
+// milliseconds at most, for a full console. Signal handlers may log too: they run in the main
+// loop's wait alone, where no line is half written.
+pthread_mutex_t writer_lock = PTHREAD_MUTEX_INITIALIZER;
 
 // Nothing left the console while a line waited: the lines after it do not wait again.
 std::atomic<bool> console_stuck{false};
@@ -50,6 +57,21 @@ void _write_all(int fd, const char *text, size_t length)
     }
 }
 
+// Returns what closing the console says, or -1 when it cannot be opened.
+int _write_line(const char *line)
+{
+    // Non-blocking: a console that takes nothing must not stop the attempt.
+    unique_fd console(::open("/dev/console", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!console.valid())
+        return -1;
+    // Another process's lock drops the line: waiting for it would tie the attempt to a stranger.
+    if (::flock(console.get(), LOCK_EX | LOCK_NB) == 0) {
+        _write_all(console.get(), line, strlen(line));
+        (void)::flock(console.get(), LOCK_UN);
+    }
+    return ::close(console.release());
+}
+
 }  // namespace
 
 int kelm_printf(const char *format, ...)
@@ -62,16 +84,10 @@ int kelm_printf(const char *format, ...)
     if (length >= static_cast<int>(sizeof line))
         line[sizeof line - 2] = '\n';  // cut, but still a line
 
-    // Non-blocking: a console that takes nothing must not stop the attempt.
-    unique_fd console(::open("/dev/console", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    if (!console.valid())
-        return -1;
-    // Another process's lock drops the line: waiting for it would tie the attempt to a stranger.
-    if (::flock(console.get(), LOCK_EX | LOCK_NB) == 0) {
-        _write_all(console.get(), line, strlen(line));
-        (void)::flock(console.get(), LOCK_UN);
-    }
-    return ::close(console.release());
+    pthread_mutex_lock(&writer_lock);
+    const int result = _write_line(line);
+    pthread_mutex_unlock(&writer_lock);
+    return result;
 }
 
 }  // namespace kelm

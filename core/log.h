@@ -14,7 +14,9 @@ namespace kelm {
 // Writes one text to "/dev/console", at most 2047 bytes of it; the rest is cut.
 // Returns 0, or -1 when the console cannot be opened. A line is dropped without notice when another
 // process holds the console's lock or the console takes nothing: the daemon never waits for its
-// log. Safe on both threads; allocates nothing. Call it through the macros below.
+// log. The process's own threads take turns, so that neither loses a line to the other; a signal
+// handler may call it where no thread of its own is inside, which the main loop's wait sees to.
+// Allocates nothing. Call it through the macros below.
 int kelm_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace kelm

@@ -44,6 +44,7 @@ int main(int argc, char **)
     kelm::kelm_daemonize();
     if (kelm::kelm_create_pid_file() != 0)
         return -1;
+    kelm::kelm_guard_pid_file();
     const int result = kelm::_serve();
     kelm::kelm_leave();
     return result;

@@ -9,6 +9,7 @@
 #include "core/evaluation.h"
 #include "core/log.h"
 #include "core/session.h"
+#include "platform/exec.h"
 #include "platform/ops.h"
 #include "wlan/precheck.h"
 #include "wlan/predict.h"
@@ -22,6 +23,9 @@ namespace {
 constexpr uint32_t END_FLAGS =
     KELM_GFLAG_TERMINATE | KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RESTART;
 
+// More than a socket's queue holds: whoever goes on sending does not put the time-out off.
+constexpr int MOST_WAITING_PACKETS = 512;
+
 // One byte more than a packet can fill, so that its text always ends.
 char kelm_msg_buf[KELM_MSG_SIZE + 1];
 
@@ -34,6 +38,43 @@ int32_t _now()
 int32_t _seconds_between(int32_t earlier, int32_t later)
 {
     return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
+}
+
+// Whatever runs, the attempt ends in time.
+void _limit_commands(bool running)
+{
+    if (running)
+        kelm_end_commands_at(
+            static_cast<int32_t>(static_cast<uint32_t>(time_start) + WPS_TIMEOUT_S));
+    else
+        kelm_let_commands_run();
+}
+
+void _restart_clock(int32_t now)
+{
+    time_start = now;
+    _limit_commands(true);
+}
+
+// Hears what had come in before the time was up, as passes of the loop would have: a client's
+// success may stand behind other events, or behind a script that took its time. False when the
+// attempt came to its end by that.
+bool _hear_waiting_events()
+{
+    const uint32_t asked_before = kelm_get_global_wpsflag_bit(END_FLAGS);
+    for (const kelm_sock_entry *entry = kelm_sock_list; entry != nullptr; entry = entry->next) {
+        for (int packet = 0; packet < MOST_WAITING_PACKETS; ++packet) {
+            size_t length = KELM_MSG_SIZE;
+            memset(kelm_msg_buf, 0, sizeof kelm_msg_buf);
+            if (!kelm_take_waiting_packet(*entry, kelm_msg_buf, &length))
+                break;
+            (void)_kelm_process_msg(kelm_msg_buf, length, entry);
+            if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0 ||
+                kelm_get_global_wpsflag_bit(END_FLAGS) != asked_before)
+                return false;
+        }
+    }
+    return true;
 }
 
 void _give_up()
@@ -116,6 +157,7 @@ void kelm_update_time()
         time_start = _now();
     else if (!running)
         time_start = 0;
+    _limit_commands(running);
 }
 
 void wps_session_maintain()
@@ -126,8 +168,8 @@ void wps_session_maintain()
         return;
     // A clock that was set back by an hour would give the attempt an hour more.
     if (_seconds_between(time_start, now) < 0)
-        time_start = now;
-    if (_seconds_between(time_start, now) < WPS_TIMEOUT_S)
+        _restart_clock(now);
+    if (_seconds_between(time_start, now) < WPS_TIMEOUT_S || !_hear_waiting_events())
         return;
 
     kelm_log_normal("wps Timeout, stop sessions[%d - %d]\n", time_start, now);

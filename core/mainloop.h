@@ -20,7 +20,7 @@ int _kelm_process_worker_msg(int band, char *buffer, size_t length);
 // Starts or clears the attempt's clock after the running flag.
 void kelm_update_time();
 
-// Ends an attempt that runs for 125 seconds or more.
+// Ends an attempt that runs for 125 seconds or more, once the packets that wait have been heard.
 void wps_session_maintain();
 
 // Closes the event sockets and stops the workers. Returns 0.

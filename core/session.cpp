@@ -28,6 +28,7 @@ const char *const bandname[KELM_BAND_COUNT] = {"2g", "5g", "5g2", "6g"};
 namespace {
 
 constexpr const char *ALIVE_PATH = "/tmp/wpsactive";
+constexpr size_t ALIVE_SIZE = 12;  // of any number
 
 // Band masks by band-set code.
 constexpr uint32_t BAND_SETS[] = {0x1, 0x2, 0x3, 0x7, 0xb, 0xf};
@@ -64,6 +65,9 @@ constexpr flag_row DUMPED_FLAGS[] = {
     {WPS_FLAG_WORKER_LAUNCH, "[WPS_FLAG_WORKER_LAUNCH]"},
     {WPS_FLAG_WORKER_DONE, "[WPS_FLAG_WORKER_DONE]"},
 };
+
+constexpr uint32_t LASTING_FLAGS =
+    WPS_FLAG_STABSS_ENABLE | WPS_FLAG_APBSS_ENABLE | WPS_FLAG_NONE_SECURITY | WPS_FLAG_CONFIG_WIFI;
 
 constexpr size_t FLAG_TEXT_SIZE = 256;
 
@@ -259,18 +263,31 @@ int kelm_get_succeed_band(int exclude)
 
 void kelm_set_wps_alive(int value)
 {
-    kelm_make_way(ALIVE_PATH, KELM_FOR_ALL);
-    unique_file file(fopen(ALIVE_PATH, "we"));
-    if (!file) {
+    char text[ALIVE_SIZE];
+    (void)snprintf(text, sizeof text, "%d", value);
+    if (kelm_replace_file(ALIVE_PATH, text, KELM_FOR_ALL) != 0)
         kelm_log_always("create /tmp/wpsactive fail\n");
-        return;
-    }
-    fprintf(file.get(), "%d\n", value);
 }
 
 void kelm_count_credentials()
 {
     ++dirty;
+}
+
+void kelm_forget_attempt(bool keep_silence)
+{
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        kelm_session *session = kelm_get_wps_session(band);
+        if (session == nullptr || !session->wps_inited)
+            continue;
+        if (!keep_silence || session->wps_status != WPS_STATUS_SILENT)
+            session->wps_status = WPS_STATUS_IDLE;
+        session->wps_flags &= LASTING_FLAGS;
+        copy_text(session->enrollee_mac, "");
+        session->rootap = {};
+        session->rootap_valid = 0;
+    }
+    time_boost = 0;
 }
 
 void kelm_clean_wksp()

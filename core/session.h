@@ -48,6 +48,12 @@ void kelm_set_wps_alive(int value);
 
 void kelm_count_credentials();
 
+// Before an attempt: forgets what an earlier one or an idle moment left on the bands of the device,
+// which would be taken for this one's. Statuses, the attempt's flags, the enrollee, the root access
+// point. Kept are the flags that the settings set and CONFIG_WIFI, since settings that were
+// replaced still ask for the restart of the wireless; keep_silence: status 12 too.
+void kelm_forget_attempt(bool keep_silence);
+
 // Back to nothing done: statuses and flags of all bands, the global flag word, the credential
 // count.
 void kelm_clean_wksp();

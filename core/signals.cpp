@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: ISC
-// Holds the daemon's signals back until the main loop waits.
+// Holds the daemon's signals back until the main loop waits, and shares out the time after SIGTERM.
 #include "core/signals.h"
 
+#include <ctime>
+
+#include <sys/signalfd.h>
+
 namespace kelm {
+
+kelm_ending_state kelm_ending;
 
 namespace {
 
@@ -10,6 +16,14 @@ constexpr int HELD_SIGNALS[] = {SIGUSR1, SIGUSR2, SIGTERM, SIG_NEW_CONFIG};
 // Any of these would end the daemon by default: an attempt lost, and a pid file left behind that
 // bars every later start.
 constexpr int UNHEARD_SIGNALS[] = {SIGHUP, SIGINT, SIGPIPE};
+
+void _note_ending()
+{
+    if (kelm_ending.seen)
+        return;
+    kelm_ending.seen = true;
+    kelm_ending.since_ms = kelm_monotonic_ms();
+}
 
 }  // namespace
 
@@ -42,6 +56,58 @@ void kelm_wait_mask(sigset_t *mask)
     pthread_sigmask(SIG_BLOCK, nullptr, mask);
     for (int number : HELD_SIGNALS)
         sigdelset(mask, number);
+}
+
+int64_t kelm_monotonic_ms()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+bool kelm_is_ending()
+{
+    sigset_t waiting;
+    sigemptyset(&waiting);
+    if (!kelm_ending.seen && sigpending(&waiting) == 0 && sigismember(&waiting, SIGTERM) == 1)
+        _note_ending();
+    return kelm_ending.seen;
+}
+
+void kelm_begin_closing()
+{
+    _note_ending();
+    kelm_ending.closing = true;
+}
+
+unique_fd kelm_watch_sigterm()
+{
+    sigset_t watched;
+    sigemptyset(&watched);
+    sigaddset(&watched, SIGTERM);
+    return unique_fd(::signalfd(-1, &watched, SFD_NONBLOCK | SFD_CLOEXEC));
+}
+
+ending_wait::ending_wait(int part) : has_end_(kelm_is_ending())
+{
+    if (!has_end_)
+        return;
+    const int64_t now_ms = kelm_monotonic_ms();
+    const int64_t limit_ms = kelm_ending.closing ? ENDING_LIMIT_MS : ENDING_WORK_MS;
+    const int64_t share_ms = (kelm_ending.since_ms + limit_ms - now_ms) / part;
+    end_ms_ = share_ms < ENDING_LEAST_MS ? now_ms : now_ms + share_ms;
+}
+
+int ending_wait::left_ms()
+{
+    if (!has_end_) {
+        if (!kelm_is_ending())
+            return -1;
+        has_end_ = true;
+        end_ms_ = kelm_ending.since_ms + ENDING_GRACE_MS;
+    }
+    const int64_t left_ms = end_ms_ - kelm_monotonic_ms();
+    return left_ms > 0 ? static_cast<int>(left_ms) : 0;
 }
 
 }  // namespace kelm

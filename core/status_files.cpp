@@ -97,8 +97,13 @@ void kelm_update_wps_result_file(int result)
     snprintf(command, sizeof command, "echo %d > %s", result, RESULT_PATH);
     kelm_log_normal("%s\n", command);
     // The shell would wait for ever at a FIFO, and write through a link.
-    kelm_make_way(RESULT_PATH, KELM_FOR_ALL);
-    (void)kelm_system(command);
+    if (kelm_pin_file(RESULT_PATH, KELM_FOR_ALL))
+        (void)kelm_system(command);
+}
+
+void kelm_forget_wps_result()
+{
+    last_result = 0;
 }
 
 void kelm_update_info_file(int action)

@@ -83,6 +83,23 @@ void copy_fixed(char *field, size_t size, const char *text)
     memset(field + length, 0, size - length);
 }
 
+void copy_ssid(char (&field)[WPS_SSID_SIZE], const char *bytes, size_t length)
+{
+    if (length > SSID_LEN)
+        length = SSID_LEN;
+    memmove(field, bytes, length);
+    memset(field + length, 0, sizeof field - length);
+    if (strnlen(field, length) < length)
+        field[SSID_LEN] = static_cast<char>(length);
+}
+
+size_t ssid_len(const char *field)
+{
+    const size_t text = strnlen(field, SSID_LEN);
+    const auto told = static_cast<unsigned char>(field[SSID_LEN]);
+    return text < told && told <= SSID_LEN ? told : text;
+}
+
 size_t fixed_len(const char *field, size_t size)
 {
     return strnlen(field, size);
@@ -168,11 +185,16 @@ void add_ssid_postfix(char *ssid, const char *postfix)
     if (ssid == nullptr || postfix == nullptr)
         return;
     const size_t postfix_len = strnlen(postfix, SSID_LEN);
-    size_t at = strnlen(ssid, SSID_LEN);
+    size_t at = ssid_len(ssid);
     // The postfix tells the user's networks apart, so it is kept whole and the name gives way.
     if (at + postfix_len > SSID_LEN)
         at = SSID_LEN - postfix_len;
-    copy_text(ssid + at, WPS_SSID_SIZE - at, postfix, postfix_len);
+    char whole[WPS_SSID_SIZE] = {};
+    memcpy(whole, ssid, at);
+    memcpy(whole + at, postfix, postfix_len);
+    char field[WPS_SSID_SIZE];
+    copy_ssid(field, whole, at + postfix_len);
+    memcpy(ssid, field, sizeof field);
 }
 
 }  // namespace kelm

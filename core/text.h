@@ -25,6 +25,12 @@ size_t copy_text(char (&field)[size], const char *text)
 // rest.
 void copy_fixed(char *field, size_t size, const char *text);
 
+// An SSID is up to 32 bytes of any kind. A field holds it as text; one with a zero byte in it has
+// its length in the field's last byte, where all others have their terminator, so that copy_text
+// and the readers of texts find the part before that byte.
+void copy_ssid(char (&field)[WPS_SSID_SIZE], const char *bytes, size_t length);  // cut at 32
+size_t ssid_len(const char *field);  // of WPS_SSID_SIZE bytes
+
 // The part of a field of size bytes that stands before its first zero byte, in bytes.
 size_t fixed_len(const char *field, size_t size);
 
@@ -46,8 +52,8 @@ int _convert_uuidstr_to_bytes(const char *text, uint8_t *out);  // 16 bytes
 // 0 for a valid WPS PIN (4 digits, or 8 with a right checksum), -1 otherwise. Logs the PIN.
 int kelm_check_pin(const char *text);
 
-// Appends postfix to ssid, or puts it at the end of the 32 characters when both are longer than
-// that. ssid needs 33 bytes. Does nothing when either is null.
+// Appends postfix to ssid, or puts it at the end of the 32 bytes when both are longer than
+// that. ssid: a field of WPS_SSID_SIZE. Does nothing when either is null.
 void add_ssid_postfix(char *ssid, const char *postfix);
 
 }  // namespace kelm

@@ -11,8 +11,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/random.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include "core/handle.h"
+#include "core/signals.h"
 
 namespace kelm {
 
@@ -27,6 +32,11 @@ constexpr unsigned SEND_RETRY_S = 1;
 constexpr int REPLY_LIMIT_MS = 10000;
 constexpr time_t EVENTS_LIMIT_S = 30;  // of one request
 constexpr size_t ATTACH_REPLY_SIZE = 10;
+constexpr int NUMBERED_TRIES = 4;  // before the name is one that nobody can guess
+constexpr mode_t OWNER_ALONE = 0600;
+// A daemon that answers does so in a millisecond. With one that hangs much is to be done after
+// SIGTERM, and a farewell is not worth much of the time.
+constexpr int ENDING_SHARE = 8;
 
 // Makes the local paths of one process differ.
 uint32_t open_counter = 0;
@@ -41,13 +51,14 @@ struct ctrl_freer {
 };
 using half_open_ctrl = std::unique_ptr<wpa_ctrl, ctrl_freer>;
 
-bool _set_local_path(sockaddr_un *local, const char *client_dir)
+// suffix: what makes the name unlike any that could be foreseen, or nothing.
+bool _set_local_path(sockaddr_un *local, const char *client_dir, const char *suffix)
 {
     const bool own_dir = client_dir != nullptr && client_dir[0] == '/';
     local->sun_family = AF_UNIX;
-    const int length = snprintf(local->sun_path, PATH_SIZE, "%s/wpa_ctrl_%d-%d",
+    const int length = snprintf(local->sun_path, PATH_SIZE, "%s/wpa_ctrl_%d-%d%s",
                                 own_dir ? client_dir : DEFAULT_CLIENT_DIR,
-                                static_cast<int>(getpid()), static_cast<int>(open_counter));
+                                static_cast<int>(getpid()), static_cast<int>(open_counter), suffix);
     return length > 0 && static_cast<size_t>(length) < PATH_SIZE;
 }
 
@@ -61,6 +72,52 @@ bool _bind_local(int s, const sockaddr_un &local)
         return false;
     (void)unlink(local.sun_path);
     return bind(s, address, sizeof local) == 0;
+}
+
+uint64_t _random_number()
+{
+    uint64_t number;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof number))
+        return number;
+    timespec now = {};  // a device that has only just started
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_nsec);
+}
+
+// Binds to the first name that can be had. The folder is everybody's: somebody may have planted
+// what cannot be removed under each name that can be foreseen.
+bool _bind_any(wpa_ctrl *ctrl, const char *client_dir)
+{
+    // The kernel makes the name with the socket's own mode: at no moment can anybody else send to
+    // it.
+    (void)fchmod(ctrl->s, OWNER_ALONE);
+    for (int tries = 0; tries <= NUMBERED_TRIES; ++tries) {
+        char suffix[20] = "";
+        if (tries == NUMBERED_TRIES)
+            snprintf(suffix, sizeof suffix, "-%016llx",
+                     static_cast<unsigned long long>(_random_number()));
+        ++open_counter;
+        if (!_set_local_path(&ctrl->local, client_dir, suffix))
+            return false;
+        if (_bind_local(ctrl->s, ctrl->local))
+            return true;
+        if (errno != EADDRINUSE)
+            return false;
+    }
+    return false;
+}
+
+// A daemon that runs as a user of its own, as OpenWrt's do, can answer to a name of that user's
+// alone. In a folder of the usual kind nobody can have replaced the name since it was bound.
+void _let_peer_answer(const wpa_ctrl &ctrl)
+{
+    struct stat peer = {};
+    if (ctrl.dest.sun_path[0] == '\0' || stat(ctrl.dest.sun_path, &peer) != 0)
+        return;
+    if (geteuid() != 0 || peer.st_uid == 0)
+        return;
+    if (lchown(ctrl.local.sun_path, peer.st_uid, static_cast<gid_t>(-1)) != 0)
+        return;  // it cannot answer then, which whoever asks it will tell
 }
 
 bool _set_destination(sockaddr_un *dest, const char *ctrl_path)
@@ -108,23 +165,27 @@ int _send_command(int s, const char *command, size_t length)
             first_failure = _monotonic_s();
         else if (_monotonic_s() - first_failure >= SEND_LIMIT_S)
             return -1;
+        if (kelm_is_ending())
+            return -1;
         sleep(SEND_RETRY_S);
     }
     return 0;
 }
 
 // 0 when a datagram waits, -1 on an error, -2 when none came in time.
-int _await_reply(int s)
+int _await_reply(int s, ending_wait &ending)
 {
-    pollfd wait = {s, POLLIN, 0};
+    const unique_fd sigterm = kelm_watch_sigterm();
     for (;;) {
-        const int ready = poll(&wait, 1, REPLY_LIMIT_MS);
-        if (ready > 0)
-            return 0;
+        const int left_ms = ending.left_ms();
+        pollfd wait[] = {{s, POLLIN, 0}, {left_ms < 0 ? sigterm.get() : -1, POLLIN, 0}};
+        const int ready = poll(wait, 2, left_ms < 0 ? REPLY_LIMIT_MS : left_ms);
         if (ready == 0)
             return -2;
-        if (errno != EINTR)
+        if (ready < 0 && errno != EINTR)
             return -1;
+        if (ready > 0 && wait[0].revents != 0)
+            return 0;
     }
 }
 
@@ -174,13 +235,13 @@ wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir)
     if (half->s < 0)
         return nullptr;
 
-    ++open_counter;
-    if (!_set_local_path(&half->local, client_dir) || !_bind_local(half->s, half->local))
+    if (!_bind_any(half.get(), client_dir))
         return nullptr;
 
     unique_wpa_ctrl ctrl(half.release());  // from here on there is a path to unlink
     if (!_set_destination(&ctrl->dest, ctrl_path))
         return nullptr;
+    _let_peer_answer(*ctrl);
     const auto *dest = reinterpret_cast<const sockaddr *>(&ctrl->dest);
     if (connect(ctrl->s, dest, sizeof ctrl->dest) < 0)
         return nullptr;
@@ -201,13 +262,14 @@ void wpa_ctrl_close(wpa_ctrl *ctrl)
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, char *reply,
                      size_t *reply_len, wpa_ctrl_msg_cb callback)
 {
+    ending_wait ending(ENDING_SHARE);
     if (_send_command(ctrl->s, command, command_len) != 0)
         return -1;
     // Each event begins the wait anew, so a daemon that sends nothing else would hold the caller
     // for ever.
     const time_t deadline_s = _monotonic_s() + EVENTS_LIMIT_S;
     do {
-        const int waited = _await_reply(ctrl->s);
+        const int waited = _await_reply(ctrl->s, ending);
         if (waited != 0)
             return waited;
         const ssize_t received = recv(ctrl->s, reply, *reply_len, 0);
@@ -219,7 +281,7 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
             return 0;
         }
         _pass_event(reply, length, *reply_len, callback);
-    } while (_monotonic_s() < deadline_s);
+    } while (_monotonic_s() < deadline_s && ending.left_ms() != 0);
     return -2;
 }
 

@@ -19,8 +19,9 @@ struct wpa_ctrl {
 using wpa_ctrl_msg_cb = void (*)(char *message, size_t length);
 
 // Connects to a daemon's control socket: a path, or "@abstract:" and a name. Binds a path of its
-// own in "/tmp", or in client_dir when that begins with "/". Returns null when any step fails, with
-// nothing left behind.
+// own in "/tmp", or in client_dir when that begins with "/", to which the owner of the daemon's
+// socket alone can send. A path that is taken for good costs nothing: another one is found. Returns
+// null when any step fails, with nothing left behind.
 wpa_ctrl *wpa_ctrl_open(const char *ctrl_path);
 wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir);
 
@@ -29,8 +30,9 @@ void wpa_ctrl_close(wpa_ctrl *ctrl);
 
 // Sends a command and waits for the reply. reply_len in: room in reply; out: bytes of the reply,
 // not terminated. Blocks for up to 5 seconds to send and 10 for each datagram awaited, of which it
-// takes none any more after 30. 0; -1: not sent or not received; -2: no reply in time. Events that
-// arrive meanwhile go to callback, or nowhere when it is null.
+// takes none any more after 30; after SIGTERM for a share of what is left, see core/signals.h.
+// 0; -1: not sent or not received; -2: no reply in time. Events that arrive meanwhile go to
+// callback, or nowhere when it is null.
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, char *reply,
                      size_t *reply_len, wpa_ctrl_msg_cb callback);
 

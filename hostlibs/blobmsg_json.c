@@ -12,7 +12,9 @@
  * A message of a megabyte can nest a hundred thousand containers in eight bytes each.
  * Containers deeper than this print as null, so that the stack stays small.
  */
+#ifndef DEEPEST
 #define DEEPEST 512
+#endif
 #define GROWTH_STEP 256
 
 struct writer {

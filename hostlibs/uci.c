@@ -387,8 +387,10 @@ static int open_file(const char *path, int *fd)
     *fd = open(path, O_RDONLY | O_CLOEXEC);
     if (*fd < 0)
         return code_of_errno(errno);
-    while (flock(*fd, LOCK_SH) < 0 && errno == EINTR) {
-        /* another program is writing the file: wait for it to finish */
+    /* While another program writes the file this waits for it to finish; a signal ends the wait. */
+    if (flock(*fd, LOCK_SH) < 0 && errno != ENOSYS) {
+        close(*fd);
+        return UCI_ERR_IO;
     }
     return UCI_OK;
 }

@@ -11,12 +11,15 @@
 #include <ctime>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "core/handle.h"
 #include "core/log.h"
+#include "core/signals.h"
 
 namespace kelm {
 
@@ -28,15 +31,49 @@ char g_wps_cmd_result[WPS_CMD_RESULT_SIZE + 1];
 
 constexpr int START_TRIES = 5;
 constexpr timespec START_PAUSE = {0, 100L * 1000 * 1000};
-constexpr long FIRST_PAUSE_NS = 500L * 1000;
-constexpr long LONGEST_PAUSE_NS = 20L * 1000 * 1000;
+
+struct command_rule {
+    command_kind kind;
+    int limit_ms;
+    int limit_again_ms;   // where the last of its kind took all of that
+    bool may_outlive_us;  // is not killed for the sake of an end in time
+    int share;            // of what is left after SIGTERM it gets this part
+};
+
+// A publication gets more than the rest: it is what others learn of the end by, and comes last. A
+// tool that hangs is asked up to a dozen times in an attempt.
+constexpr command_rule RULES[] = {
+    {command_kind::quick, 15 * 1000, 3 * 1000, false, 4},
+    {command_kind::scan, 30 * 1000, 3 * 1000, false, 4},
+    {command_kind::script, 120 * 1000, 120 * 1000, true, 4},
+    {command_kind::restart, 300 * 1000, 300 * 1000, true, 4},
+    {command_kind::publish, 3 * 1000, 3 * 1000, false, 2},
+};
+constexpr size_t KIND_COUNT = sizeof RULES / sizeof RULES[0];
+static_assert(KIND_COUNT == static_cast<size_t>(command_kind::publish) + 1,
+              "one row per kind, in order");
+
+constexpr int LEAST_MS = 1000;  // that a command gets at the end of an attempt
+// How often the clocks and SIGTERM are looked at while a command runs.
+constexpr int LOOK_MS = 100;
+// Where the kernel cannot tell of a child's end: ever longer pauses, since most commands take a few
+// milliseconds.
+constexpr int LONGEST_PAUSE_MS = 20;
+constexpr timespec BURIAL_PAUSE = {0, 5L * 1000 * 1000};
+constexpr int BURIAL_TRIES = 100;
+
+bool last_one_hung[KIND_COUNT];
+bool script_is_left = false;  // one still runs, for the sake of the daemon's end
+bool in_attempt = false;
+int32_t attempt_end = 0;
 
 // posix_spawn's attributes for a child that inherits none of the daemon's signal settings: the
-// held-back signals unblocked, and those the daemon does not hear back at their default.
+// held-back signals unblocked, and those the daemon does not hear back at their default. It leads a
+// process group, so that it can be killed with all that it has started.
 class clean_signals {
 public:
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): posix_spawnattr_init fills it.
-    explicit clean_signals(bool own_group)
+    clean_signals()
     {
         sigset_t none;
         sigset_t all;
@@ -47,10 +84,9 @@ public:
         posix_spawnattr_init(&attributes_);
         posix_spawnattr_setsigmask(&attributes_, &none);
         posix_spawnattr_setsigdefault(&attributes_, &all);
-        short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-        if (own_group)
-            flags |= POSIX_SPAWN_SETPGROUP;
-        posix_spawnattr_setflags(&attributes_, flags);
+        // The process group, of its own too, is that of the new process.
+        posix_spawnattr_setflags(
+            &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     }
     clean_signals(const clean_signals &) = delete;
     clean_signals &operator=(const clean_signals &) = delete;
@@ -78,16 +114,16 @@ int _spawn_shell(pid_t *child, const posix_spawn_file_actions_t *actions,
     return failed;
 }
 
-// Starts "/bin/sh -c command", its output going to out unless that is -1, in a process group of its
-// own if it is to be killed as a whole. Returns the process id or -1.
-pid_t _start_shell(const char *command, int out, bool own_group)
+// Starts "/bin/sh -c command", its output going to out unless that is -1. Returns the process id or
+// -1.
+pid_t _start_shell(const char *command, int out)
 {
     char shell[] = "sh";
     char option[] = "-c";
     // posix_spawn takes words that it could change, and changes none.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
     char *const words[] = {shell, option, const_cast<char *>(command), nullptr};
-    const clean_signals signals(own_group);
+    const clean_signals signals;
     posix_spawn_file_actions_t actions;
     if (posix_spawn_file_actions_init(&actions) != 0)
         return -1;
@@ -102,59 +138,167 @@ pid_t _start_shell(const char *command, int out, bool own_group)
     return failed == 0 ? child : -1;
 }
 
-int _wait_for(pid_t child)
-{
-    int status = -1;
-    while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    return status;
-}
+// --- Waiting ---
 
-int64_t _monotonic_ms()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
+// What a command prints, as far as there is room for it.
+struct output {
+    unique_fd from;  // does not block; closed once nothing more is taken
+    char *buffer;
+    size_t size;
+    size_t used;
+};
 
-// Looks again after ever longer pauses: most commands take a few milliseconds.
-int _wait_for_limited(pid_t child, int limit_ms)
-{
-    const int64_t deadline_ms = _monotonic_ms() + limit_ms;
-    timespec pause = {0, FIRST_PAUSE_NS};
-    for (;;) {
-        int status = -1;
-        const pid_t ended = waitpid(child, &status, WNOHANG);
-        if (ended == child)
-            return status;
-        if (ended < 0 && errno != EINTR)
-            return -1;
-        if (_monotonic_ms() >= deadline_ms)
-            break;
-        nanosleep(&pause, nullptr);
-        if (2 * pause.tv_nsec <= LONGEST_PAUSE_NS)
-            pause.tv_nsec *= 2;
-    }
-    (void)kill(-child, SIGKILL);
-    (void)_wait_for(child);
-    return -1;
-}
+struct running_command {
+    const char *text;
+    const command_rule &rule;
+    ending_wait ending;
+    int limit_ms;
+    int64_t begun_ms;
+    output *printed;  // null: goes where the daemon's own goes
+    pid_t child;
+    unique_fd end;  // readable once the child has ended; none before the first pause
+    int pause_ms;
+};
 
-// Reads until the end or until the buffer is full; returns the bytes read.
-size_t _read_output(int fd, char *buffer, size_t size)
+constexpr const char *LIMIT = "its time limit";
+constexpr const char *ATTEMPT = "the attempt ends";
+constexpr const char *ENDING = "the daemon ends";
+
+void _take_output(output &printed)
 {
-    size_t used = 0;
-    while (used < size) {
-        const ssize_t count = ::read(fd, buffer + used, size - used);
+    while (printed.used < printed.size) {
+        const ssize_t count =
+            ::read(printed.from.get(), printed.buffer + printed.used, printed.size - printed.used);
         if (count < 0 && errno == EINTR)
             continue;
+        if (count < 0 && errno == EAGAIN)
+            return;
         if (count <= 0)
             break;
-        used += static_cast<size_t>(count);
+        printed.used += static_cast<size_t>(count);
     }
-    return used;
+    printed.from.reset();
+}
+
+bool _attempt_is_over()
+{
+    const auto now = static_cast<uint32_t>(time(nullptr));
+    return in_attempt && static_cast<int32_t>(static_cast<uint32_t>(attempt_end) - now) <= 0;
+}
+
+int _ran_ms(const running_command &run)
+{
+    return static_cast<int>(kelm_monotonic_ms() - run.begun_ms);
+}
+
+// Why the command is not waited for any longer, or null.
+const char *_why_over(running_command &run)
+{
+    const int ran_ms = _ran_ms(run);
+    if (ran_ms >= run.limit_ms)
+        return LIMIT;
+    if (ran_ms >= LEAST_MS && _attempt_is_over())
+        return ATTEMPT;
+    return run.ending.left_ms() == 0 ? ENDING : nullptr;
+}
+
+int _open_end_of(pid_t child)
+{
+#ifdef SYS_pidfd_open
+    return static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+#else
+    (void)child;
+    return -1;
+#endif
+}
+
+// Until the child has ended, or has printed something, or it is time to look at the clocks.
+void _pause(running_command &run)
+{
+    if (run.pause_ms == 0)
+        run.end.reset(_open_end_of(run.child));
+    const int longest_ms = run.end.valid() ? LOOK_MS : LONGEST_PAUSE_MS;
+    run.pause_ms = run.end.valid() ? LOOK_MS : 2 * run.pause_ms + 1;
+    if (run.pause_ms > longest_ms)
+        run.pause_ms = longest_ms;
+    const int left_ms = run.ending.left_ms();
+    const int limit_ms = left_ms >= 0 && left_ms < run.pause_ms ? left_ms : run.pause_ms;
+
+    pollfd set[] = {{run.end.get(), POLLIN, 0},
+                    {run.printed != nullptr ? run.printed->from.get() : -1, POLLIN, 0}};
+    if (::poll(set, 2, limit_ms) > 0 && set[1].revents != 0 && run.printed != nullptr)
+        _take_output(*run.printed);
+}
+
+// A killed process is gone at once, unless the kernel holds it: then nobody can wait for it.
+void _bury(pid_t child)
+{
+    for (int tries = 0; tries < BURIAL_TRIES; ++tries) {
+        if (waitpid(child, nullptr, WNOHANG) != 0)
+            return;
+        nanosleep(&BURIAL_PAUSE, nullptr);
+    }
+}
+
+void _give_up(const running_command &run, const char *why)
+{
+    if (why == LIMIT)
+        last_one_hung[static_cast<size_t>(run.rule.kind)] = true;
+    const bool is_left = run.rule.may_outlive_us && why != LIMIT;
+    script_is_left = script_is_left || (is_left && why == ENDING);
+    if (!is_left) {
+        (void)kill(-run.child, SIGKILL);
+        _bury(run.child);
+    }
+    kelm_log_as("kelm_system", KELM_LOG_ALWAYS, "%s after %d s (%s): %s\n",
+                is_left ? "left running" : "killed", (_ran_ms(run) + 500) / 1000, why, run.text);
+}
+
+// False when it was not waited for to its end. status: the wait status, -1 without one. What the
+// shell leaves running is not waited for, nor what that prints.
+bool _wait_for(running_command &run, int *status)
+{
+    *status = -1;
+    for (;;) {
+        const pid_t ended = waitpid(run.child, status, WNOHANG);
+        if (ended != 0 && (ended > 0 || errno != EINTR))
+            break;
+        if (const char *why = _why_over(run)) {
+            _give_up(run, why);
+            return false;
+        }
+        _pause(run);
+    }
+    last_one_hung[static_cast<size_t>(run.rule.kind)] = false;
+    if (run.printed != nullptr && run.printed->from.valid())
+        _take_output(*run.printed);
+    return true;
+}
+
+// False (logged) for a command that would be killed as soon as it has begun, and for a restart
+// beside a script that still configures what it would start: whoever ends the daemon restarts.
+bool _may_start(running_command &run)
+{
+    const bool beside_script = script_is_left && run.rule.kind == command_kind::restart;
+    if (!beside_script && (run.rule.may_outlive_us || run.ending.left_ms() != 0))
+        return true;
+    kelm_log_as("kelm_system", KELM_LOG_ALWAYS, "not run (%s): %s\n", ENDING, run.text);
+    return false;
+}
+
+running_command _prepare(const char *command, command_kind kind, output *printed)
+{
+    const command_rule &rule = RULES[static_cast<size_t>(kind)];
+    const bool again = last_one_hung[static_cast<size_t>(kind)];
+    return {command,
+            rule,
+            ending_wait(rule.share),
+            again ? rule.limit_again_ms : rule.limit_ms,
+            kelm_monotonic_ms(),
+            printed,
+            -1,
+            unique_fd(),
+            0};
 }
 
 // Formats into a cleared buffer. False when the command does not fit.
@@ -166,18 +310,44 @@ __attribute__((format(printf, 3, 0))) bool _format(char *command, size_t size, c
     return length >= 0 && static_cast<size_t>(length) < size;
 }
 
-}  // namespace
-
-int kelm_system(const char *command)
+// Starts the shell with its output on a pipe, whose other end printed gets. Returns as
+// _start_shell.
+pid_t _start_with_output(const char *command, output &printed)
 {
-    const pid_t child = _start_shell(command, -1, false);
-    return child < 0 ? -1 : _wait_for(child);
+    int ends[2] = {-1, -1};
+    if (::pipe2(ends, O_CLOEXEC) != 0)
+        return -1;
+    printed.from.reset(ends[0]);
+    const unique_fd to(ends[1]);
+    (void)::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    return _start_shell(command, to.get());
 }
 
-int kelm_system_limited(const char *command, int limit_ms)
+// Always under the name that log readers know.
+__attribute__((format(printf, 2, 0))) void _exec_logged(command_kind kind, const char *format,
+                                                        va_list values)
 {
-    const pid_t child = _start_shell(command, -1, true);
-    return child < 0 ? -1 : _wait_for_limited(child, limit_ms);
+    char command[WPS_CMD_SIZE];
+    const bool fits = _format(command, sizeof command, format, values);
+    kelm_log_as("wps_exec_cmd", KELM_LOG_NORMAL, "%s\n", command);
+    if (fits)
+        (void)kelm_system(command, kind);
+    else
+        kelm_log_as("wps_exec_cmd", KELM_LOG_ALWAYS, "command too long, not run\n");
+}
+
+}  // namespace
+
+int kelm_system(const char *command, command_kind kind)
+{
+    running_command run = _prepare(command, kind, nullptr);
+    if (!_may_start(run))
+        return -1;
+    run.child = _start_shell(command, -1);
+    int status = -1;
+    if (run.child >= 0)
+        (void)_wait_for(run, &status);
+    return status;
 }
 
 int kelm_system_format(size_t size, const char *format, ...)
@@ -193,17 +363,19 @@ int kelm_system_format(size_t size, const char *format, ...)
 
 int wps_exec_cmd(const char *format, ...)
 {
-    char command[WPS_CMD_SIZE];
     va_list values;
     va_start(values, format);
-    const bool fits = _format(command, sizeof command, format, values);
+    _exec_logged(command_kind::quick, format, values);
     va_end(values);
+    return 0;
+}
 
-    kelm_log_normal("%s\n", command);
-    if (fits)
-        (void)kelm_system(command);
-    else
-        kelm_log_always("command too long, not run\n");
+int wps_exec_cmd(command_kind kind, const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    _exec_logged(kind, format, values);
+    va_end(values);
     return 0;
 }
 
@@ -215,26 +387,35 @@ char *wps_exec_cmd_with_result(const char *format, ...)
     const bool fits = _format(command, sizeof command, format, values);
     va_end(values);
 
-    int ends[2] = {-1, -1};
-    const bool piped = fits && ::pipe2(ends, O_CLOEXEC) == 0;
-    unique_fd from(ends[0]);
-    unique_fd to(ends[1]);
-    const pid_t child = piped ? _start_shell(command, to.get(), false) : -1;
-    if (child < 0) {
+    output printed = {unique_fd(), g_wps_cmd_result, WPS_CMD_RESULT_SIZE, 0};
+    running_command run = _prepare(command, command_kind::quick, &printed);
+    if (fits && !_may_start(run))
+        return nullptr;
+    run.child = fits ? _start_with_output(command, printed) : -1;
+    if (run.child < 0) {
         kelm_log_always("popen() fail\n\n");
         return nullptr;
     }
-
-    to.reset();
     memset(g_wps_cmd_result, 0, sizeof g_wps_cmd_result);
-    const size_t length = _read_output(from.get(), g_wps_cmd_result, WPS_CMD_RESULT_SIZE);
+    int status;
+    if (!_wait_for(run, &status))
+        return nullptr;
     // The line feed, by trust: the last character goes whatever it is.
-    if (length > 0)
-        g_wps_cmd_result[length - 1] = '\0';
+    if (printed.used > 0)
+        g_wps_cmd_result[printed.used - 1] = '\0';
     kelm_log_detail("exec: %s, result: %s\n\n", command, g_wps_cmd_result);
-    from.reset();
-    (void)_wait_for(child);
     return g_wps_cmd_result;
+}
+
+void kelm_end_commands_at(int32_t at)
+{
+    in_attempt = true;
+    attempt_end = at;
+}
+
+void kelm_let_commands_run()
+{
+    in_attempt = false;
 }
 
 char *nvram_get(const char *name)

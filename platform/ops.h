@@ -30,7 +30,8 @@ struct kelm_platform_ops {
     // Address text of the band's enrollee for the info file, "" when unknown.
     const char *(*get_sta_mac)(int band);
     // Writes what the attempt brought into the credential files for ap_band, from the station of
-    // sta_band; record: the root access point to mirror, or null. 0 or -1.
+    // sta_band; record: the root access point to mirror, or null. 0, or -1 when they were not
+    // written.
     int (*patching_back)(int ap_band, int sta_band, const kelm_rootap_info *record);
     void (*slot10)();
     // Sets the band's access-point PIN; null takes it away.

@@ -40,6 +40,9 @@ BUILT_PROGRAMS = [
     ("hostlibs/ubus", "bin/ubus"),
 ]
 
+# Every Debian has it; busybox's applet of this name cannot change the user.
+SETPRIV = "/usr/bin/setpriv"
+
 # Debian's busybox prefers its own applets to the PATH when it is the shell; the recording
 # commands of the guest live by the PATH, so the shell is another program.
 NOT_FROM_BUSYBOX = {"busybox", "sh", "ash", "init", "linuxrc"}
@@ -206,6 +209,8 @@ def _project_layer(tree, build_folder, path):
             raise ImageError("%s is not built" % program)
         archive.add_file(program, name, 0o755)
         libraries |= _libraries_of(program, tree)
+    archive.add_file(SETPRIV, SETPRIV[1:], 0o755)
+    libraries |= _libraries_of(SETPRIV, tree)
     _add_libraries(archive, libraries)
     archive.add_file(_starter(os.path.dirname(path)), "usr/lib/router/starter", 0o755)
     _add_guest_files(archive)

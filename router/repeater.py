@@ -76,11 +76,23 @@ class Root:
         return self._scene.must_run("/usr/lib/router/root cli %d %s %s"
                                     % (self.number, self.interface(band), arguments)).strip()
 
+    def rename(self, band, ssid):
+        self.bands[band].ssid = ssid
+        self._ask(band, "set ssid '%s'" % ssid)
+        self._ask(band, "reload")
+
     def press(self, *bands):
         """Its button, for the bands that it is to enrol on."""
         for band in bands:
-            if self.cli(band, "wps_pbc").splitlines()[-1:] != ["OK"]:
-                raise MachineError("the root access point took no press on %s" % band)
+            self._ask(band, "wps_pbc")
+
+    def cancel(self, *bands):
+        for band in bands:
+            self._ask(band, "wps_cancel")
+
+    def _ask(self, band, request):
+        if self.cli(band, request).splitlines()[-1:] != ["OK"]:
+            raise MachineError("the root access point took no %s on %s" % (request, band))
 
 
 class Repeater:
@@ -126,6 +138,18 @@ class Repeater:
         _, output = self.scene.run("wpa_cli -p /var/run/wpa_supplicant -i %s status"
                                    % STATIONS[band])
         return dict(line.split("=", 1) for line in output.splitlines() if "=" in line)
+
+    def wait_released(self, band, root):
+        """Waits until the band's station has heard that a root is pressed no longer."""
+        def probe():
+            _, output = self.scene.run("wpa_cli -p /var/run/wpa_supplicant -i %s scan_results"
+                                       % STATIONS[band])
+            seen = [line for line in output.splitlines()
+                    if line.startswith(root.mac(band)) and "[WPS-PBC]" in line]
+            return not seen, seen
+        good, seen = self.scene.settles(probe)
+        if not good:
+            raise MachineError("the %s station still sees a pressed %s" % (band, seen))
 
     def file(self, band):
         return self.scene.read("/tmp/run/wpa_supplicant-%s.conf" % STATION_FILES[band]) or ""

@@ -12,9 +12,6 @@ KEY = "acorns in the cellar"
 EXT = SSID + "_EXT"
 RADIOS = 4
 
-BACKUP_COMMANDS = ["cp /tmp/wps_wifi_ap.txt /tmp/wps_wifi_ap.bak",
-                   "cp /tmp/wps_wifi_sta.txt /tmp/wps_wifi_sta.bak"]
-
 
 def station_commands(command):
     return ["wpa_cli -p /var/run/wpa_supplicant -i %s %s" % (interface, command)
@@ -131,7 +128,7 @@ def check_nothing_learnt(scene, repeater, status):
     scene.check_exit(1, "status 0")
     scene.check_equal("/tmp/wps_result tells the failure", scene.read("/tmp/wps_result"), "0\n")
     scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
-                      PRESS_COMMANDS + CLEAN_COMMANDS + BACKUP_COMMANDS + [announce(2, 4, 4, 0)]
+                      PRESS_COMMANDS + CLEAN_COMMANDS + [announce(2, 4, 4, 0)]
                       + station_commands("wps_cancel")
                       + ["/etc/init.d/wps re_kelm_info", "/etc/init.d/wps restart"])
     scene.check_equal("/tmp/kelm.info tells the " + status, scene.read_json("/tmp/kelm.info"),
@@ -160,6 +157,60 @@ def two_roots(scene):
 
     scene.check_equal("nobody enrolled", scene.texts("station", "WPS-(CRED|SUCCESS)"), [])
     check_nothing_learnt(scene, repeater, "overlap")
+
+
+# What a rogue access point can be called, each of them wpa_supplicant's word for an event.
+ROGUE_NAMES = {"2g": "WPS-FAIL", "5g": "PBC overlap detected"}
+WORST_NAME = "WPS-SUCCESS"
+
+
+def expect_try(scene, band, name, since):
+    """The supplicant tells the rogue's name: it tries to get in there."""
+    scene.expect("station", r"^%s: SME: Trying to authenticate with .*SSID='%s'"
+                 % (STATIONS[band], name), "a try of " + name, since=since)
+
+
+def rogue_root(scene):
+    repeater = Repeater(scene)
+    repeater.start({band: {"rootApSsid": name, "security": "wpa2", "password": KEY}
+                    for band, name in ROGUE_NAMES.items()})
+    rogue = repeater.add_root(*[RootBand(band, name, KEY, more=["max_num_sta=0"])
+                                for band, name in ROGUE_NAMES.items()])
+    root = repeater.add_root(RootBand("2g", SSID, KEY), RootBand("5g", SSID, KEY))
+    scene.say("a rogue access point, called like events and like the root that the router knows, "
+              "refuses everybody")
+    for band, name in ROGUE_NAMES.items():
+        expect_try(scene, band, name, 0)
+    scene.check_equal("idle, the daemon ran nothing", scene.commands_of(1), [])
+
+    rogue.press("2g", "5g")
+    enrol(scene, repeater, root)
+    for band, name in ROGUE_NAMES.items():
+        pressed = scene.nth_index("station", "^%s: WPS-PBC-ACTIVE" % STATIONS[band], 1)
+        expect_try(scene, band, name, pressed)
+    rogue.cancel("2g", "5g")
+    repeater.wait_released("2g", rogue)
+    scene.say("the rogue is called %s now" % WORST_NAME)
+    rogue.rename("2g", WORST_NAME)
+    rogue.press("2g")
+    expect_try(scene, "2g", WORST_NAME, 0)
+    scene.check_equal("in mid-attempt the daemon goes on waiting", scene.commands_of(1),
+                      PRESS_COMMANDS)
+
+    rogue.cancel("2g")
+    for band in STATIONS:
+        repeater.wait_released(band, rogue)
+    scene.say("the rogue gives up, and the root's button is pressed")
+    root.press("2g", "5g")
+    for band in STATIONS:
+        scene.expect("station", "^%s: WPS-SUCCESS" % STATIONS[band], "the enrolment on " + band)
+    finish(scene, repeater)
+
+    check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
+    for band in STATIONS:
+        repeater.check_station(band, SSID, "wpa2", KEY)
+        repeater.check_connected(band, root)
+    check_ready_again(scene, 2)
 
 
 def nobody_presses(scene):
@@ -275,6 +326,8 @@ def mesh(scene):
     root = repeater.add_root(*[RootBand(band, SSID, KEY, more=["multi_ap=3"])
                                for band in ("2g", "5g")])
     enrol(scene, repeater, root, "2g")
+    # The supplicant writes its file once more before it has its link.
+    scene.expect("station", "^wlan1-vxd: CTRL-EVENT-CONNECTED", "the link on 2g")
     scene.say("puts easymesh_support=1 into the learnt block: Debian's supplicant writes no such "
               "line")
     scene.must_run("sed -i '$ s/^}$/\\teasymesh_support=1\\n}/' "
@@ -370,6 +423,8 @@ SCENARIOS = [
              open_and_transition, RADIOS),
     Scenario("repeater-overlap", "Two root access points are pushed; the repeater joins neither.",
              two_roots, 6),
+    Scenario("repeater-rogue", "A rogue root is named like an event; the right one enrols.",
+             rogue_root, 6),
     Scenario("repeater-6g", "A 6 GHz band is never started; it gets the credentials as WPA3.",
              six_ghz, 5),
 ]

@@ -29,8 +29,11 @@ FAILED_COMMANDS = CLEAN_COMMANDS + CANCEL_COMMANDS + [announce(2, 4, 4, 0),
                                                       "/etc/init.d/wps restart"]
 
 
-def success_outcome(scene, client, band):
-    """The checks of an attempt that let a client of a secured band in."""
+def success_outcome(scene, client, band, before=()):
+    """The checks of an attempt that let a client of a secured band in.
+
+    before: what had been announced until its start.
+    """
     mac = client.status()["address"]
     first = band == "2g"
     codes = (2, 4) if first else (4, 2)
@@ -38,7 +41,7 @@ def success_outcome(scene, client, band):
                        "ok" if first else "success", "" if first else mac)
     scene.check_exit(1, "status 0")
     scene.check_equal("the daemon announced start, stop and result", scene.announcements(),
-                      [(1, 11, 11), (2, 12, 12), (2,) + codes])
+                      list(before) + [(1, 11, 11), (2, 12, 12), (2,) + codes])
     scene.check_equal("/tmp/kelm.info tells the success and the client's address",
                       scene.read_json("/tmp/kelm.info"), wanted)
     scene.check_joined(client, band, SSIDS[band], KEY)
@@ -71,6 +74,43 @@ def push_button_2g(scene):
 
 def push_button_5g(scene):
     push_button(scene, "5g")
+
+
+HOSTAPD_USER = "101"
+# CAP_NET_ADMIN and CAP_NET_RAW, as the bits of /proc.
+RADIO_RIGHTS = 1 << 12 | 1 << 13
+
+
+def check_hostapd_user(scene):
+    text = scene.must_run("cat /proc/$(cat /run/hostapd.pid)/status")
+    status = dict(line.split(":\t", 1) for line in text.splitlines())
+    name, users, rights = status["Name"], status["Uid"].split(), status["CapEff"]
+    scene.say("the process that served the phone is %s, users %s, rights %s"
+              % (name, " ".join(users), rights))
+    scene.check_equal("that was hostapd as user %s" % HOSTAPD_USER, (name, users),
+                      ("hostapd", [HOSTAPD_USER] * 4))
+    scene.check_equal("it had the rights to the radios and no others", int(rights, 16),
+                      RADIO_RIGHTS)
+
+
+def check_attached(scene):
+    """hostapd answered to both bands' sockets, and nobody else could have."""
+    for band in ("2.4G", "5G"):
+        heard = scene.texts("console", r"processing wpsEvent\[%s\]: <3>WPS-PBC-ACTIVE" % band)
+        scene.check("the daemon was attached on %s" % band, heard, heard)
+
+    def probe():
+        _, output = scene.run("stat -c '%u %a' /tmp/wpa_ctrl_$(cat /tmp/kelm.pid)-*")
+        return output.splitlines() == [HOSTAPD_USER + " 600"] * 2, output.splitlines()
+    good, seen = scene.settles(probe, 20)
+    scene.check("the waiting daemon's sockets let that user answer and nobody else", good, seen)
+
+
+def hostapd_user(scene):
+    scene.set_setting("wificommonCfg", "settings", "hostapdUser", HOSTAPD_USER)
+    push_button(scene, "2g")
+    check_hostapd_user(scene)
+    check_attached(scene)
 
 
 def unconfigured(scene):
@@ -189,6 +229,57 @@ def give_settings(scene, registrar, settings):
     raise MachineError("the registrar's exchange did not end in three tries")
 
 
+# What a neighbour's device can be called, each of them hostapd's word for an event.
+EVENT_NAMES = ["WPS-NEW-AP-SETTINGS", "WPS-SUCCESS", "WPS-REG-SUCCESS", "WPS-TIMEOUT",
+               "WPS-OVERLAP-DETECTED", "WPS-PBC-DISABLE"]
+
+
+def hear_of(scene, neighbour):
+    """Gives a neighbour one name after the other, until the daemon has been told of each."""
+    for name in EVENT_NAMES:
+        before = scene.mark()
+        neighbour.tell("set device_name " + name)
+        scene.expect("console", r"processing wpsEvent\[2.4G\]: <3>WPS-PIN-NEEDED .*\[%s\|" % name,
+                     "the daemon's hearing of " + name, since=before)
+
+
+def stored_networks(scene):
+    return [scene.setting(package, "settings2", option)
+            for package in ("wifi2G_Cfg", "wifi5G_Cfg")
+            for option in ("ssid", "security", "password")]
+
+
+def named_like_an_event(scene):
+    scene.start_router()
+    before = stored_networks(scene)
+    scene.begin()
+    scene.say("a device near the router tries a PIN that nobody has entered, again and again, and "
+              "is called by one event of hostapd's after the other")
+    neighbour = scene.start_client("neighbour", "2g")
+    neighbour.cli("wps_pin 02:00:00:00:01:00 12345670")
+    hear_of(scene, neighbour)
+    scene.check_equal("idle, the daemon ran nothing since its start", scene.commands_of(1),
+                      STARTUP_COMMANDS)
+    scene.check_equal("idle, it announced nothing", scene.announcements(), [])
+
+    phone = scene.start_client("phone", "2g")
+    scene.press_button()
+    scene.expect("hostapd", "^wlan1: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    hear_of(scene, neighbour)
+    scene.check_equal("in mid-attempt it goes on waiting", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS)
+    phone.tell("wps_pbc")
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment")
+    neighbour.tell("wps_cancel")
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+    success_outcome(scene, phone, "2g")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + CLEAN_COMMANDS + CANCEL_COMMANDS
+                      + [announce(2, 2, 4, 0), "/etc/init.d/wps restart"])
+    scene.check_equal("the stored networks are as they were", stored_networks(scene), before)
+
+
 def overlap(scene):
     scene.start_router()
     clients = [scene.start_client(name, "both") for name in ("phone", "tablet")]
@@ -266,6 +357,29 @@ def cancel(scene):
     scene.check_not_joined(client)
     scene.check("the daemon goes on waiting for requests", scene.exit_of(1) is None
                 and scene.run("kill -0 $(cat /tmp/kelm.pid)")[0] == 0, scene.exit_of(1))
+
+
+def press_cancel_press(scene):
+    scene.start_router()
+    client = scene.start_client("phone", "2g")
+    scene.begin()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")
+    scene.ask(CANCEL, BUTTON)
+    scene.expect("bus", r'"wps":.*"action":2', "the announcement of the end")
+    again = scene.mark()
+    scene.press_button()
+    scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method", since=again)
+    client.tell("wps_pbc")
+    scene.expect("hostapd", "^wlan1: WPS-REG-SUCCESS", "the client's enrolment")
+    scene.expect_exit(1)
+    scene.wait_daemon_ready(2)
+    success_outcome(scene, client, "2g", before=[(1, 11, 11), (2, 12, 12)])
+    scene.check_equal("/tmp/wps_result tells the success", scene.read("/tmp/wps_result"), "1\n")
+    scene.check_equal("the daemon ran these commands and no others", scene.commands_of(1),
+                      STARTUP_COMMANDS + PRESS_COMMANDS + CANCEL_COMMANDS + PRESS_COMMANDS
+                      + CLEAN_COMMANDS + CANCEL_COMMANDS
+                      + [announce(2, 2, 4, 0), "/etc/init.d/wps restart"])
 
 
 def second_press(scene):
@@ -380,6 +494,8 @@ SCENARIOS = [
              push_button_2g),
     Scenario("push-button-5g", "Both bands are secured; a client joins on 5 GHz by push-button.",
              push_button_5g),
+    Scenario("hostapd-user", "hostapd runs as a user of its own; a client joins by push-button.",
+             hostapd_user),
     Scenario("unconfigured", "The access point is open; the first client's push secures it.",
              unconfigured),
     Scenario("client-pin", "A client's PIN is entered on the web page; the client joins.",
@@ -388,8 +504,12 @@ SCENARIOS = [
              access_point_pin),
     Scenario("overlap", "Two clients are pushed at the same time; neither gets in.", overlap,
              radios=4),
+    Scenario("neighbour", "A device nearby is named like an event; only the phone gets in.",
+             named_like_an_event, radios=4),
     Scenario("nobody-comes", "The button is pressed and no client comes.", nobody_comes),
     Scenario("cancel", "The attempt is cancelled from the web page.", cancel),
+    Scenario("press-cancel-press", "After a cancelled attempt the next press lets the client in.",
+             press_cancel_press),
     Scenario("second-press", "The button is pressed again while an attempt runs.", second_press),
     Scenario("terminated", "The daemon gets SIGTERM in the middle of an attempt.", terminated),
     Scenario("hostapd-dies", "hostapd dies in the middle of an attempt and is brought back.",

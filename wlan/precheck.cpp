@@ -2,9 +2,10 @@
 // The pre-check of an attempt, by run mode.
 #include "wlan/precheck.h"
 
-#include <cstdio>
+#include <fcntl.h>
 
 #include "config/settings.h"
+#include "config/trust.h"
 #include "config/uci_option.h"
 #include "core/bus.h"
 #include "core/handle.h"
@@ -31,7 +32,15 @@ bool _has_enabled_station(int band)
 
 bool _is_wireless_starting()
 {
-    return unique_file(fopen(STARTING_MARKER, "r+e")) != nullptr;
+    return kelm_open_trusted(STARTING_MARKER, O_RDWR).valid();
+}
+
+// A done mark of a cancelled attempt would end this one with its first event, and an overlap that
+// was heard while nothing ran would be told as its outcome.
+void _start_clean(bool keep_silence)
+{
+    kelm_forget_attempt(keep_silence);
+    reset_band_easymesh_wps();
 }
 
 uint16_t _code(int band)
@@ -112,6 +121,7 @@ void _silence_connected()
 
 int _start_repeater(uint16_t *codes)
 {
+    _start_clean(false);
     if (!_survey_stations()) {
         kelm_log_as(ENTRY, KELM_LOG_DETAIL, "Get wlan status failed.\n\n");
         return -1;
@@ -157,12 +167,12 @@ bool _sits_out_as_access_point(int band)
 
 void _start_access_point(uint16_t *codes)
 {
+    _start_clean(true);  // a band that was silenced before stays so
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         if (!kelm_get_band_inited(band))
             continue;
         if (_sits_out_as_access_point(band))
             kelm_set_status(band, WPS_STATUS_SILENT);
-        // A band that was silenced before stays so.
         if (kelm_get_status(band) != WPS_STATUS_SILENT) {
             kelm_set_status(band, WPS_STATUS_STARTED);
             kelm_set_wps_flag_bit(band, WPS_FLAG_WORKER_LAUNCH);
@@ -235,7 +245,7 @@ void trigger_over_scan(int band)
         kelm_log_bad_band(band);
         return;
     }
-    wps_exec_cmd("/usr/bin/wifi scan %s", bandname[band]);
+    wps_exec_cmd(command_kind::scan, "/usr/bin/wifi scan %s", bandname[band]);
     session->wps_flags |= WPS_FLAG_OVER_SCAN;
 }
 

@@ -2,9 +2,12 @@
 // The search for the root access point: address distance, scan results, the resolution per band.
 #include "wlan/rootap.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
+#include "config/file.h"
 #include "config/json_file.h"
 #include "core/log.h"
 #include "core/session.h"
@@ -83,6 +86,17 @@ void _store_text(json_object *entry, const char *key, char (&field)[size])
         copy_text(field, value);
 }
 
+// Byte by byte, since a name may hold zeros.
+void _store_ssid(json_object *entry, kelm_rootap_info *rec)
+{
+    json_object *value = nullptr;
+    if (!json_object_object_get_ex(entry, "ssid", &value) ||
+        !json_object_is_type(value, json_type_string))
+        return;
+    copy_ssid(rec->ssid, json_object_get_string(value),
+              static_cast<size_t>(json_object_get_string_len(value)));
+}
+
 // Modulo 256, however long the number is.
 uint8_t _channel_number(const char *digits)
 {
@@ -132,8 +146,27 @@ enum class scan_pick { none, by_ssid, by_bssid };
 // A name that is not known matches nothing: hidden entries have an empty one.
 bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
 {
-    const char *value = _text(entry, "ssid");
-    return ssid[0] != '\0' && value != nullptr && strncmp(value, ssid, sizeof ssid) == 0;
+    json_object *value = nullptr;
+    const size_t length = ssid_len(ssid);
+    return length > 0 && json_object_object_get_ex(entry, "ssid", &value) != 0 &&
+           json_object_is_type(value, json_type_string) != 0 &&
+           static_cast<size_t>(json_object_get_string_len(value)) == length &&
+           memcmp(json_object_get_string(value), ssid, length) == 0;
+}
+
+// The beginnings of the security texts that guard a key.
+constexpr const char *SECURED_TEXTS[] = {"wpa", "psk_sae", "sae_only"};
+
+// Whether an entry may be the network that has been joined. Anybody can send its name, or an
+// address near its own, but not with its key: what is open, or guards no key that is worth it, is
+// not the same network. An entry that tells nothing is taken by the rest that it tells; the
+// security that was learnt stands then.
+bool _may_have_key(json_object *entry)
+{
+    const char *told = _text(entry, "security");
+    return told == nullptr ||
+           std::any_of(std::begin(SECURED_TEXTS), std::end(SECURED_TEXTS),
+                       [told](const char *beginning) { return starts_with(told, beginning); });
 }
 
 // The name decides only while nothing is chosen, and only once: neighbours may carry the same name,
@@ -144,6 +177,8 @@ scan_pick _consider(json_object *entry, const kelm_rootap_info &wanted, scan_cho
     const char *mac = _text(entry, "mac");
     uint8_t bssid[WPS_BSSID_LEN] = {};
     if (mac == nullptr || _convert_macstr_to_bytes(mac, bssid) != 0)
+        return scan_pick::none;
+    if (wanted.password[0] != '\0' && !_may_have_key(entry))
         return scan_pick::none;
 
     const bool by_ssid = choice->entry == nullptr && _has_ssid(entry, wanted.ssid);
@@ -157,11 +192,14 @@ scan_pick _consider(json_object *entry, const kelm_rootap_info &wanted, scan_cho
     return by_ssid ? scan_pick::by_ssid : scan_pick::by_bssid;
 }
 
-// Null when no attempt gave JSON.
+// Null when no attempt gave JSON. The command writes where it is told by name, as root: through a
+// link of anybody's, or into a file of anybody's, which is then not believed.
 unique_json _fetch_scan_result(int band, const char *path)
 {
+    if (!kelm_has_own_file(path) && !kelm_pin_file(path, KELM_FOR_ALL))
+        return nullptr;
     for (int attempt = 1;; ++attempt) {
-        (void)wps_exec_cmd("/usr/bin/wifi getscanresult %s", bandname[band]);
+        (void)wps_exec_cmd(command_kind::scan, "/usr/bin/wifi getscanresult %s", bandname[band]);
         unique_json list = kelm_load_json(path);
         if (list || attempt == SCAN_ATTEMPTS)
             return list;
@@ -247,7 +285,7 @@ int32_t wps_bssid_co_hosted_check(const uint8_t *a, const uint8_t *b)
 void kelm_store_apinfo_from_json(json_object *entry, kelm_rootap_info *rec, const uint8_t *bssid)
 {
     memcpy(rec->bssid, bssid, sizeof rec->bssid);
-    _store_text(entry, "ssid", rec->ssid);
+    _store_ssid(entry, rec);
     _store_text(entry, "security", rec->auth);
     _store_text(entry, "wpa_encryption", rec->cipher);
     _store_channel(entry, rec);
@@ -307,7 +345,7 @@ int check_rootapinfo_with_uuid(int suc_band, int band)
     }
     const kelm_rootap_info &joined = suc_wps->rootap;
     const kelm_rootap_info &seen = wps->rootap;
-    if (joined.ssid[0] == '\0' || seen.ssid[0] == '\0')
+    if (ssid_len(joined.ssid) == 0 || ssid_len(seen.ssid) == 0)
         return 0;
     if (!_is_known(joined.bssid) || !_is_known(seen.bssid))
         return 0;
@@ -393,8 +431,8 @@ void kelm_store_apinfo_from_cfg(const wps_sta_band_config *cfg, kelm_rootap_info
 {
     if (_is_known(cfg->bssid))
         memcpy(rec->bssid, cfg->bssid, sizeof rec->bssid);
-    if (cfg->ssid[0] != '\0')
-        copy_text(rec->ssid, cfg->ssid);
+    if (ssid_len(cfg->ssid) != 0)
+        copy_ssid(rec->ssid, cfg->ssid, ssid_len(cfg->ssid));
     const char *auth = _auth_text(*cfg);
     if (auth != nullptr)
         copy_text(rec->auth, auth);

@@ -2,19 +2,16 @@
 // Write-back by run mode, and the access point's.
 #include "platform/rtk/ap_write_back.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "config/conf_tree.h"
 #include "config/credentials.h"
 #include "config/settings.h"
-#include "config/supplicant_credentials.h"
 #include "config/uci_option.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/text.h"
 #include "platform/rtk/easymesh.h"
+#include "platform/rtk/hostapd_file.h"
+#include "platform/rtk/new_settings.h"
 #include "platform/rtk/write_back.h"
 #include "wlan/run_mode.h"
 
@@ -22,79 +19,32 @@ namespace kelm {
 
 namespace {
 
-constexpr size_t HOSTAPD_PATH_SIZE = 128;
-constexpr uint32_t VERSION_END = 4;  // what is no version reads as mixed
+constexpr uint8_t SWITCH_NOT_READ = 2;
 
-// The security of the band's record is what hostapd's file says, not what the settings said.
-void _clear_security(wps_ap_band_config *ap)
+// False when there are no settings: written without them, the record would switch the access point
+// off. So would settings that are cut short before the band's switch; its access point is on then,
+// since its hostapd has just spoken.
+bool _read_settings(int band, wps_ap_band_config *access_points)
 {
-    ap->sec_type = WPS_AUTH_OPEN;
-    ap->wpa_version = WPS_VERSION_MIXED;
-    ap->encryption = WPS_CIPHER_AUTO;
-}
-
-// hostapd's line may hold up to 255 characters; the field takes the 32 that an SSID can have.
-void _take_ssid(wps_ap_band_config *ap, const char *value)
-{
-    if (ap->ap_bss_enabled != 0)
-        copy_text(ap->ssid, value);
-}
-
-void _take_passphrase(wps_ap_band_config *ap, const char *value)
-{
-    copy_text(ap->password, value);
-    ap->sec_type = WPS_AUTH_WPA;
-}
-
-void _take_pairwise(wps_ap_band_config *ap, const char *value)
-{
-    kelm_apply_pairwise(value, &ap->encryption);
-}
-
-void _take_key_mgmt(wps_ap_band_config *ap, const char *value)
-{
-    if (strcmp(value, "NONE") == 0)
-        ap->sec_type = WPS_AUTH_OPEN;
-}
-
-void _take_version(wps_ap_band_config *ap, const char *value)
-{
-    const auto version = static_cast<uint32_t>(atoi(value));
-    ap->wpa_version = version < VERSION_END ? version : WPS_VERSION_MIXED;
-}
-
-struct hostapd_key {
-    const char *key;
-    void (*take)(wps_ap_band_config *ap, const char *value);
-};
-
-// "auth_algs" is left out on purpose: it would say open or shared, the record's one place for that
-// is the WEP type, and the scripts would take the access point for a WEP one.
-constexpr hostapd_key HOSTAPD_KEYS[] = {
-    {"ssid", _take_ssid},
-    {"wpa_psk", _take_passphrase},
-    {"wpa_passphrase", _take_passphrase},
-    {"wpa_pairwise", _take_pairwise},
-    {"wpa_key_mgmt", _take_key_mgmt},
-    {"wpa", _take_version},
-};
-
-void _take_item(wps_ap_band_config *ap, const hapd_wpasupp_cfgitem &item)
-{
-    for (const hostapd_key &row : HOSTAPD_KEYS) {
-        if (strcmp(item.key, row.key) == 0) {
-            row.take(ap, item.value);
-            return;
-        }
-    }
+    uint8_t &on = access_points[band].ap_bss_enabled;
+    on = SWITCH_NOT_READ;
+    bool opened = false;
+    const bool whole = wps_parse_config(WIFI_CONF_PATH, access_points, WPS_CONFIG_AP, &opened) == 0;
+    if (on == SWITCH_NOT_READ)
+        on = whole ? 0 : 1;
+    return opened;
 }
 
 int _repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record)
 {
     if (!check_easymesh_enable() || rtk_repeater_check_ap_easymesh_support() != 0)
         return rtk_repeater_patching_back(ap_band, sta_band, record);
-    (void)_rtk_repeater_patching_back(ap_band, sta_band, record);
-    return rtk_repeater_easymesh_patching_back(ap_band, sta_band);
+    // A backhaul proves nothing where the credentials are not stored: its file also holds what
+    // stood in the station's file before the attempt. A band with its own success needs both; for
+    // one that borrows there may be no backhaul to write.
+    const int written = _rtk_repeater_patching_back(ap_band, sta_band, record);
+    const int backhaul = rtk_repeater_easymesh_patching_back(ap_band, sta_band);
+    return written == 0 && ap_band == sta_band ? backhaul : written;
 }
 
 }  // namespace
@@ -124,28 +74,34 @@ int rtk_ap_patching_back(int band)
         return -1;
     }
     wps_ap_band_config access_points[KELM_BAND_COUNT] = {};
-    // Written from settings that were not read, the record would switch the access point off.
-    if (wps_parse_config(WIFI_CONF_PATH, access_points, WPS_CONFIG_AP) != 0)
+    if (!_read_settings(band, access_points))
         return -1;
+    const bool arrived = rtk_wait_for_new_settings(band);
     kelm_log_detail("wps_parse_ap_config finished.\n");
     wps_ap_band_config &ap = access_points[band];
 
     char path[HOSTAPD_PATH_SIZE];
-    (void)snprintf(path, sizeof path, "/tmp/run/hostapd-%s.conf", session->ifName);
-    const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse(path));
+    rtk_hostapd_path(*session, path);
+    const unique_cfg_tree tree(kelm_parse_hostapd_config(path));
     kelm_log_normal("Analyze hostapd config file %s\n\n", path);
     if (!tree) {
         kelm_log_always("wps_hapd_wpasupp_config_parse failed\n");
         return -1;
     }
     wps_hapd_wpasupp_config_dump(tree.get());
-    _clear_security(&ap);
-    for (const hapd_wpasupp_cfgitem *item = tree.get(); item != nullptr; item = item->next)
-        _take_item(&ap, *item);
-
+    if (!rtk_take_hostapd_network(tree.get(), &ap)) {
+        kelm_log_always("%s has no key for everybody, not stored\n", path);
+        return -1;
+    }
+    if (!arrived && ap.sec_type == WPS_AUTH_OPEN) {
+        kelm_log_always("new settings did not arrive in %s\n", path);
+        return -1;
+    }
     ap.configured = 1;
     kelm_log_detail("call _rtk_wps_set_ap_config %d\n", band);
-    _wps_set_ap_config(band, &ap);
+    if (_wps_set_ap_config(band, &ap) != 0)
+        return -1;
+    rtk_note_stored_settings(band, ap);
     kelm_count_credentials();
     return 0;
 }

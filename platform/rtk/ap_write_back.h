@@ -7,7 +7,8 @@
 
 namespace kelm {
 
-// Chooses by run mode: EasyMesh, repeater or access point. 0, or -1 with nothing written.
+// Chooses by run mode: EasyMesh, repeater or access point. 0, or -1 when the band's credentials
+// were not written.
 int rtk_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record);
 
 // Writes what hostapd's file of the band holds into the access point's credential file. 0, or -1

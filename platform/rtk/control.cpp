@@ -79,13 +79,17 @@ void _push_station_button(int band, const kelm_session &session, bool multiap_on
                  _multi_ap_word(multiap_on));
 }
 
+// Before a start. A running attempt keeps its sockets: what its Wi-Fi daemons say in the meantime
+// would be lost, and one that is away at the moment would make the whole attempt forgotten. The
+// start is refused anyway.
 int _rebuild_worker_socks()
 {
+    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) != 0)
+        return 0;
     kelm_worker_sock_deinit();
     // The settings may have changed since the start, and a rebuild that failed has cleared the
     // flags: without them no band would ever take part again.
-    if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0)
-        (void)kelm_check_available_status();
+    (void)kelm_check_available_status();
     if (kelm_worker_sock_init() == 0)
         return 0;
     kelm_log_as("rtk_process_ibus_msg", KELM_LOG_ALWAYS, "Rebuild worker socket failed.\n\n");
@@ -121,6 +125,7 @@ int _process_wps_cli(const wps_listen_event_t *event)
     case WPS_CLI_CANCEL:
         (void)rtk_wps_cancel();
         rtk_kill_wpas();
+        kelm_forget_wps_result();
         return 0;
     default:
         kelm_log_as("rtk_process_ibus_msg", KELM_LOG_ALWAYS, "Invalid wps_cli action.\n\n");
@@ -289,7 +294,7 @@ int rtk_process_ibus_msg(const wps_listen_event_t *event)
 
 int rtk_wifi_restart()
 {
-    return kelm_system("/etc/init.d/wifi restart");
+    return kelm_system("/etc/init.d/wifi restart", command_kind::restart);
 }
 
 }  // namespace kelm

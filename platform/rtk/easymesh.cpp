@@ -8,7 +8,9 @@
 
 #include "config/credentials.h"
 #include "config/file.h"
+#include "config/key_mgmt.h"
 #include "config/settings.h"
+#include "config/value_text.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/session.h"
@@ -31,10 +33,18 @@ constexpr const char *STATION_FILES[STATION_COUNT] = {
     "/tmp/run/wpa_supplicant-wlan0-vxd.conf",
 };
 
+// What counts only together with a block's other lines.
+struct block_keys {
+    uint32_t kinds;  // of key_mgmt
+    bool has_psk;
+    char sae_password[WPS_PASSWORD_SIZE];
+};
+
 // A station file, read by lines from its first network block on.
 struct block_reader {
     unique_file file;
     bool in_block;
+    block_keys keys;
     char line[LINE_SIZE];
 };
 
@@ -69,15 +79,25 @@ const char *_next_value(block_reader *reader, const char *key)
     return line == nullptr ? nullptr : line + strlen(key);
 }
 
-// A text in double quotes without them, a bare one as it is.
-template <size_t size>
-void _copy_value(char (&field)[size], const char *value)
+// A text in double quotes without them, a bare one, the digits of a key, as it is.
+void _copy_key(char (&field)[WPS_PASSWORD_SIZE], const char *value)
 {
     const size_t length = strlen(value);
     if (length >= 2 && value[0] == '"' && value[length - 1] == '"')
-        copy_text(field, size, value + 1, length - 2);
+        copy_text(field, sizeof field, value + 1, length - 2);
     else
         copy_text(field, value);
+}
+
+// At the end of a block: whether its password for SAE is the one that counts.
+bool _take_sae_password(block_keys *keys, wps_ap_band_config *ap)
+{
+    const block_keys block = *keys;
+    *keys = {};
+    if (block.sae_password[0] == '\0' || (block.has_psk && !kelm_is_sae_only(block.kinds)))
+        return false;
+    copy_text(ap->password, block.sae_password);
+    return true;
 }
 
 enum class credential { none, ssid, password };
@@ -90,15 +110,22 @@ credential _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
         if (strlen(line) < SHORTEST_LINE)
             continue;
         if (starts_with(line, "ssid=")) {
-            _copy_value(ap->ssid, line + strlen("ssid="));
+            kelm_decode_ssid(line + strlen("ssid="), ap->ssid);
             return credential::ssid;
         }
         if (starts_with(line, "psk=")) {
-            _copy_value(ap->password, line + strlen("psk="));
+            _copy_key(ap->password, line + strlen("psk="));
+            reader->keys.has_psk = true;
             return credential::password;
         }
+        if (starts_with(line, "sae_password="))
+            kelm_take_sae_password(line + strlen("sae_password="), reader->keys.sae_password);
+        if (starts_with(line, "key_mgmt="))
+            reader->keys.kinds = kelm_key_mgmt_kinds(line + strlen("key_mgmt="));
+        if (starts_with(line, "network=") && _take_sae_password(&reader->keys, ap))
+            return credential::password;
     }
-    return credential::none;
+    return _take_sae_password(&reader->keys, ap) ? credential::password : credential::none;
 }
 
 // The band whose outcome decides: the one that lends its credentials, or for a band with its own
@@ -112,7 +139,7 @@ int _partner(int band, int sta_band)
 
 void _copy_credentials(wps_ap_band_config *to, const wps_ap_band_config &from)
 {
-    copy_text(to->ssid, from.ssid);
+    copy_ssid(to->ssid, from.ssid, ssid_len(from.ssid));
     copy_text(to->password, from.password);
 }
 
@@ -122,7 +149,7 @@ int rtk_repeater_check_ap_easymesh_support()
 {
     bool any = false;
     for (int band = 0; band < STATION_COUNT; ++band) {
-        block_reader reader = {kelm_open_to_read(STATION_FILES[band]), false, {}};
+        block_reader reader = {kelm_open_to_read(STATION_FILES[band]), false, {}, {}};
         if (!reader.file) {
             kelm_log_normal("Open  tmp/run/wpa_supplicant.conffailed.\n\n");
             continue;
@@ -153,7 +180,7 @@ int rtk_repeater_easymesh_patching_back(int band, int sta_band)
     kelm_log_normal("wps_parse_config finished.\n");
 
     for (int station = 0; station < STATION_COUNT; ++station) {
-        block_reader reader = {kelm_open_to_read(STATION_FILES[station]), false, {}};
+        block_reader reader = {kelm_open_to_read(STATION_FILES[station]), false, {}, {}};
         if (!reader.file) {
             kelm_log_normal("Open /tmp/wpa_supplicant.conf failed.\n\n");
             return -1;
@@ -186,8 +213,9 @@ int rtk_repeater_easymesh_patching_back(int band, int sta_band)
         _copy_credentials(&ap[band], ap[partner]);
 
     kelm_log_normal("call wps_set_dual_ap_bh_config\n");
-    (void)wps_set_dual_ap_bh_config(ap);
-    (void)kelm_system("/etc/init.d/wps mesh_config_wifi");
+    if (wps_set_dual_ap_bh_config(ap) != 0 || !kelm_hold_mesh_credential_names())
+        return -1;
+    (void)kelm_system("/etc/init.d/wps mesh_config_wifi", command_kind::script);
     return 0;
 }
 

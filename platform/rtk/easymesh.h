@@ -10,7 +10,8 @@ namespace kelm {
 int rtk_repeater_check_ap_easymesh_support();
 
 // Writes the backhaul file from the stations' files and runs mesh_config_wifi. Returns 0, or -1
-// when nothing was written: a bad band, a file is missing, or the other band has not succeeded.
+// when nothing was written: a bad band, a file is missing, the other band has not succeeded, or
+// there is no room.
 int rtk_repeater_easymesh_patching_back(int band, int sta_band);
 
 }  // namespace kelm

@@ -14,6 +14,7 @@
 #include "platform/exec.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
+#include "platform/rtk/new_settings.h"
 #include "wlan/predict.h"
 #include "wlan/run_mode.h"
 
@@ -23,6 +24,7 @@ namespace {
 
 constexpr size_t SOCKET_PATH_SIZE = 64;
 constexpr size_t REMOVE_COMMAND_SIZE = 128;
+constexpr const char *NEW_SETTINGS = "WPS-NEW-AP-SETTINGS";
 constexpr const char *ENTRY = "rtk_process_wpas_msg";  // whose lines the steps write
 
 // The band's attached connections, null while closed.
@@ -44,8 +46,8 @@ void _socket_path(const kelm_session &session, char (&path)[SOCKET_PATH_SIZE])
 }
 
 // --- What an event does to its band. One row of a table is one event; a text is looked for
-// anywhere in the line, since a level prefix and an interface name may stand before it. The first
-// row that matches decides. ---
+// anywhere in the Wi-Fi daemon's own words, since a level prefix may stand before it and other
+// words around it. The first row that matches decides. ---
 
 constexpr int NO_RESULT = -1;
 constexpr int NO_STATUS = -1;
@@ -78,19 +80,34 @@ void _note_enrollee(int, kelm_session *session, char *text)
     kelm_update_info_file(IBUS_WPS_ACTION_DONE);
 }
 
-void _end_with_restart(int, kelm_session *session, char *)
+void _store_new_settings(int band, kelm_session *session)
 {
+    (void)kelm_system_format(REMOVE_COMMAND_SIZE, "rm %s", WPS_AP_FILE);
+    if (rtk_ap_patching_back(band) != 0 || !kelm_hold_credential_names()) {
+        kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "new settings not stored, skip config_wifi\n");
+        return;
+    }
+    session->wps_flags |= WPS_FLAG_CONFIG_WIFI;
+    (void)kelm_system("/etc/init.d/wps config_wifi", command_kind::script);
+    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "/etc/init.d/wps config_wifi\n");
+}
+
+// A file that came later than it was waited for is looked at once more, before the restart makes
+// what was stored the truth.
+void _end_with_restart(int band, kelm_session *session, char *)
+{
+    if (rtk_has_newer_settings(band))
+        _store_new_settings(band, session);
+    rtk_forget_new_settings(band);
     const bool new_settings = (session->wps_flags & WPS_FLAG_CONFIG_WIFI) != 0;
     kelm_set_global_wpsflag_bit(new_settings ? KELM_GFLAG_WIFI_RESTART : KELM_GFLAG_WPS_RESTART);
 }
 
-void _apply_new_settings(int band, kelm_session *session, char *)
+void _apply_new_settings(int band, kelm_session *session, char *text)
 {
-    (void)kelm_system_format(REMOVE_COMMAND_SIZE, "rm %s", WPS_AP_FILE);
-    (void)rtk_ap_patching_back(band);
-    session->wps_flags |= WPS_FLAG_CONFIG_WIFI;
-    (void)kelm_system("/etc/init.d/wps config_wifi");
-    kelm_log_as(ENTRY, KELM_LOG_NORMAL, "/etc/init.d/wps config_wifi\n");
+    rtk_note_new_settings(band, strstr(text, NEW_SETTINGS) + strlen(NEW_SETTINGS));
+    _store_new_settings(band, session);
+    rtk_note_hostapd_file(band);
 }
 
 // wpa_supplicant's, as an enrollee. A line with both a success and a failure is a success: the
@@ -117,14 +134,59 @@ constexpr event_row ACCESS_POINT_EVENTS[] = {
     {"AP-STA-CONNECTED", NO_RESULT, NO_STATUS, NO_STEP, false, nullptr},
     {"WPS-OVERLAP-DETECTED", NO_RESULT, WPS_STATUS_OVERLAP, NO_STEP, true, nullptr},
     {"WPS-TIMEOUT", NO_RESULT, WPS_STATUS_TIMEOUT, NO_STEP, true, nullptr},
-    {"WPS-NEW-AP-SETTINGS", NO_RESULT, NO_STATUS, NO_STEP, false, _apply_new_settings},
+    {NEW_SETTINGS, NO_RESULT, NO_STATUS, NO_STEP, false, _apply_new_settings},
 };
+
+// A line quotes names and texts that strangers choose: device names in brackets or between bars,
+// network names in quotes or behind a "=". One of these stands before each such text, but for the
+// events below, whose text follows plain words.
+constexpr const char *QUOTING_MARKS = "[('\"|=";
+constexpr const char *INTERFACE_PREFIX = "IFNAME=";
+
+constexpr const char *QUOTING_EVENTS[] = {
+    "CTRL-REQ-",                    // what an authentication server asks, and the SSID
+    "CTRL-EVENT-EAP-NOTIFICATION",  // a server's message
+    "DPP-",                         // names, addresses and errors of a configurator
+    "ESS-DISASSOC-IMMINENT",        // an access point's URL
+    "HS20-",                        // URLs and file names of an access point
+    "P2P-",                         // services of a peer
+    "RX-VENUE-URL",                 // an access point's URL
+};
+
+struct words {
+    const char *begin;
+    const char *end;
+};
+
+// Where a word begins, or null.
+const char *_find(const words &in, const char *word)
+{
+    return static_cast<const char *>(
+        memmem(in.begin, static_cast<size_t>(in.end - in.begin), word, strlen(word)));
+}
+
+// The part of a line that nobody but the Wi-Fi daemon has written. A neighbour whose device is
+// called "WPS-SUCCESS" would otherwise end an attempt, and one called "WPS-NEW-AP-SETTINGS" have
+// the stored settings written anew, just by being near.
+words _own_words(const char *text)
+{
+    if (strncmp(text, INTERFACE_PREFIX, strlen(INTERFACE_PREFIX)) == 0)
+        text += strcspn(text, " ");
+    words own = {text, text + strcspn(text, QUOTING_MARKS)};
+    for (const char *event : QUOTING_EVENTS) {
+        const char *quoting = _find(own, event);
+        if (quoting != nullptr)
+            own.end = quoting;
+    }
+    return own;
+}
 
 template <size_t count>
 const event_row *_find_event(const event_row (&table)[count], const char *text)
 {
+    const words own = _own_words(text);
     for (const event_row &row : table) {
-        if (strstr(text, row.text) != nullptr)
+        if (_find(own, row.text) != nullptr)
             return &row;
     }
     return nullptr;
@@ -172,10 +234,10 @@ int _process_access_point_event(int band, kelm_session *session, char *text)
     return 0;
 }
 
-// The text behind a field name of an event, or null.
-const char *_field(const char *text, const char *name)
+// The text behind a field name, or null.
+const char *_field(const words &in, const char *name)
 {
-    const char *at = strstr(text, name);
+    const char *at = _find(in, name);
     return at == nullptr ? nullptr : at + strlen(name);
 }
 
@@ -215,6 +277,8 @@ int rtk_wpas_sock_init(int band)
         return -1;
     }
     kelm_log_detail("eventCtrl attach success\n");
+    if (kelm_get_run_mode() == KELM_MODE_AP)
+        rtk_forget_new_settings(band);
     return wpa_ctrl_get_fd(ctrl.get());
 }
 
@@ -248,7 +312,13 @@ int rtk_process_wpas_msg(int band, char *text, int)
 
 void _store_rootap_info(const char *text, kelm_rootap_info *rootap)
 {
-    const char *bssid = _field(text, " bssid=");
+    // The name may hold blanks and stands last, so it runs to the end of the line. Whoever named
+    // the network could write the other fields into it; behind it none of them counts.
+    words fields = {text, text + strlen(text)};
+    const char *ssid = _field(fields, " ssid=");
+    if (ssid != nullptr)
+        fields.end = ssid;
+    const char *bssid = _field(fields, " bssid=");
     if (bssid != nullptr) {
         char mac[WPS_MAC_TEXT_LEN + 1];
         copy_text(mac, bssid);
@@ -258,13 +328,11 @@ void _store_rootap_info(const char *text, kelm_rootap_info *rootap)
         kelm_log_detail("got bssid [%02x:%02x:%02x:%02x:%02x:%02x]\n", b[0], b[1], b[2], b[3], b[4],
                         b[5]);
     }
-    const char *uuid = _field(text, " uuid=");
+    const char *uuid = _field(fields, " uuid=");
     if (uuid != nullptr) {
         memset(rootap->uuid, 0, WPS_UUID_LEN);
         (void)_convert_uuidstr_to_bytes(uuid, rootap->uuid);
     }
-    // The name may hold blanks and stands last, so it runs to the end of the line.
-    const char *ssid = _field(text, " ssid=");
     if (ssid != nullptr) {
         copy_text(rootap->ssid, ssid);
         kelm_log_detail("got ssid[%s]\n", rootap->ssid);

@@ -10,12 +10,12 @@ namespace kelm {
 int rtk_wpas_sock_init(int band);
 void rtk_wpas_sock_deinit(int band, int fd);
 
-// One event text, terminated; it may be changed. 0: handled or ignored on purpose; -1: unknown, or
-// a bad band.
+// One event text, terminated; it may be changed. Only the Wi-Fi daemon's own words count, never a
+// name that the line quotes. 0: handled or ignored on purpose; -1: unknown, or a bad band.
 int rtk_process_wpas_msg(int band, char *text, int length);
 
-// Fills the record from the " bssid=", " uuid=" and " ssid=" fields of an event. What is absent
-// stays.
+// Fills the record from the " bssid=", " uuid=" and " ssid=" fields of an event. The name is what
+// is left of the line behind its field; what is absent, or stands behind the name, stays as it was.
 void _store_rootap_info(const char *text, kelm_rootap_info *rootap);
 
 // The second and the third blank-separated token of an event, which is cut up in place; null when

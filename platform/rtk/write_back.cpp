@@ -8,9 +8,11 @@
 
 #include "config/conf_tree.h"
 #include "config/credentials.h"
+#include "config/key_mgmt.h"
 #include "config/settings.h"
 #include "config/supplicant_credentials.h"
 #include "config/uci_option.h"
+#include "config/value_text.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/text.h"
@@ -25,8 +27,8 @@ namespace {
 // EasyMesh attempt in the log looks for the text without the underscore.
 struct write_back_copy {
     const char *name;  // under which the steps write their log lines
-    void (*write_sta)(int band, const wps_sta_band_config *config);
-    void (*write_ext)(int band, const wps_ap_band_config *config);
+    int (*write_sta)(int band, const wps_sta_band_config *config);
+    int (*write_ext)(int band, const wps_ap_band_config *config);
     const char *call_text;
 };
 
@@ -49,31 +51,45 @@ constexpr uint32_t WEP_OPEN = 1;
 constexpr uint32_t WEP_SHARED = 0;
 constexpr uint32_t WEP_FORMAT = 1;  // the only format that comes out of an exchange
 
+// What counts only together with other lines.
+struct key_lines {
+    uint32_t kinds;  // of key_mgmt
+    char sae_password[WPS_PASSWORD_SIZE];
+};
+
 struct reading {
     const write_back_copy &copy;
     int ap_band;
     hapd_wpasupp_cfgitem *block;
     learnt_network *network;
+    key_lines *keys;
 };
 
-void _take_ssid(const reading &at, const char *value)
+using cfgitem = hapd_wpasupp_cfgitem;
+
+void _take_ssid(const reading &at, const cfgitem &item)
 {
-    copy_text(at.network->ssid, value);
+    kelm_decode_ssid(item, at.network->ssid);
 }
 
-void _take_psk(const reading &at, const char *value)
+void _take_psk(const reading &at, const cfgitem &item)
 {
-    copy_text(at.network->password, value);
+    copy_text(at.network->password, item.value);
 }
 
-void _take_pairwise(const reading &at, const char *value)
+void _take_sae_password(const reading &at, const cfgitem &item)
 {
-    kelm_apply_pairwise(value, &at.network->encryption);
+    kelm_take_sae_password(item, at.keys->sae_password);
 }
 
-void _take_proto(const reading &at, const char *value)
+void _take_pairwise(const reading &at, const cfgitem &item)
 {
-    kelm_apply_proto(value, &at.network->wpa_version);
+    kelm_apply_pairwise(item.value, &at.network->encryption);
+}
+
+void _take_proto(const reading &at, const cfgitem &item)
+{
+    kelm_apply_proto(item.value, &at.network->wpa_version);
 }
 
 struct named_number {
@@ -82,11 +98,6 @@ struct named_number {
 };
 
 constexpr named_number AUTH_ALGS[] = {{"OPEN", WEP_OPEN}, {"SHARED", WEP_SHARED}};
-
-constexpr named_number KEY_MGMTS[] = {
-    {"NONE", WPS_AUTH_OPEN},    {"WPA-PSK", WPS_AUTH_WPA}, {"WPA2-PSK", WPS_AUTH_WPA},
-    {"WPA3-SAE", WPS_AUTH_SAE}, {"WEP", WPS_AUTH_WEP},
-};
 
 // The whole value must be a name of the table; any other leaves the number alone.
 template <size_t count>
@@ -98,39 +109,41 @@ void _take_named(const named_number (&table)[count], const char *value, uint32_t
     }
 }
 
-void _take_auth_alg(const reading &at, const char *value)
+void _take_auth_alg(const reading &at, const cfgitem &item)
 {
-    _take_named(AUTH_ALGS, value, &at.network->wep_auth_type);
+    _take_named(AUTH_ALGS, item.value, &at.network->wep_auth_type);
 }
 
-void _take_key_mgmt(const reading &at, const char *value)
+void _take_key_mgmt(const reading &at, const cfgitem &item)
 {
-    _take_named(KEY_MGMTS, value, &at.network->security);
+    const uint32_t kinds = kelm_key_mgmt_kinds(item.value);
+    if (kinds != 0)
+        at.keys->kinds = kinds;
 }
 
 // The key itself goes nowhere: the settings' one key field is the passphrase, and a network
 // without a passphrase is written as open.
-void _take_wep_key(const reading &at, const char *)
+void _take_wep_key(const reading &at, const cfgitem &)
 {
     at.network->wep_key_format = WEP_FORMAT;
 }
 
-void _take_wep_index(const reading &at, const char *value)
+void _take_wep_index(const reading &at, const cfgitem &item)
 {
-    at.network->key_index = static_cast<uint32_t>(atoi(value));
+    at.network->key_index = static_cast<uint32_t>(atoi(item.value));
 }
 
-void _take_multiap(const reading &at, const char *value)
+void _take_multiap(const reading &at, const cfgitem &item)
 {
-    if (atoi(value) == 1)
+    if (atoi(item.value) == 1)
         at.network->multiap = 1;
     kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "--------------------band %d multiap %d\n",
                 at.ap_band, at.network->multiap);
 }
 
-void _take_mesh(const reading &at, const char *value)
+void _take_mesh(const reading &at, const cfgitem &item)
 {
-    at.network->support_mesh = atoi(value) != 0 ? 1 : 0;
+    at.network->support_mesh = atoi(item.value) != 0 ? 1 : 0;
     kelm_log_as(at.copy.name, KELM_LOG_NORMAL, "--------------------band %d support_mesh %d\n",
                 at.ap_band, at.network->support_mesh);
     if (at.network->support_mesh == 0)
@@ -146,12 +159,13 @@ void _take_mesh(const reading &at, const char *value)
 
 struct network_key {
     const char *key;
-    void (*take)(const reading &at, const char *value);
+    void (*take)(const reading &at, const cfgitem &item);
 };
 
 constexpr network_key NETWORK_KEYS[] = {
     {"ssid", _take_ssid},
     {"psk", _take_psk},
+    {"sae_password", _take_sae_password},
     {"pairwise", _take_pairwise},
     {"proto", _take_proto},
     {"auth_alg", _take_auth_alg},
@@ -162,15 +176,25 @@ constexpr network_key NETWORK_KEYS[] = {
     {"corvex_support", _take_mesh},
 };
 
-void _take_item(const reading &at, const hapd_wpasupp_cfgitem &item)
+void _take_item(const reading &at, const cfgitem &item)
 {
     kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "key[%s]: value[%s]\n", item.key, item.value);
     for (const network_key &row : NETWORK_KEYS) {
         if (strcmp(item.key, row.key) == 0) {
-            row.take(at, item.value);
+            row.take(at, item);
             return;
         }
     }
+}
+
+// The key and the security, once all lines are read.
+void _settle_security(const key_lines &keys, learnt_network *network)
+{
+    if (keys.sae_password[0] != '\0' &&
+        (network->password[0] == '\0' || kelm_is_sae_only(keys.kinds)))
+        copy_text(network->password, keys.sae_password);
+    network->security =
+        kelm_key_mgmt_mode(keys.kinds, network->password[0] != '\0', &network->wpa_version);
 }
 
 // Reads the block that sta_band's attempt has added to wpa_supplicant's file. False (logged) when
@@ -195,10 +219,12 @@ bool _read_network(const write_back_copy &copy, const kelm_session &station, wri
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "Find enabled network configs:\n");
     wps_hapd_wpasupp_config_dump(block);
 
-    const reading at = {copy, given->ap_band, block, &given->network};
+    key_lines keys = {};
+    const reading at = {copy, given->ap_band, block, &given->network, &keys};
     at.network->wep_key_format = WEP_FORMAT;
-    for (const hapd_wpasupp_cfgitem *item = block->child; item != nullptr; item = item->next)
+    for (const cfgitem *item = block->child; item != nullptr; item = item->next)
         _take_item(at, *item);
+    _settle_security(keys, at.network);
     return true;
 }
 
@@ -227,14 +253,49 @@ constexpr named_number CIPHER_TEXTS[] = {
     {"auto", WPS_CIPHER_AUTO},
 };
 
+// How well a security guards a key, and how well a cipher does; what is no such number ranks
+// lowest.
+struct rank_row {
+    uint32_t number;
+    uint32_t version;
+    int rank;
+};
+
+constexpr rank_row SECURITY_RANKS[] = {
+    {WPS_AUTH_OWE, SAME_VERSION, 1},     {WPS_AUTH_WEP, SAME_VERSION, 2},
+    {WPS_AUTH_WPA, WPS_VERSION_WPA, 3},  {WPS_AUTH_WPA_SINGLE, SAME_VERSION, 3},
+    {WPS_AUTH_WPA, WPS_VERSION_WPA2, 5}, {WPS_AUTH_WPA, SAME_VERSION, 4},
+    {WPS_AUTH_SAE, WPS_VERSION_WPA3, 7}, {WPS_AUTH_SAE, SAME_VERSION, 6},
+};
+constexpr rank_row CIPHER_RANKS[] = {
+    {WPS_CIPHER_TKIP, SAME_VERSION, 1},
+    {WPS_CIPHER_AUTO, SAME_VERSION, 2},
+    {WPS_CIPHER_AES, SAME_VERSION, 3},
+};
+
+// The first row that fits decides.
+template <size_t count>
+int _rank(const rank_row (&table)[count], uint32_t number, uint32_t version)
+{
+    for (const rank_row &row : table) {
+        if (row.number == number && (row.version == SAME_VERSION || row.version == version))
+            return row.rank;
+    }
+    return 0;
+}
+
 void _apply_security_text(const char *text, learnt_network *network)
 {
     for (const security_row &row : SECURITY_TEXTS) {
         if (!starts_with(text, row.prefix))
             continue;
+        const bool keeps = row.wpa_version == SAME_VERSION;
+        const uint32_t version = keeps ? network->wpa_version : row.wpa_version;
+        if (_rank(SECURITY_RANKS, row.security, version) <
+            _rank(SECURITY_RANKS, network->security, network->wpa_version))
+            return;
         network->security = row.security;
-        if (row.wpa_version != SAME_VERSION)
-            network->wpa_version = row.wpa_version;
+        network->wpa_version = version;
         return;
     }
 }
@@ -242,14 +303,18 @@ void _apply_security_text(const char *text, learnt_network *network)
 void _apply_cipher_text(const char *text, learnt_network *network)
 {
     for (const named_number &row : CIPHER_TEXTS) {
-        if (starts_with(text, row.name)) {
+        if (!starts_with(text, row.name))
+            continue;
+        if (_rank(CIPHER_RANKS, row.number, SAME_VERSION) >=
+            _rank(CIPHER_RANKS, network->encryption, SAME_VERSION))
             network->encryption = row.number;
-            return;
-        }
+        return;
     }
 }
 
-// A station that has succeeded knows best; for any other band the texts of the scan count.
+// A station that has succeeded knows best; for any other band the texts of the scan count. They may
+// come from a neighbour, so with a key they can raise what was learnt, never lower it: an open twin
+// of the network, or one with an older cipher, would be handed the user's devices otherwise.
 void _apply_texts(const write_back_case &given, learnt_network *network)
 {
     if (given.record == nullptr && given.station_succeeded)
@@ -274,6 +339,13 @@ void _apply_missing_passphrase(learnt_network *network)
         _set_security(network, WPS_AUTH_OPEN, WPS_VERSION_MIXED, WPS_CIPHER_AUTO);
 }
 
+// A key is there to be used.
+void _apply_passphrase(learnt_network *network)
+{
+    if (network->password[0] != '\0' && network->security == WPS_AUTH_OPEN)
+        network->security = WPS_AUTH_WPA;
+}
+
 // The 6 GHz band allows nothing older than WPA3.
 void _apply_band_rules(int ap_band, learnt_network *network)
 {
@@ -295,12 +367,14 @@ const char *_station_ssid(const write_back_case &given)
 {
     if (given.record != nullptr)
         return given.record->ssid;
-    return given.sta_band == given.ap_band ? given.network.ssid : "";
+    constexpr static char no_ssid[WPS_SSID_SIZE] = {};
+    return given.sta_band == given.ap_band ? given.network.ssid : no_ssid;
 }
 
 void _make_ap_ssid(const write_back_case &given, char (&ssid)[WPS_SSID_SIZE])
 {
-    copy_text(ssid, given.record != nullptr ? given.record->ssid : given.network.ssid);
+    const char *name = given.record != nullptr ? given.record->ssid : given.network.ssid;
+    copy_ssid(ssid, name, ssid_len(name));
     if (given.no_postfix)
         return;
     const bool own = given.record != nullptr || given.sta_band == given.ap_band;
@@ -314,20 +388,24 @@ bool _is_write_back_possible(int ap_band, int sta_band)
     return kelm_get_wps_session(sta_band) != nullptr && ap_band >= 0 && ap_band < KELM_BAND_COUNT;
 }
 
-void _write(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
+// False when the band's credentials stand nowhere afterwards: a write failed that was due, or none
+// was.
+bool _write(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
             wps_ap_band_config *ap)
 {
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "%s\n", copy.call_text);
-    if (sta.sta_bss_enabled != 0)
-        copy.write_sta(ap_band, &sta);
+    const bool station_due = sta.sta_bss_enabled != 0;
+    const bool station_written = station_due && copy.write_sta(ap_band, &sta) == 0;
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "sta config over! then config apCfg %d[%d/%d]\n",
                 ap_band, ap->ap_bss_enabled, factory_mode);
+    bool access_point_written = false;
     // A device fresh from the factory opens its access points with the first attempt.
     if (ap->ap_bss_enabled != 0 || factory_mode != 0) {
         ap->ap_bss_enabled = 1;
-        copy.write_ext(ap_band, ap);
+        access_point_written = copy.write_ext(ap_band, ap) == 0;
     }
-    kelm_count_credentials();
+    // Without the station's credentials the access point would extend a network that is not there.
+    return station_due ? station_written : access_point_written;
 }
 
 int _patch_back(const write_back_copy &copy, int ap_band, int sta_band,
@@ -356,7 +434,9 @@ int _patch_back(const write_back_copy &copy, int ap_band, int sta_band,
     given.no_postfix = check_GermanySSID();
 
     rtk_decide_write_back(given, &stations[ap_band], &access_points[ap_band]);
-    _write(copy, ap_band, stations[ap_band], &access_points[ap_band]);
+    if (!_write(copy, ap_band, stations[ap_band], &access_points[ap_band]))
+        return -1;
+    kelm_count_credentials();
     return 0;
 }
 
@@ -376,11 +456,14 @@ void rtk_decide_write_back(const write_back_case &given, wps_sta_band_config *st
                            wps_ap_band_config *ap)
 {
     learnt_network network = given.network;
+    _apply_passphrase(&network);
     _apply_texts(given, &network);
+    _apply_passphrase(&network);
     _apply_missing_passphrase(&network);
     _apply_band_rules(given.ap_band, &network);
 
-    copy_text(sta->ssid, _station_ssid(given));
+    const char *station_ssid = _station_ssid(given);
+    copy_ssid(sta->ssid, station_ssid, ssid_len(station_ssid));
     copy_text(sta->password, network.password);
     sta->auth_mode = network.security;
     sta->wpa_version = network.wpa_version;

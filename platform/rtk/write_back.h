@@ -9,7 +9,8 @@ namespace kelm {
 
 // Writes the credentials of sta_band's station as station and access point settings of ap_band.
 // record: the root access point to mirror, or null for the station's own result. Returns 0, or -1
-// (logged) with nothing written. The one with the underscore writes the files of the EasyMesh
+// when the credentials were not written: a failure (logged), or the settings switch the band's
+// station and access point off. The one with the underscore writes the files of the EasyMesh
 // scripts, the other the plain ones.
 int rtk_repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record);
 int _rtk_repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record);

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: ISC
 """The attempts that are made without memory: their peers, their files, and what may be in these.
 
-A file may be missing or hold what it held before; what is new in it is whole.
+A file may be missing or hold what it held before; what is new in it is whole. A credential file may
+be empty, too: so its name is held where nothing was written.
 """
 import contextlib
 import json
@@ -36,7 +37,7 @@ BANDS_OF = {
 WRITE_FAILURES = ('Parse string to json failed.', 'format json data failed',
                   'wps_hapd_wpasupp_config_parse failed', 'Open wps config file failed')
 INFO_TEXTS = {
-    'wps_action': (1, 2), 'wl0_wps_status': ('ok', 'success', 'timeout', 'silent'),
+    'wps_action': (1, 2), 'wl0_wps_status': ('ok', 'success', 'error', 'timeout', 'silent'),
     'wl0_wps_sta_mac': ('', '02:00:00:00:07:00'),
     'wl1_wps_status': ('ok', 'timeout', 'silent'), 'wl1_wps_sta_mac': ('',)}
 
@@ -73,6 +74,13 @@ def lost_bands(run):
             if run.files[path] not in (None, OLD) and f'"ssid_{band}"' not in run.files[path]]
 
 
+def is_told_wrongly(run):
+    """Whether a failure to store the credentials is told, though they are stored."""
+    info = run.files[INFO_FILE]
+    told = info not in (None, OLD) and '"wl0_wps_status": "error"' in info
+    return told and run.files[AP_FILE] not in (None, OLD, '')
+
+
 def is_number(text):
     return text in ('-1\n', '0\n', '1\n')
 
@@ -82,7 +90,8 @@ def judge(run, play):
     bad = []
     for path, text in run.files.items():
         try:
-            whole = text in (None, OLD) or (
+            held = text == '' and path in (AP_FILE, STATION_FILE)
+            whole = text in (None, OLD) or held or (
                 text.endswith('\n') and play.judges[path](text))
         except ValueError:
             whole = False
@@ -90,6 +99,8 @@ def judge(run, play):
             bad.append(f'{path} holds {text!r}')
     if run.status == 0 and play is Repeater:
         bad += lost_bands(run)
+    if play is AccessPoint and is_told_wrongly(run):
+        bad.append('a success is told as an error')
     return bad
 
 

@@ -21,8 +21,8 @@ MAIN, BUS = 0, 1
 START, ATTEMPT = 'start', 'attempt'
 EVERY_PROGRAM, QUICK_SLEEP = '/mnt/record', '/mnt/bin/sleep'
 # How long something that must come is waited for: the machine may be busy.
-PATIENCE_S = 10.0
-# Waited for in vain where the fault has taken it away.
+PATIENCE_S = 20.0
+# Waited for in vain where the fault has taken it away; counted from the refusal on.
 ANSWER_S, PRESS_S, EVENT_S = 0.05, 0.5, 1.0
 # A bus that was lost comes back after a second, unless memory stays away.
 PRESSES, PRESSES_IN_VAIN = 10, 2
@@ -159,10 +159,10 @@ class Scene:
             self._arm_for(fault, ATTEMPT)
         if self._begins_attempt(PRESSES_IN_VAIN if fault.onwards else PRESSES):
             self.play.tell_events(self.router)
-            if wait_until(self._is_over, EVENT_S):
+            if self._comes(self._is_over, EVENT_S):
                 return 'itself'
             self.router.world.shift_time(TIME_OUT_S)
-            return 'time-out' if wait_until(self._is_over, 2 * EVENT_S) else ''
+            return 'time-out' if wait_until(self._is_over, PATIENCE_S) else ''
         return 'itself' if self._is_over() else ''
 
     def _terminate(self):
@@ -176,15 +176,26 @@ class Scene:
     def _is_over(self):
         return not self.router.daemon.is_running()
 
+    def _comes(self, condition, in_vain_s):
+        """Whether it came true. It must come as long as no memory was refused; then it may not."""
+        def settled():
+            return self._is_over() or condition()
+        wait_until(lambda: settled() or self.allocations.refused(), PATIENCE_S)
+        return wait_until(settled, in_vain_s)
+
     def _becomes_ready(self):
         """Waits for the main loop, and for the bus thread as long as it may still come."""
         daemon, console = self.router.daemon, self.router.console
         wait_until(lambda: self._is_over() or daemon.is_waiting(), PATIENCE_S)
+
+        def is_deaf():
+            return 'Failed to connect' in console.text()
+        # One question where all is well: each takes memory, which is counted.
+        self._comes(lambda: daemon.listens() or is_deaf(), LISTENING_S)
         end = time.monotonic() + LISTENING_S
-        while not self._is_over() and time.monotonic() < end:
+        while not self._is_over() and not is_deaf() and time.monotonic() < end:
             self.router.bus.send('wps_cli')
-            if wait_until(lambda: self._is_over() or 'Invalid action.' in console.text()
-                          or 'Failed to connect' in console.text(), ANSWER_S):
+            if self._comes(lambda: 'Invalid action.' in console.text(), ANSWER_S):
                 break
         return not self._is_over()
 
@@ -192,7 +203,7 @@ class Scene:
         """A press may be lost; people press again."""
         for _ in range(presses):
             self.router.bus.send('gpio', PRESS)
-            if wait_until(lambda: self._is_over() or self._has_begun(), PRESS_S):
+            if self._comes(self._has_begun, PRESS_S):
                 break
         return self._has_begun()
 

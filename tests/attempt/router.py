@@ -67,6 +67,11 @@ class Router:
             path = f'/var/run/hostapd/{INTERFACES[band]}'
             self.hostapd[band] = ControlServer(path, replies)
 
+    def silence_hostapd(self):
+        """From now on it takes what it is sent, and answers nothing."""
+        for server in self.hostapd.values():
+            server.silence()
+
     def add_supplicant(self, *bands):
         for band in bands:
             path = f'/var/run/wpa_supplicant/{INTERFACES[band]}-vxd'
@@ -102,13 +107,15 @@ class Router:
 
         in_loop: and until the main loop turns.
         """
+        wait_for(self.daemon.listens, 'the loop of the bus thread')
+
         def answered():
             self.bus.send('wps_cli')
             try:
-                wait_for(lambda: 'Invalid action.' in self.console.lines(), 'an answer', 0.3)
+                wait_for(lambda: 'Invalid action.' in self.console.lines(), 'an answer', 1)
                 return True
             except AssertionError:
-                return False
+                return False  # a registration that failed is tried again after a second
         wait_for(answered, 'the registration on the bus')
         if in_loop:
             self.settle()

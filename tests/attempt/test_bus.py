@@ -4,11 +4,12 @@ import signal
 import time
 
 from peers import SilentBroker
-from router import PRESS, hostapd_cli
+from router import PRESS, hostapd_cli, settings_line
 from wire import BusClient
 from world import wait_for
 
 REG_SUCCESS = '<3>WPS-REG-SUCCESS 02:00:00:00:07:00 uuid'
+PINS_OFF = [hostapd_cli(band, 'wps_ap_pin disable') for band in ('2g', '5g')]
 CANCELS = [hostapd_cli('2g', 'wps_cancel'), hostapd_cli('5g', 'wps_cancel')]
 
 
@@ -29,12 +30,28 @@ def launch_without_broker(router):
 
 def test_without_a_broker_at_start_the_daemon_says_so_once_and_serves(router):
     launch_without_broker(router)
-    time.sleep(1.3)
+    router.wait_line('Failed to connect to ubus')
+    time.sleep(1.3)  # more than the second after which a lost connection is tried again
     assert router.console.lines().count('Failed to connect to ubus') == 1
     assert router.daemon.is_running()
     router.hostapd['2g'].send('<3>WPS-SUCCESS ')
     assert router.end() == 0
     assert router.commands()[-1] == '/etc/init.d/wps restart'
+
+
+def test_no_first_start_without_a_broker_loses_the_line_that_tells_why(router):
+    """Both threads write at that moment; what they say is a set of lines, whose order is chance."""
+    said = sorted([
+        'create ibus thread successfully', 'Failed to connect to ubus', settings_line(),
+        settings_line(), *PINS_OFF, 'eventCtrl open success', 'eventCtrl open success'])
+    router.add_hostapd('2g', '5g')
+    for _ in range(25):
+        router.console.forget()
+        router.launch()
+        wait_for(lambda: len(router.console.lines()) >= len(said), 'all lines of the start')
+        assert sorted(router.console.lines()) == said
+        wait_for(router.daemon.is_waiting, 'the main loop')
+        router.end_by_sigterm()
 
 
 def test_a_broker_that_comes_after_the_start_is_not_looked_for(router):
@@ -59,6 +76,7 @@ def test_a_lost_broker_is_logged_once_and_found_again(router):
     assert len(gone) == len(set(gone)) <= 2
     again = reconnect(router)
     assert again.count('ubus thread exit') == 1
+    assert again.count('Connected to ubus again') == 1
     # All three events are registered again, each once.
     router.bus.send('gpio')
     router.bus.send('wifi')

@@ -109,8 +109,7 @@ def test_hostapd_that_is_killed_between_a_request_and_its_answer_ends_the_start(
     router.assert_no_traces()
 
 
-def test_hostapd_that_never_answers_a_press_costs_ten_seconds_and_the_attempt(router):
-    """A request to end that comes meanwhile is handled after it."""
+def test_hostapd_that_never_answers_a_press_does_not_hold_a_request_to_end(router):
     router.start()
     router.hostapd.pop('2g').close()
     router.add_hostapd('2g', replies={'ATTACH': []})
@@ -119,7 +118,7 @@ def test_hostapd_that_never_answers_a_press_costs_ten_seconds_and_the_attempt(ro
     begun = time.monotonic()
     router.daemon.send(signal.SIGTERM)
     assert router.end(poke=False) == 0
-    assert 8 < time.monotonic() - begun < 16
+    assert time.monotonic() - begun < 7  # ten seconds is what the answer has
     assert REFUSED in router.console.lines()
     assert router.commands()[-2:] == [hostapd_cli(band, 'wps_ap_pin disable')
                                       for band in ('2g', '5g')]

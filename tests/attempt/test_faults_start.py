@@ -90,5 +90,6 @@ def test_a_daemon_that_was_killed_bars_the_next_start_until_its_pid_file_is_remo
     for server in router.hostapd.values():
         server.wait_attached(2)
     wait_for(router.daemon.is_waiting, 'the main loop')
+    router.wait_registered()
     router.press_and_wait_started()
     finish_well(router)

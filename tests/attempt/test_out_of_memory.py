@@ -25,8 +25,6 @@ GROUPS = [(START, MAIN, 0, 1), (START, BUS, 0, 1), (ATTEMPT, BUS, 0, 1),
 # After one refusal the next press starts an attempt, but for these: without its first connection
 # the bus thread ends, and a band that found its settings unreadable sits out until the next start.
 DEAF = ('Failed to connect to ubus', 'Open wps config file failed')
-# The first of them, whose line is lost where the main thread writes one in the same moment.
-FIRST_CONNECTION = Fault(START, BUS, 1, False)
 
 
 def faults_of(run, fault):
@@ -37,7 +35,7 @@ def faults_of(run, fault):
         wrong.append(f'died of signal {-run.status} in {run.crashed_in}')
     if run.ended_by == 'nothing':
         wrong.append('did not even end at SIGTERM')
-    may_be_deaf = fault == FIRST_CONNECTION or any(line in run.console for line in DEAF)
+    may_be_deaf = any(line in run.console for line in DEAF)
     if run.ended_by == 'SIGTERM' and not fault.onwards and not may_be_deaf:
         wrong.append('deaf for good')
     if run.left and not crashed:
@@ -58,9 +56,8 @@ def count_allocations(scene):
         one, other = (run.counts[phase] for run in runs)
         assert one[MAIN] == other[MAIN] > 0
         counts[phase, MAIN] = one[MAIN]
-        # The harness asks the bus thread whether it listens, and may have to ask twice.
-        counts[phase, BUS] = min(one[BUS], other[BUS])
-        assert counts[phase, BUS] > 0
+        assert one[BUS] == other[BUS] > 0
+        counts[phase, BUS] = one[BUS]
     return counts
 
 

@@ -137,6 +137,38 @@ def test_nothing_succeeded_and_the_failure_is_published_and_nothing_written(rout
         assert router.world.read(path) is None
 
 
+def tell_of_rogue(router, ssid):
+    """wpa_supplicant tells of an access point of that name, as it tries to get in there."""
+    for band in ('2g', '5g'):
+        router.supplicant[band].send(
+            f"<3>SME: Trying to authenticate with 02:00:00:00:09:00 (SSID='{ssid}' freq=2412 MHz)")
+
+
+def test_a_rogue_that_is_named_like_a_failure_ends_no_attempt(router):
+    learn(router, 'wlan1-vxd', 'Root', 'rootsecret')
+    learn(router, 'wlan0-vxd', 'Root5', 'root5secret')
+    begin(router)
+    for name in ('WPS-FAIL', 'WPS-TIMEOUT', 'PBC overlap detected'):
+        tell_of_rogue(router, name)
+    router.supplicant['2g'].send('<3>WPS-SUCCESS ')
+    router.wait_command('/usr/bin/wifi scan 2g')
+    router.supplicant['5g'].send('<3>WPS-SUCCESS ')
+    assert router.end() == 0
+    assert [value for _, value in router.info()] == [2, 'success', '', 'success', '']
+    assert router.world.read('/tmp/wps_result') == '1\n'
+
+
+def test_a_rogue_that_is_named_like_a_success_makes_none(router):
+    begin(router)
+    tell_of_rogue(router, 'WPS-SUCCESS')
+    for band in ('2g', '5g'):
+        router.supplicant[band].send('<3>WPS-FAIL msg=8 config_error=18')
+    assert router.end() == 0
+    assert router.published == [(2, 4, 4, 0)]
+    assert [value for _, value in router.info()] == [2, 'error', '', 'error', '']
+    assert router.world.read('/tmp/wps_result') == '0\n'
+
+
 def test_an_overlap_is_told_in_the_info_file(router):
     begin(router)
     for band in ('2g', '5g'):

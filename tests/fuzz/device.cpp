@@ -14,6 +14,8 @@
 #include "core/event_socks.h"
 #include "core/lifecycle.h"
 #include "core/session.h"
+#include "core/signals.h"
+#include "platform/exec.h"
 #include "platform/ops.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
@@ -234,6 +236,8 @@ bool start_device()
 {
     kelm::kelm_dbg_level = kelm::KELM_LOG_DETAIL;
     kelm::kelm_flag = 0;
+    kelm::kelm_ending = {};
+    kelm::kelm_let_commands_run();
     kelm::kelm_band_mask = 0;
     kelm::kelm_rf_band = 0;
     kelm::factory_mode = 0;

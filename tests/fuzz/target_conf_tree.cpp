@@ -3,7 +3,8 @@
 //
 // Properties: the tree holds what the lines say, in their order; written out it reads back as the
 // same tree; its listing names each item once, in order; a look-up finds the first item that begins
-// with the key.
+// with the key. Read as hostapd's, each line with a "=" that is no comment is an item with all that
+// stands behind it.
 #include <algorithm>
 #include <cstring>
 #include <vector>
@@ -172,6 +173,34 @@ bool is_writable(const entries &all)
     });
 }
 
+// hostapd's file, by a second reading.
+entries read_plain_lines(const std::string &text)
+{
+    entries found;
+    for (size_t at = 0; at < text.size();) {
+        const size_t feed = std::min(text.find('\n', at), text.size());
+        const size_t length = std::min(feed - at, PIECE);
+        const std::string line = text.substr(at, length);
+        at += length + (length == feed - at && length < PIECE ? 1 : 0);
+        const size_t equals = line.find('=');
+        if (equals == std::string::npos || stripped(line)[0] == '#')
+            continue;
+        found.push_back({entry::value,
+                         stripped(line.substr(0, equals)).substr(0, kelm::CFG_KEY_SIZE - 1),
+                         line.substr(equals + 1).substr(0, kelm::CFG_VALUE_SIZE - 1)});
+    }
+    return found;
+}
+
+void check_plain_reading(const char *path, const entries &all)
+{
+    const kelm::unique_cfg_tree tree(kelm::kelm_parse_hostapd_config(path));
+    PROPERTY((tree != nullptr) == !all.empty());
+    PROPERTY(check_level(tree.get(), all, 0) == all.size());
+    const kelm::unique_cfg_tree quiet(kelm::kelm_parse_hostapd_config(path, true));
+    PROPERTY(check_level(quiet.get(), all, 0) == all.size());
+}
+
 void check_reading(const char *path, const entries &all, bool balanced)
 {
     const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(path));
@@ -195,12 +224,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (text.find('\0') != std::string::npos) {
         const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(PATH));
         wps_hapd_wpasupp_config_dump(tree.get());
+        const kelm::unique_cfg_tree plain(kelm::kelm_parse_hostapd_config(PATH));
         (void)kelm_fuzz::take_log();
         return 0;
     }
     entries all;
     const bool balanced = read_lines(text, &all);
     check_reading(PATH, all, balanced);
+    check_plain_reading(PATH, read_plain_lines(text));
     if (balanced && is_writable(all)) {
         kelm_fuzz::put_file(AGAIN, written_out(all));
         check_reading(AGAIN, all, true);

@@ -2,8 +2,11 @@
 // Way in: the credential files as they are found, and the texts that are merged into them.
 //
 // Properties: a file reads back as what was in it, as far as it was an object, with this band's
-// keys as they were to be written and no other key touched; it is one line, for its owner alone;
+// keys as they were to be written, bytes that are no text beside them, and no other key touched; it
+// is one line, for its owner alone;
 // what cannot be read is replaced.
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -13,6 +16,7 @@
 
 #include "config/credentials.h"
 #include "config/json_file.h"
+#include "core/text.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/same_json.h"
 #include "tests/fuzz/world.h"
@@ -78,6 +82,58 @@ std::string security(uint32_t mode, uint32_t version, bool station)
     }
 }
 
+// UTF-8 by its arithmetic: the character's number must be one that its length is meant for.
+size_t character(const std::string &bytes, size_t at)
+{
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
+    const size_t length = byte(0) < 0x80   ? 1
+                          : byte(0) < 0xc0 ? 0
+                          : byte(0) < 0xe0 ? 2
+                          : byte(0) < 0xf0 ? 3
+                          : byte(0) < 0xf8 ? 4
+                                           : 0;
+    if (length == 0 || at + length > bytes.size() || byte(0) == 0)
+        return 0;
+    unsigned code = length == 1 ? byte(0) : byte(0) & (0x7fu >> length);
+    for (size_t i = 1; i < length; ++i) {
+        if (byte(i) >> 6 != 2)
+            return 0;
+        code = code << 6 | (byte(i) & 0x3fu);
+    }
+    constexpr unsigned LOWEST[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool half = code >= 0xd800 && code < 0xe000;
+    return code < LOWEST[length] || half || code > 0x10ffff ? 0 : length;
+}
+
+// As it shows; true when that is all of it.
+bool is_shown_whole(const std::string &bytes, std::string *shown)
+{
+    bool whole = true;
+    for (size_t at = 0; at < bytes.size();) {
+        const size_t length = character(bytes, at);
+        *shown += length > 0 ? bytes.substr(at, length) : "\xef\xbf\xbd";
+        whole = whole && length > 0;
+        at += std::max<size_t>(length, 1);
+    }
+    return whole;
+}
+
+// The key and, where it cannot show all bytes, the one that spells them; null: no such key.
+void expect_text(expectations *all, const std::string &key, const std::string &hex_key,
+                 const std::string &bytes)
+{
+    std::string shown;
+    const bool whole = is_shown_whole(bytes, &shown);
+    std::string digits;
+    for (const char byte : bytes) {
+        char two[3];
+        snprintf(two, sizeof two, "%02x", static_cast<unsigned char>(byte));
+        digits += two;
+    }
+    all->push_back({key, text(shown)});
+    all->push_back({hex_key, whole ? nullptr : text(digits)});
+}
+
 uint32_t key_index(uint32_t index)
 {
     return index >= 1 && index <= 4 ? index : 1;
@@ -126,7 +182,7 @@ band_input read_band(kelm_fuzz::input *input)
 kelm::wps_sta_band_config station_of(const band_input &band)
 {
     kelm::wps_sta_band_config record = {};
-    fill(record.ssid, band.ssid);
+    kelm::copy_ssid(record.ssid, band.ssid.data(), band.ssid.size());
     fill(record.password, band.password);
     fill(record.data, band.data);
     record.auth_mode = band.mode;
@@ -144,7 +200,7 @@ kelm::wps_sta_band_config station_of(const band_input &band)
 kelm::wps_ap_band_config access_point_of(const band_input &band)
 {
     kelm::wps_ap_band_config record = {};
-    fill(record.ssid, band.ssid);
+    kelm::copy_ssid(record.ssid, band.ssid.data(), band.ssid.size());
     fill(record.password, band.password);
     record.sec_type = band.mode;
     record.wpa_version = band.version;
@@ -164,6 +220,10 @@ public:
     {
         all.push_back({stem + suffix_, std::move(value)});
     }
+    void add_text(const std::string &stem, const std::string &bytes)
+    {
+        expect_text(&all, stem + suffix_, stem + "_hex" + suffix_, bytes);
+    }
     expectations all;
 
 private:
@@ -173,7 +233,7 @@ private:
 void add_common(expected_keys *keys, const band_input &band)
 {
     keys->add("index", number(key_index(band.index)));
-    keys->add("password", text(cut(band.password, kelm::WPS_PASSWORD_SIZE)));
+    keys->add_text("password", cut(band.password, kelm::WPS_PASSWORD_SIZE));
     keys->add("securityType", number(band.mode));
     keys->add("wpaVersion", number(band.version));
     keys->add("wepAuthType", number(band.wep_type));
@@ -184,7 +244,7 @@ expectations station_keys(int index, const band_input &band)
 {
     expected_keys keys(index);
     keys.add("enable", text("on"));
-    keys.add("ssid", text(cut(band.ssid, kelm::WPS_SSID_SIZE)));
+    keys.add_text("ssid", band.ssid.substr(0, kelm::WPS_SSID_SIZE - 1));
     const std::string words = security(band.mode, band.version, true);
     if (!words.empty())
         keys.add("security", text(words));
@@ -192,7 +252,7 @@ expectations station_keys(int index, const band_input &band)
                                     : band.encryption == 1 ? "tkip"
                                                            : "auto"));
     add_common(&keys, band);
-    keys.add("data", text(cut(band.data, kelm::WPS_QM_DATA_SIZE)));
+    keys.add_text("data", cut(band.data, kelm::WPS_QM_DATA_SIZE));
     keys.add("support_mesh", number(band.mesh != 0 ? 1 : 0));
     keys.add("multiap", number(band.multiap != 0 ? 1 : 0));
     return std::move(keys.all);
@@ -202,7 +262,7 @@ expectations extender_keys(int index, const band_input &band, const char *follow
 {
     expected_keys keys(index);
     keys.add("enable", text(band.enabled != 0 ? "on" : "off"));
-    keys.add("ssid", text(cut(band.ssid, kelm::WPS_SSID_SIZE)));
+    keys.add_text("ssid", band.ssid.substr(0, kelm::WPS_SSID_SIZE - 1));
     keys.add("hide", number(band.hide));
     keys.add("sec_follow", text(follow));
     return std::move(keys.all);
@@ -229,8 +289,12 @@ void check_file(const char *path, unique_json before, const expectations &keys)
     PROPERTY(now.find('\0') == std::string::npos);
     if (!json_object_is_type(before.get(), json_type_object))
         before.reset(json_object_new_object());
-    for (const expectation &one : keys)
-        json_object_object_add(before.get(), one.key.c_str(), json_object_get(one.value.get()));
+    for (const expectation &one : keys) {
+        if (one.value)
+            json_object_object_add(before.get(), one.key.c_str(), json_object_get(one.value.get()));
+        else
+            json_object_object_del(before.get(), one.key.c_str());
+    }
     const unique_json after = parsed(now);
     PROPERTY(kelm_fuzz::is_same_json(before.get(), after.get()));
     // And once more through the daemon's own reader.
@@ -286,16 +350,20 @@ void write_switches(bool on, const std::string &old_text)
 void write_backhaul(const band_input &in, const std::string &old_text)
 {
     kelm::wps_ap_band_config bands[kelm::KELM_BAND_COUNT] = {access_point_of(in)};
-    fill(bands[1].ssid, in.data);
+    kelm::copy_ssid(bands[1].ssid, in.data.data(), in.data.size());
     fill(bands[1].password, in.ssid);
     bands[2] = bands[0];
     kelm_fuzz::put_file(kelm::WPS_AP_BH_FILE, old_text);
     (void)kelm::wps_set_dual_ap_bh_config(bands);
     expectations keys;
-    keys.push_back({"backhaul_ssid_2g", text(cut(in.ssid, kelm::WPS_SSID_SIZE))});
-    keys.push_back({"backhaul_psk_key_2g", text(cut(in.password, kelm::WPS_PASSWORD_SIZE))});
-    keys.push_back({"backhaul_ssid_5g", text(cut(in.data, kelm::WPS_SSID_SIZE))});
-    keys.push_back({"backhaul_psk_key_5g", text(cut(in.ssid, kelm::WPS_PASSWORD_SIZE))});
+    expect_text(&keys, "backhaul_ssid_2g", "backhaul_ssid_hex_2g",
+                in.ssid.substr(0, kelm::WPS_SSID_SIZE - 1));
+    expect_text(&keys, "backhaul_psk_key_2g", "backhaul_psk_key_hex_2g",
+                cut(in.password, kelm::WPS_PASSWORD_SIZE));
+    expect_text(&keys, "backhaul_ssid_5g", "backhaul_ssid_hex_5g",
+                in.data.substr(0, kelm::WPS_SSID_SIZE - 1));
+    expect_text(&keys, "backhaul_psk_key_5g", "backhaul_psk_key_hex_5g",
+                cut(in.ssid, kelm::WPS_PASSWORD_SIZE));
     check_file(kelm::WPS_AP_BH_FILE, nullptr, keys);
 }
 

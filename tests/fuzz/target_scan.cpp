@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: ISC
 // Way in: scan results, in which a band's root access point is looked for.
 //
-// An input's first line holds the two bands, the second the address and the third the name that are
-// looked for; the rest is the file.
+// An input's first line holds the two bands, four added to the second for a network with a key; the
+// second line the address and the third the name that are looked for; the rest is the file.
 //
 // Properties: the entry is chosen that a second reading of the rules chooses, and its texts are cut
 // to their fields; no other part of any session changes; without a match nothing does.
@@ -34,14 +34,15 @@ struct address {
     uint8_t bytes[kelm::WPS_BSSID_LEN];
 };
 
-// A member's text, up to its first zero byte; false when it has none.
+// A member's bytes; false when it has none.
 bool text_of(json_object *entry, const char *key, std::string *text)
 {
     json_object *value = nullptr;
     if (!json_object_object_get_ex(entry, key, &value) ||
         !json_object_is_type(value, json_type_string))
         return false;
-    *text = json_object_get_string(value);
+    *text = std::string(json_object_get_string(value),
+                        static_cast<size_t>(json_object_get_string_len(value)));
     return true;
 }
 
@@ -62,7 +63,7 @@ int distance(const address &a, const address &b)
 }
 
 // The index of the entry that is to be chosen, or -1.
-int choose(json_object *list, const address &wanted, const std::string &name)
+int choose(json_object *list, const address &wanted, const std::string &name, bool has_key)
 {
     int chosen = -1;
     int best = NOT_NEAR;
@@ -73,6 +74,10 @@ int choose(json_object *list, const address &wanted, const std::string &name)
         address found = {};
         if (!text_of(entry, "mac", &mac) ||
             kelm::_convert_macstr_to_bytes(mac.c_str(), found.bytes) != 0)
+            continue;
+        std::string security;
+        if (has_key && text_of(entry, "security", &security) && security.rfind("wpa", 0) != 0 &&
+            security.rfind("psk_sae", 0) != 0 && security.rfind("sae_only", 0) != 0)
             continue;
         const int away = distance(wanted, found);
         const bool by_name =
@@ -91,6 +96,7 @@ void expect_text(json_object *entry, const char *key, char (&field)[size])
     std::string text;
     if (!text_of(entry, key, &text))
         return;
+    text = text.c_str();
     memset(field, 0, size);
     memcpy(field, text.data(), std::min(text.size(), size - 1));
 }
@@ -111,7 +117,8 @@ void expect_record(json_object *entry, kelm_rootap_info *record)
     PROPERTY(text_of(entry, "mac", &text));
     memset(record->bssid, 0, sizeof record->bssid);
     PROPERTY(kelm::_convert_macstr_to_bytes(text.c_str(), record->bssid) == 0);
-    expect_text(entry, "ssid", record->ssid);
+    if (text_of(entry, "ssid", &text))
+        kelm::copy_ssid(record->ssid, text.data(), text.size());
     expect_text(entry, "security", record->auth);
     expect_text(entry, "wpa_encryption", record->cipher);
     expect_text(entry, "data", record->qm_data);
@@ -132,7 +139,11 @@ void expect_match(kelm_session *sessions, int band, const kelm_session &joined, 
                              joined.rootap.bssid[5]}};
     const kelm::unique_json list(json_object_from_file(sessions[band].scan_path));
     const bool is_list = json_object_is_type(list.get(), json_type_array);
-    const int chosen = is_list ? choose(list.get(), wanted, joined.rootap.ssid) : -1;
+    const int chosen =
+        is_list ? choose(list.get(), wanted,
+                         std::string(joined.rootap.ssid, kelm::ssid_len(joined.rootap.ssid)),
+                         joined.rootap.password[0] != '\0')
+                : -1;
     *result = chosen >= 0 ? 1 : 0;
     if (chosen >= 0)
         expect_record(json_object_array_get_idx(list.get(), static_cast<size_t>(chosen)),
@@ -157,13 +168,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     kelm_fuzz::input input(data, size);
     PROPERTY(kelm::kelm_create_session(ALL_BANDS) == 0);
     const int band = static_cast<int>(input.choice(kelm::KELM_BAND_COUNT));
-    const int joined_band = static_cast<int>(input.choice(kelm::KELM_BAND_COUNT));
+    const unsigned joined_choice = input.choice(2 * kelm::KELM_BAND_COUNT);
+    const int joined_band = static_cast<int>(joined_choice % kelm::KELM_BAND_COUNT);
     (void)input.line();
     fill_record(&kelm::kelm_get_wps_session(band)->rootap);
     kelm_session &joined = *kelm::kelm_get_wps_session(joined_band);
     memset(joined.rootap.bssid, 0, sizeof joined.rootap.bssid);
     (void)kelm::_convert_macstr_to_bytes(input.line().c_str(), joined.rootap.bssid);
-    kelm::copy_text(joined.rootap.ssid, input.line().c_str());
+    const std::string name = input.line();
+    kelm::copy_ssid(joined.rootap.ssid, name.data(), name.size());
+    kelm::copy_text(joined.rootap.password, joined_choice < kelm::KELM_BAND_COUNT ? "" : "a key");
     const char *path = kelm::kelm_get_wps_session(band)->scan_path;
     kelm_fuzz::put_file(path, input.rest());
 

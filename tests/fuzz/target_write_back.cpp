@@ -20,6 +20,7 @@
 #include "config/json_file.h"
 #include "config/supplicant_credentials.h"
 #include "core/session.h"
+#include "core/text.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/easymesh.h"
 #include "platform/rtk/write_back.h"
@@ -43,6 +44,40 @@ bool is_one_of(const std::string &text, std::initializer_list<const char *> word
 {
     return std::any_of(words.begin(), words.end(),
                        [&text](const char *word) { return text == word; });
+}
+
+// What a JSON file shows of bytes: the bytes themselves, or, where "_hex" says so, what it spells.
+std::string unspelt(const std::string &digits)
+{
+    std::string bytes;
+    for (size_t at = 0; at + 1 < digits.size(); at += 2)
+        bytes += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, 16));
+    return bytes;
+}
+
+// The SSID of an item, by a second reading.
+std::string name_of(const hapd_wpasupp_cfgitem *item)
+{
+    const std::string value = item->value;
+    const bool bare = !item->quoted && value.size() % 2 == 0 &&
+                      value.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    return (bare ? unspelt(value) : value).substr(0, 32);
+}
+
+// Whether an item's value has escapes, whose reading is left to the tables of the function tests.
+bool has_escapes(const hapd_wpasupp_cfgitem *item)
+{
+    return !item->quoted && strncmp(item->value, "P\"", 2) == 0;
+}
+
+const hapd_wpasupp_cfgitem *last_item(const hapd_wpasupp_cfgitem *item, const char *key)
+{
+    const hapd_wpasupp_cfgitem *last = nullptr;
+    for (; item != nullptr; item = item->next) {
+        if (strcmp(item->key, key) == 0)
+            last = item;
+    }
+    return last;
 }
 
 // The value of the last item with the key, or nothing.
@@ -76,6 +111,8 @@ const hapd_wpasupp_cfgitem *learnt_block(const hapd_wpasupp_cfgitem *item)
 
 struct learnt {
     bool found;
+    bool named;  // the SSID is known
+    bool keyed;  // the password is: one for SAE alone depends on more
     std::string ssid;
     std::string password;
 };
@@ -85,8 +122,11 @@ learnt learnt_by_station(const char *path)
     const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(path));
     const hapd_wpasupp_cfgitem *network = learnt_block(tree.get());
     if (network == nullptr)
-        return {false, "", ""};
-    return {true, last_value(network->child, {"ssid"}).substr(0, 32),
+        return {false, false, false, "", ""};
+    const hapd_wpasupp_cfgitem *name = last_item(network->child, "ssid");
+    return {true, name == nullptr || !has_escapes(name),
+            last_item(network->child, "sae_password") == nullptr,
+            name != nullptr ? name_of(name) : "",
             last_value(network->child, {"psk"}).substr(0, 64)};
 }
 
@@ -101,6 +141,16 @@ std::string text_in(const kelm::unique_json &object, const std::string &key)
     PROPERTY(json_object_object_get_ex(object.get(), key.c_str(), &value));
     PROPERTY(json_object_is_type(value, json_type_string));
     return json_object_get_string(value);
+}
+
+// The exact bytes of a text.
+std::string bytes_in(const kelm::unique_json &object, const std::string &stem,
+                     const std::string &suffix)
+{
+    json_object *value = nullptr;
+    if (json_object_object_get_ex(object.get(), (stem + "_hex" + suffix).c_str(), &value))
+        return unspelt(json_object_get_string(value));
+    return text_in(object, stem + suffix);
 }
 
 void check_keys_of(const kelm::unique_json &object, const std::string &suffix)
@@ -126,15 +176,20 @@ void check_station_files(const learnt &network, int ap_band, int sta_band, bool 
     const kelm::unique_json ap = file_object(ap_path);
     check_keys_of(sta, suffix);
     check_keys_of(ap, suffix);
-    PROPERTY(text_in(sta, "password" + suffix) == network.password);
-    PROPERTY(text_in(sta, "ssid" + suffix) == (ap_band == sta_band ? network.ssid : ""));
-    PROPERTY(is_one_of(text_in(sta, "security" + suffix),
+    const std::string password = bytes_in(sta, "password", suffix);
+    if (network.keyed)
+        PROPERTY(password == network.password);
+    if (network.named || ap_band != sta_band)
+        PROPERTY(bytes_in(sta, "ssid", suffix) == (ap_band == sta_band ? network.ssid : ""));
+    const std::string security = text_in(sta, "security" + suffix);
+    PROPERTY(is_one_of(security,
                        {"none", "wpa", "wpa2", "wpa/wpa2", "wep", "sae_only", "psk_sae", "owe"}));
+    PROPERTY((security == "none") == password.empty());
     PROPERTY(is_one_of(text_in(sta, "wpa_encryption" + suffix), {"auto", "tkip", "aes"}));
-    const std::string ssid = text_in(ap, "ssid" + suffix);
-    PROPERTY(ssid.size() <= 32 && ssid.size() >= network.ssid.size());
+    const std::string ssid = bytes_in(ap, "ssid", suffix);
+    PROPERTY(ssid.size() <= 32 && (!network.named || ssid.size() >= network.ssid.size()));
     PROPERTY(ssid.compare(ssid.size() - 3, 3, "EXT") == 0);
-    if (network.ssid.size() <= 24)
+    if (network.named && network.ssid.size() <= 24)
         PROPERTY(ssid.compare(0, network.ssid.size(), network.ssid) == 0);
 }
 
@@ -153,22 +208,55 @@ void write_back_station(int ap_band, int sta_band, bool mesh)
         check_station_files(network, ap_band, sta_band, mesh);
 }
 
+// What hostapd's file says of its first network.
+learnt learnt_from_access_point(const hapd_wpasupp_cfgitem *item)
+{
+    learnt found = {item != nullptr, true, true, "", ""};
+    for (; item != nullptr && strcmp(item->key, "bss") != 0; item = item->next) {
+        if (strcmp(item->key, "ssid") == 0) {
+            found.ssid = std::string(item->value).substr(0, 32);
+            found.named = true;
+        }
+        if (strcmp(item->key, "ssid2") == 0) {
+            const std::string value = item->value;
+            const bool in_quotes = value.size() >= 2 && value.front() == '"' && value.back() == '"';
+            found.ssid =
+                in_quotes ? value.substr(1, value.size() - 2).substr(0, 32) : name_of(item);
+            found.named = !has_escapes(item);
+        }
+        if (is_one_of(item->key, {"wpa_psk", "wpa_passphrase"}))
+            found.password = std::string(item->value).substr(0, 64);
+        if (strcmp(item->key, "sae_password") == 0)
+            found.keyed = false;
+    }
+    return found;
+}
+
 void write_back_access_point(int band)
 {
-    const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(ACCESS_POINTS[band]));
-    const std::string ssid = last_value(tree.get(), {"ssid"}).substr(0, 32);
-    const std::string password =
-        last_value(tree.get(), {"wpa_psk", "wpa_passphrase"}).substr(0, 64);
-    PROPERTY(kelm::rtk_ap_patching_back(band) == (tree != nullptr ? 0 : -1));
-    PROPERTY(kelm_test::file_exists(kelm::WPS_AP_FILE) == (tree != nullptr));
-    if (tree == nullptr)
+    const kelm::unique_cfg_tree tree(kelm::kelm_parse_hostapd_config(ACCESS_POINTS[band]));
+    const learnt network = learnt_from_access_point(tree.get());
+    PROPERTY(kelm::rtk_ap_patching_back(band) == (network.found ? 0 : -1));
+    PROPERTY(kelm_test::file_exists(kelm::WPS_AP_FILE) == network.found);
+    if (!network.found)
         return;
     const std::string suffix = SUFFIXES[band];
     const kelm::unique_json ap = file_object(kelm::WPS_AP_FILE);
     check_keys_of(ap, suffix);
-    PROPERTY(text_in(ap, "ssid" + suffix) == ssid);
-    PROPERTY(text_in(ap, "password" + suffix) == password);
-    PROPERTY(is_one_of(text_in(ap, "sec" + suffix), {"none", "wpa", "wpa2", "wpa/wpa2"}));
+    if (network.named)
+        PROPERTY(bytes_in(ap, "ssid", suffix) == network.ssid);
+    const std::string password = bytes_in(ap, "password", suffix);
+    if (network.keyed)
+        PROPERTY(password == network.password);
+    json_object *open = nullptr;
+    if (json_object_object_get_ex(ap.get(), ("sec" + suffix).c_str(), &open)) {
+        const std::string security = json_object_get_string(open);
+        PROPERTY(
+            is_one_of(security, {"none", "wpa", "wpa2", "wpa/wpa2", "wep", "wpa3", "wpa2/wpa3"}));
+        PROPERTY(security != "none" || password.empty());
+    } else {
+        PROPERTY(text_in(ap, "security" + suffix) == "owe");
+    }
 }
 
 void extract_credentials(int band)
@@ -179,9 +267,10 @@ void extract_credentials(int band)
     PROPERTY(kelm::rtk_get_wps_credentials(band, &record) == (network.found ? 0 : -1));
     if (network.found) {
         // What the block does not name stays.
-        if (!network.ssid.empty() || record.ssid[0] == '\0')
-            PROPERTY(record.ssid == network.ssid);
-        if (!network.password.empty() || record.password[0] == '\0')
+        const std::string ssid(record.ssid, kelm::ssid_len(record.ssid));
+        if (network.named && (!network.ssid.empty() || ssid.empty()))
+            PROPERTY(ssid == network.ssid);
+        if (network.keyed && (!network.password.empty() || record.password[0] == '\0'))
             PROPERTY(record.password == network.password);
         PROPERTY(strcmp(record.auth, "none") == 0 && record.cipher[0] == '\0');
         memcpy(expected.ssid, record.ssid, sizeof record.ssid);
@@ -200,11 +289,11 @@ void write_back_easymesh(int band, int sta_band)
     if (!written)
         return;
     const kelm::unique_json object = file_object(kelm::WPS_AP_BH_FILE);
-    PROPERTY(json_object_object_length(object.get()) == 4);
-    PROPERTY(text_in(object, "backhaul_ssid_2g").size() <= 32);
-    PROPERTY(text_in(object, "backhaul_ssid_5g").size() <= 32);
-    PROPERTY(text_in(object, "backhaul_psk_key_2g").size() <= 64);
-    PROPERTY(text_in(object, "backhaul_psk_key_5g").size() <= 64);
+    PROPERTY(bytes_in(object, "backhaul_ssid", "_2g").size() <= 32);
+    PROPERTY(bytes_in(object, "backhaul_ssid", "_5g").size() <= 32);
+    PROPERTY(bytes_in(object, "backhaul_psk_key", "_2g").size() <= 64);
+    PROPERTY(bytes_in(object, "backhaul_psk_key", "_5g").size() <= 64);
+    PROPERTY(json_object_object_length(object.get()) <= 8);
 }
 
 void put_files(bool repeater, const std::string &both)

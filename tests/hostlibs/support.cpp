@@ -19,6 +19,7 @@
 #include <sstream>
 
 extern "C" {
+#include <libubox/uloop.h>
 #include <ubusmsg.h>
 }
 
@@ -142,6 +143,9 @@ int wait_for(pid_t pid, int limit_ms)
 int in_child(const std::function<int()> &body, int limit_ms)
 {
     fflush(nullptr);
+    // The loop of an earlier test would be shared: a child that ends it takes the wake-up of
+    // signals out of the descriptors that all others after it wait for.
+    uloop_done();
     pid_t pid = fork();
     if (pid < 0)
         return kTimedOut;

@@ -473,14 +473,20 @@ TEST(broker, a_listener_that_does_not_read_stops_nobody_and_loses_whole_messages
     ASSERT_EQ(0, sender.send_event("end"));
     EXPECT_EQ("end", event_type(reader.message()));
     int count = 0;
-    for (Bytes m = stuck.message(500); !m.empty(); m = stuck.message(500)) {
-        ASSERT_EQ(name + std::to_string(count), event_type(m)) << "in order, without a gap";
+    std::string type = event_type(stuck.message());
+    while (type == name + std::to_string(count)) {
         count++;
+        Bytes next = stuck.message(500);
+        // Silence is the end, or a broker that has no time: what is sent now comes after it all.
+        if (next.empty()) {
+            ASSERT_EQ(0, sender.send_event("later"));
+            next = stuck.message();
+        }
+        type = event_type(next);
     }
+    EXPECT_EQ("later", type) << "after all that was kept, in order, without a gap";
     EXPECT_GT(count, 900);
     EXPECT_LT(count, 2500);
-    ASSERT_EQ(0, sender.send_event("later"));
-    EXPECT_EQ("later", event_type(stuck.message()));
 }
 
 TEST(broker, one_client_cannot_make_it_keep_everything)

@@ -7,9 +7,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
@@ -55,6 +57,11 @@ struct Context {
     ubus_context *ctx;
     ubus_event_handler ev{};
 };
+
+void hold_until_the_client_goes(int fd)
+{
+    read_exactly(fd, 1, 60000);
+}
 
 // The broker's half of registering one handler, byte by byte.
 void serve_registration(int fd)
@@ -173,16 +180,18 @@ TEST(libubus, an_event_is_understood_and_answered_however_it_is_cut)
 TEST(libubus, one_wake_up_delivers_everything_that_has_arrived)
 {
     TempDir dir;
+    std::atomic<bool> written{false};
     FakeBroker broker(dir / "bus", [&](int fd) {
         serve_registration(fd);
         Bytes two = unhex(kEvent), one = two;
         two.insert(two.end(), one.begin(), one.end());
         write_bytes(fd, two);
+        written = true;
         read_exactly(fd, 56);
     });
     Context c(dir / "bus");
     ASSERT_EQ(0, ubus_register_event_handler(c.ctx, &c.ev, "*"));
-    sleep_ms(100);
+    ASSERT_TRUE(eventually([&] { return written.load(); }));
     ubus_handle_event(c.ctx);
     EXPECT_EQ("wps{\"action\":1,\"2g_status\":11} wps{\"action\":1,\"2g_status\":11} ", received);
 }
@@ -202,15 +211,17 @@ TEST(libubus, odd_invocations_get_their_status_and_no_callback)
     for (const auto &row : rows) {
         TempDir dir;
         Seen answer;
+        std::atomic<bool> written{false};
         {
             FakeBroker broker(dir / "bus", [&](int fd) {
                 serve_registration(fd);
                 write_bytes(fd, unhex(row.message));
+                written = true;
                 answer.bytes = read_exactly(fd, 28);
             });
             Context c(dir / "bus");
             ASSERT_EQ(0, ubus_register_event_handler(c.ctx, &c.ev, "*"));
-            sleep_ms(50);
+            ASSERT_TRUE(eventually([&] { return written.load(); }));
             ubus_handle_event(c.ctx);
             EXPECT_EQ("", received);
         }
@@ -272,7 +283,7 @@ TEST(libubus, a_greeting_may_take_its_time)
 TEST(libubus, a_silent_broker_hangs_the_caller)
 {
     TempDir dir;
-    FakeBroker broker(dir / "bus", [&](int fd) { read_exactly(fd, 1, 1500); });
+    FakeBroker broker(dir / "bus", hold_until_the_client_goes);
     EXPECT_EQ(kTimedOut,
               in_child([&] { return ubus_connect((dir / "bus").c_str()) ? 1 : 0; }, 700));
 }
@@ -280,17 +291,29 @@ TEST(libubus, a_silent_broker_hangs_the_caller)
 TEST(libubus, a_handled_signal_breaks_off_connecting)
 {
     TempDir dir;
-    FakeBroker broker(dir / "bus", [&](int fd) { read_exactly(fd, 1, 1500); });
+    int accepted[2];
+    ASSERT_EQ(0, pipe(accepted));
+    // Ended before the pipe is closed, to which its thread writes.
+    auto broker = std::make_unique<FakeBroker>(dir / "bus", [&](int fd) {
+        EXPECT_EQ(1, write(accepted[1], "x", 1));
+        hold_until_the_client_goes(fd);
+    });
     EXPECT_EQ(0, in_child([&] {
                   signal(SIGTERM, SIG_DFL);
                   pid_t target = getpid();
                   if (fork() == 0) {
-                      sleep_ms(300);
-                      kill(target, SIGTERM);
+                      char byte = 0;
+                      // The signal may come before the wait that it is to break off: again then.
+                      if (read(accepted[0], &byte, 1) == 1)
+                          for (int i = 0; i < 1000 && kill(target, SIGTERM) == 0; i++)
+                              sleep_ms(10);
                       _exit(0);
                   }
                   return ubus_connect((dir / "bus").c_str()) ? 1 : 0;
               }));
+    broker.reset();
+    close(accepted[0]);
+    close(accepted[1]);
 }
 
 TEST(libubus, even_a_failed_connect_takes_the_signals)
@@ -403,7 +426,7 @@ TEST(libubus, in_a_loop_they_are_delivered_shortly_afterwards)
         write_bytes(fd, unhex(kEvent));
         write_bytes(fd, unhex("00010003 00000001 0000000c 01000008 00000000"));
         read_exactly(fd, 28);
-        sleep_ms(300);
+        hold_until_the_client_goes(fd);
     });
     Context c(dir / "bus");
     ASSERT_EQ(0, ubus_register_event_handler(c.ctx, &c.ev, "*"));
@@ -466,8 +489,8 @@ TEST(libubus, a_broker_dying_during_a_call_fails_it_and_the_next_ones)
     EXPECT_EQ(UBUS_STATUS_INVALID_ARGUMENT, ubus_register_event_handler(c.ctx, &c.ev, "x"));
 }
 
-// Runs the loop for a while; 1 when the default handler ended it before that, 0 when it sat there.
-static int run_while_broker_goes(const std::string &socket, const std::function<void()> &go)
+// Runs the loop for so long; 1 when the default handler ended it before that, 0 when it sat there.
+static int run_while_broker_goes(const std::string &socket, int ms, const std::function<void()> &go)
 {
     uloop_init();
     ubus_context *ctx = ubus_connect(socket.c_str());
@@ -480,7 +503,7 @@ static int run_while_broker_goes(const std::string &socket, const std::function<
         timer_ended = true;
         uloop_end();
     };
-    uloop_timeout_set(&timer, 500);
+    uloop_timeout_set(&timer, ms);
     go();
     uloop_run();
     return timer_ended ? 0 : 1;
@@ -491,7 +514,7 @@ TEST(libubus, the_default_handler_leaves_the_loop_deaf_when_the_broker_dies)
     for (int number : {SIGKILL, SIGTERM}) {
         Broker broker;
         EXPECT_EQ(0, in_child([&] {
-                      return run_while_broker_goes(broker.socket,
+                      return run_while_broker_goes(broker.socket, 500,
                                                    [&] { broker.process.signal(number); });
                   }));
     }
@@ -504,9 +527,9 @@ TEST(libubus, the_default_handler_ends_the_loop_on_a_half_closed_connection)
         write_bytes(fd, unhex(kHello));
         sleep_ms(50);
         shutdown(fd, SHUT_WR);
-        read_exactly(fd, 1, 2000);
+        hold_until_the_client_goes(fd);
     });
-    EXPECT_EQ(1, in_child([&] { return run_while_broker_goes(dir / "bus", [] {}); }));
+    EXPECT_EQ(1, in_child([&] { return run_while_broker_goes(dir / "bus", 9000, [] {}); }));
 }
 
 TEST(libubus, an_own_handler_hears_of_the_brokers_death_once)
@@ -518,15 +541,16 @@ TEST(libubus, an_own_handler_hears_of_the_brokers_death_once)
                   CHILD_CHECK(ctx != nullptr);
                   static int times;
                   static bool as_described;
+                  static uloop_timeout timer;
+                  timer.cb = [](uloop_timeout *) { uloop_end(); };
                   ctx->connection_lost = [](ubus_context *c) {
                       times++;
                       as_described = !c->sock.registered && c->sock.eof && c->sock.error;
+                      uloop_timeout_set(&timer, 100);  // time to hear of it twice
                   };
                   ubus_add_uloop(ctx);
                   broker.process.signal(SIGKILL);
-                  uloop_timeout timer{};
-                  timer.cb = [](uloop_timeout *) { uloop_end(); };
-                  uloop_timeout_set(&timer, 500);
+                  uloop_timeout_set(&timer, 9000);
                   uloop_run();
                   CHILD_CHECK(times == 1 && as_described);
                   Buffer empty;

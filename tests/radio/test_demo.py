@@ -10,11 +10,12 @@ import pytest
 from router import machine, packages, play, scenarios, scene, timeline
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-NAMES = ["push-button", "push-button-5g", "unconfigured", "client-pin", "access-point-pin",
-         "overlap", "nobody-comes", "cancel", "second-press", "terminated", "hostapd-dies",
-         "no-broker", "repeater", "repeater-2g", "repeater-near", "repeater-5g",
-         "repeater-alone", "repeater-silent", "repeater-connected", "repeater-factory",
-         "repeater-mesh", "repeater-no-mesh", "repeater-open-wpa3", "repeater-overlap",
+NAMES = ["push-button", "push-button-5g", "hostapd-user", "unconfigured", "client-pin",
+         "access-point-pin", "overlap", "neighbour", "nobody-comes", "cancel",
+         "press-cancel-press", "second-press", "terminated", "hostapd-dies", "no-broker",
+         "repeater", "repeater-2g", "repeater-near", "repeater-5g", "repeater-alone",
+         "repeater-silent", "repeater-connected", "repeater-factory", "repeater-mesh",
+         "repeater-no-mesh", "repeater-open-wpa3", "repeater-overlap", "repeater-rogue",
          "repeater-6g"]
 
 

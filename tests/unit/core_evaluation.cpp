@@ -5,6 +5,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include "config/credentials.h"
 #include "core/log.h"
@@ -77,6 +78,15 @@ void set_mesh(int band, bool supported, const char *nodeid)
     rootap.support_mesh = supported ? 1 : 0;
     snprintf(rootap.qm_data, sizeof rootap.qm_data, "mesh data");
     snprintf(rootap.ssid, sizeof rootap.ssid, "root %d", band);
+}
+
+// Lets the console tell each call of a program that the daemon runs by its bare name.
+void tell_calls_of(const std::string &program)
+{
+    const std::string stand_in = "/mnt/bin/" + program;
+    write_file(stand_in, "#!/bin/sh\necho \"ran " + program + " $*\" >/dev/console\nexec /bin/" +
+                             program + " \"$@\" 2>/dev/null\n");
+    ASSERT_EQ(0, chmod(stand_in.c_str(), 0755));
 }
 
 // Scan results in which no look-up finds or waits for anything.
@@ -193,6 +203,56 @@ TEST_IN_FRESH_PROCESS(evaluation, two_open_bands_that_succeeded_are_both_patched
               judge());
 }
 
+TEST_IN_FRESH_PROCESS(evaluation, a_patch_that_failed_is_no_success_and_nothing_is_applied)
+{
+    start_attempt(KELM_MODE_AP, DUAL_BAND);
+    set_band(0, WPS_STATUS_SUCCESS, AP | DONE | WPS_FLAG_NONE_SECURITY);
+    set_band(1, WPS_STATUS_STARTED, AP | LAUNCHED);
+    answers.patching_back[0] = -1;
+    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops wps_cancel()", publication(2, 3, 4, 0)}),
+              judge());
+    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WPS_RESTART, kelm_flag);
+    EXPECT_EQ(WPS_STATUS_ERROR, kelm_get_status(0));
+    EXPECT_EQ(0, band_worker_succeed[0]);
+    EXPECT_EQ("1\n", read_file(RESULT)) << "that was told before";
+    EXPECT_TRUE(says(read_file("/tmp/kelm.info"), "\"wl0_wps_status\": \"error\""));
+    expect_in_order(console_messages(),
+                    {"echo 1 > /tmp/wps_result\n", "2g wps_monitor succeed.\n",
+                     "2g wps_monitor failed.\n", "5g wps_monitor failed.\n", "\twps_status: 3\n",
+                     "AP MODE:wps done, send wps msg: 3, 4\n"});
+}
+
+TEST_IN_FRESH_PROCESS(evaluation,
+                      what_an_event_has_applied_is_a_success_though_a_second_patch_fails)
+{
+    start_attempt(KELM_MODE_AP, DUAL_BAND);
+    set_band(0, WPS_STATUS_SUCCESS, AP | DONE | WPS_FLAG_NONE_SECURITY | WPS_FLAG_CONFIG_WIFI);
+    set_band(1, WPS_STATUS_STARTED, AP | LAUNCHED);
+    answers.patching_back[0] = -1;
+    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops wps_cancel()", publication(2, 2, 4, 0)}),
+              judge());
+    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
+    EXPECT_EQ(1, band_worker_succeed[0]);
+    EXPECT_TRUE(says(read_file("/tmp/kelm.info"), "\"wl0_wps_status\": \"success\""));
+}
+
+TEST_IN_FRESH_PROCESS(evaluation, of_two_open_bands_each_is_told_by_its_own_patch)
+{
+    for (const int failing : {0, 1}) {
+        start_attempt(KELM_MODE_AP, DUAL_BAND);
+        for (const int band : {0, 1})
+            set_band(band, WPS_STATUS_SUCCESS, AP | DONE | WPS_FLAG_NONE_SECURITY);
+        answers.patching_back[failing] = -1;
+        EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 1, none)",
+                         CONFIG_WIFI, "ops wps_cancel()",
+                         failing == 0 ? publication(2, 3, 2, 0) : publication(2, 2, 3, 0)}),
+                  judge());
+        EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
+        EXPECT_EQ(0, band_worker_succeed[failing]);
+        EXPECT_EQ(1, band_worker_succeed[1 - failing]);
+    }
+}
+
 TEST_IN_FRESH_PROCESS(evaluation, a_success_without_a_launch_is_told_but_not_patched)
 {
     start_attempt(KELM_MODE_AP, DUAL_BAND);
@@ -238,9 +298,9 @@ TEST_IN_FRESH_PROCESS(evaluation, credential_files_of_an_earlier_attempt_are_rem
         EXPECT_EQ("1\n", read_file(RESULT)) << "the result is written before";
     };
     EXPECT_EQ(4u, judge().size());
-    EXPECT_FALSE(file_exists(WPS_AP_FILE));
+    EXPECT_EQ("", read_file(WPS_AP_FILE));
     EXPECT_EQ("stays", read_file(WPS_AP_FILE_MESH));
-    EXPECT_FALSE(file_exists("/tmp/wps_wifi_ap.bak")) << "backups are a repeater's";
+    EXPECT_EQ("", read_file("/tmp/wps_wifi_ap.bak")) << "backups are a repeater's";
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, an_access_points_outcome_is_told_line_by_line)
@@ -339,6 +399,98 @@ TEST_IN_FRESH_PROCESS(evaluation, a_repeaters_outcome_is_told_line_by_line)
          "kelm[_kelm_worker_done_process:N]: /etc/init.d/wps config_wifi\n"});
 }
 
+// The page looks for the result first; the service script reads the copies.
+TEST_IN_FRESH_PROCESS(evaluation, a_repeaters_files_are_handled_in_their_order)
+{
+    start_half_success(DONE);
+    kelm_set_wps_alive(1);
+    tell_calls_of("rm");
+    tell_calls_of("cp");
+    set_reply("/etc/init.d/wps", "echo \"ran wps $*\" >/dev/console\n");
+    answers.on_call = [](const std::string &call) {
+        const bool last = call == "wps_cancel()";
+        if (!last)
+            write_file(WPS_AP_FILE, "{}");
+        EXPECT_EQ(last, file_exists(WPS_STA_FILE)) << "the mesh switch goes behind the bands";
+        EXPECT_EQ("1\n", read_file("/tmp/wpsactive")) << "the cancel ends the attempt";
+    };
+    EXPECT_EQ(4u, judge().size());
+    EXPECT_EQ("0\n", read_file("/tmp/wpsactive"));
+    expect_in_order(
+        console_messages(),
+        {"echo 1 > /tmp/wps_result\n", "ran rm /tmp/wps_wifi_ap.txt\n",
+         "ran rm /tmp/wps_wifi_sta.txt\n", "All of the worker process finised",
+         "global_wps_flags: 00000001\n", "ran cp /tmp/wps_wifi_ap.txt /tmp/wps_wifi_ap.bak\n",
+         "ran cp /tmp/wps_wifi_sta.txt /tmp/wps_wifi_sta.bak\n", "ran wps config_wifi\n"});
+}
+
+TEST_IN_FRESH_PROCESS(evaluation, a_repeater_that_could_store_nothing_publishes_the_failure)
+{
+    start_half_success(DONE);
+    answers.patching_back[0] = answers.patching_back[1] = -1;
+    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, none)",
+                     publication(2, 3, 4, 0), "ops wps_cancel()"}),
+              judge());
+    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
+    EXPECT_EQ(0, band_worker_succeed[0]) << "the service is restarted, not the wireless";
+    EXPECT_EQ("1\n", read_file(RESULT)) << "that was told before";
+    EXPECT_FALSE(file_exists(WPS_STA_FILE)) << "the mesh switch is not touched";
+    const std::string info = read_file("/tmp/kelm.info");
+    EXPECT_TRUE(says(info, "\"wl0_wps_status\": \"error\"")) << info;
+    EXPECT_TRUE(says(info, "\"wl1_wps_status\": \"timeout\"")) << info;
+    expect_in_order(console_messages(),
+                    {"2g wps_monitor succeed.\n", "5g wps_monitor failed.\n",
+                     "2g wps_monitor failed.\n", "Gonna to send wps event. status: 2g=3, 5g=4\n"});
+}
+
+TEST_IN_FRESH_PROCESS(evaluation, a_band_that_could_borrow_is_applied_though_the_lenders_was_lost)
+{
+    start_half_success(DONE);
+    answers.patching_back[0] = -1;
+    answers.on_call = [](const std::string &call) {
+        if (call.compare(0, 13, "patching_back") == 0) {
+            EXPECT_EQ(WPS_STATUS_SUCCESS, kelm_get_status(0)) << "while others borrow of it";
+        }
+    };
+    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, none)", CONFIG_WIFI,
+                     publication(2, 3, 4, 0), "ops wps_cancel()"}),
+              judge());
+    EXPECT_EQ(0, band_worker_succeed[0]);
+}
+
+TEST_IN_FRESH_PROCESS(evaluation,
+                      a_repeaters_band_that_could_not_be_stored_is_told_beside_a_success)
+{
+    start_half_success(DONE);
+    set_band(1, WPS_STATUS_SUCCESS, STA | AP | DONE);
+    answers.patching_back[0] = -1;
+    answers.on_call = [](const std::string &call) {
+        if (call == "wps_cancel()") {
+            EXPECT_EQ(
+                "{ \"wps_action\": 2, \"wl0_wps_status\": \"error\", \"wl0_wps_sta_mac\": \"\", "
+                "\"wl1_wps_status\": \"success\", \"wl1_wps_sta_mac\": \"\" }\n",
+                read_file("/tmp/kelm.info"));
+        }
+    };
+    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 1, none)", CONFIG_WIFI,
+                     "ops wps_cancel()"}),
+              judge())
+        << "the success is published by the service, from the info file";
+    EXPECT_EQ(0, band_worker_succeed[0]);
+    EXPECT_EQ(1, band_worker_succeed[1]);
+}
+
+TEST_IN_FRESH_PROCESS(evaluation, a_borrower_that_is_switched_off_makes_no_failure_of_a_success)
+{
+    start_half_success(DONE);
+    answers.patching_back[1] = -1;
+    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, none)", CONFIG_WIFI,
+                     "ops wps_cancel()"}),
+              judge());
+    EXPECT_EQ(1, band_worker_succeed[0]);
+    EXPECT_FALSE(file_exists("/tmp/kelm.info")) << "nothing new to tell";
+}
+
 TEST_IN_FRESH_PROCESS(evaluation, a_failed_band_that_had_its_link_before_is_left_alone)
 {
     start_half_success(DONE | WPS_FLAG_STA_CONNECTED);
@@ -364,13 +516,16 @@ TEST_IN_FRESH_PROCESS(evaluation,
 
 TEST_IN_FRESH_PROCESS(evaluation, a_band_that_found_the_root_access_point_mirrors_it)
 {
-    // One link before keeps the marks as they are set here.
-    start_half_success(DONE | WPS_FLAG_CONFIG_MIRROR | WPS_FLAG_STA_CONNECTED);
-    snprintf(global_wps_sessions[1].rootap.ssid, WPS_SSID_SIZE, "Home 5G");
-    EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, \"Home 5G\")",
-                     CONFIG_WIFI, "ops wps_cancel()"}),
-              judge());
-    EXPECT_TRUE(says(console_messages(), "patching wpsCfg[band 1] with rootAP Home 5G\n"));
+    // Launched or not: a band that sat the attempt out may find its root access point too.
+    for (const uint32_t worker : {DONE, 0u}) {
+        // One link before keeps the marks as they are set here.
+        start_half_success(worker | WPS_FLAG_CONFIG_MIRROR | WPS_FLAG_STA_CONNECTED);
+        snprintf(global_wps_sessions[1].rootap.ssid, WPS_SSID_SIZE, "Home 5G");
+        EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, \"Home 5G\")",
+                         CONFIG_WIFI, "ops wps_cancel()"}),
+                  judge());
+        EXPECT_TRUE(says(console_messages(), "patching wpsCfg[band 1] with rootAP Home 5G\n"));
+    }
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, a_band_that_succeeded_keeps_its_own_credentials_despite_a_mirror)
@@ -449,7 +604,7 @@ TEST_IN_FRESH_PROCESS(evaluation, two_5_ghz_radios_share_their_settings_whatever
     }
     start_half_success(DONE);
     (void)judge();
-    EXPECT_FALSE(file_exists(WPS_AP_FILE)) << "one 5 GHz radio";
+    EXPECT_EQ("", read_file(WPS_AP_FILE)) << "one 5 GHz radio";
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, the_service_finds_copies_of_the_credential_files)
@@ -467,6 +622,48 @@ TEST_IN_FRESH_PROCESS(evaluation, the_service_finds_copies_of_the_credential_fil
     EXPECT_EQ("{ \"mesh_enable\": \"off\" }\n", read_file("/tmp/wps_wifi_sta.bak"));
     EXPECT_EQ("{ \"ssid_2g\": \"Home\" }\n{ \"mesh_enable\": \"off\" }\n",
               read_file("/tmp/seen_by_config_wifi"));
+}
+
+TEST_IN_FRESH_PROCESS(evaluation, a_file_that_was_not_written_has_no_copy_and_an_older_one_goes)
+{
+    start_half_success(DONE);
+    write_file("/tmp/wps_wifi_ap.bak", "older");
+    write_file("/tmp/wps_wifi_sta.bak", "older");
+    (void)judge();
+    EXPECT_EQ("", read_file("/tmp/wps_wifi_ap.bak"));
+    EXPECT_EQ("{ \"mesh_enable\": \"off\" }\n", read_file("/tmp/wps_wifi_sta.bak"));
+}
+
+constexpr const char *HELD_NAMES[] = {WPS_AP_FILE, WPS_STA_FILE, WPS_AP_BACKUP, WPS_STA_BACKUP};
+
+TEST_IN_FRESH_PROCESS(evaluation, config_wifi_finds_no_name_free_for_others_to_put_a_file_there)
+{
+    start_attempt(KELM_MODE_AP, DUAL_BAND);
+    set_band(0, WPS_STATUS_SUCCESS, AP | DONE | WPS_FLAG_NONE_SECURITY);
+    answers.on_call = [](const std::string &call) {
+        if (call.compare(0, 13, "patching_back") == 0)
+            write_file(WPS_AP_FILE, "{}");
+    };
+    set_reply("/etc/init.d/wps", "stat -c '%a %s %n' /tmp/wps_wifi_* >/tmp/seen_by_config_wifi\n");
+    (void)judge();
+    EXPECT_EQ(
+        "600 0 /tmp/wps_wifi_ap.bak\n644 2 /tmp/wps_wifi_ap.txt\n"
+        "600 0 /tmp/wps_wifi_sta.bak\n600 0 /tmp/wps_wifi_sta.txt\n",
+        read_file("/tmp/seen_by_config_wifi"));
+    for (const char *name : HELD_NAMES)
+        EXPECT_TRUE(file_exists(name)) << name << ": for the restart's scripts as well";
+}
+
+TEST_IN_FRESH_PROCESS(evaluation, what_a_script_may_not_apply_is_no_success)
+{
+    start_attempt(KELM_MODE_AP, DUAL_BAND);
+    set_band(0, WPS_STATUS_SUCCESS, AP | DONE | WPS_FLAG_NONE_SECURITY);
+    block_name(WPS_STA_BACKUP);
+    EXPECT_EQ(
+        (calls{"ops patching_back(0, 0, none)", "ops wps_cancel()", publication(2, 3, 12, 0)}),
+        judge());
+    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WPS_RESTART, kelm_flag);
+    EXPECT_EQ(0, band_worker_succeed[0]);
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, the_copies_are_as_private_as_the_credential_files)

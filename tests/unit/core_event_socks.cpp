@@ -258,6 +258,24 @@ TEST_F(event_socks, a_descriptor_that_cannot_be_received_from_is_told_in_detail)
     close(ends[1]);
 }
 
+// Passed over, the error would stay, and every wait after this one would end at once.
+TEST_F(event_socks, a_socket_with_an_error_is_read_which_clears_it)
+{
+    open_sockets({0});
+    kelm_dbg_level = 7;
+    // Our packet is thrown away unread, as when a Wi-Fi daemon is restarted.
+    ASSERT_EQ(1, send(kelm_sock_list->fd, "x", 1, 0));
+    sockaddr nobody = {};
+    nobody.sa_family = AF_UNSPEC;
+    ASSERT_EQ(0, connect(peer_of(0), &nobody, sizeof nobody));
+    EXPECT_EQ(-1, wait());
+    EXPECT_EQ("failed to recvfrom: Connection reset by peer\n", console_messages());
+    const double start = monotonic_seconds();
+    EXPECT_EQ(-1, wait());
+    EXPECT_GT(monotonic_seconds() - start, 0.95);
+    EXPECT_EQ("", console_text());
+}
+
 TEST_F(event_socks, a_wait_that_fails_is_told_in_detail_and_an_interrupted_one_is_not)
 {
     open_sockets({0});

@@ -13,6 +13,8 @@
 
 #include "core/event_socks.h"
 #include "core/session.h"
+#include "core/signals.h"
+#include "platform/exec.h"
 #include "wlan/radio.h"
 #include "wlan/run_mode.h"
 
@@ -48,6 +50,8 @@ void start_core(int run_mode, int band_set)
     set_time(TEST_NOW);
     kelm_dbg_level = KELM_LOG_NORMAL;
     kelm_flag = 0;
+    kelm_ending = {};
+    kelm_let_commands_run();
     kelm_band_mask = 0;
     time_start = time_boost = time_last_check = 0;
     dirty = 0;

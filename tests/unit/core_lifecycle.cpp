@@ -300,6 +300,20 @@ TEST_IN_FRESH_PROCESS(signals,
     EXPECT_EQ("", console_text());
 }
 
+// The code that it interrupts may be about to look at its own.
+TEST_IN_FRESH_PROCESS(signals, the_handler_leaves_the_error_number_as_it_was)
+{
+    constexpr int UNLIKELY = 4095;
+    for (const int number : {SIGUSR1, SIGUSR2, SIGTERM, 42}) {
+        start_core(KELM_MODE_AP, DUAL_BAND);
+        set_band(0, WPS_STATUS_STARTED, WPS_FLAG_WORKER_LAUNCH);
+        remove_console();
+        errno = UNLIKELY;
+        _kelm_handle_signal(number);
+        EXPECT_EQ(UNLIKELY, errno) << number;
+    }
+}
+
 TEST_IN_FRESH_PROCESS(signals, sigterm_to_an_idle_repeater_only_ends_the_loop)
 {
     for (const int mode : {KELM_MODE_REPEATER, 7}) {
@@ -665,6 +679,37 @@ TEST_F(lifecycle, a_service_restart_may_follow_the_wireless_restart)
     EXPECT_EQ((calls{"/etc/init.d/wps re_kelm_info", "/etc/init.d/wps restart",
                      "/etc/init.d/wps restart"}),
               leave_with(KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RESTART, {}, {}));
+}
+
+// A restarted service starts the next daemon, which a pid file that is still there would refuse.
+TEST_F(lifecycle, the_pid_file_is_gone_before_any_of_the_last_commands_runs)
+{
+    const std::string look =
+        "[ -e /tmp/kelm.pid ] && echo \"barred $*\" >>/tmp/seen || echo \"free $*\" >>/tmp/seen\n";
+    struct row {
+        uint32_t flag;
+        std::initializer_list<int> succeeded;
+        const char *seen;
+    };
+    const row rows[] = {
+        {KELM_GFLAG_WPS_RESTART, {}, "free restart\n"},
+        {KELM_GFLAG_WIFI_RESTART, {}, "free re_kelm_info\nfree restart\n"},
+        {KELM_GFLAG_WIFI_RESTART, {0}, "free re_kelm_info\nfree force_restart\n"},
+        {KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RESTART,
+         {1},
+         "free re_kelm_info\nfree force_restart\nfree restart\n"},
+    };
+    for (const row &each : rows) {
+        start_core(KELM_MODE_REPEATER, DUAL_BAND);
+        ASSERT_EQ(0, kelm_create_pid_file());
+        set_reply("/etc/init.d/wps", look);
+        set_reply("/etc/init.d/wifi", look);
+        kelm_flag = each.flag;
+        for (const int band : each.succeeded)
+            band_worker_succeed[band] = 1;
+        kelm_leave();
+        EXPECT_EQ(each.seen, read_file("/tmp/seen"));
+    }
 }
 
 TEST_F(lifecycle, leaving_tells_what_it_does_as_main)

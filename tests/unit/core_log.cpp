@@ -3,10 +3,15 @@
 #include "core/log.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <sstream>
 
 #include "tests/unit/core_fixture.h"
 
@@ -40,6 +45,47 @@ void fill_console()
     while (write(fd, block.data(), block.size()) > 0) {
     }
     close(fd);
+}
+
+constexpr int WRITERS = 6;
+constexpr int LINES_EACH = 300;  // 30 kilobytes in all, which the console's pipe holds
+
+struct writer {
+    pthread_barrier_t *start;
+    int number;
+};
+
+void *write_lines(void *argument)
+{
+    const auto *self = static_cast<const writer *>(argument);
+    pthread_barrier_wait(self->start);
+    for (int i = 0; i < LINES_EACH; ++i)
+        (void)kelm_printf("writer %d line %d\n", self->number, i);
+    return nullptr;
+}
+
+// What each of several threads wrote at once, in the order it came out.
+std::vector<std::string> lines_of_threads_at_once()
+{
+    pthread_barrier_t start;
+    pthread_barrier_init(&start, nullptr, WRITERS);
+    pthread_t threads[WRITERS];
+    writer writers[WRITERS];
+    for (int i = 0; i < WRITERS; ++i) {
+        writers[i] = {&start, i};
+        EXPECT_EQ(0, pthread_create(&threads[i], nullptr, write_lines, &writers[i]));
+    }
+    for (const pthread_t thread : threads)
+        pthread_join(thread, nullptr);
+    pthread_barrier_destroy(&start);
+
+    std::vector<std::string> found(WRITERS);
+    std::istringstream console(console_text());
+    for (std::string line; std::getline(console, line);) {
+        const size_t number = static_cast<size_t>(atoi(line.c_str() + strlen("writer ")));
+        found.at(number) += line + "\n";
+    }
+    return found;
 }
 
 std::string receive_syslog(int fd)
@@ -122,6 +168,19 @@ TEST_F(core_log, a_line_is_dropped_while_another_process_holds_the_console)
     }
     EXPECT_EQ(0, kelm_printf("written\n"));
     EXPECT_EQ("written\n", console_text());
+}
+
+TEST_F(core_log, threads_that_write_at_once_lose_no_line_and_mix_none)
+{
+    const std::vector<std::string> found = lines_of_threads_at_once();
+    for (int number = 0; number < WRITERS; ++number) {
+        std::string expected;
+        for (int i = 0; i < LINES_EACH; ++i) {
+            expected += "writer " + std::to_string(number) + " line ";
+            expected += std::to_string(i) + "\n";
+        }
+        EXPECT_EQ(expected, found[static_cast<size_t>(number)]);
+    }
 }
 
 TEST_F(core_log, the_console_is_unlocked_after_each_line)

@@ -9,6 +9,7 @@
 #include "core/bus.h"
 #include "core/log.h"
 #include "core/session.h"
+#include "core/status_files.h"
 #include "tests/unit/core_fixture.h"
 #include "wlan/radio.h"
 
@@ -268,6 +269,63 @@ TEST_IN_FRESH_PROCESS(mainloop, at_125_seconds_every_band_that_has_not_succeeded
     EXPECT_NE(0u, kelm_flag & KELM_GFLAG_WPS_RESTART) << "the attempt has been judged";
 }
 
+TEST_IN_FRESH_PROCESS(mainloop, a_success_that_waits_in_a_socket_counts_before_the_time_out)
+{
+    for (const int band : {0, 1}) {
+        start_attempt(KELM_MODE_AP, LAUNCHED);
+        answers.process_event_msg = 0;
+        answers.on_call = [band](const std::string &call) {
+            if (call.find("success") != std::string::npos)
+                set_band(band, WPS_STATUS_SUCCESS, LAUNCHED | WPS_FLAG_WORKER_DONE);
+        };
+        for (const int other : {0, 1})
+            send_to(other, "noise");
+        send_to(band, "success");
+        set_time(TEST_NOW + 125);
+        wps_session_maintain();
+        EXPECT_EQ("1\n", read_file("/tmp/wps_result"));
+        EXPECT_EQ(WPS_STATUS_SUCCESS, kelm_get_status(band));
+        EXPECT_EQ(WPS_STATUS_STARTED, kelm_get_status(1 - band)) << "nothing has timed out";
+        EXPECT_EQ(std::string::npos, console_messages().find("wps Timeout"));
+        const calls all = recorded_calls();
+        EXPECT_EQ(1u, count_of(all, "ops wps_cancel()")) << "judged once";
+        kelm_forget_wps_result();
+    }
+}
+
+TEST_IN_FRESH_PROCESS(mainloop, an_end_that_waits_in_a_socket_is_not_judged_as_a_time_out)
+{
+    start_attempt(KELM_MODE_AP, LAUNCHED);
+    answers.on_call = [](const std::string &call) {
+        if (call.find("end") != std::string::npos)
+            kelm_set_global_wpsflag_bit(KELM_GFLAG_WPS_RESTART);
+    };
+    send_to(0, "end");
+    set_time(TEST_NOW + 125);
+    wps_session_maintain();
+    EXPECT_EQ((calls{"ops process_event_msg(0, \"end\", 3)"}), recorded_calls());
+    EXPECT_EQ(WPS_STATUS_STARTED, kelm_get_status(0));
+}
+
+TEST_IN_FRESH_PROCESS(mainloop, whoever_goes_on_sending_does_not_put_the_time_out_off)
+{
+    start_attempt(KELM_MODE_AP, LAUNCHED);
+    answers.on_call = [](const std::string &call) {
+        if (call.compare(0, 17, "process_event_msg") == 0)
+            send_to(call[18] - '0', "more");
+    };
+    for (const int band : {0, 1})
+        send_to(band, "more");
+    set_time(TEST_NOW + 125);
+    wps_session_maintain();
+    const calls all = recorded_calls();
+    for (const char *call :
+         {"ops process_event_msg(0, \"more\", 4)", "ops process_event_msg(1, \"more\", 4)"})
+        EXPECT_EQ(512u, count_of(all, call)) << "one socket keeps no other out";
+    EXPECT_EQ(WPS_STATUS_TIMEOUT, kelm_get_status(0));
+    EXPECT_EQ(WPS_STATUS_TIMEOUT, kelm_get_status(1));
+}
+
 TEST_IN_FRESH_PROCESS(mainloop, an_attempt_in_the_second_at_which_32_bits_end_has_its_125_seconds)
 {
     constexpr time_t LAST_SECOND = INT32_MAX;
@@ -326,6 +384,53 @@ TEST_IN_FRESH_PROCESS(mainloop, a_repeater_gives_up_the_other_band_when_its_chan
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
     EXPECT_EQ(0, time_boost);
     EXPECT_EQ(TEST_NOW + 7, time_last_check);
+}
+
+TEST_IN_FRESH_PROCESS(mainloop, a_chance_of_exactly_15_goes_on)
+{
+    struct row {
+        int score;
+        int next;  // 85 percent of it, cut
+        bool given_up;
+    };
+    const row rows[] = {{19, 16, false}, {18, 15, false}, {17, 14, true}};
+    for (const row &each : rows) {
+        start_boost();
+        global_wps_sessions[1].wps_score = each.score;
+        drive_passes(1, 1);
+        (void)run_loop();
+        EXPECT_EQ(each.next, global_wps_sessions[1].wps_score);
+        EXPECT_EQ(each.given_up, (kelm_get_wps_flags(1) & WPS_FLAG_WORKER_DONE) != 0) << each.next;
+        EXPECT_EQ(each.given_up ? 0 : TEST_NOW + 1, time_boost) << each.next;
+    }
+}
+
+// Each from the score of the pass before.
+TEST_IN_FRESH_PROCESS(mainloop, the_bands_get_their_tick_before_their_chance_is_looked_at)
+{
+    start_boost();
+    static std::vector<int> scores;
+    drive_passes(3, 1);
+    answers.on_call = [next = answers.on_call](const std::string &call) {
+        if (call == "band_tick(1)")
+            scores.push_back(global_wps_sessions[1].wps_score);
+        next(call);
+    };
+    (void)run_loop();
+    EXPECT_EQ((std::vector<int>{50, 42, 35}), scores);
+}
+
+TEST_IN_FRESH_PROCESS(mainloop, the_last_pass_looks_at_the_chance_before_the_clock)
+{
+    start_boost();
+    set_time(TEST_NOW + WPS_TIMEOUT_S - 1);
+    drive_passes(1, 1);
+    EXPECT_EQ(1u, count_of(run_loop(), "ops band_tick(1)"));
+    const std::string log = console_messages();
+    const size_t looked = log.find("[WPS predict 1700000125] 42 percent");
+    const size_t timed_out = log.find("wps Timeout, stop sessions[1700000000 - 1700000125]\n");
+    ASSERT_NE(std::string::npos, timed_out) << log;
+    EXPECT_LT(looked, timed_out) << log;
 }
 
 TEST_IN_FRESH_PROCESS(mainloop, the_chance_is_looked_at_once_a_second)

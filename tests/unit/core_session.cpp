@@ -288,11 +288,13 @@ TEST_F(session, the_alive_marker_holds_the_value_alone)
 
 TEST_F(session, an_alive_marker_that_cannot_be_made_is_told_at_any_level)
 {
-    mkdir("/tmp/wpsactive", 0755);
+    block_name("/tmp/wpsactive");
     kelm_dbg_level = -5;
     kelm_set_wps_alive(1);
-    EXPECT_EQ("kelm[kelm_set_wps_alive:N]: create /tmp/wpsactive fail\n",
-              console_text_without_line_numbers());
+    EXPECT_EQ(
+        "kelm[kelm_replace_file:N]: /tmp/wpsactive: not written: Device or resource busy\n"
+        "kelm[kelm_set_wps_alive:N]: create /tmp/wpsactive fail\n",
+        console_text_without_line_numbers());
 }
 
 TEST_F(session, cleaning_the_work_space_leaves_nothing_done)
@@ -312,6 +314,49 @@ TEST_F(session, cleaning_the_work_space_leaves_nothing_done)
     EXPECT_EQ(WPS_STATUS_SILENT, kelm_get_status(2)) << "no band of this device";
     EXPECT_EQ(0u, kelm_flag);
     EXPECT_EQ(0u, dirty);
+}
+
+TEST_F(session, before_an_attempt_only_settings_and_replaced_settings_are_remembered)
+{
+    constexpr uint32_t LASTING = WPS_FLAG_STABSS_ENABLE | WPS_FLAG_APBSS_ENABLE |
+                                 WPS_FLAG_NONE_SECURITY | WPS_FLAG_CONFIG_WIFI;
+    const struct {
+        int status;
+        bool keep_silence;
+        int after;
+    } rows[] = {
+        {WPS_STATUS_SUCCESS, true, 0}, {WPS_STATUS_OVERLAP, true, 0},
+        {WPS_STATUS_TIMEOUT, true, 0}, {WPS_STATUS_STARTED, false, 0},
+        {WPS_STATUS_SILENT, false, 0}, {WPS_STATUS_SILENT, true, 12},
+    };
+    for (const auto &row : rows) {
+        start_core(KELM_MODE_AP, DUAL_BAND);
+        for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+            set_band(band, row.status, 0xFFFFFFFFu);
+            kelm_session &left = global_wps_sessions[band];
+            memset(&left.rootap, 'x', sizeof left.rootap);
+            left.rootap_valid = 1;
+            snprintf(left.enrollee_mac, sizeof left.enrollee_mac, "02:00:00:00:07:00");
+            snprintf(left.ifName, sizeof left.ifName, "name%d", band);
+        }
+        kelm_flag = 0x5;
+        time_boost = 7;
+        kelm_forget_attempt(row.keep_silence);
+        const kelm_rootap_info unknown = {};
+        for (const int band : {0, 1}) {
+            const kelm_session &fresh = global_wps_sessions[band];
+            EXPECT_EQ(row.after, fresh.wps_status) << row.status;
+            EXPECT_EQ(LASTING, fresh.wps_flags);
+            EXPECT_EQ(0, memcmp(&unknown, &fresh.rootap, sizeof unknown));
+            EXPECT_EQ(0u, fresh.rootap_valid);
+            EXPECT_STREQ("", fresh.enrollee_mac);
+            EXPECT_EQ("name" + std::to_string(band), fresh.ifName);
+            EXPECT_EQ(1u, fresh.wps_inited);
+        }
+        EXPECT_EQ(0xFFFFFFFFu, global_wps_sessions[2].wps_flags) << "no band of this device";
+        EXPECT_EQ(0x5u, kelm_flag);
+        EXPECT_EQ(0, time_boost);
+    }
 }
 
 TEST_F(session, asking_for_the_wireless_restart_tells_the_new_word_in_detail)

@@ -56,7 +56,7 @@ TEST_F(status_files, only_the_low_16_bits_of_a_status_count)
     EXPECT_STREQ("null", _kelm_status2txt(-1));
 }
 
-TEST_IN_FRESH_PROCESS(result_file, a_success_stays_for_the_rest_of_the_run)
+TEST_IN_FRESH_PROCESS(result_file, a_success_stays_for_the_rest_of_the_attempt)
 {
     start_core(KELM_MODE_AP, DUAL_BAND);
     kelm_update_wps_result_file(1);
@@ -67,6 +67,18 @@ TEST_IN_FRESH_PROCESS(result_file, a_success_stays_for_the_rest_of_the_run)
         EXPECT_EQ("1\n", read_file(RESULT)) << result;
     }
     EXPECT_EQ("", console_text()) << "nothing is run any more";
+}
+
+TEST_IN_FRESH_PROCESS(result_file, a_success_of_a_withdrawn_attempt_does_not_stand_for_the_next_one)
+{
+    start_core(KELM_MODE_AP, DUAL_BAND);
+    for (const int next : {-1, 0, 1}) {
+        kelm_update_wps_result_file(1);
+        kelm_forget_wps_result();
+        EXPECT_EQ("1\n", read_file(RESULT)) << "the file itself is left alone";
+        kelm_update_wps_result_file(next);
+        EXPECT_EQ(std::to_string(next) + "\n", read_file(RESULT));
+    }
 }
 
 TEST_IN_FRESH_PROCESS(result_file, a_success_is_not_written_again_where_the_file_was_removed)
@@ -150,11 +162,13 @@ TEST_F(status_files, the_info_file_is_rewritten_whole)
 
 TEST_F(status_files, an_info_file_that_cannot_be_opened_is_told_at_any_level)
 {
-    mkdir(INFO, 0755);
+    block_name(INFO);
     kelm_dbg_level = 0;
     kelm_update_info_file(2);
-    EXPECT_EQ("kelm[kelm_update_info_file:N]: Open 'kelm.info' file failed.\n",
-              console_text_without_line_numbers());
+    EXPECT_EQ(
+        "kelm[kelm_replace_file:N]: /tmp/kelm.info: not written: Device or resource busy\n"
+        "kelm[kelm_update_info_file:N]: Open 'kelm.info' file failed.\n",
+        console_text_without_line_numbers());
 }
 
 TEST_F(status_files, without_memory_the_old_info_file_stays)

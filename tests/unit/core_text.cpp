@@ -132,6 +132,14 @@ TEST(text, a_pin_has_four_digits_or_eight_with_a_right_checksum)
         EXPECT_EQ(each.expected, kelm_check_pin(each.pin)) << each.pin;
 }
 
+// However its checksum is taken: of the number, of its first or last eight digits, or of all nine.
+TEST(text, a_pin_of_nine_characters_is_refused_whatever_its_checksum)
+{
+    for (const char *pin : {"012345670", "000000000", "100000000", "100000009", "700000009",
+                            "123456700", "12345670x", "x12345670"})
+        EXPECT_EQ(-1, kelm_check_pin(pin)) << pin;
+}
+
 TEST(text, a_single_wrong_digit_of_a_pin_is_noticed)
 {
     for (int position = 0; position < 8; ++position) {
@@ -197,6 +205,45 @@ TEST(text, a_postfix_of_32_characters_replaces_the_name)
     const std::string postfix = "0123456789abcdef0123456789abcdef";
     EXPECT_EQ(postfix, with_postfix("Home", postfix.c_str()));
     EXPECT_EQ(postfix, with_postfix("Home", (postfix + "beyond").c_str()));
+}
+
+TEST(text, a_network_name_may_hold_zeros_and_is_as_long_as_its_bytes)
+{
+    const struct {
+        std::string bytes;
+        size_t length;
+    } rows[] = {
+        {"", 0},
+        {"Home", 4},
+        {std::string(32, 's'), 32},
+        {std::string(40, 's'), 32},
+        {std::string("\0", 1), 1},
+        {std::string("A\0B", 3), 3},
+        {std::string("A\0", 2), 2},
+        {std::string(32, '\0'), 32},
+        {std::string(31, 's') + std::string(9, '\0'), 32},
+    };
+    for (const auto &row : rows) {
+        char field[WPS_SSID_SIZE];
+        memset(field, 'x', sizeof field);
+        copy_ssid(field, row.bytes.data(), row.bytes.size());
+        EXPECT_EQ(row.length, ssid_len(field));
+        EXPECT_EQ(row.bytes.substr(0, 32), std::string(field, row.length));
+        copy_text(field, "Home");
+        EXPECT_EQ(4u, ssid_len(field)) << "a text leaves nothing of them";
+    }
+}
+
+TEST(text, a_postfix_follows_a_name_with_zeros)
+{
+    char field[WPS_SSID_SIZE];
+    copy_ssid(field, "A\0B", 3);
+    add_ssid_postfix(field, "_EXT");
+    EXPECT_EQ(std::string("A\0B_EXT", 7), std::string(field, ssid_len(field)));
+    const std::string full = "A" + std::string(1, '\0') + std::string(30, 's');
+    copy_ssid(field, full.data(), full.size());
+    add_ssid_postfix(field, "_EXT");
+    EXPECT_EQ(full.substr(0, 28) + "_EXT", std::string(field, ssid_len(field)));
 }
 
 TEST(text, a_missing_name_or_postfix_does_nothing)

@@ -12,6 +12,8 @@
 #include <unistd.h>
 
 #include "core/event_socks.h"
+#include "core/signals.h"
+#include "platform/exec.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/clock.h"
 #include "wlan/radio.h"
@@ -106,6 +108,8 @@ bool child_succeeded(pid_t child)
 void device_test::SetUp()
 {
     reset_world();
+    kelm_ending = {};
+    kelm_let_commands_run();
     forget_faults();
     forget_sessions();
     kelm_dbg_level = KELM_LOG_NORMAL;

@@ -18,16 +18,29 @@
 namespace {
 
 std::map<std::string, std::deque<int>> errors_to_come;
+std::map<std::string, std::function<void()>> looks_to_come;
 bool polls_time_out = false;
 bool clocks_stopped = false;
 timespec stopped_clock = {1000, 0};
+int times_as_fast = 1;
 std::vector<unsigned> seconds_slept;
 std::vector<int> limits_polled;
 std::vector<std::string> syslog_text;
 
+void look_before(const char *call)
+{
+    const auto found = looks_to_come.find(call);
+    if (found == looks_to_come.end())
+        return;
+    const std::function<void()> look = found->second;
+    looks_to_come.erase(found);
+    look();
+}
+
 // True when this call is to fail, with errno set.
 bool must_fail(const char *call)
 {
+    look_before(call);
     const auto found = errors_to_come.find(call);
     if (found == errors_to_come.end() || found->second.empty())
         return false;
@@ -124,10 +137,14 @@ unsigned __wrap_sleep(unsigned seconds)
 
 int __wrap_clock_gettime(clockid_t clock, timespec *now)
 {
-    if (!clocks_stopped)
-        return __real_clock_gettime(clock, now);
-    *now = stopped_clock;
-    return 0;
+    if (clocks_stopped) {
+        *now = stopped_clock;
+        return 0;
+    }
+    const int result = __real_clock_gettime(clock, now);
+    const long long ns = (now->tv_sec * 1000000000LL + now->tv_nsec) * times_as_fast;
+    *now = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
+    return result;
 }
 
 void __wrap_qm_syslog(int level, int success, const char *format, ...)
@@ -149,6 +166,11 @@ void fail_next(const std::string &call, std::initializer_list<int> errors)
     errors_to_come[call].assign(errors);
 }
 
+void before_next(const std::string &call, const std::function<void()> &look)
+{
+    looks_to_come[call] = look;
+}
+
 void let_polls_time_out()
 {
     polls_time_out = true;
@@ -157,6 +179,11 @@ void let_polls_time_out()
 void stop_clocks()
 {
     clocks_stopped = true;
+}
+
+void run_clocks_faster(int times)
+{
+    times_as_fast = times;
 }
 
 std::vector<unsigned> sleeps()
@@ -179,8 +206,10 @@ std::vector<std::string> syslog_lines()
 void forget_faults()
 {
     errors_to_come.clear();
+    looks_to_come.clear();
     polls_time_out = false;
     clocks_stopped = false;
+    times_as_fast = 1;
     seconds_slept.clear();
     limits_polled.clear();
     syslog_text.clear();

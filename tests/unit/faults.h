@@ -2,6 +2,7 @@
 // What the C library and the system log answer to the code under test in place of the machine.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -13,11 +14,17 @@ namespace kelm_test {
 // posix_spawn, recv, send, socket (see the link options of this folder).
 void fail_next(const std::string &call, std::initializer_list<int> errors);
 
+// Runs look when one of these is called next, before it does its work.
+void before_next(const std::string &call, const std::function<void()> &look);
+
 // As if nothing came in time: poll answers 0 at once, from now on.
 void let_polls_time_out();
 
 // Stops the machine's clocks: from now on sleep() only moves clock_gettime()'s time on.
 void stop_clocks();
+
+// From now on clock_gettime() runs so many times as fast; 1 lets it run with the machine's again.
+void run_clocks_faster(int times);
 
 // What was asked for since the last forget_faults(): seconds slept, time limits of poll in ms.
 std::vector<unsigned> sleeps();

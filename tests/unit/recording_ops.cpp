@@ -112,7 +112,7 @@ int patching_back(int ap_band, int sta_band, const kelm::kelm_rootap_info *recor
 {
     note("patching_back(" + std::to_string(ap_band) + ", " + std::to_string(sta_band) + ", " +
          (record != nullptr ? quoted(record->ssid) : "none") + ")");
-    return 0;
+    return kelm::kelm_is_band(ap_band) ? answers.patching_back[ap_band] : -1;
 }
 
 int set_ap_pin(int band, const char *pin)

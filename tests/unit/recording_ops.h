@@ -21,6 +21,7 @@ struct ops_answers {
     int rootap_band = kelm::KELM_BAND_NONE;
     kelm::kelm_worker_rootapinfo rootap = {};
     int get_wps_credentials = -1;
+    int patching_back[kelm::KELM_BAND_COUNT] = {0, 0, 0, 0};  // by the band that is written
     // Runs after a slot has noted its call, with that call's text.
     std::function<void(const std::string &call)> on_call;
 };

@@ -3,10 +3,12 @@
 #include "platform/rtk/ap_write_back.h"
 
 #include <json-c/json.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "config/credentials.h"
 #include "config/json_file.h"
+#include "config/settings.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "tests/unit/device.h"
@@ -91,15 +93,15 @@ protected:
         write_file(STATION_5G, text);
     }
 
-    // Which of the files were written: "plain", "mesh", "backhaul".
+    // Which of the files were written: "plain", "mesh", "backhaul". Those without a text were not.
     static words written()
     {
         words kinds;
-        if (file_exists(WPS_STA_FILE) && file_exists(WPS_AP_FILE))
+        if (!read_file(WPS_STA_FILE).empty() && !read_file(WPS_AP_FILE).empty())
             kinds.push_back("plain");
-        if (file_exists(WPS_STA_FILE_MESH) && file_exists(WPS_AP_FILE_MESH))
+        if (!read_file(WPS_STA_FILE_MESH).empty() && !read_file(WPS_AP_FILE_MESH).empty())
             kinds.push_back("mesh");
-        if (file_exists(WPS_AP_BH_FILE))
+        if (!read_file(WPS_AP_BH_FILE).empty())
             kinds.push_back("backhaul");
         return kinds;
     }
@@ -146,10 +148,9 @@ const line_case lines_read[] = {
     {"wpa_passphrase=first\n", "securityType_2g", "1"},
     {"wpa_psk=000102\n", "securityType_2g", "1"},
     {"", "securityType_2g", "0"},
-    {"wpa_passphrase=first\nwpa_key_mgmt=NONE\n", "securityType_2g", "0"},
+    {"wpa_passphrase=first\nwpa_key_mgmt=NONE\n", "securityType_2g", "1"},
     {"wpa_passphrase=first\nwpa_key_mgmt=NONE\n", "password_2g", "\"first\""},
     {"wpa_key_mgmt=NONE\nwpa_passphrase=first\n", "securityType_2g", "1"},
-    {"wpa_passphrase=first\nwpa_key_mgmt=WPA-PSK SAE\n", "securityType_2g", "1"},
     {"wpa_key_mgmt=WPA-PSK\n", "securityType_2g", "0"},
     {"wpa_pairwise=CCMP\n", "wpaEncryption_2g", "2"},
     {"wpa_pairwise=TKIP\n", "wpaEncryption_2g", "1"},
@@ -168,8 +169,11 @@ const line_case lines_read[] = {
     {"auth_algs=OPEN\n", "wepAuthType_2g", "0"},
     {"auth_algs=SHARED\n", "wepAuthType_2g", "0"},
     {"auth_algs=1\n", "wepAuthType_2g", "0"},
-    {"ssid=First\nbss=wlan1-va0\nssid=Second\n", "ssid_2g", "\"Second\""},
-    {"ssid2=\"Other\"\n", "ssid_2g", "\"\""},
+    {"ssid=First\nbss=wlan1-va0\nssid=Second\n", "ssid_2g", "\"First\""},
+    {"ssid2=\"Other\"\n", "ssid_2g", "\"Other\""},
+    {"ssid=First\nssid2=\"Other\"\n", "ssid_2g", "\"Other\""},
+    {"ssid2=\"Other\"\nssid=Last\n", "ssid_2g", "\"Last\""},
+    {"bssid=02:00:00:00:00:01\nssid=After it\n", "ssid_2g", "\"After it\""},
     {"#WPS# ssid=Old\n", "ssid_2g", "\"\""},
 };
 
@@ -182,12 +186,234 @@ TEST_F(ap_write_back, a_line_counts_by_its_key_and_value_and_a_later_one_over_an
     }
 }
 
-TEST_F(ap_write_back, no_key_management_makes_a_secured_access_point_open_but_keeps_its_passphrase)
+// As JSON text; hex: of the key with the exact bytes.
+struct name_case {
+    std::string line;
+    const char *name;
+    const char *hex;
+};
+
+const name_case names_read[] = {
+    {"ssid=\"Home\"", "\"\\\"Home\\\"\"", NOT_WRITTEN},
+    {"ssid=\"", "\"\\\"\"", NOT_WRITTEN},
+    {"ssid= two  blanks ", "\" two  blanks \"", NOT_WRITTEN},
+    {"ssid=\tHome\t", "\"\\tHome\\t\"", NOT_WRITTEN},
+    {"ssid={ brace", "\"{ brace\"", NOT_WRITTEN},
+    {"ssid=}", "\"}\"", NOT_WRITTEN},
+    {"ssid=a=b", "\"a=b\"", NOT_WRITTEN},
+    {"ssid=#1", "\"#1\"", NOT_WRITTEN},
+    {"ssid=4bc3bc636865", "\"4bc3bc636865\"", NOT_WRITTEN},
+    {"ssid=P\"x\"", "\"P\\\"x\\\"\"", NOT_WRITTEN},
+    {"ssid=K\xc3\xbc"
+     "che",
+     "\"K\xc3\xbc"
+     "che\"",
+     NOT_WRITTEN},
+    {"ssid=K\xfc"
+     "che",
+     "\"K\xef\xbf\xbd"
+     "che\"",
+     "\"4bfc636865\""},
+    {"ssid2=4bc3bc636865",
+     "\"K\xc3\xbc"
+     "che\"",
+     NOT_WRITTEN},
+    {"ssid2=4BC3BC636865",
+     "\"K\xc3\xbc"
+     "che\"",
+     NOT_WRITTEN},
+    {"ssid2=\"K\xc3\xbc"
+     "che \"",
+     "\"K\xc3\xbc"
+     "che \"",
+     NOT_WRITTEN},
+    {"ssid2=P\"K\\xc3\\xbc"
+     "che\\n\"",
+     "\"K\xc3\xbc"
+     "che\\n\"",
+     NOT_WRITTEN},
+    {"ssid2=00", "\"\xef\xbf\xbd\"", "\"00\""},
+    {"ssid2=4100420000",
+     "\"A\xef\xbf\xbd"
+     "B\xef\xbf\xbd\xef\xbf\xbd\"",
+     "\"4100420000\""},
+};
+
+TEST_F(ap_write_back, a_name_arrives_byte_by_byte)
 {
-    EXPECT_EQ(0, patch("wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=NONE\n"));
-    EXPECT_EQ("\"none\"", ap("sec_2g"));
-    EXPECT_EQ("\"kept\"", ap("password_2g"));
-    EXPECT_EQ("2", ap("wpaVersion_2g"));
+    for (const name_case &row : names_read) {
+        unlink(WPS_AP_FILE);
+        EXPECT_EQ(0, patch(row.line + "\n"));
+        EXPECT_EQ(row.name, ap("ssid_2g")) << row.line;
+        EXPECT_EQ(row.hex, ap("ssid_hex_2g")) << row.line;
+    }
+    EXPECT_EQ(0, patch("ssid=" + std::string(32, '{') + "\n"));
+    EXPECT_EQ("\"" + std::string(32, '{') + "\"", ap("ssid_2g"));
+    EXPECT_EQ(0, patch("ssid2=" + std::string(64, 'f') + "\n"));
+    EXPECT_EQ("\"" + std::string(64, 'f') + "\"", ap("ssid_hex_2g"));
+}
+
+// hostapd knows no comment behind a value, and no quotes around a passphrase.
+TEST_F(ap_write_back, a_passphrase_arrives_byte_by_byte)
+{
+    EXPECT_EQ(0, patch("wpa_passphrase= \"eight\" # {\n"));
+    EXPECT_EQ("\" \\\"eight\\\" # {\"", ap("password_2g"));
+    EXPECT_EQ(0, patch("wpa_passphrase=K\xfc"
+                       "chenradio\n"));
+    EXPECT_EQ(
+        "\"K\xef\xbf\xbd"
+        "chenradio\"",
+        ap("password_2g"));
+    EXPECT_EQ("\"4bfc6368656e726164696f\"", ap("password_hex_2g"));
+}
+
+struct security_case {
+    const char *lines;
+    const char *mode;  // "securityType"
+    const char *version;
+    const char *sec;
+    const char *password;
+};
+
+const security_case securities_read[] = {
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=NONE\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=WPA-PSK\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=WPA-PSK WPA-PSK-SHA256\n", "1", "2", "\"wpa2\"",
+     "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=FT-PSK\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=WPA-EAP\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=WPA-PSK SAE\n", "4", "2", "\"wpa2/wpa3\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=SAE WPA-PSK\n", "4", "2", "\"wpa2/wpa3\"", "kept"},
+    {"wpa=3\nwpa_passphrase=kept\nwpa_key_mgmt=WPA-PSK SAE\n", "4", "0", "\"wpa2/wpa3\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=FT-PSK FT-SAE\n", "4", "2", "\"wpa2/wpa3\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=SAE\n", "4", "3", "\"wpa3\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt= SAE  FT-SAE \n", "4", "3", "\"wpa3\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=SAE-EXT-KEY\n", "4", "3", "\"wpa3\"", "kept"},
+    {"wpa=2\nwpa_passphrase=kept\nwpa_key_mgmt=SAEX\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_key_mgmt=SAE\nsae_password=own\n", "4", "3", "\"wpa3\"", "own"},
+    {"wpa=2\nwpa_key_mgmt=SAE\nwpa_passphrase=shared\nsae_password=own\n", "4", "3", "\"wpa3\"",
+     "own"},
+    {"wpa=2\nwpa_key_mgmt=WPA-PSK SAE\nsae_password=own\nwpa_passphrase=shared\n", "4", "2",
+     "\"wpa2/wpa3\"", "shared"},
+    {"wpa=2\nwpa_key_mgmt=WPA-PSK SAE\nsae_password=own\n", "4", "2", "\"wpa2/wpa3\"", "own"},
+    {"wpa=2\nsae_password=own\n", "1", "2", "\"wpa2\"", "own"},
+    {"wpa=2\nwpa_key_mgmt=SAE\nsae_password=a|b|mac=FF:ff:ff:ff:ff:ff|vlanid=3\n", "4", "3",
+     "\"wpa3\"", "a|b"},
+    {"wpa=2\nwpa_key_mgmt=SAE\nsae_password=own|vlanid=3|pk=xx:yy\n", "4", "3", "\"wpa3\"", "own"},
+    {"wpa=2\nwpa_key_mgmt=SAE\nsae_password=all\nsae_password=hers|id=alice\n", "4", "3",
+     "\"wpa3\"", "all"},
+    {"wpa=2\nwpa_key_mgmt=OWE\n", "5", "3", NOT_WRITTEN, ""},
+    {"wpa=2\nwpa_key_mgmt=NONE\n", "0", "2", "\"none\"", ""},
+    {"wpa=0\nwpa_key_mgmt=WPA-PSK\n", "0", "0", "\"none\"", ""},
+    {"wpa=2\nwpa_psk_file=/etc/psks\nwpa_passphrase=kept\n", "1", "2", "\"wpa2\"", "kept"},
+    {"wpa=2\nwpa_key_mgmt=WPA-PSK\nwpa_passphrase=first\nbss=wlan1-va0\nssid=Guests\nwpa=1\n"
+     "wpa_key_mgmt=NONE\nwpa_passphrase=second\nwpa_pairwise=TKIP\n",
+     "1", "2", "\"wpa2\"", "first"},
+};
+
+TEST_F(ap_write_back, the_words_of_the_key_management_and_the_keys_make_the_security)
+{
+    for (const security_case &row : securities_read) {
+        unlink(WPS_AP_FILE);
+        EXPECT_EQ(0, patch(row.lines));
+        EXPECT_EQ(row.mode, ap("securityType_2g")) << row.lines;
+        EXPECT_EQ(row.version, ap("wpaVersion_2g")) << row.lines;
+        EXPECT_EQ(row.sec, ap("sec_2g")) << row.lines;
+        EXPECT_EQ("\"" + std::string(row.password) + "\"", ap("password_2g")) << row.lines;
+    }
+}
+
+// Stored as open, they would come back open after the restart.
+TEST_F(ap_write_back, a_secured_access_point_without_a_key_for_everybody_is_not_stored)
+{
+    for (const char *lines :
+         {"wpa=2\nwpa_key_mgmt=SAE\nsae_password=one|mac=02:00:00:00:00:01\n",
+          "wpa=2\nwpa_key_mgmt=SAE\nsae_password=hers|id=alice\n",
+          "sae_password=hers|id=alice\nwpa=2\n", "wpa=2\nwpa_key_mgmt=SAE\n",
+          "wpa=2\nwpa_key_mgmt=WPA-PSK\nwpa_psk_file=/etc/psks\n",
+          "wpa=2\nwpa_psk_file=/etc/psks\n", "wpa_key_mgmt=WPA-EAP\nwpa=2\n",
+          "wpa=3\nwpa_key_mgmt=WPA-PSK FT-EAP\n", "wpa=2\nwpa_key_mgmt=OWE SAE\n",
+          "wpa=2\nwpa_key_mgmt=DPP\n",
+          "wpa=2\nwpa_key_mgmt=WPA-PSK\nbss=wlan1-va0\nwpa_passphrase=of another\n"}) {
+        console_text();
+        EXPECT_EQ(-1, patch(std::string("ssid=New\n") + lines)) << lines;
+        EXPECT_FALSE(file_exists(WPS_AP_FILE)) << lines;
+        EXPECT_TRUE(contains(
+            log_text(), "> /tmp/run/hostapd-wlan1.conf has no key for everybody, not stored\n"))
+            << lines;
+    }
+    EXPECT_EQ(0u, dirty);
+}
+
+// A cut key would let nobody in.
+TEST_F(ap_write_back, a_password_for_sae_that_no_field_can_hold_is_left_out)
+{
+    const std::string line = "> sae_password is longer than 64 bytes, left out\n";
+    const std::string too_long = "sae_password=" + std::string(65, 'p') + "\n";
+    EXPECT_EQ(-1, patch("wpa=2\nwpa_key_mgmt=SAE\n" + too_long));
+    EXPECT_TRUE(contains(
+        log_text(), line + "> /tmp/run/hostapd-wlan1.conf has no key for everybody, not stored\n"));
+    EXPECT_EQ(-1, patch("wpa=2\nwpa_key_mgmt=SAE\nwpa_passphrase=not for SAE\n" + too_long));
+    EXPECT_FALSE(file_exists(WPS_AP_FILE));
+    console_text();
+    EXPECT_EQ(0, patch("wpa=2\nwpa_key_mgmt=WPA-PSK SAE\nwpa_passphrase=shared\n" + too_long));
+    EXPECT_TRUE(contains(log_text(), line));
+    EXPECT_EQ("\"shared\"", ap("password_2g"));
+    EXPECT_EQ(
+        0, patch("wpa=2\nwpa_key_mgmt=SAE\nsae_password=" + std::string(64, 'p') + "|vlanid=3\n"));
+    EXPECT_EQ("\"" + std::string(64, 'p') + "\"", ap("password_2g"));
+}
+
+// A second network of the radio, with a name and a key of its own, is another one.
+TEST_F(ap_write_back, nothing_behind_a_second_networks_line_counts)
+{
+    const std::string first = "ssid=First\nwpa=2\nwpa_passphrase=first key\nwpa_pairwise=CCMP\n";
+    EXPECT_EQ(0, patch(first));
+    const std::string alone = read_file(WPS_AP_FILE);
+    unlink(WPS_AP_FILE);
+    EXPECT_EQ(0,
+              patch(first + "bss=wlan1-va0\nssid=Second\nssid2=00\nwpa=1\n"
+                            "wpa_key_mgmt=NONE\nsae_password=x\nwpa_psk=00\nwpa_pairwise=TKIP\n"));
+    EXPECT_EQ(alone, read_file(WPS_AP_FILE));
+}
+
+// --- Settings that are cut short ---
+
+TEST_F(ap_write_back, settings_that_end_in_a_key_without_a_line_end_are_written)
+{
+    for (const char *end : {"wlanSecType_2g=", "apBssEnabledApMode_5g=", "unknown="}) {
+        unlink(WPS_AP_FILE);
+        write_file(WIFI_CONF_PATH, std::string("\napBssEnabledApMode_2g=on\n") + end);
+        EXPECT_EQ(0, patch("ssid=New\nwpa=2\nwpa_passphrase=new key\n")) << end;
+        EXPECT_EQ("\"on\"", ap("enable_2g")) << end;
+        EXPECT_EQ("\"New\"", ap("ssid_2g")) << end;
+        EXPECT_EQ("\"new key\"", ap("password_2g")) << end;
+    }
+}
+
+// It has just been spoken to.
+TEST_F(ap_write_back, an_access_point_whose_switch_was_cut_off_counts_as_on)
+{
+    write_file(WIFI_CONF_PATH, "\nwlanSecType_2g=0\napBssEnabledApMode_2g=");
+    EXPECT_EQ(0, patch("ssid=New\nwpa=2\nwpa_passphrase=new key\n"));
+    EXPECT_EQ("\"on\"", ap("enable_2g"));
+    EXPECT_EQ("\"New\"", ap("ssid_2g"));
+    unlink(WPS_AP_FILE);
+    write_file(WIFI_CONF_PATH, "\nwlanSecType_2g=0\n");
+    EXPECT_EQ(0, patch("ssid=New\nwpa=2\nwpa_passphrase=new key\n"));
+    EXPECT_EQ("\"off\"", ap("enable_2g")) << "a whole file says what it does not say";
+    unlink(WPS_AP_FILE);
+    write_file(WIFI_CONF_PATH, "\napBssEnabledApMode_2g=off\nunknown=");
+    EXPECT_EQ(0, patch("ssid=New\nwpa=2\nwpa_passphrase=new key\n"));
+    EXPECT_EQ("\"off\"", ap("enable_2g"));
+}
+
+TEST_F(ap_write_back, without_settings_nothing_is_written)
+{
+    unlink(WIFI_CONF_PATH);
+    EXPECT_EQ(-1, patch("ssid=New\nwpa=2\nwpa_passphrase=new key\n"));
+    EXPECT_FALSE(file_exists(WPS_AP_FILE));
 }
 
 TEST_F(ap_write_back, hostapds_authentication_algorithms_are_not_taken_for_a_kind_of_wep)
@@ -235,9 +461,15 @@ TEST_F(ap_write_back, without_a_readable_file_nothing_is_written)
                          "kelm[rtk_ap_patching_back:N]: Analyze hostapd config file "
                          "/tmp/run/hostapd-wlan1.conf\n\n"
                          "kelm[rtk_ap_patching_back:N]: wps_hapd_wpasupp_config_parse failed\n"));
-    EXPECT_EQ(-1, patch("ssid=Name\n}\n"));
-    EXPECT_EQ(-1, patch("ssid=Name\nblock={\n"));
+    EXPECT_EQ(-1, rtk_ap_patching_back(KELM_BAND_5G));
     EXPECT_FALSE(file_exists(WPS_AP_FILE));
+    EXPECT_EQ(0u, dirty);
+}
+
+TEST_F(ap_write_back, settings_that_could_not_be_stored_are_a_failure_and_not_counted)
+{
+    block_name(WPS_AP_FILE);
+    EXPECT_EQ(-1, patch("ssid=Name\nwpa_passphrase=a long passphrase\n"));
     EXPECT_EQ(0u, dirty);
 }
 
@@ -336,23 +568,38 @@ TEST_F(dispatch, easymesh_on_both_sides_writes_the_files_of_its_scripts_and_the_
     EXPECT_EQ(words{"/etc/init.d/wps mesh_config_wifi"}, recorded_commands());
 }
 
-TEST_F(dispatch, a_failing_write_back_does_not_keep_the_backhaul_from_being_written)
+// The backhaul's file also takes what stood in the station's file before: it proves nothing.
+TEST_F(dispatch, a_failing_write_back_is_a_failure_though_the_backhaul_is_written)
 {
     switch_easymesh("on");
     write_file(STATION_2G,
                "network={\n\tssid=\"Root\"\n\teasymesh_support=1\n}\n");  // one block only
-    EXPECT_EQ(0, rtk_patching_back(KELM_BAND_2G, KELM_BAND_2G, nullptr));
+    EXPECT_EQ(-1, rtk_patching_back(KELM_BAND_2G, KELM_BAND_2G, nullptr));
     EXPECT_EQ(words{"backhaul"}, written());
 }
 
-TEST_F(dispatch, the_result_is_that_of_the_last_step)
+// Without the backhaul the mesh's scripts have half of what they need.
+TEST_F(dispatch, a_backhaul_that_was_not_written_is_a_failure_of_the_band_with_its_own_success)
+{
+    switch_easymesh("on");
+    learn("\teasymesh_support=1\n");
+    unlink(STATION_5G);
+    EXPECT_EQ(-1, rtk_patching_back(KELM_BAND_2G, KELM_BAND_2G, nullptr)) << "no station file";
+    EXPECT_EQ(words{"mesh"}, written());
+    learn("\teasymesh_support=1\n");
+    block_name(WPS_AP_BH_FILE);
+    EXPECT_EQ(-1, rtk_patching_back(KELM_BAND_2G, KELM_BAND_2G, nullptr)) << "no room";
+    EXPECT_EQ(words{}, recorded_commands());
+}
+
+TEST_F(dispatch, a_borrowing_band_succeeds_with_its_credentials_whatever_the_backhaul)
 {
     unlink(STATION_2G);
     EXPECT_EQ(-1, rtk_patching_back(KELM_BAND_2G, KELM_BAND_2G, nullptr));
     switch_easymesh("on");
     learn("\teasymesh_support=1\n");
     band(KELM_BAND_2G).wps_status = WPS_STATUS_TIMEOUT;
-    EXPECT_EQ(-1, rtk_patching_back(KELM_BAND_5G, KELM_BAND_2G, nullptr)) << "no success to copy";
+    EXPECT_EQ(0, rtk_patching_back(KELM_BAND_5G, KELM_BAND_2G, nullptr)) << "no backhaul to copy";
     EXPECT_EQ(words{"mesh"}, written());
 }
 

@@ -410,4 +410,76 @@ TEST_F(conf_tree, a_damaged_file_is_parsed_or_refused_and_nothing_else)
     }
 }
 
+// --- hostapd's files ---
+
+unique_cfg_tree parse_hostapd(const std::string &text, bool quiet = false)
+{
+    write_file(PATH, text);
+    return unique_cfg_tree(kelm_parse_hostapd_config(PATH, quiet));
+}
+
+TEST_F(conf_tree, hostapd_takes_a_value_as_it_stands)
+{
+    const struct {
+        const char *line;
+        const char *shape;
+    } rows[] = {
+        {"ssid=home\n", "ssid=home"},
+        {"ssid=home", "ssid=home"},
+        {"ssid=\"home\"\n", "ssid=\"home\""},
+        {"ssid= home \t\n", "ssid= home \t"},
+        {"ssid={\n", "ssid={"},
+        {"ssid={ a=b\n", "ssid={ a=b"},
+        {"ssid=}\n}\n} x=1\n", "ssid=} } x=1"},
+        {"ssid=\r\n", "ssid=\r"},
+        {"ssid=\n", "ssid="},
+        {" ssid\t=home\n", "ssid=home"},
+        {"=home\n", "=home"},
+        {"# ssid=1\n  # ssid=2\n\nssid\nssid=3\n", "ssid=3"},
+        {"ssid=#1\n", "ssid=#1"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(row.shape, shape(parse_hostapd(row.line))) << row.line;
+    const unique_cfg_tree item = parse_hostapd("ssid=\"home\"\n");
+    EXPECT_FALSE(item->quoted);
+    EXPECT_EQ(6u, item->value_len);
+    EXPECT_EQ(nullptr, parse_hostapd("}\n"));
+}
+
+TEST_F(conf_tree, hostapds_values_are_cut_to_their_field)
+{
+    const unique_cfg_tree item = parse_hostapd("ssid=" + std::string(300, 's') + "\n");
+    EXPECT_EQ(std::string(CFG_VALUE_SIZE - 1, 's'), item->value);
+    EXPECT_EQ(CFG_VALUE_SIZE - 1, item->value_len);
+}
+
+TEST_F(conf_tree, a_parse_of_hostapds_file_is_told_like_the_other_unless_it_is_quiet)
+{
+    kelm_dbg_level = KELM_LOG_DETAIL;
+    EXPECT_EQ("ssid={", shape(parse_hostapd("word\nssid={\n")));
+    EXPECT_EQ(std::string(PARSE) +
+                  "wps_hapd_wpasupp_config_parse: fetch key value fail in line, continue...\n" +
+                  END,
+              console_text_without_line_numbers());
+    EXPECT_EQ(nullptr, kelm_parse_hostapd_config("/tmp/run/absent.conf"));
+    EXPECT_EQ(std::string(PARSE) +
+                  "wps_hapd_wpasupp_config_parse: open config file /tmp/run/absent.conf failed\n",
+              console_text_without_line_numbers());
+    EXPECT_NE(nullptr, parse_hostapd("word\nssid={\n", true));
+    EXPECT_EQ(nullptr, kelm_parse_hostapd_config("/tmp/run/absent.conf", true));
+    EXPECT_EQ("", console_text());
+}
+
+TEST_F(conf_tree, a_value_in_quotes_is_told_from_a_bare_one)
+{
+    const struct {
+        const char *line;
+        bool quoted;
+    } rows[] = {{"ssid=\"home\"\n", true}, {"ssid=\"\"\n", true}, {"ssid=home\n", false},
+                {"ssid=\"\n", false},      {"ssid=\"a\n", false}, {"ssid=P\"a\"\n", false},
+                {"ssid=\n", false}};
+    for (const auto &row : rows)
+        EXPECT_EQ(row.quoted, fetch(row.line)->quoted) << row.line;
+}
+
 }  // namespace

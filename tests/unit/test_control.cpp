@@ -13,6 +13,7 @@
 #include "config/credentials.h"
 #include "core/event_socks.h"
 #include "core/log.h"
+#include "core/status_files.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/ctrl_server.h"
 #include "tests/unit/device.h"
@@ -276,15 +277,29 @@ TEST_F(control, a_start_removes_the_files_of_an_earlier_mesh_attempt_and_no_othe
     EXPECT_EQ(words{}, files_in_tmp("_wps_wifi"));
 }
 
-TEST_F(control, nothing_is_removed_where_there_is_nothing)
+TEST_F(control, what_is_there_is_removed_the_stations_file_first)
 {
-    start_named(KELM_MODE_AP, 2, enabled_ap);
-    write_file("/mnt/bin/rm", "#!/bin/sh\necho \"$@\" >>/tmp/removed\nexec /bin/rm \"$@\"\n");
-    ASSERT_EQ(0, chmod("/mnt/bin/rm", 0755));
-    write_file("/tmp/_wps_wifi_ap.txt", "{}");
-    EXPECT_EQ(0, rtk_wps_start(1, nullptr));
-    unlink("/mnt/bin/rm");
-    EXPECT_EQ("/tmp/_wps_wifi_ap.txt\n", read_file("/tmp/removed"));
+    const struct {
+        words there;
+        const char *removed;
+    } rows[] = {
+        {{"/tmp/_wps_wifi_ap.txt"}, "/tmp/_wps_wifi_ap.txt\n"},
+        {{"/tmp/_wps_wifi_sta.txt"}, "/tmp/_wps_wifi_sta.txt\n"},
+        {{"/tmp/_wps_wifi_ap.txt", "/tmp/_wps_wifi_sta.txt"},
+         "/tmp/_wps_wifi_sta.txt\n/tmp/_wps_wifi_ap.txt\n"},
+        {{}, ""},
+    };
+    for (const auto &row : rows) {
+        reset_world();
+        start_named(KELM_MODE_AP, 2, enabled_ap);
+        write_file("/mnt/bin/rm", "#!/bin/sh\necho \"$@\" >>/tmp/removed\nexec /bin/rm \"$@\"\n");
+        ASSERT_EQ(0, chmod("/mnt/bin/rm", 0755));
+        for (const std::string &path : row.there)
+            write_file(path, "{}");
+        EXPECT_EQ(0, rtk_wps_start(1, nullptr));
+        unlink("/mnt/bin/rm");
+        EXPECT_EQ(row.removed, read_file("/tmp/removed"));
+    }
 }
 
 TEST_F(control, a_start_that_the_precheck_refuses_issues_no_command_but_has_removed_the_files)
@@ -327,6 +342,19 @@ TEST_F(control, a_push_on_an_access_point_opens_every_enabled_band)
                      "hostapd_cli -p /var/run/hostapd -i wlan0 wps_pbc"}),
               recorded_commands());
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING, kelm_flag);
+    EXPECT_EQ("1\n", read_file("/tmp/wpsactive"));
+}
+
+// Programs that wait for the mark may then ask hostapd.
+TEST_F(control, a_push_is_marked_as_alive_when_the_last_band_is_open)
+{
+    start_named(KELM_MODE_AP, 2, enabled_ap);
+    write_wifi_conf("wlanSecType_2g=1\nwlanSecType_5g=1\n");
+    set_reply("hostapd_cli",
+              "[ -e /tmp/wpsactive ] && echo alive >>/tmp/seen || "
+              "echo not yet >>/tmp/seen\n");
+    EXPECT_EQ(0, rtk_wps_start(1, nullptr));
+    EXPECT_EQ("not yet\nnot yet\n", read_file("/tmp/seen"));
     EXPECT_EQ("1\n", read_file("/tmp/wpsactive"));
 }
 
@@ -698,7 +726,55 @@ TEST_F(control, a_second_press_while_running_logs_that_and_changes_nothing)
     EXPECT_EQ("-1\n", read_file("/tmp/wps_result"));
 }
 
-TEST_F(control, each_request_rebuilds_the_sockets_and_leaks_none)
+TEST_F(control, a_request_while_an_attempt_runs_leaves_its_sockets_and_what_waits_in_them)
+{
+    for (const wps_listen_event_t &event : {button(), wps_cli(1, 1), wps_cli(1, 2, "12345670")}) {
+        start_named(KELM_MODE_AP, 2, enabled_ap);
+        serve_hostapd();
+        const wps_listen_event_t press = button();
+        ASSERT_EQ(0, rtk_process_ibus_msg(&press));
+        for (const auto &server : servers)
+            ASSERT_EQ(words{"ATTACH"}, server->commands());
+        kelm_sock_entry before[KELM_BAND_COUNT];
+        memcpy(before, kelm_worker_socks, sizeof before);
+        const kelm_sock_entry *const list = kelm_sock_list;
+        servers[1]->send_event("<3>WPS-REG-SUCCESS");
+
+        (void)rtk_process_ibus_msg(&event);
+        for (const auto &server : servers)
+            EXPECT_EQ(words{}, server->commands());
+        EXPECT_EQ(0, memcmp(before, kelm_worker_socks, sizeof before));
+        EXPECT_EQ(list, kelm_sock_list);
+        char text[32] = {};
+        EXPECT_EQ(18, recv(kelm_worker_socks[1].fd, text, sizeof text, MSG_DONTWAIT));
+        EXPECT_STREQ("<3>WPS-REG-SUCCESS", text);
+    }
+}
+
+TEST_F(control, a_request_while_a_wifi_daemon_is_away_does_not_forget_the_running_attempt)
+{
+    for (const wps_listen_event_t &event : {button(), wps_cli(1, 1), wps_cli(1, 2, "12345670")}) {
+        start_named(KELM_MODE_AP, 2, enabled_ap);
+        serve_hostapd();
+        const wps_listen_event_t press = button();
+        ASSERT_EQ(0, rtk_process_ibus_msg(&press));
+        servers[0].reset();
+        (void)recorded_commands();
+        kelm_session before[KELM_BAND_COUNT];
+        memcpy(before, global_wps_sessions, sizeof before);
+        kelm_dbg_level = 7;
+        (void)log_text();
+        (void)rtk_process_ibus_msg(&event);
+        const std::string log = log_text();
+        EXPECT_TRUE(contains(log, "> WPS is processing, ignore button press....\n\n")) << log;
+        EXPECT_FALSE(contains(log, "Rebuild worker socket failed")) << log;
+        EXPECT_EQ(no_commands, recorded_commands());
+        EXPECT_EQ(KELM_GFLAG_WPS_RUNNING, kelm_flag);
+        EXPECT_EQ(0, memcmp(before, global_wps_sessions, sizeof before));
+    }
+}
+
+TEST_F(control, each_start_rebuilds_the_sockets_and_leaks_none)
 {
     start_named(KELM_MODE_AP, 2, enabled_ap);
     serve_hostapd();
@@ -706,7 +782,8 @@ TEST_F(control, each_request_rebuilds_the_sockets_and_leaks_none)
     ASSERT_EQ(0, rtk_process_ibus_msg(&event));
     const size_t before = open_descriptors();
     (void)servers[0]->commands();
-    EXPECT_EQ(-1, rtk_process_ibus_msg(&event));
+    kelm_flag = 0;  // the attempt has ended
+    EXPECT_EQ(0, rtk_process_ibus_msg(&event));
     EXPECT_EQ((words{"DETACH", "ATTACH"}), servers[0]->commands());
     EXPECT_EQ(before, open_descriptors());
     EXPECT_EQ(2u, files_in_tmp("wpa_ctrl_").size());
@@ -721,7 +798,7 @@ TEST_F(control, a_request_without_a_wifi_daemon_cleans_the_work_space_and_fails)
     for (const wps_listen_event_t &event : {button(), wps_cli(1, 1), wps_cli(1, 2, "12345670")}) {
         start_named(KELM_MODE_AP, 2, enabled_ap);
         band(0).wps_status = WPS_STATUS_TIMEOUT;
-        kelm_flag = KELM_GFLAG_WPS_RUNNING;
+        kelm_flag = KELM_GFLAG_WIFI_RESTART;
         dirty = 3;
         EXPECT_EQ(-1, rtk_process_ibus_msg(&event));
         EXPECT_TRUE(contains(log_text(), "> Rebuild worker socket failed.\n\n"));
@@ -916,6 +993,37 @@ TEST_F(control, a_cancel_from_the_command_line_cancels_and_ends_the_workers)
     }
 }
 
+TEST_F(control, a_push_after_a_cancel_starts_an_attempt_of_which_nothing_has_ended)
+{
+    start_named(KELM_MODE_AP, 2, enabled_ap);
+    serve_hostapd();
+    write_wifi_conf("wlanSecType_2g=1\nwlanSecType_5g=1\n");
+    const wps_listen_event_t press = button();
+    const wps_listen_event_t cancel = wps_cli(2, 1);
+    ASSERT_EQ(0, rtk_process_ibus_msg(&press));
+    ASSERT_EQ(0, rtk_process_ibus_msg(&cancel));
+    EXPECT_EQ(0, rtk_process_ibus_msg(&press));
+    for (int index : {0, 1}) {
+        EXPECT_EQ(WPS_STATUS_STARTED, status(index));
+        EXPECT_EQ(enabled_ap | WPS_FLAG_WORKER_LAUNCH, flags(index));
+    }
+    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING, kelm_flag);
+}
+
+// A repeater's band writes its success at once; the attempt may be withdrawn while another runs.
+TEST_F(control, after_a_cancel_the_next_result_counts_though_the_one_before_was_a_success)
+{
+    start_named(KELM_MODE_REPEATER, 2, enabled_sta);
+    kelm_update_wps_result_file(1);
+    kelm_update_wps_result_file(-1);
+    EXPECT_EQ("1\n", read_file("/tmp/wps_result"));
+    const wps_listen_event_t cancel = wps_cli(2, 1);
+    EXPECT_EQ(0, rtk_process_ibus_msg(&cancel));
+    EXPECT_EQ("1\n", read_file("/tmp/wps_result"));
+    kelm_update_wps_result_file(-1);
+    EXPECT_EQ("-1\n", read_file("/tmp/wps_result"));
+}
+
 TEST_F(control, an_unknown_action_from_the_command_line_is_refused_at_any_log_level)
 {
     start_named(KELM_MODE_AP, 2, enabled_ap);
@@ -968,6 +1076,7 @@ TEST_F(control, lines_of_the_steps_carry_the_name_of_their_operation)
     start_named(KELM_MODE_AP, 2, enabled_ap);
     kelm_dbg_level = 7;
     rtk_pbc_handle();
+    kelm_flag = 0;  // only while no attempt runs are the sockets rebuilt
     const wps_listen_event_t press = button();
     EXPECT_EQ(-1, rtk_process_ibus_msg(&press));
     const wps_listen_event_t unknown = wps_cli(9, 1);

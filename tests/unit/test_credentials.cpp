@@ -73,11 +73,6 @@ std::string value_in(const char *path, const std::string &key)
 }
 
 // A place where no file can be opened for writing.
-void block(const char *path)
-{
-    ASSERT_EQ(0, mkdir(path, 0755));
-}
-
 TEST_F(credentials, a_station_has_its_thirteen_keys_in_their_order)
 {
     const wps_sta_band_config config = station();
@@ -310,23 +305,23 @@ TEST_F(credentials, common_and_mesh_switches_are_on_or_off)
     EXPECT_EQ("{ \"mesh_enable\": \"off\" }\n", read_file(WPS_STA_FILE));
 }
 
-TEST_F(credentials, no_band_and_no_record_write_nothing)
+TEST_F(credentials, no_band_and_no_record_write_nothing_and_say_so)
 {
     const wps_sta_band_config sta = station();
     const wps_ap_band_config ap = access_point();
     for (const int band : {-1, 4, 255}) {
-        _wps_set_sta_config(band, &sta);
-        wps_set_sta_config(band, &sta);
-        _wps_set_ap_config(band, &ap);
-        _wps_set_ext_config(band, &ap);
-        wps_set_ext_config(band, &ap);
+        EXPECT_EQ(-1, _wps_set_sta_config(band, &sta));
+        EXPECT_EQ(-1, wps_set_sta_config(band, &sta));
+        EXPECT_EQ(-1, _wps_set_ap_config(band, &ap));
+        EXPECT_EQ(-1, _wps_set_ext_config(band, &ap));
+        EXPECT_EQ(-1, wps_set_ext_config(band, &ap));
     }
-    _wps_set_sta_config(0, nullptr);
-    wps_set_sta_config(0, nullptr);
-    _wps_set_ap_config(0, nullptr);
-    _wps_set_ext_config(0, nullptr);
-    wps_set_ext_config(0, nullptr);
-    EXPECT_EQ(0, wps_set_dual_ap_bh_config(nullptr));
+    EXPECT_EQ(-1, _wps_set_sta_config(0, nullptr));
+    EXPECT_EQ(-1, wps_set_sta_config(0, nullptr));
+    EXPECT_EQ(-1, _wps_set_ap_config(0, nullptr));
+    EXPECT_EQ(-1, _wps_set_ext_config(0, nullptr));
+    EXPECT_EQ(-1, wps_set_ext_config(0, nullptr));
+    EXPECT_EQ(-1, wps_set_dual_ap_bh_config(nullptr));
 
     for (const char *path :
          {WPS_STA_FILE, WPS_STA_FILE_MESH, WPS_AP_FILE, WPS_AP_FILE_MESH, WPS_AP_BH_FILE})
@@ -337,13 +332,74 @@ TEST_F(credentials, no_band_and_no_record_write_nothing)
 TEST_F(credentials, texts_that_fill_their_fields_are_written_whole)
 {
     wps_sta_band_config config = station();
-    memset(config.ssid, 's', sizeof config.ssid);
+    copy_text(config.ssid, std::string(32, 's').c_str());
     memset(config.password, 'p', sizeof config.password);
     memset(config.data, 'd', sizeof config.data);
     _wps_set_sta_config(KELM_BAND_2G, &config);
-    EXPECT_EQ("\"" + std::string(33, 's') + "\"", value_in(WPS_STA_FILE, "ssid_2g"));
+    EXPECT_EQ("\"" + std::string(32, 's') + "\"", value_in(WPS_STA_FILE, "ssid_2g"));
     EXPECT_EQ("\"" + std::string(65, 'p') + "\"", value_in(WPS_STA_FILE, "password_2g"));
     EXPECT_EQ("\"" + std::string(129, 'd') + "\"", value_in(WPS_STA_FILE, "data_2g"));
+}
+
+// The usual key shows what can be shown, the other one has the bytes.
+TEST_F(credentials, bytes_that_are_no_text_can_be_recovered_from_the_file)
+{
+    wps_sta_band_config config = station();
+    const char name[] = "\xff\0caf\xc3\xa9\xc3";
+    copy_ssid(config.ssid, name, sizeof name - 1);
+    copy_text(config.password,
+              "K\xfc"
+              "chenradio");
+    copy_text(config.data, "\xed\xa0\x80");
+    _wps_set_sta_config(KELM_BAND_5G2, &config);
+    const struct {
+        const char *key;
+        const char *value;
+    } rows[] = {
+        {"ssid_5g2",
+         "\"\xef\xbf\xbd\xef\xbf\xbd"
+         "caf\xc3\xa9\xef\xbf\xbd\""},
+        {"ssid_hex_5g2", "\"ff00636166c3a9c3\""},
+        {"password_5g2",
+         "\"K\xef\xbf\xbd"
+         "chenradio\""},
+        {"password_hex_5g2", "\"4bfc6368656e726164696f\""},
+        {"data_5g2", "\"\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\""},
+        {"data_hex_5g2", "\"eda080\""},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(row.value, value_in(WPS_STA_FILE, row.key)) << row.key;
+}
+
+TEST_F(credentials, the_bytes_of_an_earlier_write_go_with_the_text_that_they_stood_for)
+{
+    wps_ap_band_config config = access_point();
+    copy_text(config.ssid, "\xff");
+    copy_text(config.password, "passphrase \xff");
+    _wps_set_ap_config(KELM_BAND_2G, &config);
+    _wps_set_ap_config(KELM_BAND_5G, &config);
+    copy_text(config.ssid, "Home");
+    _wps_set_ext_config(KELM_BAND_2G, &config);
+    EXPECT_EQ("", value_in(WPS_AP_FILE, "ssid_hex_2g"));
+    EXPECT_EQ("\"Home\"", value_in(WPS_AP_FILE, "ssid_2g"));
+    EXPECT_EQ("\"7061737370687261736520ff\"", value_in(WPS_AP_FILE, "password_hex_2g"));
+    EXPECT_EQ("\"ff\"", value_in(WPS_AP_FILE, "ssid_hex_5g"));
+    copy_text(config.password, "passphrase");
+    _wps_set_ap_config(KELM_BAND_2G, &config);
+    EXPECT_EQ("", value_in(WPS_AP_FILE, "password_hex_2g"));
+}
+
+TEST_F(credentials, the_backhaul_has_its_bytes_too)
+{
+    wps_ap_band_config bands[KELM_BAND_COUNT] = {};
+    copy_text(bands[0].ssid, "\xff");
+    copy_text(bands[1].password, "\xfe");
+    EXPECT_EQ(0, wps_set_dual_ap_bh_config(bands));
+    EXPECT_EQ(
+        "{ \"backhaul_ssid_2g\": \"\xef\xbf\xbd\", \"backhaul_ssid_hex_2g\": \"ff\", "
+        "\"backhaul_psk_key_2g\": \"\", \"backhaul_ssid_5g\": \"\", "
+        "\"backhaul_psk_key_5g\": \"\xef\xbf\xbd\", \"backhaul_psk_key_hex_5g\": \"fe\" }\n",
+        read_file(WPS_AP_BH_FILE));
 }
 
 TEST_F(credentials, quotes_and_control_characters_survive_the_file)
@@ -381,14 +437,46 @@ TEST_F(credentials, a_station_file_that_cannot_be_opened_is_always_told_by_its_p
 {
     const wps_sta_band_config config = station();
     kelm_dbg_level = 0;
-    block(WPS_STA_FILE);
-    block(WPS_STA_FILE_MESH);
+    block_name(WPS_STA_FILE);
+    block_name(WPS_STA_FILE_MESH);
     _wps_set_sta_config(KELM_BAND_2G, &config);
     wps_set_sta_config(KELM_BAND_2G, &config);
     EXPECT_EQ(
+        "kelm[kelm_replace_file:N]: /tmp/wps_wifi_sta.txt: not written: Device or resource busy\n"
         "kelm[_wps_set_sta_config:N]: failed to open /tmp/wps_wifi_sta.txt!\n"
+        "kelm[kelm_replace_file:N]: /tmp/_wps_wifi_sta.txt: not written: Device or resource busy\n"
         "kelm[wps_set_sta_config:N]: failed to open /tmp/wps_wifi_sta.txt!\n",
         console_text_without_line_numbers());
+}
+
+TEST_F(credentials, every_writer_tells_whether_its_file_holds_the_keys)
+{
+    static const wps_sta_band_config sta = station();
+    static const wps_ap_band_config aps[KELM_BAND_COUNT] = {access_point()};
+    const struct {
+        const char *path;
+        int (*write)();
+    } writers[] = {
+        {WPS_STA_FILE, []() { return _wps_set_sta_config(KELM_BAND_2G, &sta); }},
+        {WPS_STA_FILE_MESH, []() { return wps_set_sta_config(KELM_BAND_2G, &sta); }},
+        {WPS_AP_FILE, []() { return _wps_set_ap_config(KELM_BAND_2G, aps); }},
+        {WPS_AP_FILE, []() { return _wps_set_ext_config(KELM_BAND_2G, aps); }},
+        {WPS_AP_FILE_MESH, []() { return wps_set_ext_config(KELM_BAND_2G, aps); }},
+        {WPS_AP_FILE, []() { return _wps_set_ext_common_config(1); }},
+        {WPS_STA_FILE, []() { return _wps_set_mesh_config(1); }},
+        {WPS_AP_BH_FILE, []() { return wps_set_dual_ap_bh_config(aps); }},
+    };
+    for (const auto &row : writers) {
+        reset_world();
+        EXPECT_EQ(0, row.write()) << row.path;
+        EXPECT_NE("", read_file(row.path)) << row.path;
+        reset_world();
+        block_name(row.path);
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(-1, row.write()) << row.path;
+        fflush(stdout);
+        (void)testing::internal::GetCapturedStdout();
+    }
 }
 
 TEST_F(credentials, other_files_that_cannot_be_opened_are_told_at_the_detailed_level_alone)
@@ -402,9 +490,9 @@ TEST_F(credentials, other_files_that_cannot_be_opened_are_told_at_the_detailed_l
         _wps_set_mesh_config(1);
     };
     for (const char *path : {WPS_AP_FILE, WPS_AP_FILE_MESH, WPS_STA_FILE})
-        block(path);
+        block_name(path);
     write_all();
-    EXPECT_EQ("", console_text());
+    EXPECT_EQ(std::string::npos, console_text().find("failed to open"));
 
     kelm_dbg_level = KELM_LOG_DETAIL;
     write_all();
@@ -459,7 +547,7 @@ TEST_F(credentials, the_backhaul_file_holds_four_keys_and_nothing_of_the_bands_a
     }
     write_file(WPS_AP_BH_FILE, "{\"stranger\": 1}");
 
-    EXPECT_EQ(1, wps_set_dual_ap_bh_config(bands));
+    EXPECT_EQ(0, wps_set_dual_ap_bh_config(bands));
     EXPECT_EQ(expected("backhaul.txt"), read_file(WPS_AP_BH_FILE));
     EXPECT_EQ(
         "kelm[wps_set_dual_ap_bh_config:N]: --------------------------------ap config info "
@@ -471,7 +559,7 @@ TEST_F(credentials, the_backhaul_file_holds_four_keys_and_nothing_of_the_bands_a
 TEST_F(credentials, a_backhaul_file_that_cannot_be_opened_is_told_on_standard_output)
 {
     const wps_ap_band_config bands[KELM_BAND_COUNT] = {};
-    block(WPS_AP_BH_FILE);
+    block_name(WPS_AP_BH_FILE);
     testing::internal::CaptureStdout();
     (void)wps_set_dual_ap_bh_config(bands);
     fflush(stdout);

@@ -2,6 +2,7 @@
 // EasyMesh: who announces it, and what the backhaul gets from whose station.
 #include "platform/rtk/easymesh.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <json-c/json.h>
@@ -225,6 +226,16 @@ TEST_F(easymesh, the_backhaul_bands_fill_each_other_in)
     }
 }
 
+TEST_F(easymesh, the_backhaul_file_is_whole_when_its_script_runs)
+{
+    succeed(KELM_BAND_2G);
+    succeed(KELM_BAND_5G);
+    set_reply("/etc/init.d/wps", "cp /tmp/wps_wifi_ap_bh.txt /tmp/seen_by_the_script\n");
+    EXPECT_EQ(0, write(KELM_BAND_2G, KELM_BAND_2G));
+    EXPECT_EQ(BOTH, backhaul());
+    EXPECT_EQ(read_file(WPS_AP_BH_FILE), read_file("/tmp/seen_by_the_script"));
+}
+
 TEST_F(easymesh, the_steps_are_told_in_their_order)
 {
     succeed(KELM_BAND_2G);
@@ -270,6 +281,28 @@ TEST_F(easymesh, without_both_station_files_nothing_is_written)
     EXPECT_EQ(words{}, recorded_commands());
 }
 
+TEST_F(easymesh, a_backhaul_that_could_not_be_stored_is_not_applied)
+{
+    succeed(KELM_BAND_2G);
+    block_name(WPS_AP_BH_FILE);
+    EXPECT_EQ(-1, write(KELM_BAND_2G, KELM_BAND_2G));
+    EXPECT_EQ(words{}, recorded_commands());
+}
+
+// The script would apply what somebody else puts there.
+TEST_F(easymesh, the_script_of_the_backhaul_finds_no_name_free_or_is_not_run)
+{
+    succeed(KELM_BAND_2G);
+    EXPECT_EQ(0, write(KELM_BAND_2G, KELM_BAND_2G));
+    for (const char *name : {WPS_STA_FILE_MESH, WPS_AP_FILE_MESH})
+        EXPECT_EQ(0600, file_mode(name)) << name;
+    (void)recorded_commands();
+    unlink(WPS_AP_FILE_MESH);
+    block_name(WPS_AP_FILE_MESH);
+    EXPECT_EQ(-1, write(KELM_BAND_2G, KELM_BAND_2G));
+    EXPECT_EQ(words{}, recorded_commands());
+}
+
 TEST_F(easymesh, bands_outside_the_device_are_refused)
 {
     succeed(KELM_BAND_2G);
@@ -311,8 +344,35 @@ TEST_F(easymesh, credentials_are_taken_from_the_network_blocks)
          "old passphrase"},
         {"a hexadecimal key has no quotes", network("\tssid=\"Two\"\n\tpsk=" + hex + "\n"), "Two",
          hex.c_str()},
-        {"an SSID may have none either", network("\tssid=5477c3b6\n\tpsk=\"p\"\n"), "5477c3b6",
-         "p"},
+        {"an SSID without quotes is hexadecimal", network("\tssid=5477c3b6\n\tpsk=\"p\"\n"),
+         "Tw\xc3\xb6", "p"},
+        {"an SSID may have escapes", network("\tssid=P\"Tw\\xc3\\xb6\"\n\tpsk=\"p\"\n"),
+         "Tw\xc3\xb6", "p"},
+        {"a password for SAE is a key", network("\tssid=\"Two\"\n\tsae_password=\"own\"\n"), "Two",
+         "own"},
+        {"the passphrase wins over it",
+         network("\tssid=\"Two\"\n\tpsk=\"p\"\n\tsae_password=\"own\"\n"), "Two", "p"},
+        {"but not where SAE is the only way",
+         network("\tssid=\"Two\"\n\tpsk=\"p\"\n\tsae_password=\"own\"\n\tkey_mgmt=SAE\n"), "Two",
+         "own"},
+        {"in whatever order",
+         network("\tkey_mgmt=SAE FT-SAE\n\tsae_password=\"own\"\n\tpsk=\"p\"\n"), "", "own"},
+        {"nor where the passphrase is a way too",
+         network("\tsae_password=\"own\"\n\tpsk=\"p\"\n\tkey_mgmt=WPA-PSK SAE\n"), "", "p"},
+        {"a block's key management is its own",
+         network("\tkey_mgmt=SAE\n\tsae_password=\"old\"\n") +
+             network("\tpsk=\"p\"\n\tsae_password=\"own\"\n"),
+         "", "p"},
+        {"a block without a key keeps that of the one before",
+         network("\tpsk=\"p\"\n\tsae_password=\"own\"\n\tkey_mgmt=SAE\n") +
+             network("\tssid=\"Two\"\n"),
+         "Two", "own"},
+        {"one that no field can hold is left out",
+         network("\tpsk=\"p\"\n\tsae_password=\"" + std::string(65, 'x') + "\"\n\tkey_mgmt=SAE\n"),
+         "", "p"},
+        {"a later block's counts over an earlier passphrase",
+         credentials_of("Old", "old passphrase") + network("\tsae_password=\"own\"\n"), "Old",
+         "own"},
         {"blanks around a line", network(" \t ssid=\"Two\" \t\n  psk=\"a b\"\t \n"), "Two", "a b"},
         {"quotes and blanks inside", network("\tssid=\" \"T\"wo \"\n"), " \"T\"wo ", ""},
         {"one quote is not a pair", network("\tssid=\"Two\n\tpsk=\"\n\tpsk=x\"\n"), "\"Two", "x\""},

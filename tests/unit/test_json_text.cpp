@@ -96,6 +96,74 @@ TEST(json_text, formatting_into_found_room_gives_the_librarys_text)
     }
 }
 
+TEST(json_text, only_what_every_reader_takes_is_text)
+{
+    const std::string good[] = {"",
+                                "Home",
+                                "\x01\x1f\x7f",
+                                "\xc2\x80\xdf\xbf",
+                                "\xe0\xa0\x80",
+                                "\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf",
+                                "\xf0\x90\x80\x80",
+                                "\xf4\x8f\xbf\xbf",
+                                "K\xc3\xbc"
+                                "che"};
+    for (const std::string &text : good)
+        EXPECT_TRUE(kelm_is_utf8(text.data(), text.size())) << text;
+    const std::string bad[] = {std::string("\0", 1),
+                               std::string("A\0B", 3),
+                               "\x80",
+                               "\xbf",
+                               "\xc0\x80",
+                               "\xc1\xbf",
+                               "\xc3",
+                               "\xc3(",
+                               "\xe0\x9f\xbf",
+                               "\xe2\x82",
+                               "\xed\xa0\x80",
+                               "\xef\xbf",
+                               "\xf0\x8f\xbf\xbf",
+                               "\xf0\x9f\x98",
+                               "\xf4\x90\x80\x80",
+                               "\xf5\x80\x80\x80",
+                               "\xff",
+                               "K\xfc"
+                               "che"};
+    for (const std::string &text : bad)
+        EXPECT_FALSE(kelm_is_utf8(text.data(), text.size())) << text;
+}
+
+TEST(json_text, each_byte_that_is_no_text_shows_and_all_are_spelt)
+{
+    const struct {
+        std::string bytes;
+        const char *shown;
+        const char *spelt;
+    } rows[] = {
+        {"", "", ""},
+        {std::string("A\0B", 3),
+         "A\xef\xbf\xbd"
+         "B",
+         "410042"},
+        {"\xff\xfe", "\xef\xbf\xbd\xef\xbf\xbd", "fffe"},
+        {"\xc3\xa9\xc3", "\xc3\xa9\xef\xbf\xbd", "c3a9c3"},
+        {"\xf0\x9f\x98\x80\x80", "\xf0\x9f\x98\x80\xef\xbf\xbd", "f09f988080"},
+        {"\xe2\x82"
+         "A",
+         "\xef\xbf\xbd\xef\xbf\xbd"
+         "A",
+         "e28241"},
+    };
+    for (const auto &row : rows) {
+        char out[64];
+        const size_t length = row.bytes.size();
+        kelm_show_as_utf8(row.bytes.data(), length, out, 3 * length + 1);
+        EXPECT_STREQ(row.shown, out);
+        kelm_spell_bytes(row.bytes.data(), length, out, 2 * length + 1);
+        EXPECT_STREQ(row.spelt, out);
+    }
+}
+
 TEST(json_text, a_value_that_found_no_memory_is_not_added)
 {
     const unique_json object(json_object_new_object());

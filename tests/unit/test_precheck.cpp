@@ -7,8 +7,10 @@
 #include <sys/mount.h>
 
 #include "core/log.h"
+#include "core/text.h"
 #include "platform/rtk/control.h"
 #include "tests/unit/device.h"
+#include "wlan/radio.h"
 
 using namespace kelm;
 using namespace kelm_test;
@@ -148,6 +150,8 @@ TEST_F(precheck, while_the_wireless_starts_nothing_is_touched)
         write_links({0, 0, 0, 0});
         set_flags({static_cast<int>(sta | ap), static_cast<int>(done), 0, static_cast<int>(sta)});
         set_statuses({0, 4, 2, 12});
+        band(1).rootap_valid = 1;
+        copy_text(band(1).enrollee_mac, "02:00:00:00:07:00");
         kelm_session before[KELM_BAND_COUNT];
         memcpy(before, global_wps_sessions, sizeof before);
         factory_mode = 5;
@@ -280,18 +284,50 @@ TEST_F(precheck, a_silenced_band_is_neither_launched_nor_done)
     EXPECT_EQ(0, kelm_check_wlan_status());
     EXPECT_EQ((numbers{11, 12, 12, 12}), statuses());
     EXPECT_EQ((numbers{1, 0, 0, 0}), with_flag(launched));
-    EXPECT_EQ((numbers{1, 0, 0, 0}), with_flag(done));
+    EXPECT_EQ((numbers{0, 0, 0, 0}), with_flag(done));
 }
 
-TEST_F(precheck, an_unconnected_band_that_was_silent_before_stays_silent)
+TEST_F(precheck, a_repeaters_band_that_was_silent_before_starts_once_its_link_is_missing)
 {
     start(KELM_MODE_REPEATER, 2);
-    set_flags({static_cast<int>(sta), static_cast<int>(sta), 0, 0});
+    set_flags({static_cast<int>(sta | linked), static_cast<int>(sta), 0, 0});
     set_statuses({12, 0, 0, 0});
     write_links({0, 0, 0, 0});
     EXPECT_EQ(0, kelm_check_wlan_status());
-    EXPECT_EQ((numbers{12, 11, 12, 12}), statuses());
-    EXPECT_EQ((numbers{0, 1, 0, 0}), with_flag(launched));
+    EXPECT_EQ((numbers{11, 11, 12, 12}), statuses());
+    EXPECT_EQ((numbers{1, 1, 0, 0}), with_flag(launched));
+}
+
+TEST_F(precheck, a_start_remembers_nothing_of_the_attempt_before)
+{
+    constexpr uint32_t left = launched | done | linked | WPS_FLAG_CONFIG_MIRROR |
+                              WPS_FLAG_OVER_SCAN | WPS_FLAG_STAWPS_FAKEUP;
+    constexpr uint32_t lasting = sta | ap | WPS_FLAG_NONE_SECURITY | WPS_FLAG_CONFIG_WIFI;
+    for (const int mode : {KELM_MODE_REPEATER, KELM_MODE_AP}) {
+        for (const int before : {0, 2, 3, 4, 8, 9, 11}) {
+            reset_world();
+            start(mode, 2);
+            write_wifi_conf("wlanSecType_2g=1\nwlanSecType_5g=1\n");
+            write_links({0, 0, 0, 0});
+            for (const int index : {0, 1}) {
+                band(index).wps_flags = left | lasting;
+                band(index).wps_status = before;
+                band(index).rootap_valid = 1;
+                copy_text(band(index).rootap.ssid, "Root of the attempt before");
+                copy_text(band(index).enrollee_mac, "02:00:00:00:07:00");
+                set_band_easymesh_wps(index, 1);
+            }
+            EXPECT_EQ(0, kelm_check_wlan_status());
+            for (const int index : {0, 1}) {
+                EXPECT_EQ(11, status(index)) << before;
+                EXPECT_EQ(lasting | launched, flags(index)) << before;
+                EXPECT_EQ(0u, band(index).rootap_valid);
+                EXPECT_STREQ("", band(index).rootap.ssid);
+                EXPECT_STREQ("", band(index).enrollee_mac);
+                EXPECT_EQ(0u, get_band_easymesh_wps(index));
+            }
+        }
+    }
 }
 
 TEST_F(precheck, a_repeaters_start_resets_the_estimate_of_every_band_of_the_device)
@@ -366,7 +402,7 @@ TEST_F(precheck, an_access_point_starts_its_enabled_bands_and_one_5_ghz_radio)
     }
 }
 
-TEST_F(precheck, an_access_points_start_keeps_the_done_mark_the_estimate_and_the_factory_state)
+TEST_F(precheck, an_access_points_start_keeps_the_estimate_and_the_factory_state)
 {
     start(KELM_MODE_AP, 2);
     set_flags({static_cast<int>(ap | launched | done), static_cast<int>(ap | done), 0, 0});
@@ -374,7 +410,7 @@ TEST_F(precheck, an_access_points_start_keeps_the_done_mark_the_estimate_and_the
     band(0).eap_status = 7;
     factory_mode = 5;
     EXPECT_EQ(0, kelm_check_wlan_status());
-    EXPECT_EQ((numbers{1, 1, 0, 0}), with_flag(done));
+    EXPECT_EQ((numbers{0, 0, 0, 0}), with_flag(done));
     EXPECT_EQ(99, band(0).wps_score);
     EXPECT_EQ(7, band(0).eap_status);
     EXPECT_EQ(5, factory_mode);

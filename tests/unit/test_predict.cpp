@@ -66,6 +66,33 @@ TEST_F(predict, moves_a_band_by_the_difference_of_the_weights_of_its_two_steps)
     }
 }
 
+// Each weight as the detailed line tells it, and what it makes of a score of 100 that came from the
+// last step, whose weight is 100.
+TEST_F(predict, each_step_has_the_weight_of_the_table)
+{
+    struct row {
+        int step;
+        int weight;
+        int score;  // weight - 100 + 85, not below 0
+    };
+    const row rows[] = {
+        {0, 30, 15}, {1, 50, 35}, {2, 60, 45}, {3, 70, 55}, {4, 5, 0},     {5, 75, 60},
+        {6, 80, 65}, {7, 85, 70}, {8, 90, 75}, {9, 95, 80}, {10, 100, 85}, {11, 100, 85},
+    };
+    start(KELM_MODE_REPEATER, DUAL_BAND);
+    kelm_dbg_level = KELM_LOG_DETAIL;
+    ASSERT_EQ(EAP_STEP_COUNT, static_cast<int>(sizeof rows / sizeof rows[0]));
+    for (const row &each : rows) {
+        band(KELM_BAND_2G).wps_score = 100;
+        set_steps(KELM_BAND_2G, EAP_STEP_SUCCESS, each.step);
+        console_text();
+        EXPECT_EQ(each.score, get_wps_band_predict_score(KELM_BAND_2G)) << each.step;
+        EXPECT_TRUE(contains(log_text(), "(85 + (stat[" + std::to_string(each.weight) +
+                                             "] - prestat[100]) / 100)\n"))
+            << each.step;
+    }
+}
+
 TEST_F(predict, a_lone_band_without_events_falls_below_the_limit_at_the_seventh_pass)
 {
     start(KELM_MODE_REPEATER, DUAL_BAND);

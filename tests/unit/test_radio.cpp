@@ -382,6 +382,18 @@ TEST_F(radio, a_link_file_without_an_integer_status_means_no_link)
     }
 }
 
+TEST_F(radio, a_link_file_is_read_in_its_first_512_bytes)
+{
+    const std::string link = "{\"status\": 1}";
+    start(KELM_MODE_REPEATER, 2);
+    for (const size_t size : {511u, 512u}) {
+        write_link(0, std::string(size - link.size(), ' ') + link);
+        EXPECT_EQ(0, kelm_backup_sta_connected(0)) << size;
+    }
+    write_link(0, std::string(513 - link.size(), ' ') + link);
+    EXPECT_EQ(-1, kelm_backup_sta_connected(0)) << "its last brace is out of reach";
+}
+
 TEST_F(radio, a_link_file_that_cannot_be_used_leaves_the_flag_and_is_told_in_detail)
 {
     const struct {

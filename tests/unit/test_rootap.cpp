@@ -23,6 +23,7 @@ constexpr const char *ROOT_MAC = "00:11:22:33:44:55";
 constexpr const char *ROOT_SSID = "Root network";
 constexpr const char *FAR_MAC = "a0:b1:c2:d3:e4:f5";
 constexpr const char *SCAN_2G = "/tmp/wifi_scan_2g.result";
+constexpr const char *SECURED = ", \"security\": \"wpa2\"";
 constexpr const char *GET_2G = "/usr/bin/wifi getscanresult 2g";
 
 struct mac_address {
@@ -348,11 +349,59 @@ TEST_F(rootap, the_choice_follows_name_nearness_and_order)
         {"254 steps away", {ap("00:11:22:33:45:53", "x")}, "00:11:22:33:45:53"},
         {"255 steps away is too far", {ap("00:11:22:33:45:54", "x")}, ""},
         {"255 steps away by name", {ap("00:11:22:33:45:54", ROOT_SSID)}, "00:11:22:33:45:54"},
+        {"255 steps away is too far to displace a name",
+         {ap(FAR_MAC, ROOT_SSID), ap("00:11:22:33:45:54", "x")},
+         FAR_MAC},
+        {"254 steps away is not",
+         {ap(FAR_MAC, ROOT_SSID), ap("00:11:22:33:45:53", "x")},
+         "00:11:22:33:45:53"},
+        {"255 steps away is no reason to leave a name as far",
+         {ap("00:11:22:33:45:54", ROOT_SSID), ap("00:11:22:33:43:56", "x")},
+         "00:11:22:33:45:54"},
         {"nothing fits", {ap(FAR_MAC, "Neighbour"), ap("a0:b1:c2:d3:e4:f6", "root network")}, ""},
         {"an empty list", {}, ""},
     };
     for (const choice_case &row : rows)
         EXPECT_EQ(row.mac, choice(row.entries)) << row.why;
+}
+
+struct secured_case {
+    const char *security;  // null: not told
+    bool passed_over;
+};
+
+const secured_case securities[] = {
+    {"none", true},     {"owe", true},       {"wep", true},   {"", true},       {"open", true},
+    {"unknown", true},  {"WPA2", true},      {"wpa", false},  {"wpa2", false},  {"wpa/wpa2", false},
+    {"psk_sae", false}, {"sae_only", false}, {"wpa3", false}, {nullptr, false},
+};
+
+// Anybody can send a name, or an address near another, but not with its key.
+TEST_F(rootap, an_entry_that_guards_no_key_is_passed_over_where_the_joined_network_has_one)
+{
+    for (const secured_case &row : securities) {
+        const std::string more =
+            row.security != nullptr ? ", \"security\": \"" + std::string(row.security) + "\"" : "";
+        const words by_name = {ap(FAR_MAC, ROOT_SSID, more)};
+        const words by_address = {ap("00:11:22:33:44:58", "Neighbour", more)};
+        copy_text(record(KELM_BAND_5G).password, "");
+        EXPECT_EQ(FAR_MAC, choice(by_name)) << more;
+        EXPECT_EQ("00:11:22:33:44:58", choice(by_address)) << more;
+        copy_text(record(KELM_BAND_5G).password, "correct horse battery");
+        EXPECT_EQ(row.passed_over ? "" : FAR_MAC, choice(by_name)) << more;
+        EXPECT_EQ(row.passed_over ? "" : "00:11:22:33:44:58", choice(by_address)) << more;
+    }
+}
+
+TEST_F(rootap, an_open_twin_stands_in_nobodys_way)
+{
+    copy_text(record(KELM_BAND_5G).password, "correct horse battery");
+    const std::string open = ", \"security\": \"none\"";
+    EXPECT_EQ(FAR_MAC, choice({ap("a0:b1:c2:d3:e4:00", ROOT_SSID, open),
+                               ap(ROOT_MAC, "Neighbour", open), ap(FAR_MAC, ROOT_SSID, SECURED)}));
+    EXPECT_EQ("00:11:22:33:44:59",
+              choice({ap("00:11:22:33:44:56", ROOT_SSID, open),
+                      ap("00:11:22:33:44:59", ROOT_SSID, SECURED), ap(ROOT_MAC, "x", open)}));
 }
 
 TEST_F(rootap, the_choice_fills_the_record_of_the_searching_band_alone)
@@ -441,6 +490,17 @@ TEST_F(rootap, names_are_compared_byte_by_byte_over_all_32)
     EXPECT_EQ(bytes, record(KELM_BAND_2G).ssid);
 }
 
+TEST_F(rootap, names_are_compared_with_their_zeros)
+{
+    copy_ssid(record(KELM_BAND_5G).ssid, "A\0B", 3);
+    EXPECT_EQ("", choice({ap(FAR_MAC, "A"), ap(FAR_MAC, "A\\u0000"), ap(FAR_MAC, "A\\u0000C")}));
+    EXPECT_EQ(FAR_MAC, choice({ap("a0:b1:c2:d3:e4:00", "A"), ap(FAR_MAC, "A\\u0000B")}));
+    EXPECT_EQ(std::string("A\0B", 3),
+              std::string(record(KELM_BAND_2G).ssid, ssid_len(record(KELM_BAND_2G).ssid)));
+    copy_ssid(record(KELM_BAND_5G).ssid, "\0", 1);
+    EXPECT_EQ(FAR_MAC, choice({ap("a0:b1:c2:d3:e4:00", ""), ap(FAR_MAC, "\\u0000")}));
+}
+
 TEST_F(rootap, a_long_list_gives_the_nearest_in_any_order)
 {
     words entries;
@@ -526,6 +586,13 @@ TEST_F(rootap, a_list_that_never_comes_is_given_up_after_six_attempts_a_second_a
                      GET_2G, "sleep 1", GET_2G}),
               recorded_commands());
     EXPECT_EQ(0, memcmp(&earlier, &record(KELM_BAND_2G), sizeof earlier));
+}
+
+TEST_F(rootap, a_list_whose_name_cannot_be_had_is_not_asked_for)
+{
+    block_name(SCAN_2G);
+    EXPECT_EQ(0, kelm_match_rootap(SCAN_2G, &band(KELM_BAND_5G), &band(KELM_BAND_2G)));
+    EXPECT_EQ(words{}, recorded_commands());
 }
 
 TEST_F(rootap, a_list_that_appears_at_the_fourth_attempt_is_used)
@@ -774,14 +841,88 @@ TEST_F(rootap_resolve, nothing_is_decided_without_a_success)
     EXPECT_EQ(words{}, recorded_commands());
 }
 
-TEST_F(rootap_resolve, a_find_in_the_scan_is_told_in_detail)
+TEST_F(rootap_resolve, a_find_in_the_scan_is_told_in_detail_alone)
 {
-    write_scan(KELM_BAND_2G, {ap(FAR_MAC, "Learnt")});
-    kelm_dbg_level = KELM_LOG_DETAIL;
-    EXPECT_EQ(0, kelm_resolve_apinfo_and_credential());
-    EXPECT_TRUE(
-        contains(console_text_without_line_numbers(),
-                 "kelm[kelm_resolve_apinfo_and_credential:N]: found rootap from scantable\n"));
+    for (const int level : {KELM_LOG_NORMAL, KELM_LOG_DETAIL - 1, KELM_LOG_DETAIL}) {
+        write_scan(KELM_BAND_2G, {ap(FAR_MAC, "Learnt")});
+        kelm_dbg_level = level;
+        EXPECT_EQ(0, kelm_resolve_apinfo_and_credential());
+        EXPECT_EQ(
+            level == KELM_LOG_DETAIL,
+            contains(console_text_without_line_numbers(),
+                     "kelm[kelm_resolve_apinfo_and_credential:N]: found rootap from scantable\n"))
+            << level;
+    }
+}
+
+// The record of the band is what its events told; the search overwrites it, so it comes second. It
+// comes in any case: it alone knows the security.
+TEST_F(rootap_resolve, a_failed_band_is_compared_by_identity_and_then_looked_for_in_its_scan)
+{
+    const struct {
+        const char *why;
+        const char *mac;  // of the access point that the band's events named
+        words scan;
+        bool mirrored;
+        const char *ssid;  // left in the record
+        bool identical;
+    } rows[] = {
+        {"both",
+         "00:11:22:33:44:54",
+         {ap("00:11:22:33:44:53", "In the scan", SECURED)},
+         true,
+         "In the scan",
+         true},
+        {"by identity",
+         "00:11:22:33:44:54",
+         {ap(FAR_MAC, "Neighbour", SECURED)},
+         true,
+         "Named by events",
+         true},
+        {"in the scan",
+         FAR_MAC,
+         {ap("00:11:22:33:44:53", "In the scan", SECURED)},
+         true,
+         "In the scan",
+         false},
+        {"neither", FAR_MAC, {ap(FAR_MAC, "Neighbour", SECURED)}, false, "Named by events", false},
+    };
+    for (const auto &row : rows) {
+        set_flags(KELM_BAND_2G, ENDED | WPS_FLAG_OVER_SCAN);
+        record(KELM_BAND_2G) = {};
+        join(KELM_BAND_2G, "Named by events", row.mac);
+        write_scan(KELM_BAND_2G, row.scan);
+        console_text();
+        recorded_commands();
+        EXPECT_EQ(0, kelm_resolve_apinfo_and_credential()) << row.why;
+        EXPECT_EQ(row.mirrored, mirrors(KELM_BAND_2G)) << row.why;
+        EXPECT_STREQ(row.ssid, record(KELM_BAND_2G).ssid) << row.why;
+        EXPECT_EQ((words{GET_2G, "/usr/bin/wifi getscanresult 5g"}), recorded_commands())
+            << row.why;
+        const std::string log = log_text();
+        const std::string compared = "> is multiAP [Learnt] | [Named by events]\n";
+        EXPECT_EQ(row.identical, contains(log, compared)) << row.why << ": " << log;
+        if (row.identical) {
+            EXPECT_LT(log.find(compared),
+                      log.find("> search from scantable " + std::string(SCAN_2G)))
+                << row.why << ": " << log;
+        }
+    }
+}
+
+// Otherwise what is known of the access point of before would be overwritten for nothing.
+TEST_F(rootap_resolve, the_credentials_are_not_read_before_the_links_are_counted)
+{
+    for (const int linked : {KELM_BAND_2G, KELM_BAND_5G}) {
+        set_flags(KELM_BAND_2G, ENDED);
+        set_flags(KELM_BAND_5G, ENDED);
+        band(linked).wps_flags |= WPS_FLAG_STA_CONNECTED;
+        const kelm_rootap_info before = record(KELM_BAND_5G);
+        console_text();
+        EXPECT_EQ(2, kelm_resolve_apinfo_and_credential());
+        EXPECT_EQ(0, memcmp(&before, &record(KELM_BAND_5G), sizeof before)) << linked;
+        EXPECT_EQ("", log_text()) << linked;
+    }
 }
 
 // --- Messages and station settings ---

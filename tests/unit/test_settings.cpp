@@ -124,6 +124,25 @@ TEST_F(settings, station_reader_takes_the_third_block_alone)
     EXPECT_EQ(0, sta[KELM_BAND_5G].sta_bss_enabled);
 }
 
+// In a file of thirteen blocks with the keys in one of them alone, counted from 1.
+TEST_F(settings, each_reader_passes_over_every_block_but_its_own)
+{
+    for (int block = 1; block <= 13; ++block) {
+        std::string text;
+        for (int each = 1; each <= 13; ++each)
+            text += (each > 1 ? "\n" : "") +
+                    (each == block ? all_sta_switches_on + all_switches_on : "other=1\n");
+        EXPECT_EQ(0, parse_ap(text));
+        EXPECT_EQ(0, parse_sta(text));
+        for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+            EXPECT_EQ(block == 2 || block == 7 || block == 12, ap[band].ap_bss_enabled != 0)
+                << "block " << block;
+            EXPECT_EQ(block == 3 || block == 8 || block == 13, sta[band].sta_bss_enabled != 0)
+                << "block " << block;
+        }
+    }
+}
+
 TEST_F(settings, two_blank_lines_in_a_row_advance_by_two_blocks)
 {
     EXPECT_EQ(0, parse_ap("ignored=1\n\n\nwlanSecType_2g=4\n"));

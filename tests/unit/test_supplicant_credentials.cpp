@@ -198,6 +198,48 @@ TEST_F(supplicant_credentials, texts_beyond_their_fields_are_cut)
     EXPECT_EQ((ssid + ssid).substr(0, 64), record.password);
 }
 
+TEST_F(supplicant_credentials, a_name_is_taken_byte_by_byte)
+{
+    const struct {
+        const char *value;
+        std::string name;
+    } rows[] = {
+        {"\" Root \"", " Root "},
+        {"4bc3bc636865",
+         "K\xc3\xbc"
+         "che"},
+        {"P\"K\\xc3\\xbc\"", "K\xc3\xbc"},
+        {"410042", std::string("A\0B", 3)},
+        {"\"4142\"", "4142"},
+        {"abc", "abc"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(0, read_network("\tssid=" + std::string(row.value) + "\n"));
+        EXPECT_EQ(row.name, std::string(record.ssid, ssid_len(record.ssid))) << row.value;
+    }
+}
+
+// Whether the record has a key decides whether an open network may stand for this one.
+TEST_F(supplicant_credentials, a_password_for_sae_is_a_key)
+{
+    const struct {
+        const char *lines;
+        const char *password;
+    } rows[] = {
+        {"\tsae_password=\"own\"\n", "own"},
+        {"\tsae_password=\"own\"\n\tpsk=\"key\"\n", "key"},
+        {"\tpsk=\"key\"\n\tsae_password=\"own\"\n\tkey_mgmt=WPA-PSK SAE\n", "key"},
+        {"\tpsk=\"key\"\n\tsae_password=\"own\"\n\tkey_mgmt=SAE\n", "own"},
+        {"\tpsk=\"key\"\n\tkey_mgmt=SAE\n", "key"},
+    };
+    for (const auto &row : rows) {
+        record = earlier_record();
+        EXPECT_EQ(0, read_network(row.lines));
+        EXPECT_STREQ(row.password, record.password) << row.lines;
+        EXPECT_STREQ("none", record.auth) << row.lines;
+    }
+}
+
 TEST_F(supplicant_credentials, a_shorter_text_leaves_nothing_of_a_longer_one)
 {
     memset(record.ssid, 'x', sizeof record.ssid);

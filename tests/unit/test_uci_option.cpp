@@ -3,6 +3,8 @@
 #include "config/uci_option.h"
 
 #include <cstring>
+#include <sys/stat.h>
+
 #include <string>
 
 #include <gtest/gtest.h>
@@ -75,6 +77,24 @@ TEST_F(uci_option_lookup, without_a_section_name_the_first_section_that_has_the_
     EXPECT_EQ("", look_up("radio", nullptr, "name"));
     EXPECT_EQ(0, result);
     EXPECT_STREQ("anon", value);
+}
+
+TEST_F(uci_option_lookup, changes_in_a_folder_that_others_may_write_to_are_not_looked_at)
+{
+    write_file("/etc/config/radio", "config a 'first'\n\toption name 'one'\n");
+    char value[8] = {};
+    for (const mode_t mode : {0700, 0755, 0775, 0777}) {
+        clear_tmp();
+        ASSERT_EQ(0, mkdir("/tmp/.uci", 0700));
+        ASSERT_EQ(0, chmod("/tmp/.uci", mode));
+        EXPECT_EQ(0, _get_uci_option("radio", "first", "name", value, sizeof value));
+        EXPECT_STREQ("one", value);
+        EXPECT_EQ(mode != 0775
+                      ? ""  // told once
+                      : "kelm[_get_uci_option:N]: /tmp/.uci: not used, others may write to "
+                        "it\n",
+                  console_text_without_line_numbers());
+    }
 }
 
 TEST_F(uci_option_lookup, lists_are_passed_over)

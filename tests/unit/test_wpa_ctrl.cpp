@@ -12,6 +12,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "core/signals.h"
 #include "tests/unit/ctrl_server.h"
 #include "tests/unit/device.h"
 
@@ -28,6 +29,7 @@ protected:
     void SetUp() override
     {
         reset_world();
+        kelm_ending = {};
         forget_faults();
         descriptors_before = open_descriptors();
         passed.clear();
@@ -59,6 +61,14 @@ protected:
         const size_t dash = path.rfind('-');
         return folder + "/wpa_ctrl_" + std::to_string(getpid()) + "-" +
                std::to_string(std::stoi(path.substr(dash + 1)) + 1);
+    }
+
+    // The local path that comes so many numbers after this one.
+    static std::string number_after(const std::string &path, int numbers)
+    {
+        const size_t dash = path.rfind('-');
+        return path.substr(0, dash + 1) +
+               std::to_string(std::stoi(path.substr(dash + 1)) + numbers);
     }
 
     size_t descriptors_before = 0;
@@ -97,6 +107,14 @@ class first_opens : public testing::Environment {
 };
 
 const testing::Environment *const registered = testing::AddGlobalTestEnvironment(new first_opens);
+
+void hold_back_sigterm()
+{
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+}
 
 std::string path_of_length(size_t length)
 {
@@ -241,21 +259,87 @@ TEST_F(wpa_ctrl_client, a_stale_local_path_is_removed_and_bound)
     EXPECT_EQ("PING", server.take());
 }
 
-TEST_F(wpa_ctrl_client, a_local_path_that_cannot_be_removed_fails_without_a_third_try)
+TEST_F(wpa_ctrl_client, a_local_path_that_cannot_be_removed_is_left_after_two_tries_for_the_next)
 {
     const ctrl_socket server(server_path);
     const std::string taken = next_local_path("/tmp");
     ASSERT_EQ(0, mkdir(taken.c_str(), 0755));
-    const size_t before = open_descriptors();
-    EXPECT_EQ(nullptr, wpa_ctrl_open(server_path));
-    EXPECT_EQ(before, open_descriptors());
-    ASSERT_EQ(0, rmdir(taken.c_str()));
+    const unique_wpa_ctrl first(wpa_ctrl_open(server_path));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(number_after(taken, 1), first->local.sun_path);
 
-    // Taken anew between the removal and the second bind: that was the last try.
-    write_file(next_local_path("/tmp"), "");
+    // Taken anew between the removal and the second bind: that was the last try of this number.
+    const std::string next = next_local_path("/tmp");
+    write_file(next, "");
     fail_next("bind", {EADDRINUSE, EADDRINUSE, 0});
-    EXPECT_EQ(nullptr, wpa_ctrl_open(server_path));
-    EXPECT_EQ(before, open_descriptors());
+    const unique_wpa_ctrl second(wpa_ctrl_open(server_path));
+    ASSERT_TRUE(second);
+    EXPECT_EQ(number_after(next, 1), second->local.sun_path);
+}
+
+TEST_F(wpa_ctrl_client, a_local_path_that_nobody_can_guess_follows_four_that_are_taken)
+{
+    const ctrl_socket server(server_path);
+    words unguessable;
+    for (int round = 0; round < 2; ++round) {
+        const std::string next = next_local_path("/tmp");
+        for (int number = 0; number < 4; ++number)
+            ASSERT_EQ(0, mkdir(number_after(next, number).c_str(), 0755));
+        const unique_wpa_ctrl client(wpa_ctrl_open(server_path));
+        ASSERT_TRUE(client);
+        const std::string path = client->local.sun_path;
+        const std::string start = number_after(next, 4) + "-";
+        ASSERT_EQ(start, path.substr(0, start.size()));
+        unguessable.push_back(path.substr(start.size()));
+        EXPECT_EQ(16u, unguessable.back().size()) << path;
+        EXPECT_EQ(4, send(client->s, "PING", 4, 0));
+        EXPECT_EQ("PING", server.take());
+    }
+    EXPECT_NE(unguessable[0], unguessable[1]);
+}
+
+TEST_F(wpa_ctrl_client, the_local_path_is_the_owners_alone_from_its_first_moment)
+{
+    const ctrl_socket server(server_path);
+    const mode_t old = umask(0);
+    const unique_wpa_ctrl client(wpa_ctrl_open(server_path));
+    umask(old);
+    ASSERT_TRUE(client);
+    struct stat made;
+    ASSERT_EQ(0, lstat(client->local.sun_path, &made));
+    EXPECT_EQ(0600u, made.st_mode & 07777);
+    EXPECT_EQ(geteuid(), made.st_uid);
+}
+
+TEST_F(wpa_ctrl_client, the_local_path_belongs_to_the_owner_of_the_servers_socket)
+{
+    const ctrl_socket server(server_path);
+    if (chown(server_path, 101, 102) != 0)
+        GTEST_SKIP() << "only root can give files away";
+    const unique_wpa_ctrl client(wpa_ctrl_open(server_path));
+    ASSERT_TRUE(client);
+    struct stat made;
+    ASSERT_EQ(0, lstat(client->local.sun_path, &made));
+    EXPECT_EQ(0600u, made.st_mode & 07777);
+    EXPECT_EQ(101u, made.st_uid);
+    EXPECT_EQ(getegid(), made.st_gid);
+}
+
+// Only a name in use is a dead process's; any other refusal would come again, and what stands under
+// the name is not ours to remove.
+TEST_F(wpa_ctrl_client, a_bind_that_fails_otherwise_removes_nothing_and_is_not_tried_again)
+{
+    const ctrl_socket server(server_path);
+    const size_t before = open_descriptors();
+    for (const int error : {EACCES, ENOENT, ENOMEM, EROFS, EINVAL}) {
+        const std::string standing = next_local_path("/tmp");
+        write_file(standing, "not ours");
+        fail_next("bind", {error, 0});
+        EXPECT_EQ(nullptr, unique_wpa_ctrl(wpa_ctrl_open(server_path))) << strerror(error);
+        forget_faults();
+        EXPECT_EQ("not ours", read_file(standing)) << strerror(error);
+        EXPECT_EQ(before, open_descriptors()) << strerror(error);
+    }
 }
 
 TEST_F(wpa_ctrl_client, each_failure_to_open_leaves_nothing_behind)
@@ -520,6 +604,24 @@ TEST_F(wpa_ctrl_client, a_silent_server_is_given_up_after_ten_seconds)
     EXPECT_EQ((std::vector<int>{10000, 10000}), poll_limits());
 }
 
+// With ten seconds for each of the events, which are no answer.
+TEST_F(wpa_ctrl_client, a_server_that_sends_events_alone_is_given_up_after_thirty_seconds)
+{
+    for (const int events : {2, 3}) {
+        const pair_of_sockets both;
+        forget_faults();
+        stop_clocks();
+        for (int i = 0; i < events; ++i)
+            both.send("<3>WPS-TIMEOUT ");
+        both.send("OK\n");
+        char reply[64];
+        size_t length = sizeof reply;
+        const int expected = events == 2 ? 0 : -2;
+        EXPECT_EQ(expected, wpa_ctrl_request(both.client.get(), "X", 1, reply, &length,
+                                             [](char *, size_t) { sleep(10); }));
+    }
+}
+
 TEST_F(wpa_ctrl_client, each_event_starts_the_ten_seconds_anew)
 {
     const pair_of_sockets both;
@@ -549,6 +651,56 @@ TEST_F(wpa_ctrl_client, ten_seconds_of_the_machines_clock_are_ten_seconds)
     const time_t waited = time(nullptr) - before;
     EXPECT_GE(waited, 9);
     EXPECT_LE(waited, 15);
+}
+
+// --- SIGTERM: a server that hangs does not hold the daemon ---
+
+TEST_F(wpa_ctrl_client, sigterm_ends_the_wait_for_a_silent_server)
+{
+    const pair_of_sockets both;
+    EXPECT_TRUE(in_child([&] {
+        hold_back_sigterm();
+        // Comes in the middle of the wait.
+        const itimerval soon = {{0, 0}, {0, 200000}};
+        (void)signal(SIGALRM, [](int) { (void)raise(SIGTERM); });
+        setitimer(ITIMER_REAL, &soon, nullptr);
+        const int64_t begun_ms = kelm_monotonic_ms();
+        EXPECT_EQ(-2, wpa_ctrl_attach(both.client.get()));
+        EXPECT_LT(kelm_monotonic_ms() - begun_ms, 5000);
+        // Those that begin later get a share each, the answer that is there is taken.
+        for (int i = 0; i < 10; ++i) {
+            (void)both.server.take();
+            EXPECT_EQ(-2, wpa_ctrl_detach(both.client.get()));
+        }
+        (void)both.server.take();
+        EXPECT_LT(kelm_monotonic_ms() - begun_ms, 8000);
+        both.send("OK\n");
+        EXPECT_EQ(0, wpa_ctrl_detach(both.client.get()));
+    }));
+}
+
+TEST_F(wpa_ctrl_client, a_server_that_sends_events_only_does_not_hold_the_daemon_after_sigterm)
+{
+    const pair_of_sockets both;
+    EXPECT_TRUE(in_child([&] {
+        kelm_ending = {true, true, kelm_monotonic_ms() - 6000};
+        both.send("<3>one");
+        both.send("<3>two");
+        EXPECT_EQ(-2, wpa_ctrl_detach(both.client.get()));
+        EXPECT_EQ(1, wpa_ctrl_pending(both.client.get()));
+    }));
+}
+
+TEST_F(wpa_ctrl_client, a_busy_server_is_not_tried_again_after_sigterm)
+{
+    const pair_of_sockets both;
+    EXPECT_TRUE(in_child([&] {
+        hold_back_sigterm();
+        (void)raise(SIGTERM);
+        fail_next("send", {EAGAIN, 0});
+        EXPECT_EQ(-1, wpa_ctrl_detach(both.client.get()));
+        EXPECT_EQ(std::vector<unsigned>{}, sleeps());
+    }));
 }
 
 // --- Reading without a request ---

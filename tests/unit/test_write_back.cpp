@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <json-c/json.h>
@@ -83,6 +84,7 @@ words credential_files()
     return names;
 }
 
+// A place where no file can be written.
 class write_back : public device_test {
 protected:
     void SetUp() override
@@ -197,7 +199,7 @@ const text_case security_texts[] = {
     {"wpa2", 1, 2},     {"wpa2/wpa3", 1, 2},
     {"wpa", 1, 1},      {"wpa/wp", 1, 1},
     {"wep", 2, 8},      {"wep128", 2, 8},
-    {"none", 0, 8},     {"none at all", 0, 8},
+    {"none", 1, 8},     {"none at all", 1, 8},
     {"", 9, 8},         {"WPA2", 9, 8},
     {" wpa2", 9, 8},    {"unknown", 9, 8},
     {"wp", 9, 8},       {"sae", 9, 8},
@@ -237,14 +239,16 @@ TEST(write_back_decision, a_cipher_text_counts_by_its_beginning)
 TEST(write_back_decision, texts_come_from_the_record_then_from_a_failed_stations_session)
 {
     const kelm_rootap_info record = texts("psk_sae", "aes");
-    const kelm_rootap_info joined = texts("wpa", "tkip");
+    const kelm_rootap_info joined = texts("wpa/wpa2", "auto");
     write_back_case given = own_success();
     given.joined = &joined;
-    EXPECT_EQ(WPS_VERSION_WPA2, decision(given).sta.wpa_version) << "as read";
+    given.network.wpa_version = WPS_VERSION_WPA;
+    given.network.encryption = WPS_CIPHER_TKIP;
+    EXPECT_EQ(WPS_VERSION_WPA, decision(given).sta.wpa_version) << "as read";
 
     given.station_succeeded = false;
-    EXPECT_EQ(WPS_VERSION_WPA, decision(given).sta.wpa_version);
-    EXPECT_EQ(WPS_CIPHER_TKIP, decision(given).sta.encryption);
+    EXPECT_EQ(WPS_VERSION_MIXED, decision(given).sta.wpa_version);
+    EXPECT_EQ(WPS_CIPHER_AUTO, decision(given).sta.encryption);
 
     for (const bool succeeded : {false, true}) {
         given.station_succeeded = succeeded;
@@ -252,6 +256,72 @@ TEST(write_back_decision, texts_come_from_the_record_then_from_a_failed_stations
         EXPECT_EQ(WPS_AUTH_SAE, decision(given).sta.auth_mode);
         EXPECT_EQ(WPS_CIPHER_AES, decision(given).sta.encryption);
     }
+}
+
+struct rank_case {
+    uint32_t security;
+    uint32_t wpa_version;
+    const char *text;
+    uint32_t becomes;
+    uint32_t becomes_version;
+};
+
+const rank_case ranks[] = {
+    {1, 1, "none", 1, 1}, {1, 1, "owe", 1, 1},      {1, 1, "wep", 1, 1},      {1, 1, "wpa", 1, 1},
+    {1, 1, "wpa2", 1, 2}, {1, 1, "wpa/wpa2", 1, 0}, {1, 1, "psk_sae", 4, 0},  {1, 1, "wpa3", 4, 3},
+    {1, 0, "wpa", 1, 0},  {1, 0, "wpa2", 1, 2},     {1, 0, "none", 1, 0},     {1, 0, "owe", 1, 0},
+    {1, 2, "wpa", 1, 2},  {1, 2, "wpa/wpa2", 1, 2}, {1, 2, "none", 1, 2},     {1, 2, "wep", 1, 2},
+    {1, 2, "wpa2", 1, 2}, {1, 2, "psk_sae", 4, 0},  {1, 2, "sae_only", 4, 3}, {1, 2, "owe", 1, 2},
+    {3, 0, "wep", 3, 0},  {3, 0, "wpa", 1, 1},      {3, 0, "none", 3, 0},     {4, 2, "wpa2", 4, 2},
+    {4, 2, "none", 4, 2}, {4, 2, "sae_only", 4, 3}, {4, 3, "psk_sae", 4, 3},  {4, 3, "owe", 4, 3},
+    {4, 3, "none", 4, 3}, {4, 3, "wpa2", 4, 3},     {4, 3, "wpa3", 4, 3},     {2, 0, "none", 2, 0},
+    {2, 0, "owe", 2, 0},  {5, 3, "none", 5, 3},     {0, 2, "none", 1, 2},     {0, 2, "wpa", 1, 2},
+};
+
+// Anybody can send a name; with an open twin of it the user's devices would talk to a stranger.
+TEST(write_back_decision, a_text_of_the_scan_raises_the_security_of_a_key_and_never_lowers_it)
+{
+    for (const rank_case &row : ranks) {
+        const kelm_rootap_info record = texts(row.text, "");
+        write_back_case given = own_success();
+        given.network.security = row.security;
+        given.network.wpa_version = row.wpa_version;
+        given.record = &record;
+        const decision made(given);
+        EXPECT_EQ(row.becomes, made.sta.auth_mode) << row.security << row.wpa_version << row.text;
+        EXPECT_EQ(row.becomes_version, made.sta.wpa_version)
+            << row.security << row.wpa_version << row.text;
+        EXPECT_EQ(row.becomes, made.ap.sec_type) << row.security << row.wpa_version << row.text;
+    }
+}
+
+TEST(write_back_decision, a_text_of_the_scan_raises_the_cipher_and_never_lowers_it)
+{
+    const struct {
+        uint32_t encryption;
+        const char *text;
+        uint32_t becomes;
+    } rows[] = {{2, "tkip", 2}, {2, "auto", 2}, {2, "aes", 2},  {0, "tkip", 0}, {0, "auto", 0},
+                {0, "aes", 2},  {1, "tkip", 1}, {1, "auto", 0}, {1, "aes", 2}};
+    for (const auto &row : rows) {
+        const kelm_rootap_info record = texts("wpa2", row.text);
+        write_back_case given = own_success();
+        given.network.encryption = row.encryption;
+        given.record = &record;
+        EXPECT_EQ(row.becomes, decision(given).sta.encryption) << row.encryption << row.text;
+        EXPECT_EQ(row.becomes, decision(given).ap.encryption) << row.encryption << row.text;
+    }
+}
+
+TEST(write_back_decision, names_keep_their_zeros)
+{
+    write_back_case given = own_success();
+    copy_ssid(given.network.ssid, "A\0B", 3);
+    EXPECT_EQ(3u, ssid_len(decision(given).sta.ssid));
+    EXPECT_EQ(std::string("A\0B_EXT", 7), std::string(decision(given).ap.ssid, 7));
+    EXPECT_EQ(7u, ssid_len(decision(given).ap.ssid));
+    given.no_postfix = true;
+    EXPECT_EQ(3u, ssid_len(decision(given).ap.ssid));
 }
 
 TEST(write_back_decision, without_a_passphrase_any_network_is_written_as_open)
@@ -281,8 +351,8 @@ TEST(write_back_decision, the_6_ghz_band_gets_sae_or_owe_with_aes_whatever_was_r
         {"wep", "passphrase", WPS_AUTH_SAE},
         {"psk_sae", "passphrase", WPS_AUTH_SAE},
         {"sae_only", "passphrase", WPS_AUTH_SAE},
-        {"owe", "passphrase", WPS_AUTH_OWE},
-        {"none", "passphrase", WPS_AUTH_OWE},
+        {"owe", "passphrase", WPS_AUTH_SAE},
+        {"none", "passphrase", WPS_AUTH_SAE},
         {"wpa2", "", WPS_AUTH_OWE},
         {"none", "", WPS_AUTH_OWE},
         {"sae_only", "", WPS_AUTH_OWE},
@@ -424,15 +494,15 @@ const line_case lines_read[] = {
     {"\tpairwise=CCMP TKIP\n", "wpa_encryption_2g", "\"auto\""},
     {"\tpairwise=GCMP\n", "wpa_encryption_2g", "\"auto\""},
     {"", "wpa_encryption_2g", "\"auto\""},
-    {"\tkey_mgmt=NONE\n", "securityType_2g", "0"},
+    {"\tkey_mgmt=NONE\n", "securityType_2g", "1"},
     {"\tkey_mgmt=WPA-PSK\n", "securityType_2g", "1"},
     {"\tkey_mgmt=WPA2-PSK\n", "securityType_2g", "1"},
     {"\tkey_mgmt=WPA3-SAE\n", "securityType_2g", "4"},
     {"\tkey_mgmt=WEP\n", "securityType_2g", "2"},
-    {"\tkey_mgmt=WPA-PSK SAE\n", "securityType_2g", "0"},
-    {"\tkey_mgmt=WPA-EAP\n", "securityType_2g", "0"},
+    {"\tkey_mgmt=WPA-PSK SAE\n", "securityType_2g", "4"},
+    {"\tkey_mgmt=WPA-EAP\n", "securityType_2g", "1"},
     {"\tkey_mgmt=WPA-PSK\n\tkey_mgmt=OSEN\n", "securityType_2g", "1"},
-    {"", "securityType_2g", "0"},
+    {"", "securityType_2g", "1"},
     {"\tauth_alg=OPEN\n", "wepAuthType_2g", "1"},
     {"\tauth_alg=SHARED\n", "wepAuthType_2g", "0"},
     {"\tauth_alg=OPEN\n\tauth_alg=SHARED\n", "wepAuthType_2g", "0"},
@@ -465,6 +535,142 @@ TEST_F(write_back, a_line_of_the_network_counts_by_its_key_and_value)
         learn(std::string("\tssid=\"Root\"\n\tpsk=\"passphrase\"\n") + row.lines);
         EXPECT_EQ(0, patch());
         EXPECT_EQ(row.value, sta(row.key)) << row.lines;
+    }
+}
+
+struct security_case {
+    const char *lines;
+    const char *security;
+    const char *mode;
+    const char *version;
+    const char *password;
+};
+
+// Beside an SSID.
+const security_case securities_read[] = {
+    {"\tpsk=\"key\"\n\tkey_mgmt=WPA-PSK SAE\n\tproto=RSN\n", "psk_sae", "4", "2", "key"},
+    {"\tpsk=\"key\"\n\tproto=RSN\n\tkey_mgmt=SAE WPA-PSK-SHA256\n", "psk_sae", "4", "2", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=WPA-PSK SAE\n", "psk_sae", "4", "0", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=FT-PSK FT-SAE\n\tproto=RSN\n", "psk_sae", "4", "2", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=SAE\n\tproto=RSN\n", "sae_only", "4", "3", "key"},
+    {"\tpsk=\"key\"\n\tproto=RSN\n\tkey_mgmt=SAE FT-SAE\n", "sae_only", "4", "3", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=FT-SAE-EXT-KEY SAE-EXT-KEY\n", "sae_only", "4", "3", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=WPA-PSK-SHA256\n\tproto=RSN\n", "wpa2", "1", "2", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=WPA-PSK WPA-EAP\n\tproto=RSN\n", "wpa2", "1", "2", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=NONE\n\tproto=WPA\n", "wpa", "1", "1", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=SAEX\n\tproto=RSN\n", "wpa2", "1", "2", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=sae\n\tproto=RSN\n", "wpa2", "1", "2", "key"},
+    {"\tpsk=\"key\"\n\tproto=RSN\n", "wpa2", "1", "2", "key"},
+    {"\tpsk=\"key\"\n", "wpa/wpa2", "1", "0", "key"},
+    {"\tpsk=\"key\"\n\tkey_mgmt=WPA3-SAE\n\tproto=RSN\n", "psk_sae", "4", "2", "key"},
+    {"\tsae_password=\"own\"\n\tkey_mgmt=SAE\n", "sae_only", "4", "3", "own"},
+    {"\tsae_password=\"own\"\n\tpsk=\"key\"\n\tkey_mgmt=SAE\n", "sae_only", "4", "3", "own"},
+    {"\tsae_password=\"own\"\n\tpsk=\"key\"\n\tkey_mgmt=SAE WPA-PSK\n", "psk_sae", "4", "0", "key"},
+    {"\tsae_password=4b657931\n\tkey_mgmt=SAE\n", "sae_only", "4", "3", "Key1"},
+    {"\tsae_password=4b00\n\tkey_mgmt=SAE\n", "sae_only", "4", "3", "4b00"},
+    {"\tsae_password=\"own\"\n", "wpa/wpa2", "1", "0", "own"},
+    {"\tkey_mgmt=SAE\n", "none", "0", "0", ""},
+    {"\tkey_mgmt=OWE\n", "none", "0", "0", ""},
+    {"\tkey_mgmt=NONE\n", "none", "0", "0", ""},
+    {"", "none", "0", "0", ""},
+};
+
+TEST_F(write_back, the_words_of_the_key_management_and_the_keys_make_the_security)
+{
+    for (const security_case &row : securities_read) {
+        clear_tmp();
+        write_switches("on", "on");
+        learn(std::string("\tssid=\"Root\"\n") + row.lines);
+        EXPECT_EQ(0, patch());
+        EXPECT_EQ("\"" + std::string(row.security) + "\"", sta("security_2g")) << row.lines;
+        EXPECT_EQ(row.mode, sta("securityType_2g")) << row.lines;
+        EXPECT_EQ(row.version, sta("wpaVersion_2g")) << row.lines;
+        EXPECT_EQ("\"" + std::string(row.password) + "\"", sta("password_2g")) << row.lines;
+    }
+}
+
+// A cut key would let nobody in.
+TEST_F(write_back, a_password_for_sae_that_no_field_can_hold_is_left_out)
+{
+    const std::string longest(WPS_PASSWORD_SIZE - 1, 'p');
+    for (const std::string &value : {"\"" + longest + "x\"", "\"" + std::string(200, 'p') + "\"",
+                                     longest + "x", std::string(2 * WPS_PASSWORD_SIZE, '4'),
+                                     "00" + std::string(WPS_PASSWORD_SIZE - 1, '4')}) {
+        clear_tmp();
+        write_switches("on", "on");
+        learn("\tssid=\"Root\"\n\tpsk=\"key\"\n\tsae_password=" + value + "\n\tkey_mgmt=SAE\n");
+        console_text();
+        EXPECT_EQ(0, patch());
+        EXPECT_EQ("\"key\"", sta("password_2g")) << value;
+        const std::string log = log_text();
+        const size_t at = log.find("> sae_password is longer than 64 bytes, left out\n");
+        EXPECT_NE(std::string::npos, at) << value;
+        EXPECT_EQ(std::string::npos, log.find("sae_password is", at + 4)) << "one line";
+    }
+    clear_tmp();
+    write_switches("on", "on");
+    learn("\tssid=\"Root\"\n\tsae_password=\"" + longest + "\"\n\tkey_mgmt=SAE\n");
+    EXPECT_EQ(0, patch());
+    EXPECT_EQ("\"" + longest + "\"", sta("password_2g"));
+}
+
+struct name_case {
+    const char *value;
+    const char *name;
+    const char *hex;
+};
+
+const name_case names_read[] = {
+    {"\"Root\"", "\"Root\"", NOT_WRITTEN},
+    {"\" two  blanks \"", "\" two  blanks \"", NOT_WRITTEN},
+    {"\"\"Root\"\"", "\"\\\"Root\\\"\"", NOT_WRITTEN},
+    {"\"4bc3bc636865\"", "\"4bc3bc636865\"", NOT_WRITTEN},
+    {"\"P\"x\"\"", "\"P\\\"x\\\"\"", NOT_WRITTEN},
+    {"\"{\"", "\"{\"", NOT_WRITTEN},
+    {"4bc3bc636865",
+     "\"K\xc3\xbc"
+     "che\"",
+     NOT_WRITTEN},
+    {"4BC3bC636865",
+     "\"K\xc3\xbc"
+     "che\"",
+     NOT_WRITTEN},
+    {"4bfc636865",
+     "\"K\xef\xbf\xbd"
+     "che\"",
+     "\"4bfc636865\""},
+    {"410042",
+     "\"A\xef\xbf\xbd"
+     "B\"",
+     "\"410042\""},
+    {"00", "\"\xef\xbf\xbd\"", "\"00\""},
+    {"0a", "\"\\n\"", NOT_WRITTEN},
+    {"P\"K\\xc3\\xbc\\143\\x68e\"",
+     "\"K\xc3\xbc"
+     "che\"",
+     NOT_WRITTEN},
+    {"P\"\\\"\\\\\\n\\r\\t\\e\\x1g\\7\\q\\x\\\"", "\"\\\"\\\\\\n\\r\\t\\u001b\\u0001g\\u0007q\"",
+     NOT_WRITTEN},
+    {"P\"A\\0B\"",
+     "\"A\xef\xbf\xbd"
+     "B\"",
+     "\"410042\""},
+    {"P\"\"", "\"\"", NOT_WRITTEN},
+    {"P\"", "\"P\\\"\"", NOT_WRITTEN},
+    {"abc", "\"abc\"", NOT_WRITTEN},
+    {"Root", "\"Root\"", NOT_WRITTEN},
+    {"", "\"\"", NOT_WRITTEN},
+};
+
+TEST_F(write_back, a_name_arrives_byte_by_byte_in_each_form_that_the_supplicant_writes)
+{
+    for (const name_case &row : names_read) {
+        clear_tmp();
+        write_switches("on", "on");
+        learn("\tssid=" + std::string(row.value) + "\n\tpsk=\"passphrase\"\n");
+        EXPECT_EQ(0, patch());
+        EXPECT_EQ(row.name, sta("ssid_2g")) << row.value;
+        EXPECT_EQ(row.hex, sta("ssid_hex_2g")) << row.value;
     }
 }
 
@@ -583,6 +789,34 @@ TEST_F(write_back, the_plain_copy_logs_the_text_with_the_underscore_and_the_easy
                          "0[1/1]\n"));
 }
 
+TEST_F(write_back, the_station_is_written_before_the_access_point)
+{
+    learn_usual();
+    kelm_dbg_level = KELM_LOG_DETAIL;
+    EXPECT_EQ(0, patch());
+    const std::string log = log_text();
+    size_t at = 0;
+    for (const char *line : {"> call _rtk_wps_set_sta_config\n", "> commit sta config info: {",
+                             "> sta config over! then", "> ap config info total: {"}) {
+        const size_t found = log.find(line);
+        ASSERT_NE(std::string::npos, found) << line;
+        EXPECT_GE(found, at) << line;
+        at = found;
+    }
+}
+
+// The evaluation has told the user's log already.
+TEST_F(write_back, a_stations_outcome_is_not_reported_again)
+{
+    learn_usual();
+    for (const int outcome : {WPS_STATUS_SUCCESS, WPS_STATUS_TIMEOUT}) {
+        band(KELM_BAND_2G).wps_status = outcome;
+        EXPECT_EQ(0, patch());
+        EXPECT_EQ(words{}, syslog_lines()) << outcome;
+        EXPECT_FALSE(contains(log_text(), "wps_monitor")) << outcome;
+    }
+}
+
 TEST_F(write_back, a_switched_off_station_or_access_point_is_not_written)
 {
     learn_usual();
@@ -612,11 +846,40 @@ TEST_F(write_back, without_settings_only_the_factory_state_writes_anything)
 {
     learn_usual();
     unlink("/tmp/wifi.conf");
-    EXPECT_EQ(0, patch());
+    EXPECT_EQ(-1, patch()) << "nothing written is no success";
     EXPECT_EQ(words{}, credential_files());
+    EXPECT_EQ(0u, dirty);
     factory_mode = 1;
     EXPECT_EQ(0, patch());
     EXPECT_EQ(words{"wps_wifi_ap.txt"}, credential_files());
+}
+
+TEST_F(write_back, a_band_is_written_when_its_station_is_or_where_only_its_access_point_is_due)
+{
+    const struct {
+        const char *station, *access_point;  // as the settings switch them
+        bool no_room_station, no_room_access_point;
+        int result;
+    } rows[] = {
+        {"on", "on", false, false, 0},    {"on", "on", false, true, 0},
+        {"on", "on", true, false, -1},    {"on", "on", true, true, -1},
+        {"on", "off", false, false, 0},   {"on", "off", true, false, -1},
+        {"off", "on", false, false, 0},   {"off", "on", false, true, -1},
+        {"off", "off", false, false, -1},
+    };
+    for (const auto &row : rows) {
+        clear_tmp();
+        dirty = 0;
+        learn_usual();
+        write_switches(row.station, row.access_point);
+        if (row.no_room_station)
+            block_name(WPS_STA_FILE);
+        if (row.no_room_access_point)
+            block_name(WPS_AP_FILE);
+        EXPECT_EQ(row.result, patch())
+            << row.station << row.access_point << row.no_room_station << row.no_room_access_point;
+        EXPECT_EQ(row.result == 0 ? 1u : 0u, dirty);
+    }
 }
 
 TEST_F(write_back, another_bands_station_lends_its_name_to_the_access_point_alone)
@@ -644,10 +907,10 @@ TEST_F(write_back, a_failed_stations_security_comes_from_what_its_session_knows)
 {
     learn_usual();
     band(KELM_BAND_2G).wps_status = WPS_STATUS_TIMEOUT;
-    band(KELM_BAND_2G).rootap = texts("wpa/wpa2", "auto");
+    band(KELM_BAND_2G).rootap = texts("psk_sae", "auto");
     EXPECT_EQ(0, patch());
-    EXPECT_EQ("\"wpa/wpa2\"", sta("security_2g"));
-    EXPECT_EQ("\"auto\"", sta("wpa_encryption_2g"));
+    EXPECT_EQ("\"psk_sae\"", sta("security_2g"));
+    EXPECT_EQ("\"aes\"", sta("wpa_encryption_2g")) << "never less than what was learnt";
     EXPECT_EQ("\"Root network\"", sta("ssid_2g")) << "the name is still the file's";
 }
 

@@ -17,6 +17,12 @@ REPORTS = 'log_path=/mnt/log/sanitizer'
 # For a daemon that is left without descriptors: the search for leaks at its end needs some, and
 # waits for them for ever.
 NO_LEAK_SEARCH = {'ASAN_OPTIONS': f'{REPORTS}:detect_leaks=0:verify_asan_link_order=0'}
+# For a daemon that is to die of a crash as it does without a sanitizer, which takes it for itself.
+_LEAVE = ':'.join(f'handle_{name}=0' for name in ('segv', 'sigbus', 'sigfpe', 'sigill', 'abort'))
+NO_CRASH_REPORTS = {
+    'ASAN_OPTIONS': f'{REPORTS}:detect_leaks=0:verify_asan_link_order=0:{_LEAVE}',
+    'UBSAN_OPTIONS': f'{REPORTS}:{_LEAVE}',
+    'TSAN_OPTIONS': f'{REPORTS}:report_thread_leaks=0:report_signal_unsafe=0:{_LEAVE}'}
 # The daemon's four signals as a mask.
 HELD_SIGNALS = sum(1 << number - 1 for number in (
     signal.SIGUSR1, signal.SIGUSR2, signal.SIGTERM, SIG_NEW_CONFIG))
@@ -30,6 +36,11 @@ def is_emulated():
     return os.path.exists('/mnt/build/emulated')
 
 
+def outside(number):
+    """The number of one of the daemon's signals outside an emulator."""
+    return number + (MOVED_BY if is_emulated() and number >= MOVED_FROM else 0)
+
+
 def _status(pid):
     """(name, parent) of a process, or None when it is gone."""
     try:
@@ -41,12 +52,34 @@ def _status(pid):
     return name, int(rest.split()[1])
 
 
-def _children():
-    """(pid, name) of this process's children, adopted ones included."""
+def _names(folder):
+    try:
+        return os.listdir(folder)
+    except FileNotFoundError:
+        return []
+
+
+def _link(path):
+    try:
+        return os.readlink(path)
+    except FileNotFoundError:
+        return ''
+
+
+def _text(path):
+    try:
+        with open(path, encoding='utf-8') as file:
+            return file.read()
+    except (FileNotFoundError, ProcessLookupError):
+        return ''
+
+
+def _children(parent=None):
+    """(pid, name) of a process's children, adopted ones included; of this one's by default."""
     for entry in os.listdir('/proc'):
         if entry.isdigit():
             found = _status(entry)
-            if found is not None and found[1] == os.getpid():
+            if found is not None and found[1] == (parent or os.getpid()):
                 yield int(entry), found[0]
 
 
@@ -67,12 +100,12 @@ def _environment(own=None):
 class Daemon:
     """One run of the daemon, from its start as a command to its exit status."""
 
-    def __init__(self, arguments=(), environment=None, umask=0o022, before=None):
+    def __init__(self, arguments=(), environment=None, umask=0o022, before=None, program=PROGRAM):
         """before: called in the new process right before the program, for limits and the like."""
         begin = time.monotonic()
         known = {pid for pid, _ in _children()}
         command = subprocess.Popen(
-            [PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            [program, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=subprocess.PIPE, env=_environment(environment),
             cwd='/', umask=umask, restore_signals=True, preexec_fn=before)
         self.output, self.errors = command.communicate(timeout=20)
@@ -92,8 +125,7 @@ class Daemon:
 
     def send(self, number):
         """Signals the daemon, which is held as a zombie when it has ended."""
-        moved = MOVED_BY if is_emulated() and number >= MOVED_FROM else 0
-        os.kill(self.pid, number + moved)
+        os.kill(self.pid, outside(number))
 
     def poke(self):
         """Ends the wait of the main loop, so that a test need not wait for its second to pass.
@@ -108,9 +140,27 @@ class Daemon:
         """Whether the main loop waits: there alone it lets its signals in. None is pending then."""
         pending = self._mask('SigPnd') | self._mask('ShdPnd')
         if is_emulated():
-            return self._system_call() == PPOLL and not pending
+            return not pending and self._sleeps_alone()
         return bool(self._mask('SigCgt') & 1 << SIG_NEW_CONFIG - 1
                     and (self._mask('SigBlk') | pending) & HELD_SIGNALS == 0)
+
+    def listens(self):
+        """Whether the bus thread's loop serves its connection: each event is registered by then.
+
+        One whose registration failed will be tried again.
+        """
+        folder = f'/proc/{self.pid}'
+        for number in _names(f'{folder}/fd'):
+            if _link(f'{folder}/fd/{number}') == 'anon_inode:[eventpoll]':
+                # The loop's own pipe is the first that it watches, the connection the second.
+                return _text(f'{folder}/fdinfo/{number}').count('tfd:') > 1
+        return False
+
+    def _sleeps_alone(self):
+        """In the loop's call as long as it is looked at: a command is waited for by it too."""
+        slept = self.proc_status().get('voluntary_ctxt_switches')
+        alone = self._system_call() == PPOLL and not list(_children(self.pid))
+        return alone and self.proc_status().get('voluntary_ctxt_switches') == slept
 
     def is_pending(self, number):
         """Whether it was sent and is not handled yet."""

@@ -8,7 +8,7 @@ from world import byte_order
 
 PAGE = '/mnt/faults'
 PRELOAD = '/mnt/build/tests/world/fail_calls.so'
-CALLS = ('posix_spawn', 'fork', 'pthread_create', 'write')
+CALLS = ('posix_spawn', 'fork', 'pthread_create', 'write', 'poll')
 EVER = 1 << 40
 GATE = 8 * (1 + 3 * len(CALLS))
 SIZE = GATE + 16

@@ -50,6 +50,14 @@ std::vector<std::string> recorded_commands();
 // name is the one that recorded_commands() shows.
 void set_reply(const std::string &name, const std::string &shell_text);
 
+// Whether files can be given to other users: root of the whole machine alone may, and the tests
+// that need it are skipped for others.
+bool may_give_files_away();
+
+// Makes a name under which nothing can be written and to which nothing can be moved, by nobody,
+// until /tmp is cleared.
+void block_name(const std::string &path);
+
 // Takes /dev/console away until the next reset_world().
 void remove_console();
 

@@ -12,6 +12,7 @@ import mmap
 import os
 import re
 import shutil
+import signal
 import stat
 import struct
 import time
@@ -67,6 +68,13 @@ def _may_unshare_mounts():
     if child == 0:
         os._exit(0 if _libc.unshare(CLONE_NEWNS) == 0 else 1)
     return os.waitpid(child, 0)[1] == 0
+
+
+def _hear_signals():
+    """For the programs under test: a shell lets its background jobs ignore these two."""
+    for number in (signal.SIGINT, signal.SIGQUIT):
+        if signal.getsignal(number) == signal.SIG_IGN:
+            signal.signal(number, signal.SIG_DFL)
 
 
 def _write(path, text):
@@ -250,6 +258,7 @@ class World:
 
     def __init__(self, source_dir, build_dir):
         _check(_libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 'prctl')
+        _hear_signals()
         _check(_libc.unshare(CLONE_NEWNS), MISSING_PRIVILEGE)
         _mount('none', '/', flags=MS_REC | MS_PRIVATE)
         source = os.open(source_dir, os.O_PATH | os.O_DIRECTORY)

@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: ISC
+// What hostapd's file says of an access point.
+#include "platform/rtk/hostapd_file.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <strings.h>
+
+#include "config/key_mgmt.h"
+#include "config/supplicant_credentials.h"
+#include "config/value_text.h"
+#include "core/text.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr uint32_t VERSION_END = 4;  // what is no version reads as mixed
+
+using cfgitem = hapd_wpasupp_cfgitem;
+
+// What hostapd's file says of its first network.
+struct reading {
+    wps_ap_band_config *ap;
+    bool quiet;
+    uint32_t kinds;  // of wpa_key_mgmt
+    bool is_wpa;
+    bool asks_for_proof;
+    bool has_passphrase;
+    bool has_left_out;  // a password for SAE that is too long
+    char sae_password[WPS_PASSWORD_SIZE];
+};
+
+// The security of the band's record is what hostapd's file says, not what the settings said.
+void _clear_security(wps_ap_band_config *ap)
+{
+    ap->sec_type = WPS_AUTH_OPEN;
+    ap->wpa_version = WPS_VERSION_MIXED;
+    ap->encryption = WPS_CIPHER_AUTO;
+}
+
+// hostapd's line may hold up to 255 characters; the field takes the 32 that an SSID can have.
+void _take_ssid(reading *at, const cfgitem &item)
+{
+    if (at->ap->ap_bss_enabled != 0)
+        copy_ssid(at->ap->ssid, item.value, item.value_len);
+}
+
+// As hostapd writes down a name that is no plain text.
+void _take_ssid2(reading *at, const cfgitem &item)
+{
+    if (at->ap->ap_bss_enabled != 0)
+        kelm_decode_ssid(item, at->ap->ssid);
+}
+
+void _take_passphrase(reading *at, const cfgitem &item)
+{
+    copy_text(at->ap->password, item.value);
+    at->has_passphrase = true;
+}
+
+constexpr const char *SAE_OPTIONS[] = {"|mac=", "|vlanid=", "|pk=", "|id="};
+constexpr const char *ANY_STATION = "|mac=ff:ff:ff:ff:ff:ff";
+
+// A password with an identifier, or of one station alone, is not everybody's: no other device comes
+// in with it.
+bool _is_everybodys(const char *value)
+{
+    const char *mac = strstr(value, "|mac=");
+    return strstr(value, "|id=") == nullptr &&
+           (mac == nullptr || strncasecmp(mac, ANY_STATION, strlen(ANY_STATION)) == 0);
+}
+
+// Keys of some stations, each with its own.
+void _note_psk_file(reading *at, const cfgitem &)
+{
+    at->asks_for_proof = true;
+}
+
+void _take_sae_password(reading *at, const cfgitem &item)
+{
+    at->asks_for_proof = true;
+    if (!_is_everybodys(item.value))
+        return;
+    size_t length = item.value_len;
+    for (const char *option : SAE_OPTIONS) {
+        const char *begin = strstr(item.value, option);
+        if (begin != nullptr && static_cast<size_t>(begin - item.value) < length)
+            length = static_cast<size_t>(begin - item.value);
+    }
+    if (length < sizeof at->sae_password) {
+        copy_text(at->sae_password, sizeof at->sae_password, item.value, length);
+        return;
+    }
+    at->has_left_out = true;
+    if (!at->quiet)
+        kelm_log_left_out_password();
+}
+
+void _take_pairwise(reading *at, const cfgitem &item)
+{
+    kelm_apply_pairwise(item.value, &at->ap->encryption);
+}
+
+void _take_key_mgmt(reading *at, const cfgitem &item)
+{
+    const uint32_t kinds = kelm_key_mgmt_kinds(item.value);
+    if (kinds != 0)
+        at->kinds = kinds;
+    if (kelm_asks_for_proof(item.value))
+        at->asks_for_proof = true;
+}
+
+void _take_version(reading *at, const cfgitem &item)
+{
+    const auto version = static_cast<uint32_t>(atoi(item.value));
+    at->is_wpa = version != 0;
+    at->ap->wpa_version = version < VERSION_END ? version : WPS_VERSION_MIXED;
+}
+
+struct hostapd_key {
+    const char *key;
+    void (*take)(reading *at, const cfgitem &item);
+};
+
+// "auth_algs" is left out on purpose: it would say open or shared, the record's one place for that
+// is the WEP type, and the scripts would take the access point for a WEP one.
+constexpr hostapd_key HOSTAPD_KEYS[] = {
+    {"ssid", _take_ssid},
+    {"ssid2", _take_ssid2},
+    {"wpa_psk", _take_passphrase},
+    {"wpa_passphrase", _take_passphrase},
+    {"wpa_psk_file", _note_psk_file},
+    {"sae_password", _take_sae_password},
+    {"wpa_pairwise", _take_pairwise},
+    {"wpa_key_mgmt", _take_key_mgmt},
+    {"wpa", _take_version},
+};
+
+void _take_item(reading *at, const cfgitem &item)
+{
+    for (const hostapd_key &row : HOSTAPD_KEYS) {
+        if (strcmp(item.key, row.key) == 0) {
+            row.take(at, item);
+            return;
+        }
+    }
+}
+
+// The key and the security, once all lines are read. Without a key an access point is open, unless
+// it is one that needs none. False for one that lets stations in by other keys than everybody's.
+bool _settle_security(const reading &at)
+{
+    if (at.has_left_out && kelm_is_sae_only(at.kinds))
+        return false;
+    const bool has_sae_password = at.sae_password[0] != '\0';
+    if (has_sae_password && (!at.has_passphrase || kelm_is_sae_only(at.kinds)))
+        copy_text(at.ap->password, at.sae_password);
+    const bool has_key = at.has_passphrase || has_sae_password;
+    uint32_t version = at.ap->wpa_version;
+    const uint32_t mode = kelm_key_mgmt_mode(at.kinds, has_key, &version);
+    if (!has_key && mode != WPS_AUTH_OWE)
+        return !(at.is_wpa && at.asks_for_proof);
+    at.ap->sec_type = mode;
+    at.ap->wpa_version = version;
+    return true;
+}
+
+}  // namespace
+
+void rtk_hostapd_path(const kelm_session &session, char (&path)[HOSTAPD_PATH_SIZE])
+{
+    (void)snprintf(path, sizeof path, "/tmp/run/hostapd-%s.conf", session.ifName);
+}
+
+// The lines behind "bss=" belong to another network on the same radio.
+bool rtk_take_hostapd_network(const hapd_wpasupp_cfgitem *first, wps_ap_band_config *ap, bool quiet)
+{
+    reading at = {};
+    at.ap = ap;
+    at.quiet = quiet;
+    _clear_security(ap);
+    for (const cfgitem *item = first; item != nullptr; item = item->next) {
+        if (strcmp(item->key, "bss") == 0)
+            break;
+        _take_item(&at, *item);
+    }
+    return _settle_security(at);
+}
+
+}  // namespace kelm

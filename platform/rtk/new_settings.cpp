@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: ISC
+// The announcement of new settings, and the wait for the file that goes with it.
+#include "platform/rtk/new_settings.h"
+
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+
+#include <poll.h>
+#include <sys/stat.h>
+
+#include "core/session.h"
+#include "core/signals.h"
+#include "core/text.h"
+#include "platform/rtk/hostapd_file.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr int LOOK_EVERY_MS = 10;
+constexpr const char *BLANKS = " \t\r\n";
+
+// Attributes of an announcement, as Wi-Fi Protected Setup numbers them.
+constexpr uint16_t ATTR_AUTH_TYPE = 0x1003;
+constexpr uint16_t ATTR_CREDENTIAL = 0x100e;
+constexpr uint16_t ATTR_NETWORK_KEY = 0x1027;
+constexpr uint16_t ATTR_SSID = 0x1045;
+constexpr uint16_t AUTH_WITH_KEY = 0x0022;  // WPA and WPA2 personal
+constexpr size_t ATTR_HEAD = 4;             // type and length, two bytes each
+constexpr size_t PAYLOAD_MAX = 1024;        // bytes; more than an event holds
+
+// What tells one version of a file from another.
+struct file_version {
+    dev_t device;
+    ino_t node;
+    off_t size;
+    timespec written;
+};
+
+enum class announcement { none, without_content, with_content, not_understood };
+
+struct announced_settings {
+    announcement kind;
+    bool has_come;  // its file has, by the end of the wait
+    int64_t deadline_ms;
+    char ssid[WPS_SSID_SIZE];
+    char key[WPS_PASSWORD_SIZE];  // empty: an open network
+};
+
+// One band's access point.
+struct settings_watch {
+    announced_settings announced;
+    file_version known;
+    wps_ap_band_config stored;  // by the last write-back
+    bool has_known;
+    bool has_stored;
+};
+settings_watch watches[KELM_BAND_COUNT];
+
+int64_t _now_ms()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// All zero for a file that is not there.
+file_version _version_of(int band)
+{
+    char path[HOSTAPD_PATH_SIZE];
+    rtk_hostapd_path(*kelm_get_wps_session(band), path);
+    struct stat there = {};
+    if (::stat(path, &there) != 0)
+        there = {};
+    return {there.st_dev, there.st_ino, there.st_size, there.st_mtim};
+}
+
+bool _is_same(const file_version &one, const file_version &other)
+{
+    return one.device == other.device && one.node == other.node && one.size == other.size &&
+           one.written.tv_sec == other.written.tv_sec &&
+           one.written.tv_nsec == other.written.tv_nsec;
+}
+
+// What the band's file says, with the name where switched_on. False when there is none, or it says
+// what cannot be stored.
+bool _read_file(int band, uint8_t switched_on, wps_ap_band_config *ap)
+{
+    char path[HOSTAPD_PATH_SIZE];
+    rtk_hostapd_path(*kelm_get_wps_session(band), path);
+    const unique_cfg_tree tree(kelm_parse_hostapd_config(path, true));
+    if (!tree)
+        return false;
+    ap->ap_bss_enabled = switched_on;
+    return rtk_take_hostapd_network(tree.get(), ap, true);
+}
+
+// --- What an announcement says ---
+
+struct attributes {
+    const uint8_t *ssid;
+    size_t ssid_length;
+    const uint8_t *key;
+    size_t key_length;
+    uint16_t auth_type;
+};
+
+uint16_t _number(const uint8_t *bytes)
+{
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+// The first of each kind counts.
+void _take_attribute(uint16_t type, const uint8_t *value, size_t length, attributes *found)
+{
+    if (type == ATTR_SSID && found->ssid == nullptr) {
+        found->ssid = value;
+        found->ssid_length = length;
+    } else if (type == ATTR_NETWORK_KEY && found->key == nullptr) {
+        found->key = value;
+        found->key_length = length;
+    } else if (type == ATTR_AUTH_TYPE && length == 2 && found->auth_type == 0) {
+        found->auth_type = _number(value);
+    }
+}
+
+// False for bytes that are no attributes, one behind the other. A credential holds attributes of
+// its own, which follow its head: read on inside.
+bool _read_attributes(const uint8_t *bytes, size_t length, attributes *found)
+{
+    size_t at = 0;
+    while (at < length) {
+        if (length - at < ATTR_HEAD)
+            return false;
+        const uint16_t type = _number(bytes + at);
+        const size_t size = _number(bytes + at + 2);
+        at += ATTR_HEAD;
+        if (size > length - at)
+            return false;
+        if (type == ATTR_CREDENTIAL)
+            continue;
+        _take_attribute(type, bytes + at, size, found);
+        at += size;
+    }
+    return true;
+}
+
+// Some registrars fill the fields up with zeros; hostapd takes them off as well.
+size_t _without_zeros(const uint8_t *bytes, size_t length)
+{
+    while (length > 0 && bytes[length - 1] == 0)
+        --length;
+    return length;
+}
+
+// False for what names no network that hostapd could write down.
+bool _take_content(const attributes &found, announced_settings *announced)
+{
+    const size_t name = found.ssid != nullptr ? _without_zeros(found.ssid, found.ssid_length) : 0;
+    if (name == 0 || name >= WPS_SSID_SIZE || found.auth_type == 0)
+        return false;
+    copy_ssid(announced->ssid, reinterpret_cast<const char *>(found.ssid), name);
+    copy_text(announced->key, "");
+    if ((found.auth_type & AUTH_WITH_KEY) == 0)
+        return true;
+    const size_t key = found.key != nullptr ? _without_zeros(found.key, found.key_length) : 0;
+    if (key == 0 || key >= WPS_PASSWORD_SIZE || memchr(found.key, '\0', key) != nullptr)
+        return false;
+    copy_text(announced->key, sizeof announced->key, reinterpret_cast<const char *>(found.key),
+              key);
+    return true;
+}
+
+announcement _read_payload(const char *payload, announced_settings *announced)
+{
+    payload += strspn(payload, BLANKS);
+    const size_t digits = strcspn(payload, BLANKS);
+    if (digits == 0)
+        return announcement::without_content;
+    uint8_t bytes[PAYLOAD_MAX] = {};
+    attributes found = {};
+    if (digits % 2 != 0 || digits / 2 > sizeof bytes ||
+        strspn(payload, "0123456789abcdefABCDEF") != digits ||
+        _convert_hexstr_to_bytes(payload, bytes, digits / 2) != 0 ||
+        !_read_attributes(bytes, digits / 2, &found) || !_take_content(found, announced))
+        return announcement::not_understood;
+    return announcement::with_content;
+}
+
+// --- Whether the file is the announced one ---
+
+bool _holds(int band, const announced_settings &announced)
+{
+    wps_ap_band_config ap = {};
+    return _read_file(band, 1, &ap) && memcmp(ap.ssid, announced.ssid, sizeof ap.ssid) == 0 &&
+           strcmp(ap.password, announced.key) == 0;
+}
+
+bool _has_come(int band, const settings_watch &watch, const file_version &now)
+{
+    switch (watch.announced.kind) {
+    case announcement::with_content:
+        return _holds(band, watch.announced);
+    case announcement::without_content:
+        return !watch.has_known || !_is_same(now, watch.known);
+    case announcement::none:
+    case announcement::not_understood:
+        return true;
+    }
+    return true;
+}
+
+bool _wait_for_file(int band, const settings_watch &watch)
+{
+    file_version seen = _version_of(band);
+    bool has_come = _has_come(band, watch, seen);
+    while (!has_come && !kelm_is_ending() && _now_ms() < watch.announced.deadline_ms) {
+        (void)::poll(nullptr, 0, LOOK_EVERY_MS);
+        const file_version now = _version_of(band);
+        if (_is_same(now, seen))
+            continue;
+        seen = now;
+        has_come = _has_come(band, watch, now);
+    }
+    return has_come;
+}
+
+// Without its content an announcement is that of a key: hostapd makes one for the first client of
+// an open access point.
+bool _tells_a_key(const announced_settings &announced)
+{
+    return announced.kind == announcement::without_content ||
+           (announced.kind == announcement::with_content && announced.key[0] != '\0');
+}
+
+}  // namespace
+
+void rtk_note_hostapd_file(int band)
+{
+    if (kelm_get_wps_session(band) == nullptr)
+        return;
+    watches[band].has_known = true;
+    watches[band].known = _version_of(band);
+}
+
+void rtk_note_new_settings(int band, const char *payload)
+{
+    if (kelm_get_wps_session(band) == nullptr)
+        return;
+    announced_settings &announced = watches[band].announced;
+    announced = {};
+    announced.kind = _read_payload(payload, &announced);
+    announced.deadline_ms = _now_ms() + RTK_NEW_SETTINGS_LIMIT_MS;
+}
+
+// Once for each event: after its write-back the file is no news any more, and would be waited for
+// in vain.
+bool rtk_wait_for_new_settings(int band)
+{
+    announced_settings &announced = watches[band].announced;
+    if (announced.has_come)
+        return !_tells_a_key(announced);
+    announced.has_come = _wait_for_file(band, watches[band]);
+    return announced.has_come || !_tells_a_key(announced);
+}
+
+void rtk_note_stored_settings(int band, const wps_ap_band_config &stored)
+{
+    settings_watch &watch = watches[band];
+    watch.has_stored = true;
+    watch.stored = stored;
+}
+
+// A file that has no key, or is not what was told, may be one that is being made anew by the
+// scripts.
+bool rtk_has_newer_settings(int band)
+{
+    const settings_watch &watch = watches[band];
+    if (watch.announced.kind == announcement::none)
+        return false;
+    if (watch.announced.kind == announcement::with_content && !_holds(band, watch.announced))
+        return false;
+    wps_ap_band_config ap = {};
+    if (!_read_file(band, watch.has_stored ? watch.stored.ap_bss_enabled : 1, &ap) ||
+        ap.password[0] == '\0')
+        return false;
+    return !watch.has_stored || memcmp(ap.ssid, watch.stored.ssid, sizeof ap.ssid) != 0 ||
+           strcmp(ap.password, watch.stored.password) != 0;
+}
+
+void rtk_forget_new_settings(int band)
+{
+    if (kelm_get_wps_session(band) == nullptr)
+        return;
+    watches[band] = {};
+    rtk_note_hostapd_file(band);
+}
+
+}  // namespace kelm

@@ -1,0 +1,108 @@
+# shellcheck shell=bash
+# SPDX-License-Identifier: ISC
+# What script/test and script/steady share: the suites, and that no process of theirs outlives them.
+# The caller sets -euo pipefail, is in the tree's root, calls begin_run "$@" first, and sets "results",
+# the folder for result files, before it calls a suite.
+results=
+
+# Every process of a run carries this name in its environment. A process group would not do: the
+# daemons under test lead sessions of their own.
+readonly RUN_MARK=KELM_RUN_$$
+
+on_exit() {
+    env -u "$RUN_MARK" tests/end_marked "$RUN_MARK" $$ || echo "${0##*/}: not all processes ended" >&2
+    rm -rf "$run_dir"
+}
+
+# on_signal NAME STATUS
+on_signal() {
+    trap '' INT TERM
+    echo "${0##*/}: ended by $1" >&2
+    exit "$2"
+}
+
+# Begins the script anew as a marked process, once; makes a folder "run_dir" that goes with it.
+begin_run() {
+    [ -n "${!RUN_MARK-}" ] || exec env "$RUN_MARK=1" /bin/bash "script/${0##*/}" "$@"
+    # Not under /tmp, which the function tests replace by one of their own.
+    run_dir=$(mktemp -d /var/tmp/kelm-test.XXXXXX)
+    trap on_exit EXIT
+    trap 'on_signal INT 130' INT
+    trap 'on_signal TERM 143' TERM
+}
+
+# Runs a function or command and returns its status; a signal ends the wait at once. In a group of
+# its own, or the shell would have it ignore an interrupt, and the programs under test with it.
+run_watched() {
+    set -m
+    "$@" &
+    set +m
+    wait $!
+}
+
+readonly SHARDS=2  # of each unit test program
+
+build() {
+    local log=$results/configure-$1.log
+    cmake --preset "$1" -G Ninja >"$log" || {
+        cat "$log"
+        return 1
+    }
+    cmake --build --preset "$1"
+}
+
+# The tests wait more than they work, each process in a world of its own: all shards run at once.
+unit() {
+    local build=build-$1 failures=0 program shard name
+    local -A running=()
+    local programs="unit/core_tests unit/unit_tests"
+    # Where OpenWrt's own libraries are installed there are no stand-ins to test.
+    [ ! -d "$build/hostlibs" ] || programs="$programs hostlibs/hostlibs_tests"
+    for program in $programs; do
+        for ((shard = 0; shard < SHARDS; ++shard)); do
+            name=$1-${program##*/}-$shard
+            GTEST_TOTAL_SHARDS=$SHARDS GTEST_SHARD_INDEX=$shard "$build/tests/$program" \
+                --gtest_brief=1 --gtest_output="xml:$results/$name.xml" >"$results/$name.log" 2>&1 &
+            running[$name]=$!
+        done
+    done
+    for name in "${!running[@]}"; do
+        wait "${running[$name]}" || {
+            failures=1
+            echo "== $name"
+            cat "$results/$name.log"
+        }
+    done
+    return "$failures"
+}
+
+attempt() {
+    /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/attempt --build "build-$1" \
+        --junitxml="$results/$1-attempt.xml"
+}
+
+# Processes of another user take part, which takes root.
+attack() {
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            echo "The attacks need root, to start processes of another user: run this as root or install sudo."
+            return 1
+        fi
+        # sudo empties the environment; the mark and the sanitizers' options are to come along.
+        as_root=(sudo env "$RUN_MARK=1" PYTHONDONTWRITEBYTECODE=1
+            "ASAN_OPTIONS=$ASAN_OPTIONS" "UBSAN_OPTIONS=$UBSAN_OPTIONS" "TSAN_OPTIONS=$TSAN_OPTIONS")
+    fi
+    # pytest fails where it finds no test, and says so at the end only.
+    if ! compgen -G 'tests/attack/test_*.py' >/dev/null; then
+        echo "There is no attack in tests/attack: nothing was tested."
+        return 1
+    fi
+    "${as_root[@]}" /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/attack \
+        --build "build-$1" --junitxml="$results/$1-attack.xml"
+}
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:detect_stack_use_after_return=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+# The bus thread is never joined, and ends before the process does where there is no broker.
+export TSAN_OPTIONS=${TSAN_OPTIONS:-report_thread_leaks=0}
