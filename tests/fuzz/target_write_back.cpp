@@ -5,9 +5,10 @@
 // An input's first bytes choose the device, the way and two bands; the rest is the files of both
 // interfaces, parted by a line "---".
 //
-// Properties: without a learnt network nothing is written and no record changes; with one the files
-// hold its name and its key, cut to their fields, and texts of the known vocabulary; only the keys
-// of the band are there; no other session changes.
+// Properties: without a learnt network nothing is written and no record changes; nor is it for an
+// access point that has no key for everybody; otherwise the files hold the network's name and its
+// key, cut to their fields, and texts of the known vocabulary; only the keys of the band are there;
+// no other session changes.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -55,10 +56,18 @@ std::string unspelt(const std::string &digits)
     return bytes;
 }
 
+bool is_in_quotes(const std::string &value)
+{
+    return value.size() >= 2 && value.front() == '"' && value.back() == '"';
+}
+
 // The SSID of an item, by a second reading.
 std::string name_of(const hapd_wpasupp_cfgitem *item)
 {
     const std::string value = item->value;
+    // A zero byte hides the line's end and leaves the value its quotes.
+    if (!item->quoted && is_in_quotes(value))
+        return value.substr(1, value.size() - 2).substr(0, 32);
     const bool bare = !item->quoted && value.size() % 2 == 0 &&
                       value.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
     return (bare ? unspelt(value) : value).substr(0, 32);
@@ -111,8 +120,9 @@ const hapd_wpasupp_cfgitem *learnt_block(const hapd_wpasupp_cfgitem *item)
 
 struct learnt {
     bool found;
-    bool named;  // the SSID is known
-    bool keyed;  // the password is: one for SAE alone depends on more
+    bool named;           // the SSID is known
+    bool keyed;           // the password is: one for SAE alone depends on more
+    bool has_passphrase;  // an access point with one is never refused
     std::string ssid;
     std::string password;
 };
@@ -122,10 +132,12 @@ learnt learnt_by_station(const char *path)
     const kelm::unique_cfg_tree tree(kelm::wps_hapd_wpasupp_config_parse(path));
     const hapd_wpasupp_cfgitem *network = learnt_block(tree.get());
     if (network == nullptr)
-        return {false, false, false, "", ""};
+        return {false, false, false, false, "", ""};
     const hapd_wpasupp_cfgitem *name = last_item(network->child, "ssid");
-    return {true, name == nullptr || !has_escapes(name),
+    return {true,
+            name == nullptr || !has_escapes(name),
             last_item(network->child, "sae_password") == nullptr,
+            false,
             name != nullptr ? name_of(name) : "",
             last_value(network->child, {"psk"}).substr(0, 64)};
 }
@@ -211,21 +223,20 @@ void write_back_station(int ap_band, int sta_band, bool mesh)
 // What hostapd's file says of its first network.
 learnt learnt_from_access_point(const hapd_wpasupp_cfgitem *item)
 {
-    learnt found = {item != nullptr, true, true, "", ""};
+    learnt found = {item != nullptr, true, true, false, "", ""};
     for (; item != nullptr && strcmp(item->key, "bss") != 0; item = item->next) {
         if (strcmp(item->key, "ssid") == 0) {
             found.ssid = std::string(item->value).substr(0, 32);
             found.named = true;
         }
         if (strcmp(item->key, "ssid2") == 0) {
-            const std::string value = item->value;
-            const bool in_quotes = value.size() >= 2 && value.front() == '"' && value.back() == '"';
-            found.ssid =
-                in_quotes ? value.substr(1, value.size() - 2).substr(0, 32) : name_of(item);
+            found.ssid = name_of(item);
             found.named = !has_escapes(item);
         }
-        if (is_one_of(item->key, {"wpa_psk", "wpa_passphrase"}))
+        if (is_one_of(item->key, {"wpa_psk", "wpa_passphrase"})) {
             found.password = std::string(item->value).substr(0, 64);
+            found.has_passphrase = true;
+        }
         if (strcmp(item->key, "sae_password") == 0)
             found.keyed = false;
     }
@@ -236,10 +247,14 @@ void write_back_access_point(int band)
 {
     const kelm::unique_cfg_tree tree(kelm::kelm_parse_hostapd_config(ACCESS_POINTS[band]));
     const learnt network = learnt_from_access_point(tree.get());
-    PROPERTY(kelm::rtk_ap_patching_back(band) == (network.found ? 0 : -1));
-    PROPERTY(kelm_test::file_exists(kelm::WPS_AP_FILE) == network.found);
-    if (!network.found)
+    const bool written = kelm::rtk_ap_patching_back(band) == 0;
+    PROPERTY(kelm_test::file_exists(kelm::WPS_AP_FILE) == written);
+    if (!written) {
+        // Refused: a file that names no network, or no key that lets everybody in.
+        PROPERTY(!network.found || !network.has_passphrase || !network.keyed);
         return;
+    }
+    PROPERTY(network.found);
     const std::string suffix = SUFFIXES[band];
     const kelm::unique_json ap = file_object(kelm::WPS_AP_FILE);
     check_keys_of(ap, suffix);
