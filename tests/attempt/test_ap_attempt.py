@@ -619,7 +619,7 @@ def test_a_pin_goes_to_the_enabled_bands_only(router):
 
 
 @pytest.mark.parametrize('pin, word', [
-    ('1234567099', '12345670'),
+    ('12345670', '12345670'),
     ('1234-567', '1234-567'),
     (';>/tmp/x', "';>/tmp/x'"),
     ('`>/tmp/`', "'`>/tmp/`'"),
@@ -640,6 +640,24 @@ def test_a_pin_of_the_bus_reaches_hostapd_cli_as_one_word(router, pin, word):
         hostapd_cli('2g', f'wps_pin any {word}'), hostapd_cli('5g', f'wps_pin any {word}')]
     made = {name for name in os.listdir('/tmp') if not name.startswith('wpa_ctrl_')} - before
     assert made == {'kelm.info'}
+
+
+@pytest.mark.parametrize('pin, line', [
+    (None, 'Invalid pin (no text).'),
+    ('', 'Invalid pin (no text).'),
+    ('123456789', 'Invalid pin (longer than 8 characters).'),
+    (';ubus x;' * 40, 'Invalid pin (longer than 8 characters).'),
+], ids=['none', 'empty', 'nine', 'many'])
+def test_a_start_without_a_whole_pin_does_nothing_but_a_line(router, pin, line):
+    router.start()
+    router.world.forget_commands()
+    router.console.forget()
+    router.request(method=PIN_METHOD, pin=pin)
+    router.wait_line(line)
+    router.settle()
+    assert [said for said in router.console.lines() if said not in PROBE_LINES] == [line]
+    assert router.commands() == []
+    assert router.world.read('/tmp/kelm.info') is None
 
 
 @pytest.mark.parametrize('pin, word', [

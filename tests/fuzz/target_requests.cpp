@@ -109,12 +109,18 @@ void expect_wps_cli(blob_buf *buffer, kelm_fuzz::input *input, expectation *expe
     expected->request = has_action && has_method;
     expected->record.action = as_request_number(action);
     expected->record.method = as_request_number(method);
-    if (input->choice(2) == 0)
-        return;
-    const std::string pin = input->line();
-    blobmsg_add_string(buffer, "pin", pin.c_str());
-    if (expected->record.method == kelm::IBUS_WPS_METHOD_PIN)
-        strncpy(expected->record.pin, pin.c_str(), sizeof expected->record.pin);
+    const bool is_start = expected->record.action == kelm::IBUS_WPS_ACTION_START;
+    const bool by_pin = expected->record.method == kelm::IBUS_WPS_METHOD_PIN;
+    size_t length = 0;
+    if (input->choice(2) != 0) {
+        const std::string pin = input->line();
+        blobmsg_add_string(buffer, "pin", pin.c_str());
+        length = strlen(pin.c_str());
+        if (by_pin)
+            strncpy(expected->record.pin, pin.c_str(), sizeof expected->record.pin);
+    }
+    if (is_start && by_pin && (length == 0 || length > sizeof expected->record.pin))
+        expected->request = false;
 }
 
 // Members whose meaning is known; gpio asks for "type", wifi for "action".

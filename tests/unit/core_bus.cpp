@@ -612,10 +612,10 @@ TEST_IN_FRESH_PROCESS(bus_events, a_wps_cli_request_takes_integers_of_any_width)
          "a 2 1"},
         {"16 bits",
          [](blob_buf *body) {
-             blobmsg_add_u16(body, "action", 1);
-             blobmsg_add_u16(body, "method", 2);
+             blobmsg_add_u16(body, "action", 2);
+             blobmsg_add_u16(body, "method", 3);
          },
-         "a 1 2"},
+         "a 2 3"},
         {"32 bits", wps_cli(1, 1), "a 1 1"},
         {"64 bits",
          [](blob_buf *body) {
@@ -716,32 +716,44 @@ TEST_IN_FRESH_PROCESS(bus_events, a_pin_is_at_most_eight_characters_without_a_te
 {
     start_core(KELM_MODE_AP, DUAL_BAND);
     const bus running;
-    struct row {
-        const char *pin;
-        const char *kept;
-    };
-    const row rows[] = {
-        {nullptr, ""},
-        {"", ""},
-        {"123", "123"},
-        {"1234", "1234"},
-        {"12345", "12345"},
-        {"12345670", "12345670"},
-        {"123456789", "12345678"},
-        {"$(id)\"';", "$(id)\"';"},
-    };
-    for (const row &each : rows)
-        bus::expect_record("a 1 2" + as_words(each.kept), "wps_cli", wps_cli(1, 2, each.pin));
+    for (const char *pin : {"1", "123", "1234", "12345", "12345670", "$(id)\"';"})
+        bus::expect_record("a 1 2" + as_words(pin), "wps_cli", wps_cli(1, 2, pin));
 }
 
-TEST_IN_FRESH_PROCESS(bus_events, a_number_is_no_pin)
+TEST_IN_FRESH_PROCESS(bus_events, a_start_whose_pin_is_missing_or_too_long_is_refused)
 {
     start_core(KELM_MODE_AP, DUAL_BAND);
     const bus running;
-    bus::expect_record("a 1 2", "wps_cli", [](blob_buf *body) {
+    const message with_a_number = [](blob_buf *body) {
         wps_cli(1, 2)(body);
         blobmsg_add_u32(body, "pin", 12345670);
-    });
+    };
+    const std::string long_pin(4000, '1');
+    struct row {
+        message fill;
+        const char *told;
+    };
+    const row rows[] = {
+        {wps_cli(1, 2), "Invalid pin (no text).\n"},
+        {wps_cli(1, 2, ""), "Invalid pin (no text).\n"},
+        {with_a_number, "Invalid pin (no text).\n"},
+        {wps_cli(1, 2, "123456789"), "Invalid pin (longer than 8 characters).\n"},
+        {wps_cli(1, 2, long_pin.c_str()), "Invalid pin (longer than 8 characters).\n"},
+    };
+    for (const row &each : rows) {
+        bus::expect_record("", "wps_cli", each.fill);
+        EXPECT_EQ(each.told, console_messages());
+    }
+}
+
+TEST_IN_FRESH_PROCESS(bus_events, only_a_start_needs_a_pin)
+{
+    start_core(KELM_MODE_AP, DUAL_BAND);
+    const bus running;
+    bus::expect_record("a 2 2", "wps_cli", wps_cli(2, 2));
+    bus::expect_record("a 2 2" + as_words("12345678"), "wps_cli", wps_cli(2, 2, "123456789"));
+    bus::expect_record("a 1 1", "wps_cli", wps_cli(1, 1, ""));
+    bus::expect_record("a 9 2", "wps_cli", wps_cli(9, 2));
 }
 
 TEST_IN_FRESH_PROCESS(bus_events, a_pin_counts_with_method_2_only)
