@@ -45,6 +45,8 @@ int main(int argc, char **)
     if (kelm::kelm_create_pid_file() != 0)
         return -1;
     kelm::kelm_guard_pid_file();
+    // Whoever sends a console log sends the version along.
+    kelm_log_always("kelm " KELM_VERSION "\n");
     const int result = kelm::_serve();
     kelm::kelm_leave();
     return result;

@@ -3,6 +3,7 @@
 import contextlib
 import json
 import os
+import re
 import shlex
 import signal
 import time
@@ -23,6 +24,16 @@ BUTTON_METHOD, PIN_METHOD = 1, 2
 PROBE_LINES = ('Invalid action.', 'ibus event: 10', 'Invalid wps_cli action.')
 # What the bus event of a press looks like in the log.
 PRESS_TEXT = '{"type":"wps","pressed":1}'
+
+
+def _version():
+    build_file = os.path.join(os.path.dirname(__file__), '..', '..', 'CMakeLists.txt')
+    with open(build_file, encoding='utf-8') as lines:
+        return re.search(r'^project\(kelm VERSION (\S+)', lines.read(), re.MULTILINE)[1]
+
+
+# The first line of every run: a console log tells which kelm wrote it.
+VERSION_LINE = f'kelm {_version()}'
 
 
 class Router:

@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from router import hostapd_cli, settings_line
+from router import VERSION_LINE, hostapd_cli, settings_line
 from world import wait_for
 
 PIN_OFF = [hostapd_cli('2g', 'wps_ap_pin disable'), hostapd_cli('5g', 'wps_ap_pin disable')]
@@ -45,6 +45,7 @@ def test_the_daemon_leads_its_own_session_with_null_on_its_standard_descriptors(
 def test_a_normal_start_sets_the_pins_and_opens_the_control_sockets(router):
     router.start()
     assert router.start_lines == [
+        VERSION_LINE,
         'create ibus thread successfully',
         settings_line(),
         settings_line(),
@@ -73,7 +74,7 @@ def test_a_stale_pid_file_blocks_every_start_until_it_is_removed(router):
     os.unlink('/tmp/kelm.pid')
     router.console.forget()
     router.start()
-    assert router.start_lines[0] == 'create ibus thread successfully'
+    assert router.start_lines[:2] == [VERSION_LINE, 'create ibus thread successfully']
 
 
 def test_a_second_instance_leaves_the_first_one_alone(router):
@@ -118,7 +119,7 @@ def test_a_start_that_fails_removes_its_pid_file_and_restarts_nothing(router, pa
     assert daemon.wait_exit(poke=False) == 255
     assert os.path.lexists('/tmp/kelm.pid') is False
     shown = [line for line in router.console.lines() if not line.startswith('enabled: ')]
-    assert shown == ['create ibus thread successfully', *lines, 'kelm open failed.']
+    assert shown == [VERSION_LINE, 'create ibus thread successfully', *lines, 'kelm open failed.']
     assert router.commands() == []
 
 
@@ -127,7 +128,8 @@ def test_a_runtime_file_without_a_number_for_the_mode_means_repeater(router):
     router.start(bands=())
     # A repeater without stations: neither PINs nor control sockets of hostapd.
     assert router.commands() == []
-    assert router.start_lines == ['create ibus thread successfully', settings_line()]
+    assert router.start_lines == [
+        VERSION_LINE, 'create ibus thread successfully', settings_line()]
 
 
 def test_a_device_file_that_fills_the_read_is_taken_whole(router):
@@ -154,6 +156,7 @@ def test_hostapd_not_there_at_start_ends_the_daemon(router):
     assert daemon.command_status == 0
     assert daemon.wait_exit(poke=False) == 255
     assert router.console.lines() == [
+        VERSION_LINE,
         'create ibus thread successfully',
         settings_line(),
         settings_line(),
