@@ -78,6 +78,28 @@ void leave_the_machines_mounts()
     become_root_of_own_users(uid, gid);
 }
 
+// Makes / a mount point, which the root folder of a plain chroot is not. Mounts there might show up
+// outside, and what cannot be named cannot be made private: so a copy of the whole tree goes over a
+// mount that can, and becomes the root.
+void stand_on_a_mount()
+{
+    char here[4096];
+    check(getcwd(here, sizeof here) != nullptr, "getcwd");
+    mount_or_fail("none", "/proc", nullptr, MS_REC | MS_PRIVATE, nullptr);
+    mount_or_fail("/", "/proc", nullptr, MS_BIND | MS_REC, nullptr);
+    mount_or_fail("none", "/proc", nullptr, MS_REC | MS_PRIVATE, nullptr);
+    check(chroot("/proc") == 0, "chroot");
+    check(chdir(here) == 0, std::string("chdir ") + here);
+}
+
+void make_mounts_private()
+{
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
+        return;
+    check(errno == EINVAL, "make mounts private");
+    stand_on_a_mount();
+}
+
 int open_folder(const char *path)
 {
     const int fd = open(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -192,7 +214,7 @@ void remove_tree(const std::string &path)
 void enter_private_world(const char *source_dir, const char *build_dir)
 {
     leave_the_machines_mounts();
-    mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+    make_mounts_private();
     const int source = open_folder(source_dir);
     const int build = open_folder(build_dir);
     mount_or_fail("tmpfs", "/mnt", "tmpfs", 0, "mode=755");

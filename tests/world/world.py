@@ -7,6 +7,7 @@ and /usr/bin with a writable layer, a /dev of its own whose console is a FIFO, t
 """
 import contextlib
 import ctypes
+import errno
 import fcntl
 import mmap
 import os
@@ -98,6 +99,29 @@ def gain_privilege():
     _write('/proc/self/gid_map', f'0 {gid} 1')
     if not _may_unshare_mounts():
         raise WorldError(MISSING_PRIVILEGE)
+
+
+def _stand_on_a_mount():
+    """Makes / a mount point, which the root folder of a plain chroot is not.
+
+    Mounts there might show up outside, and what cannot be named cannot be made private: so a copy
+    of the whole tree goes over a mount that can, and becomes the root.
+    """
+    here = os.getcwd()
+    _mount('none', '/proc', flags=MS_REC | MS_PRIVATE)
+    _mount('/', '/proc', flags=MS_BIND | MS_REC)
+    _mount('none', '/proc', flags=MS_REC | MS_PRIVATE)
+    os.chroot('/proc')
+    os.chdir(here)
+
+
+def _leave_the_machines_mounts():
+    _check(_libc.unshare(CLONE_NEWNS), MISSING_PRIVILEGE)
+    if _libc.mount(b'none', b'/', None, ctypes.c_ulong(MS_REC | MS_PRIVATE), None) == 0:
+        return
+    if ctypes.get_errno() != errno.EINVAL:
+        _check(-1, 'making mounts private')
+    _stand_on_a_mount()
 
 
 def _bind_folder(descriptor, target):
@@ -259,8 +283,7 @@ class World:
     def __init__(self, source_dir, build_dir):
         _check(_libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 'prctl')
         _hear_signals()
-        _check(_libc.unshare(CLONE_NEWNS), MISSING_PRIVILEGE)
-        _mount('none', '/', flags=MS_REC | MS_PRIVATE)
+        _leave_the_machines_mounts()
         source = os.open(source_dir, os.O_PATH | os.O_DIRECTORY)
         build = os.open(build_dir, os.O_PATH | os.O_DIRECTORY)
         _mount('tmpfs', '/mnt', 'tmpfs', 0, 'mode=755')
