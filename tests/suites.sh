@@ -1,29 +1,33 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: ISC
 # What script/test and script/steady share: the suites, and that no process of theirs outlives them.
-# The caller sets -euo pipefail, is in the tree's root, calls begin_run "$@" first, and sets "results",
-# the folder for result files, before it calls a suite.
+# The caller sets -euo pipefail and "self", is in the tree's root, has read script/lib/advice.sh, calls
+# begin_run "$@" first, and sets "results", the folder for result files, before it calls a suite.
+: "${self:?}"
 results=
+
+# What the names of the build folders begin with.
+readonly builds_at=${KELM_BUILD:-build}
 
 # Every process of a run carries this name in its environment. A process group would not do: the
 # daemons under test lead sessions of their own.
 readonly RUN_MARK=KELM_RUN_$$
 
 on_exit() {
-    env -u "$RUN_MARK" tests/end_marked "$RUN_MARK" $$ || echo "${0##*/}: not all processes ended" >&2
+    env -u "$RUN_MARK" tests/end_marked "$RUN_MARK" $$ || echo "${self##*/}: not all processes ended" >&2
     rm -rf "$run_dir"
 }
 
 # on_signal NAME STATUS
 on_signal() {
     trap '' INT TERM
-    echo "${0##*/}: ended by $1" >&2
+    echo "${self##*/}: ended by $1" >&2
     exit "$2"
 }
 
 # Begins the script anew as a marked process, once; makes a folder "run_dir" that goes with it.
 begin_run() {
-    [ -n "${!RUN_MARK-}" ] || exec env "$RUN_MARK=1" /bin/bash "script/${0##*/}" "$@"
+    [ -n "${!RUN_MARK-}" ] || exec env "$RUN_MARK=1" /bin/bash "$self" "$@"
     # Not under /tmp, which the function tests replace by one of their own.
     run_dir=$(mktemp -d /var/tmp/kelm-test.XXXXXX)
     trap on_exit EXIT
@@ -40,20 +44,26 @@ run_watched() {
     wait $!
 }
 
+# Most suites mount; where that cannot be it is told once, not by each test.
+need_world() {
+    local why
+    why=$(/usr/bin/python3 tests/world/try_world.py) || give_up "$why"
+}
+
 readonly SHARDS=2  # of each unit test program
 
 build() {
     local log=$results/configure-$1.log
-    cmake --preset "$1" -G Ninja >"$log" || {
+    cmake --preset "$1" -G Ninja -B "$builds_at-$1" >"$log" || {
         cat "$log"
         return 1
     }
-    cmake --build --preset "$1"
+    cmake --build "$builds_at-$1"
 }
 
 # The tests wait more than they work, each process in a world of its own: all shards run at once.
 unit() {
-    local build=build-$1 failures=0 program shard name
+    local build=$builds_at-$1 failures=0 program shard name
     local -A running=()
     local programs="unit/core_tests unit/unit_tests"
     # Where OpenWrt's own libraries are installed there are no stand-ins to test.
@@ -77,7 +87,7 @@ unit() {
 }
 
 attempt() {
-    /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/attempt --build "build-$1" \
+    /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/attempt --build "$builds_at-$1" \
         --junitxml="$results/$1-attempt.xml"
 }
 
@@ -99,7 +109,7 @@ attack() {
         return 1
     fi
     "${as_root[@]}" /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/attack \
-        --build "build-$1" --junitxml="$results/$1-attack.xml"
+        --build "$builds_at-$1" --junitxml="$results/$1-attack.xml"
 }
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:detect_stack_use_after_return=1}

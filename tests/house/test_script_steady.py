@@ -16,9 +16,10 @@ HANGS_S = 180  # the test runner is started for each run, on a busy machine too
 @pytest.fixture(name="tree")
 def small_tree(tmp_path):
     """The script in a tree of its own whose builds have function tests that pass."""
-    for folder in ("script", "tests"):
-        (tmp_path / folder).mkdir()
-    for name in ("script/steady", "tests/suites.sh", "tests/end_marked"):
+    for folder in ("script/lib", "tests/world"):
+        (tmp_path / folder).mkdir(parents=True)
+    (tmp_path / "tests/world/try_world.py").touch()
+    for name in ("script/steady", "script/lib/advice.sh", "tests/suites.sh", "tests/end_marked"):
         shutil.copy(ROOT / name, tmp_path / name)
     program(tmp_path / "script/bootstrap", "")
     program(tmp_path / "bin/cmake", "")

@@ -23,11 +23,14 @@ HANGS_S = 120
 @pytest.fixture(name="tree")
 def small_tree(tmp_path):
     """The script with its library in a tree of its own; what it runs there is written by a test."""
-    (tmp_path / "script").mkdir()
+    (tmp_path / "script/lib").mkdir(parents=True)
     (tmp_path / "tests/attack").mkdir(parents=True)
-    for name in ("script/test", "tests/suites.sh", "tests/summary.py", "tests/end_marked"):
+    for name in ("script/test", "script/lib/advice.sh", "tests/suites.sh", "tests/summary.py",
+                 "tests/end_marked"):
         shutil.copy(ROOT / name, tmp_path / name)
     program(tmp_path / "script/bootstrap", "")
+    (tmp_path / "tests/world").mkdir()
+    (tmp_path / "tests/world/try_world.py").touch()
     return tmp_path
 
 
@@ -116,7 +119,8 @@ def test_attacks_that_cannot_run_are_a_failure_and_say_why(tree, attack_file, bi
         (tree / "tests/attack" / attack_file).write_text("", encoding="utf-8")
     for name, text in {**bin_files, "cmake": "exit 0"}.items():
         program(tree / "bin" / name, text)
-    for name in ("bash", "env", "mktemp", "rm", "mkdir", "grep", "tr", "kill", "sleep", "dirname"):
+    for name in ("bash", "env", "mktemp", "rm", "mkdir", "grep", "tr", "kill", "sleep", "dirname",
+                 "readlink"):
         (tree / "bin" / name).symlink_to(shutil.which(name))
     status, lines = run(tree, "attack", path=str(tree / "bin"))
     assert status == 1
