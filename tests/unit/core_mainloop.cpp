@@ -373,7 +373,7 @@ TEST_IN_FRESH_PROCESS(mainloop, the_first_look_at_the_clock_starts_it_and_ends_n
 TEST_IN_FRESH_PROCESS(mainloop, a_repeater_gives_up_the_other_band_when_its_chance_falls_below_15)
 {
     start_boost();
-    drive_passes(100, 1);
+    drive_passes(7, 1);  // whatever still waits at the verdict would be heard first
     const calls all = run_loop();
     // 42, 35, 29, 24, 20, 17, 14
     EXPECT_EQ(7u, count_of(all, "ops band_tick(0)"));
@@ -381,9 +381,29 @@ TEST_IN_FRESH_PROCESS(mainloop, a_repeater_gives_up_the_other_band_when_its_chan
     EXPECT_EQ(0u, count_of(all, "ops band_tick(2)"));
     EXPECT_EQ(1u, count_of(all, "/etc/init.d/wps config_wifi"));
     EXPECT_NE(0u, kelm_get_wps_flags(1) & WPS_FLAG_WORKER_DONE);
-    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
+    EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_TERMINATE, kelm_flag);
     EXPECT_EQ(0, time_boost);
     EXPECT_EQ(TEST_NOW + 7, time_last_check);
+}
+
+TEST_IN_FRESH_PROCESS(mainloop, a_success_that_already_waits_is_heard_before_a_band_is_given_up)
+{
+    start_boost();
+    global_wps_sessions[1].wps_score = 17;  // 14 after the next pass
+    answers.on_call = [](const std::string &call) {
+        if (call == "process_event_msg(1, \"pass\", 4)") {
+            advance_time(1);
+            send_to(1, "success");
+        }
+        if (call == "process_event_msg(1, \"success\", 7)") {
+            set_band(1, WPS_STATUS_SUCCESS, STA_LAUNCHED | WPS_FLAG_WORKER_DONE);
+            kelm_set_global_wpsflag_bit(KELM_GFLAG_WIFI_RESTART);
+        }
+    };
+    send_to(1, "pass");
+    (void)run_loop();
+    EXPECT_EQ(WPS_STATUS_SUCCESS, kelm_get_status(1));
+    EXPECT_NE(0, time_boost) << "given up nevertheless";
 }
 
 TEST_IN_FRESH_PROCESS(mainloop, a_chance_of_exactly_15_goes_on)
