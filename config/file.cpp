@@ -82,6 +82,18 @@ bool _open_fresh(fresh_file *fresh)
     return fresh->fd.valid();
 }
 
+// Two processes that do this at once never get the same one.
+bool _create_unforeseen(const char *path, fresh_file *fresh)
+{
+    bool done = false;
+    errno = EEXIST;
+    for (int i = 0; !done && errno == EEXIST && i < TRIES; ++i) {
+        _random_name(fresh->name, path);
+        done = _open_fresh(fresh);
+    }
+    return done;
+}
+
 // Under the known name first: what a killed run left there goes with that. A folder with something
 // in it does not, nor can the name be won from somebody who is quick.
 bool _create_fresh(const char *path, fresh_file *fresh)
@@ -92,12 +104,7 @@ bool _create_fresh(const char *path, fresh_file *fresh)
     }
     (void)snprintf(fresh->name, sizeof fresh->name, "%s.new", path);
     (void)::remove(fresh->name);
-    bool done = _open_fresh(fresh);
-    for (int i = 0; !done && errno == EEXIST && i < TRIES; ++i) {
-        _random_name(fresh->name, path);
-        done = _open_fresh(fresh);
-    }
-    return done;
+    return _open_fresh(fresh) || (errno == EEXIST && _create_unforeseen(path, fresh));
 }
 
 // In any other folder somebody can take our files away, whatever is done here.
@@ -305,8 +312,9 @@ unique_fd kelm_claim_file(const char *path)
         if (!told)
             kelm_log_always("%s: moved aside, belongs to user %u\n", path, user);
         told = true;
+        // Of two starts at once each has a file of its own, or one would take the other's for its.
         fresh_file fresh;
-        if (!_create_fresh(path, &fresh))
+        if (!_create_unforeseen(path, &fresh))
             return unique_fd();
         (void)::fchmod(fresh.fd.get(), KELM_FOR_ALL);
         if (_take_over(fresh, path))

@@ -6,10 +6,12 @@
 #include <glob.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -287,6 +289,46 @@ TEST_F(file, what_a_stranger_put_under_a_claimed_name_is_moved_aside_and_told)
         EXPECT_EQ("kelm[kelm_claim_file:N]: /tmp/file: moved aside, belongs to user 65534\n",
                   console_text_without_line_numbers())
             << row.name;
+    }
+}
+
+// Each in a process of its own, all let go at once; the exit status says whether it got the name.
+int winners_of_a_claim(int processes)
+{
+    int gate[2];
+    EXPECT_EQ(0, ::pipe(gate));
+    std::vector<pid_t> children;
+    for (int i = 0; i < processes; ++i) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            char byte;
+            ::close(gate[1]);
+            (void)!::read(gate[0], &byte, 1);
+            ::_exit(kelm_claim_file(PATH).valid() ? 1 : 0);
+        }
+        children.push_back(child);
+    }
+    ::close(gate[0]);
+    ::close(gate[1]);
+    int winners = 0;
+    for (const pid_t child : children) {
+        int status = 0;
+        EXPECT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status));
+        winners += WEXITSTATUS(status);
+    }
+    return winners;
+}
+
+TEST_F(file, of_several_who_claim_a_strangers_name_at_once_one_gets_it)
+{
+    if (!may_give_files_away())
+        GTEST_SKIP() << "files cannot be given to other users here: needs root";
+    for (int round = 0; round < 100; ++round) {
+        clear_tmp();
+        write_file(PATH, "stranger's");
+        ASSERT_EQ(0, ::lchown(PATH, 65534, 65534));
+        ASSERT_EQ(1, winners_of_a_claim(6)) << "round " << round;
     }
 }
 
