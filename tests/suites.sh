@@ -47,6 +47,7 @@ run_watched() {
 # Most suites mount; where that cannot be it is told once, not by each test.
 need_world() {
     local why
+    run_watched script/bootstrap python3
     why=$(/usr/bin/python3 tests/world/try_world.py) || give_up "$why"
 }
 

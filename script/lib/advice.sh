@@ -55,7 +55,7 @@ need_place() {
     else
         ! can_write "$(dirname "$1")" || return 0
     fi
-    give_up "$1 cannot be written; build elsewhere: KELM_BUILD=/var/tmp/kelm-build $KELM_SCRIPT"
+    give_up "$(realpath -m "$1") cannot be written; build elsewhere: KELM_BUILD=/var/tmp/kelm-build $KELM_SCRIPT"
 }
 
 need_guest_cache() {
