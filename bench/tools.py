@@ -50,7 +50,7 @@ def build_all(build):
     configure_and_build(f'{SOURCE}/bench/openwrt', f'{build}/openwrt',
                         f'-DCMAKE_INSTALL_PREFIX={prefix}')
     _run('cmake', '--install', f'{build}/openwrt')
-    own = ('-DKELM_BENCH=ON', f'-DCMAKE_PREFIX_PATH={prefix}')
+    own = ('-DKELM_BENCH=ON', '-DKELM_WERROR=ON', f'-DCMAKE_PREFIX_PATH={prefix}')
     configure_and_build(SOURCE, build, *own)
     configure_and_build(SOURCE, f'{build}/hardened', f'-DCMAKE_PREFIX_PATH={prefix}',
                         f'-DCMAKE_CXX_FLAGS={HARDENING[0]}',
