@@ -23,33 +23,7 @@ if(NOT TARGET PkgConfig::JSONC)
         INTERFACE_INCLUDE_DIRECTORIES "${JSONC_INCLUDE_DIR};${JSONC_INCLUDE_DIR}/json-c")
 endif()
 
-# The four OpenWrt libraries are taken together or not at all: a stand-in beside a real one would be two
-# event loops in one process.
-if(NOT KELM_HOSTLIBS)
-    find_path(UBOX_INCLUDE_DIR libubox/uloop.h)
-    find_path(UBUS_INCLUDE_DIR libubus.h)
-    find_path(UCI_INCLUDE_DIR uci.h)
-    find_library(UBOX_LIBRARY ubox)
-    find_library(BLOBMSG_JSON_LIBRARY blobmsg_json)
-    find_library(UBUS_LIBRARY ubus)
-    find_library(UCI_LIBRARY uci)
-endif()
-if(NOT KELM_HOSTLIBS AND UBOX_INCLUDE_DIR AND UBUS_INCLUDE_DIR AND UCI_INCLUDE_DIR AND UBOX_LIBRARY
-   AND BLOBMSG_JSON_LIBRARY AND UBUS_LIBRARY AND UCI_LIBRARY)
-    message(STATUS "OpenWrt libraries: ${UBUS_LIBRARY} and its neighbours")
-    target_include_directories(kelm_dependencies SYSTEM INTERFACE
-        ${UBOX_INCLUDE_DIR} ${UBUS_INCLUDE_DIR} ${UCI_INCLUDE_DIR})
-    target_link_libraries(kelm_dependencies INTERFACE
-        ${UBUS_LIBRARY} ${BLOBMSG_JSON_LIBRARY} ${UCI_LIBRARY} ${UBOX_LIBRARY})
-    if(KELM_TESTS)
-        add_subdirectory(hostlibs)  # the tests' broker and command
-    endif()
-else()
-    message(STATUS "OpenWrt libraries: the stand-ins of hostlibs/")
-    add_subdirectory(hostlibs)
-    target_link_libraries(kelm_dependencies INTERFACE
-        hostlib_ubus hostlib_blobmsg_json hostlib_uci hostlib_ubox)
-endif()
+include(cmake/openwrt_libraries.cmake)
 
 # Last: libblobmsg_json needs it, which matters where both are static.
 target_link_libraries(kelm_dependencies INTERFACE PkgConfig::JSONC)

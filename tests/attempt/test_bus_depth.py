@@ -9,6 +9,7 @@ from router import PRESS
 
 # Built on a formatter without the stop that the stand-in has.
 UNBOUNDED = '/mnt/build/tests/world/unbounded/kelm'
+INSTALLED = '/mnt/build/kelm'  # beside installed OpenWrt libraries: with their formatter
 REFUSED = 'Invalid Message (nested too deeply).'
 
 
@@ -20,10 +21,16 @@ def nested(levels):
     return PRESS + inner
 
 
+@pytest.fixture(name='program')
+def find_program(world):
+    cache = world.read('/mnt/build/CMakeCache.txt')
+    return UNBOUNDED if 'KELM_STAND_INS:INTERNAL=ON' in cache else INSTALLED
+
+
 @pytest.mark.parametrize('event', ['gpio', 'wifi'])
 @pytest.mark.parametrize('levels', [33, 400, 2000, 5000])
-def test_a_message_of_many_levels_is_refused_and_ends_nothing(router, event, levels):
-    router.start(program=UNBOUNDED)
+def test_a_message_of_many_levels_is_refused_and_ends_nothing(router, program, event, levels):
+    router.start(program=program)
     router.bus.send(event, nested(levels))
     router.wait_line(REFUSED)
     router.settle()
@@ -33,9 +40,9 @@ def test_a_message_of_many_levels_is_refused_and_ends_nothing(router, event, lev
     router.end_by_sigterm()
 
 
-def test_a_message_of_32_levels_is_a_press(router):
-    router.start(program=UNBOUNDED)
-    assert os.path.samefile(f'/proc/{router.daemon.pid}/exe', UNBOUNDED)
+def test_a_message_of_32_levels_is_a_press(router, program):
+    router.start(program=program)
+    assert os.path.samefile(f'/proc/{router.daemon.pid}/exe', program)
     router.bus.send('gpio', nested(32))
     router.wait_line('ibus event: 4')
     assert REFUSED not in router.console.lines()

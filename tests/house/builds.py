@@ -1,11 +1,13 @@
 # SPDX-License-Identifier: ISC
 """Configures and builds the tree in folders of the tests, and looks at what came out."""
 import json
+import re
 import shutil
 import subprocess
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
+OPENWRT_LIBRARIES = {'libubox', 'libblobmsg_json', 'libubus', 'libuci'}
 
 
 def run(*command):
@@ -25,6 +27,19 @@ def through_cache():
     if not shutil.which('ccache'):
         return []
     return [f'-DCMAKE_{language}_COMPILER_LAUNCHER=ccache' for language in ('C', 'CXX')]
+
+
+def needed(program):
+    """The libraries that the program is linked with."""
+    done = subprocess.run(['readelf', '-d', program], check=True, capture_output=True, text=True)
+    return set(re.findall(r'\(NEEDED\).*\[(.+?)\.so', done.stdout))
+
+
+def of_openwrt(build):
+    """Those of the libraries that may come from OpenWrt in this build: all four or none."""
+    cache = (build / 'CMakeCache.txt').read_text(encoding='utf-8')
+    stand_ins, = re.findall(r'^KELM_STAND_INS:INTERNAL=(ON|OFF)$', cache, re.MULTILINE)
+    return OPENWRT_LIBRARIES if stand_ins == 'OFF' else set()
 
 
 def commands(build):
