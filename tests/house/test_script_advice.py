@@ -15,7 +15,7 @@ SCRIPTS = sorted(path.name for path in (ROOT / "script").iterdir() if path.is_fi
 # What every Debian has; neither a packager nor a compiler nor Python is among it.
 TOOLS = ("sh", "bash", "env", "readlink", "realpath", "dirname", "sed", "awk", "id", "mktemp",
          "rm", "mkdir", "cut", "getent", "df", "grep", "tr", "cat", "head", "tail", "date", "sleep",
-         "kill")
+         "kill", "true")
 INSTALLS = "echo ran >>\"$RAN\"; exit 7"
 ARGUMENTS = {"fuzz": ["--replay"], "cross": ["mips", "build"], "lint": ["shell"], "test": ["house"]}
 
@@ -188,6 +188,9 @@ LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by proce
     ({"id": "echo 1000"},
      "these packages are missing, and there is no sudo to install them; "
      "run as root: apt-get install --no-install-recommends cmake make"),
+    ({"id": "echo 1000", "sudo": "exit 1"},
+     "these packages are missing, and sudo does not let you install them; "
+     "run as root: apt-get install --no-install-recommends cmake make"),
     ({"apt-get": apt(update=APT_UPDATE_WITHOUT_NETWORK, plan=fails(UNKNOWN))},
      "Temporary failure resolving 'deb.debian.org'; "
      "check the network; behind a proxy set http_proxy, then run it again"),
@@ -204,8 +207,8 @@ LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by proce
      "wait until the other apt or dpkg has ended, then run it again"),
     ({"df": "echo head; echo /dev/sda 9 9 204800 9% /"},
      "482 MB are needed in /usr, and 200 MB are free there; make room"),
-], ids=["no dpkg-query", "no apt-get", "no sudo", "no network", "no such package", "old lists",
-        "a wrong clock", "another apt", "no room"])
+], ids=["no dpkg-query", "no apt-get", "no sudo", "no right to it", "no network",
+        "no such package", "old lists", "a wrong clock", "another apt", "no room"])
 def test_bootstrap_that_cannot_install_says_why_in_a_sentence(tree, programs, said):
     usual = {"apt-get": apt(), "dpkg-query": "exit 1", "id": "echo 0"}
     for name, text in {**usual, **programs}.items():
@@ -243,7 +246,7 @@ def test_bootstrap_says_how_much_comes_before_it_begins(tree):
         "  downloading: 9 %", "  downloading: 100 %", "  installing: 25 %", "  installing: 100 %"]
     apt_get = "apt-get -q -o APT::Status-Fd=1"
     assert ran(tree).splitlines() == [
-        "sudo", f"{apt_get} update",
+        "sudo", "sudo", f"{apt_get} update",
         "sudo", f"{apt_get} install --assume-no --no-install-recommends cmake git",
         "sudo", f"{apt_get} install -y --no-install-recommends cmake git"]
 
