@@ -183,6 +183,8 @@ def test_any_gpio_event_with_a_type_is_a_press(router, event):
 def test_a_request_without_a_daemon_looks_like_one_that_was_taken(router):
     router.start_bus()
     assert shell(EXAMPLES['press']).returncode == 0
+    router.broker.stop()
+    assert shell(EXAMPLES['press']).returncode == 255
 
 
 def run_daemon_there(router):
