@@ -15,6 +15,10 @@
 #include <sys/socket.h>
 #include <sys/types.h>
 
+extern "C" {
+#include <uci.h>
+}
+
 namespace {
 
 std::map<std::string, std::deque<int>> errors_to_come;
@@ -68,6 +72,8 @@ ssize_t __real_send(int s, const void *data, size_t size, int flags);
 int __real_socket(int domain, int type, int protocol);
 unsigned __real_sleep(unsigned seconds);
 int __real_clock_gettime(clockid_t clock, timespec *now);
+uci_context *__real_uci_alloc_context();
+int __real_uci_load(uci_context *context, const char *name, uci_package **package);
 
 int __wrap_bind(int s, const sockaddr *address, socklen_t length)
 {
@@ -145,6 +151,17 @@ int __wrap_clock_gettime(clockid_t clock, timespec *now)
     const long long ns = (now->tv_sec * 1000000000LL + now->tv_nsec) * times_as_fast;
     *now = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
     return result;
+}
+
+uci_context *__wrap_uci_alloc_context()
+{
+    return must_fail("uci_alloc_context") ? nullptr : __real_uci_alloc_context();
+}
+
+// Like posix_spawn this one returns its error.
+int __wrap_uci_load(uci_context *context, const char *name, uci_package **package)
+{
+    return must_fail("uci_load") ? errno : __real_uci_load(context, name, package);
 }
 
 void __wrap_qm_syslog(int level, int success, const char *format, ...)

@@ -10,8 +10,9 @@
 namespace kelm_test {
 
 // Lets the next calls of a wrapped function fail with these errors, one a call; 0 lets that call
-// through. For calloc any other number means no memory. Wrapped: bind, calloc, fcntl, pipe2, poll,
-// posix_spawn, recv, send, socket (see the link options of this folder).
+// through. For calloc and uci_alloc_context any other number means no memory; uci_load returns its
+// own numbers. Wrapped: bind, calloc, fcntl, pipe2, poll, posix_spawn, recv, send, socket,
+// uci_alloc_context, uci_load (see the link options of this folder).
 void fail_next(const std::string &call, std::initializer_list<int> errors);
 
 // Runs look when one of these is called next, before it does its work.

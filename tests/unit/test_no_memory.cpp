@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+extern "C" {
+#include <uci.h>
+}
+
 #include "config/conf_tree.h"
 #include "config/uci_option.h"
 #include "tests/unit/device.h"
@@ -51,17 +55,33 @@ TEST_F(no_memory, a_line_without_use_is_passed_over_all_the_same)
     EXPECT_EQ(nullptr, tree->next);
 }
 
+// What the library itself does without memory is its own affair, and differs from one to the next.
 TEST_F(no_memory, an_uci_option_counts_as_missing)
 {
     write_file("/etc/config/wificommonCfg", "config wifi 'settings'\n\toption mesh_enable 'on'\n");
     ASSERT_TRUE(check_easymesh_enable());
-    char value[9] = "before";
+    for (const char *call : {"uci_alloc_context", "uci_load"}) {
+        char value[9] = "before";
+        fail_next(call, {UCI_ERR_MEM});
+        EXPECT_EQ(-1,
+                  _get_uci_option("wificommonCfg", "settings", "mesh_enable", value, sizeof value))
+            << call;
+        EXPECT_STREQ("", value) << call;
+        EXPECT_EQ(0,
+                  _get_uci_option("wificommonCfg", "settings", "mesh_enable", value, sizeof value))
+            << call;
+        EXPECT_STREQ("on", value) << call;
+    }
+}
+
+TEST_F(no_memory, an_uci_option_without_a_context_is_told)
+{
+    char value[9];
     testing::internal::CaptureStdout();
-    fail_next("calloc", {1});
+    fail_next("uci_alloc_context", {UCI_ERR_MEM});
     EXPECT_EQ(-1, _get_uci_option("wificommonCfg", "settings", "mesh_enable", value, sizeof value));
     fflush(stdout);
     EXPECT_EQ("uci alloc context failed.\n", testing::internal::GetCapturedStdout());
-    EXPECT_STREQ("", value);
 }
 
 }  // namespace
