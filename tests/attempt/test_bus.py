@@ -42,8 +42,9 @@ def test_without_a_broker_at_start_the_daemon_says_so_once_and_serves(router):
 def test_no_first_start_without_a_broker_loses_the_line_that_tells_why(router):
     """Both threads write at that moment; what they say is a set of lines, whose order is chance."""
     said = sorted([
-        VERSION_LINE, 'create ibus thread successfully', 'Failed to connect to ubus', settings_line(),
-        settings_line(), *PINS_OFF, 'eventCtrl open success', 'eventCtrl open success'])
+        VERSION_LINE, 'create ibus thread successfully', 'Failed to connect to ubus',
+        settings_line(), settings_line(), *PINS_OFF, 'eventCtrl open success',
+        'eventCtrl open success'])
     router.add_hostapd('2g', '5g')
     for _ in range(25):
         router.console.forget()
