@@ -61,6 +61,21 @@ def test_each_run_has_a_line_and_each_second_one_a_load(tree):
     assert not (tree / "build-steady").exists()
 
 
+def test_all_that_is_built_and_kept_goes_where_it_is_told(tree, tmp_path, monkeypatch):
+    elsewhere = tmp_path / "elsewhere"
+    elsewhere.mkdir()
+    (tree / "build-asan").rename(elsewhere / "kelm-asan")
+    program(elsewhere / "kelm-asan/tests/unit/core_tests", "exit 1")
+    monkeypatch.setenv("KELM_BUILD", str(elsewhere / "kelm"))
+    program(tree / "bin/cmake", f'echo "$@" >>{tree}/cmake-words')
+    status, lines = run(tree, "--runs", "1", "--builds", "asan")
+    assert (status, lines[-1]) == (1, "1 runs, 1 failed")
+    assert (elsewhere / "kelm-steady/asan-1/output.log").exists()
+    assert (tree / "cmake-words").read_text(encoding="utf-8").splitlines() == [
+        f"--preset asan -G Ninja -B {elsewhere}/kelm-asan", f"--build {elsewhere}/kelm-asan"]
+    assert not list(tree.glob("build-steady*"))
+
+
 def test_a_run_goes_on_after_a_cut(tree):
     _, lines = run(tree, "--runs", "4", "--builds", "asan", "--from", "4", "--load", "1")
     assert lines[0] == "asan run 4 of 4, beside 1: passed after N s"
