@@ -18,6 +18,9 @@ FREQUENCIES = {"2g": "2412", "5g": "5180", "both": "2412 5180"}
 ADDRESSES = {"2g": "192.168.2.1", "5g": "192.168.5.1"}
 INTERFACES = {"2g": "wlan1", "5g": "wlan0"}
 
+# A line that each run of the daemon writes once, before it opens its event sockets.
+DAEMON_STARTED = "create ibus thread successfully"
+
 
 class Check:
     """One statement about the outcome, whether it holds, and what was seen."""
@@ -153,14 +156,13 @@ class Scene:
         """Waits until a run of the daemon has set both bands' PIN and takes requests."""
         self.expect("command", r"^%d hostapd_cli .* -i wlan0 wps_ap_pin" % run,
                     "the daemon's start")
-        if self.run("test -S /var/run/ubus/ubus.sock")[0] == 0:
-            self.expect("console", r"eventCtrl open success", "the daemon's event sockets",
-                        since=self._last_index("command", "^%d hostapd_cli .* wps_ap_pin" % run))
-
-    def _last_index(self, source, pattern):
-        found = [index for index, event in enumerate(self._guest.events)
-                 if event.source == source and re.search(pattern, event.text)]
-        return found[-1] if found else 0
+        if self.run("test -S /var/run/ubus/ubus.sock")[0] != 0:
+            return
+        # The console and the events are two channels, which overtake each other: only lines of the
+        # same one have an order.
+        self.expect_count("console", DAEMON_STARTED, run, "the daemon's start")
+        self.expect("console", r"eventCtrl open success", "the daemon's event sockets",
+                    since=self.nth_index("console", DAEMON_STARTED, run))
 
     def start_client(self, name, band, more_settings=""):
         """Starts a supplicant; `more_settings` are lines for its file."""
