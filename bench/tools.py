@@ -7,9 +7,9 @@ import subprocess
 import sys
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-sys.path.insert(0, os.path.join(SOURCE, 'router'))
+sys.path.insert(0, SOURCE)
 
-import packages  # noqa: E402
+from router import packages, screen  # noqa: E402
 
 # Debian's own for its programs; the compiler makes position-independent programs by itself.
 HARDENING = ('-fstack-protector-strong -D_FORTIFY_SOURCE=2', '-Wl,-z,relro,-z,now')
@@ -60,6 +60,6 @@ def build_all(build):
 
 
 def prepare(build):
-    tree = packages.unpacked_tree(print)
+    tree = packages.unpacked_tree(screen.Steps(screen.Screen(), 1))
     build_all(build)
     return Tools(SOURCE, build, f'{tree}/usr/sbin/hostapd_cli', f'{tree}/sbin/wpa_cli')

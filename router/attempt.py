@@ -8,12 +8,16 @@ CLEAN_COMMANDS = ["rm /tmp/wps_wifi_ap.txt", "rm /tmp/wps_wifi_sta.txt"]
 
 
 class Scenario:
-    """A row of the table: what it is called, what it shows, how many radios it needs."""
+    """A row of the table: what it is called, what it shows, how many radios it needs.
 
-    def __init__(self, name, sentence, play, radios=3):
+    told: the parts of the sentence that tells afterwards what happened (sentences.py).
+    """
+
+    def __init__(self, name, sentence, play, told, radios=3):
         self.name = name
         self.sentence = sentence
         self.play = play
+        self.told = told
         self.radios = radios
 
 

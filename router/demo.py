@@ -16,6 +16,8 @@ from router import image, machine, packages, play, scenarios, scene, timeline  #
 
 EXIT_FAILED, EXIT_USAGE, EXIT_INTERRUPTED = 1, 2, 130
 SHELL_RADIOS = 4
+# Packages may have to be installed first, over a slow line.
+LONGEST_START_S = 6 * 3600
 
 
 def listing():
@@ -29,6 +31,8 @@ def parse(arguments):
         epilog="scenarios (the first one when none is named):\n" + listing())
     parser.add_argument("scenario", nargs="?", metavar="NAME", default=scenarios.SCENARIOS[0].name)
     parser.add_argument("--list", action="store_true", help="name the scenarios and stop")
+    parser.add_argument("--verbose", action="store_true",
+                        help="show the daemon's commands and its files as well")
     parser.add_argument("--shell", action="store_true",
                         help="boot the router with everything running and give a prompt in it")
     parser.add_argument("--build", metavar="DIR", default="build", help=argparse.SUPPRESS)
@@ -44,7 +48,8 @@ def how_it_ended(end, commands):
     return "exit %s; restart decision: %s" % (end, ", then ".join(restarts) or "none")
 
 
-def print_outcome(view, outcome):
+def print_evidence(view, outcome):
+    """What the daemon ran and which files it left."""
     for run, commands in outcome.commands.items():
         view.heading("Commands of the daemon, run %d:" % run)
         for command in commands:
@@ -53,34 +58,53 @@ def print_outcome(view, outcome):
     view.heading("Files:")
     for path, text in outcome.files.items():
         view.text("  %-22s %s" % (path, text.rstrip("\n").replace("\n", "\n" + " " * 25)))
+
+
+def print_outcome(view, outcome, seconds):
+    """The checks, where the logs are, and in the last line what happened."""
+    if view.verbose:
+        print_evidence(view, outcome)
     view.heading("Checks:")
     for check in outcome.checks:
-        view.text("  %s  %s" % ("PASS" if check.holds else "FAIL", check.statement))
+        view.verdict(check.holds, check.statement)
         if not check.holds:
             view.text("        saw: %s" % (check.seen,))
+    if outcome.details:
+        view.heading("Details:")
+        view.text(outcome.details.rstrip())
+    if outcome.failures() and outcome.checks and not outcome.trouble:
+        view.text("\n" + outcome.sentence)
+    view.text("\n%d of %d checks hold; %.0f seconds in all. Logs: %s"
+              % (len(outcome.checks) - len(outcome.failed_checks()), len(outcome.checks), seconds,
+                 os.path.relpath(outcome.log_folder)))
+    view.last_line(not outcome.failures(), outcome.last_line())
 
 
-def play_on_screen(name, build_folder):
-    view = timeline.Timeline()
-    started = time.monotonic()
-    outcome = play.play(scenarios.find(name), build_folder, view)
-    print_outcome(view, outcome)
-    if outcome.trouble:
-        view.text("\nThe scenario did not get to its end: %s" % outcome.trouble)
-    failures = outcome.failures()
-    view.text("\n%d checks, %d failed; %.0f seconds in all. Logs: %s"
-              % (len(outcome.checks), len([c for c in outcome.checks if not c.holds]),
-                 time.monotonic() - started, os.path.relpath(outcome.log_folder)))
-    return EXIT_FAILED if failures else 0
+def started_at(environ, now):
+    """When script/demo was started, in seconds since the epoch; now when nobody says so."""
+    try:
+        started = float(environ.get("KELM_DEMO_STARTED", ""))
+    except ValueError:
+        return now
+    # A clock that was set meanwhile, or an old variable, would tell a nonsense.
+    return started if 0 <= now - started < LONGEST_START_S else now
+
+
+def play_on_screen(options, started):
+    view = timeline.Timeline(verbose=options.verbose)
+    outcome = play.play(scenarios.find(options.scenario), options.build, view)
+    print_outcome(view, outcome, time.time() - started)
+    return EXIT_FAILED if outcome.failures() else 0
 
 
 def shell(build_folder):
     """A prompt whose lines are run in the guest, one by one."""
     folder = os.path.join(build_folder, "router", "shell")
     view = timeline.Timeline()
-    with image.built(build_folder, folder, print) as (kernel, initrd), \
+    steps = view.steps(play.PREPARATIONS)
+    with image.built(build_folder, folder, steps) as (kernel, initrd), \
             machine.Machine(kernel, initrd, SHELL_RADIOS, folder) as guest:
-        scene.Scene(guest, view).boot()
+        play.boot(scene.Scene(guest, view), steps)
         guest.must_run("ubusd </dev/null >/dev/null 2>&1 & sleep 1; /etc/init.d/wifi start; "
                        "/etc/init.d/wps start")
         print("The router runs; each line is a shell script of its own there. End with ^D.")
@@ -109,6 +133,7 @@ def main():
     # A polite kill is an interrupt too: the guest and its image go with the program.
     signal.signal(signal.SIGTERM, _interrupted)
     signal.signal(signal.SIGINT, _interrupted)
+    started = started_at(os.environ, time.time())
     options = parse(sys.argv[1:])
     if options.list:
         print(listing())
@@ -120,14 +145,15 @@ def main():
     if options.check_arguments:
         return 0
     if shutil.which("qemu-system-x86_64") is None:
-        print("script/demo: qemu-system-x86_64 is missing", file=sys.stderr)
+        print("script/demo: qemu-system-x86_64 is missing: install the package qemu-system-x86.",
+              file=sys.stderr)
         return EXIT_FAILED
     try:
         if options.shell:
             return shell(options.build)
-        return play_on_screen(options.scenario, options.build)
-    except (packages.PackageError, image.ImageError, machine.MachineError) as error:
-        print("script/demo: %s" % error, file=sys.stderr)
+        return play_on_screen(options, started)
+    except (packages.PackageError, image.ImageError, machine.MachineError, OSError) as error:
+        print("script/demo: %s." % str(error).rstrip("."), file=sys.stderr)
         return EXIT_FAILED
     except KeyboardInterrupt:
         print("\nscript/demo: interrupted; the guest has been ended", file=sys.stderr)

@@ -6,6 +6,7 @@ fraction of a second and not the packing of everything.
 """
 
 import contextlib
+import errno
 import os
 import re
 import shutil
@@ -14,6 +15,7 @@ import subprocess
 import tempfile
 
 from router import packages
+from router.screen import megabytes
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LIBRARY_FOLDERS = ["lib/x86_64-linux-gnu", "usr/lib/x86_64-linux-gnu", "usr/lib"]
@@ -107,19 +109,48 @@ class Archive:
 
 
 @contextlib.contextmanager
-def built(build_folder, out_folder, say):
+def built(build_folder, out_folder, steps):
     """Builds the image; gives (kernel file, initial file system), gone again afterwards."""
-    tree = packages.unpacked_tree(say)
-    os.makedirs(out_folder, exist_ok=True)
-    with tempfile.TemporaryDirectory(dir=out_folder, prefix="image-") as work:
-        project = os.path.join(work, "project.cpio")
-        _project_layer(tree, build_folder, project)
+    _check_built(build_folder)
+    with contextlib.ExitStack() as stack:
+        with _folder_advice(out_folder):
+            os.makedirs(out_folder, exist_ok=True)
+            work = stack.enter_context(
+                tempfile.TemporaryDirectory(dir=out_folder, prefix="image-"))
+        tree = packages.unpacked_tree(steps)
+        steps.begin("packs the image of the guest: the packages' programs and this build of kelm")
+        with packages.cache_advice():
+            base = _base_layer(tree)
         image = os.path.join(work, "initrd")
-        with open(image, "wb") as out:
-            for layer in (_base_layer(tree), project):
-                with open(layer, "rb") as content:
-                    shutil.copyfileobj(content, out)
+        with _folder_advice(out_folder):
+            project = os.path.join(work, "project.cpio")
+            _project_layer(tree, build_folder, project)
+            with open(image, "wb") as out:
+                for layer in (base, project):
+                    with open(layer, "rb") as content:
+                        shutil.copyfileobj(content, out)
+        steps.done("the image of the guest is packed, %s" % megabytes(os.path.getsize(image)))
         yield packages.kernel_image(tree), image
+
+
+@contextlib.contextmanager
+def _folder_advice(folder):
+    """Tells what a person can do when a run's own folder takes no files."""
+    try:
+        yield
+    except OSError as error:
+        full = error.errno in (errno.ENOSPC, errno.EDQUOT)
+        cure = "free some space there" if full else "work in a checkout that you can write to"
+        raise ImageError("the image and the logs cannot be written to %s (%s): %s, or name another "
+                         "build folder, for example with KELM_BUILD=/var/tmp/kelm-build"
+                         % (folder, error.strerror, cure)) from error
+
+
+def _check_built(build_folder):
+    for source, _ in BUILT_PROGRAMS:
+        program = os.path.join(build_folder, source)
+        if not os.path.exists(program):
+            raise ImageError("%s is not built: script/demo builds it and starts this" % program)
 
 
 def _base_layer(tree):
@@ -130,7 +161,18 @@ def _base_layer(tree):
     if os.path.exists(path) and os.path.getmtime(path) > newest_source:
         return path
     partial = "%s.%d" % (path, os.getpid())
-    archive = Archive(partial)
+    try:
+        _pack_base(tree, partial)
+        os.rename(partial, path)
+    except BaseException:
+        with contextlib.suppress(OSError):
+            os.remove(partial)
+        raise
+    return path
+
+
+def _pack_base(tree, path):
+    archive = Archive(path)
     for folder in ("dev", "proc", "sys", "tmp", "run", "root", "lib/firmware"):
         archive.add_folder(folder)
     # Until the device file system is mounted the first process has no other terminal.
@@ -142,8 +184,6 @@ def _base_layer(tree):
     for name in ("regulatory.db", "regulatory.db.p7s"):
         archive.add_file(_regulatory_file(tree, name), "lib/firmware/" + name)
     archive.close()
-    os.rename(partial, path)
-    return path
 
 
 def _add_packaged_programs(archive, tree):
@@ -205,8 +245,6 @@ def _project_layer(tree, build_folder, path):
     libraries = set()
     for source, name in BUILT_PROGRAMS:
         program = os.path.join(build_folder, source)
-        if not os.path.exists(program):
-            raise ImageError("%s is not built" % program)
         archive.add_file(program, name, 0o755)
         libraries |= _libraries_of(program, tree)
     archive.add_file(SETPRIV, SETPRIV[1:], 0o755)

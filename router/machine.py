@@ -12,12 +12,22 @@ import threading
 import time
 
 COMMAND_LIMIT_S = 120
+WAIT_STEP_S = 0.5
+LONG_S = 1.0  # for a person who watches
+LAST_LINE_LIMIT = 200
 MEMORY_MB = 512
 PR_SET_PDEATHSIG = 1
 
 
 class MachineError(Exception):
-    """The guest did not do what it must do for any scenario to make sense."""
+    """The guest did not do what it must do for any scenario to make sense.
+
+    The text is one line for a person; `details` are what somebody needs who looks for the cause.
+    """
+
+    def __init__(self, text, details=""):
+        super().__init__(text)
+        self.details = details
 
 
 class Event:
@@ -168,26 +178,38 @@ class Machine:
                     return None
                 self._changed.wait(left)
 
-    def run(self, script, limit_s=COMMAND_LIMIT_S):
-        """Runs a shell script in the guest; returns (exit status, output)."""
+    def run(self, script, limit_s=COMMAND_LIMIT_S, waiting=None):
+        """Runs a shell script in the guest; returns (exit status, output).
+
+        waiting: called again and again with the seconds that are left, if it takes long.
+        """
         with self._changed:
             self._next_command += 1
             number = self._next_command
         line = "%d %s\n" % (number, base64.b64encode(script.encode()).decode())
-        self._sockets["commands"].sendall(line.encode())
+        try:
+            self._sockets["commands"].sendall(line.encode())
+        except OSError as error:
+            raise MachineError("the guest ended", self.console_tail()) from error
         deadline = time.monotonic() + limit_s
         with self._changed:
             while number not in self._answers:
                 left = deadline - time.monotonic()
-                if left <= 0 or self._ended:
-                    raise MachineError("no answer from the guest to %r" % script)
-                self._changed.wait(left)
+                if self._ended:
+                    raise MachineError("the guest ended", self.console_tail())
+                if left <= 0:
+                    raise MachineError("the guest did not answer within %d s" % limit_s, script)
+                if waiting and left < limit_s - LONG_S:
+                    waiting(left)
+                self._changed.wait(min(left, WAIT_STEP_S))
             return self._answers.pop(number)
 
-    def must_run(self, script, limit_s=COMMAND_LIMIT_S):
-        status, output = self.run(script, limit_s)
+    def must_run(self, script, limit_s=COMMAND_LIMIT_S, waiting=None):
+        status, output = self.run(script, limit_s, waiting)
         if status != 0:
-            raise MachineError("%r failed in the guest (%d): %s" % (script, status, output))
+            last_line = (output.strip().splitlines() or ["status %d" % status])[-1]
+            raise MachineError("a command in the guest failed: %s" % last_line[:LAST_LINE_LIMIT],
+                               "%s\n%s" % (script, output))
         return output
 
     def read(self, path):
@@ -196,8 +218,11 @@ class Machine:
         return output if status == 0 else None
 
     def console_tail(self):
+        """The console's last lines, and what the emulator itself had to say."""
         lines = [event.text for event in self.events if event.source == "console"]
-        return "\n".join(lines[-15:])
+        with open(os.path.join(self._log_folder, "qemu.log"), encoding="utf-8",
+                  errors="replace") as log:
+            return "\n".join(lines[-15:] + log.read().splitlines()[-5:])
 
     def close(self):
         if self._process.poll() is None:

@@ -5,6 +5,8 @@ Nothing is installed on the person's own machine: a kernel, an access point daem
 installed there would start services and change its network.
 """
 
+import contextlib
+import errno
 import fcntl
 import glob
 import os
@@ -12,6 +14,8 @@ import re
 import shutil
 import subprocess
 import tempfile
+
+from router.screen import MEGABYTE, megabytes
 
 KERNEL_META_PACKAGE = "linux-image-amd64"
 
@@ -27,8 +31,16 @@ PACKAGES = [
 MODULES = ["virtio_pci", "virtio_console", "ccm", "cmac", "ctr", "gcm", "mac80211_hwsim"]
 
 
+UNPACKED_MB = 600
+WATCH_STEP_S = 0.5
+
+
 class PackageError(Exception):
-    """A package could not be found, fetched or unpacked."""
+    """A package could not be found, fetched or unpacked; the text is a sentence with advice."""
+
+
+class CommandError(PackageError):
+    """A program failed; the text is what it said last."""
 
 
 def cache_folder():
@@ -36,18 +48,46 @@ def cache_folder():
     return os.path.join(base, "kelm", "router")
 
 
-def unpacked_tree(say):
+@contextlib.contextmanager
+def cache_advice():
+    """Tells what a person can do when the cache does not take what has to be kept there."""
+    try:
+        yield
+    except OSError as error:
+        raise PackageError(_cache_trouble(error.strerror or str(error),
+                                          error.errno in (errno.ENOSPC, errno.EDQUOT))) from error
+    except CommandError as error:
+        if _is_full(error):
+            raise PackageError(_cache_trouble("No space left on device", True)) from error
+        raise
+
+
+def _is_full(error):
+    return "No space left" in str(error)
+
+
+def _cache_trouble(reason, is_full):
+    cure = "name" if not is_full else "free %d MB there, or name" % UNPACKED_MB
+    return ("the guest's packages cannot be kept in %s (%s): %s another folder, for example with "
+            "XDG_CACHE_HOME=/var/tmp/cache" % (cache_folder(), reason, cure))
+
+
+def unpacked_tree(steps):
     """Returns the folder with the unpacked packages, fetching them the first time."""
     folder = cache_folder()
-    os.makedirs(folder, exist_ok=True)
     tree = os.path.join(folder, "tree")
-    # Two guests may be started at once; only one of them fetches.
-    with open(os.path.join(folder, "lock"), "w", encoding="ascii") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if _is_complete(tree):
-            return tree
-        say("fetching the guest's packages (about 80 MB, once; kept in %s)" % folder)
-        _fetch_into(folder, tree, say)
+    with cache_advice():
+        os.makedirs(folder, exist_ok=True)
+        # Two guests may be started at once; only one of them fetches.
+        with open(os.path.join(folder, "lock"), "w", encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            if _is_complete(tree):
+                there = "the guest's packages are there, %s (%s)" % (
+                    megabytes(_size_of(tree)), folder)
+                steps.begin(there)
+                steps.done(there)
+            else:
+                _fetch_into(folder, tree, steps)
     return tree
 
 
@@ -59,30 +99,85 @@ def _is_complete(tree):
         return False
 
 
-def _fetch_into(folder, tree, say):
+def _fetch_into(folder, tree, steps):
     shutil.rmtree(tree, ignore_errors=True)
     with tempfile.TemporaryDirectory(dir=folder, prefix="fetch-") as work:
         packages = os.path.join(work, "packages")
         fresh = os.path.join(work, "tree")
         os.mkdir(packages)
         os.mkdir(fresh)
-        try:
-            _download(packages)
-        except PackageError:
-            # Lists that were never fetched, or are older than what the archive now holds.
-            say("updating apt's package lists")
-            _run(_as_root(["apt-get", "update", "-q"]), work)
-            _download(packages)
-        for package in sorted(glob.glob(os.path.join(packages, "*.deb"))):
+        _fetch(packages, folder, steps)
+        fetched = sorted(glob.glob(os.path.join(packages, "*.deb")))
+        for number, package in enumerate(fetched, 1):
+            steps.update("unpacks package %d of %d" % (number, len(fetched)))
             _run(["dpkg-deb", "-x", package, fresh], work)
+        steps.done("%d packages fetched, %s (once; kept in %s)"
+                   % (len(fetched), megabytes(_size_of(packages)), folder))
         _keep_only_needed_modules(fresh)
         with open(os.path.join(fresh, "complete"), "w", encoding="ascii") as stamp:
             stamp.write("\n".join(PACKAGES + MODULES) + "\n")
         os.rename(fresh, tree)
 
 
-def _download(folder):
-    _run(["apt-get", "download", "-q", _kernel_package()] + PACKAGES, folder)
+def _fetch(packages, folder, steps):
+    names = None
+    try:
+        try:
+            names = [_kernel_package()] + PACKAGES
+            total = _download_size(names, packages)
+        except CommandError:
+            total = None
+        if total is None:
+            steps.begin("fetches apt's package lists and %d packages (once; kept in %s)"
+                        % (1 + len(PACKAGES), folder))
+            names, total = _with_new_lists(packages)
+        else:
+            steps.begin("fetches %d packages, %s (once; kept in %s)"
+                        % (len(names), megabytes(total), folder))
+        try:
+            _download(names, packages, total, steps)
+        except CommandError as error:
+            if _is_full(error):
+                raise
+            # The lists are older than what the archive now holds.
+            steps.update("fetches apt's package lists")
+            names, total = _with_new_lists(packages)
+            _download(names, packages, total, steps)
+    except CommandError as error:
+        if _is_full(error):
+            raise
+        raise PackageError("the guest's Debian packages could not be fetched (%s): connect this "
+                           "machine to the network and start again; it is needed this once"
+                           % error) from error
+
+
+def _with_new_lists(folder):
+    _run(_as_root(["apt-get", "update", "-q"]), folder)
+    names = [_kernel_package()] + PACKAGES
+    return names, _download_size(names, folder)
+
+
+def _download_size(names, folder):
+    """What apt is going to fetch, in bytes: it prints 'ADDRESS' FILE SIZE HASH for each package."""
+    listing = _run(["apt-get", "download", "--print-uris", "-qq"] + names, folder)
+    return sum(int(size) for size in re.findall(r"^'\S+' \S+ (\d+) ", listing, re.M))
+
+
+def _size_of(folder):
+    """The bytes in a folder, while others write, rename and remove there."""
+    size = 0
+    for place, _, names in os.walk(folder):
+        for name in names:
+            with contextlib.suppress(OSError):
+                size += os.path.getsize(os.path.join(place, name))
+    return size
+
+
+def _download(names, folder, total, steps):
+    def tell():
+        steps.update("fetches %d packages, %d of %s"
+                     % (len(names), _size_of(folder) // MEGABYTE, megabytes(total)))
+    _run(["apt-get", "download", "-q"] + names, folder, tell)
 
 
 def _as_root(command):
@@ -146,12 +241,34 @@ def kernel_image(tree):
     return found[0]
 
 
-def _run(command, folder):
+def _run(command, folder, tell=None):
+    """Runs a program to its end and returns its output; tell is called while it runs."""
     try:
-        done = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              text=True, check=False)
-    except OSError as error:
-        raise PackageError(str(error)) from error
-    if done.returncode != 0:
-        raise PackageError("%s failed: %s" % (" ".join(command[:3]), done.stderr.strip()))
-    return done.stdout
+        process = subprocess.Popen(command, cwd=folder, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True)
+    except FileNotFoundError as error:
+        raise PackageError("%s is missing: the virtual router needs a Debian PC (amd64)"
+                           % command[0]) from error
+    with process:
+        try:
+            while True:
+                try:
+                    output, errors = process.communicate(timeout=WATCH_STEP_S)
+                    break
+                except subprocess.TimeoutExpired:
+                    if tell:
+                        tell()
+        except BaseException:
+            process.terminate()
+            raise
+    if process.returncode != 0:
+        raise CommandError(_reason(errors) or "%s: status %d" % (command[0], process.returncode))
+    return output
+
+
+def _reason(errors):
+    """The line that tells most of what a program had to say, without its mark."""
+    lines = [line.strip() for line in errors.splitlines() if line.strip()]
+    full = [line for line in lines if "No space left" in line]
+    marked = [line for line in lines if line.startswith("E: ")]
+    return re.sub(r"^[EWN]: (Failed to fetch \S+\s+)?", "", (full + marked + lines + [""])[0])

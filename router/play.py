@@ -2,12 +2,18 @@
 """Plays one scenario on a fresh virtual router: for the demonstration and for the tests alike."""
 
 import os
+import time
+import traceback
 
-from router import image, machine, scene, timeline
+from router import image, machine, scene, sentences, timeline
 
 STATUS_FILES = ["/tmp/kelm.info", "/tmp/wps_result", "/tmp/wpsactive", "/tmp/wps_wifi_ap.txt",
                 "/tmp/wps_wifi_sta.txt", "/tmp/_wps_wifi_ap.txt", "/tmp/_wps_wifi_sta.txt",
                 "/tmp/wps_wifi_ap_bh.txt"]
+
+
+# What comes before the scenario itself: the packages, the image, the boot.
+PREPARATIONS = 3
 
 
 class Outcome:
@@ -18,17 +24,33 @@ class Outcome:
         self.files = {}
         self.commands = {}
         self.exits = {}
+        self.sentence = ""
         self.trouble = None
+        self.details = ""
         self.log_folder = None
 
+    def failed_checks(self):
+        return [check for check in self.checks if not check.holds]
+
     def failures(self):
-        failed = ["%s: saw %s" % (check.statement, check.seen)
-                  for check in self.checks if not check.holds]
+        failed = ["%s: saw %s" % (check.statement, check.seen) for check in self.failed_checks()]
         if self.trouble:
-            failed.append(self.trouble)
+            failed.append("\n".join([self.trouble] + [self.details] * bool(self.details)))
         if not self.checks:
             failed.append("the scenario checked nothing")
         return failed
+
+    def last_line(self):
+        """What a person remembers of the run: what happened, or what went wrong."""
+        if self.trouble:
+            return "The scenario did not get to its end: %s." % self.trouble
+        if not self.checks:
+            return "The scenario did not get to its end: it checked nothing."
+        failed = self.failed_checks()
+        if failed:
+            return "%d of %d checks failed: %s." % (
+                len(failed), len(self.checks), "; ".join(check.statement for check in failed))
+        return self.sentence
 
 
 def play(scenario, build_folder, view=None):
@@ -37,19 +59,35 @@ def play(scenario, build_folder, view=None):
     outcome = Outcome()
     outcome.log_folder = os.path.join(build_folder, "router", scenario.name)
     view.heading("%s: %s" % (scenario.name, scenario.sentence))
-    with image.built(build_folder, outcome.log_folder, view.text) as (kernel, initrd), \
+    steps = view.steps(PREPARATIONS)
+    with image.built(build_folder, outcome.log_folder, steps) as (kernel, initrd), \
             machine.Machine(kernel, initrd, scenario.radios, outcome.log_folder,
                             view.on_event) as guest:
         stage = scene.Scene(guest, view)
         try:
-            view.text("           booting the router")
-            stage.boot()
+            boot(stage, steps)
             scenario.play(stage)
         except machine.MachineError as error:
-            outcome.trouble = str(error)
+            outcome.trouble, outcome.details = str(error), error.details
+        except Exception as error:  # a person sees a sentence, a tester the place
+            outcome.trouble = "the scenario itself is faulty (%s: %s)" % (
+                type(error).__name__, error)
+            outcome.details = traceback.format_exc()
         outcome.checks = stage.checks
         _collect(guest, stage, outcome)
+        outcome.sentence = sentences.sentence(
+            scenario.told, sentences.Evidence(guest.events, view.client_names))
     return outcome
+
+
+def boot(stage, steps):
+    """The last of the preparations."""
+    steps.begin("boots the router (QEMU, %d MB of memory, emulated in software)"
+                % machine.MEMORY_MB)
+    begun = time.monotonic()
+    stage.boot(steps.update)
+    steps.done("the router has booted in %.0f s (QEMU, %d MB of memory, emulated in software)"
+               % (time.monotonic() - begun, machine.MEMORY_MB))
 
 
 def _collect(guest, stage, outcome):

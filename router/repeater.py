@@ -5,6 +5,7 @@ import re
 
 from router.machine import MachineError
 from router.scene import DEVICE_RADIOS, INTERFACES
+from router.timeline import BANDS
 
 STATIONS = {"2g": "wlan1-vxd", "5g": "wlan0-vxd"}
 STATION_FILES = dict(STATIONS, **{"6g": "-vxd"})
@@ -92,7 +93,7 @@ class Root:
 
     def _ask(self, band, request):
         if self.cli(band, request).splitlines()[-1:] != ["OK"]:
-            raise MachineError("the root access point took no %s on %s" % (request, band))
+            raise MachineError("the root access point refused %s on %s" % (request, BANDS[band]))
 
 
 class Repeater:
@@ -149,7 +150,8 @@ class Repeater:
             return not seen, seen
         good, seen = self.scene.settles(probe)
         if not good:
-            raise MachineError("the %s station still sees a pressed %s" % (band, seen))
+            raise MachineError("the %s station still sees a pushed root" % BANDS[band],
+                               "\n".join(seen))
 
     def file(self, band):
         return self.scene.read("/tmp/run/wpa_supplicant-%s.conf" % STATION_FILES[band]) or ""
@@ -195,19 +197,20 @@ class Repeater:
             return seen == {"wpa_state": "COMPLETED", "ssid": row.ssid,
                             "bssid": root.mac(band)}, seen
         good, seen = self.scene.settles(probe)
-        self.scene.check("the %s station is connected to \"%s\"" % (band, row.ssid), good, seen)
+        self.scene.check("the %s station is connected to \"%s\"" % (BANDS[band], row.ssid), good,
+                         seen)
         good, seen = self.scene.settles(lambda: self.ping(band, root), 20)
-        self.scene.check("a ping over %s gets through to the root" % band, good, seen)
+        self.scene.check("a ping over %s gets through to the root" % BANDS[band], good, seen)
 
     def check_not_connected(self, band):
         state = self.status(band).get("wpa_state")
-        self.scene.check("the %s station is not connected" % band,
+        self.scene.check("the %s station is not connected" % BANDS[band],
                          state not in (None, "COMPLETED"), state)
 
     def check_station(self, band, ssid, security, key, name="wps_wifi_sta"):
         learnt = self.learnt(name)
         self.scene.check_equal(
-            "/tmp/%s.txt holds the root's credentials for %s" % (name, band),
+            "/tmp/%s.txt holds the root's credentials for %s" % (name, BANDS[band]),
             tuple(learnt.get(key + "_" + band)
                   for key in ("enable", "ssid", "security", "password")),
             ("on", ssid, security, key))
@@ -215,7 +218,7 @@ class Repeater:
     def check_extender(self, band, ssid, name="wps_wifi_ap"):
         learnt = self.learnt(name)
         self.scene.check_equal(
-            "/tmp/%s.txt has the %s access point follow as \"%s\"" % (name, band, ssid),
+            "/tmp/%s.txt has the %s access point follow as \"%s\"" % (name, BANDS[band], ssid),
             tuple(learnt.get(key + "_" + band) for key in ("enable", "ssid", "sec_follow")),
             ("on", ssid, "true"))
 
@@ -225,7 +228,7 @@ class Repeater:
             learnt = self.learnt(name)
             seen = sorted(key for key in learnt if key.split("_")[-1] in bands)
             self.scene.check_equal("/tmp/%s.txt has nothing for %s"
-                                   % (name, " and ".join(bands)), seen, [])
+                                   % (name, " and ".join(BANDS[band] for band in bands)), seen, [])
 
     def check_access_point(self, band, ssid):
         """The access point that hostapd really serves."""
@@ -236,4 +239,4 @@ class Repeater:
             seen = (fields.get("state"), fields.get("ssid[0]"))
             return seen == ("ENABLED", ssid), seen
         good, seen = self.scene.settles(probe, 30)
-        self.scene.check("the %s access point serves \"%s\"" % (band, ssid), good, seen)
+        self.scene.check("the %s access point serves \"%s\"" % (BANDS[band], ssid), good, seen)

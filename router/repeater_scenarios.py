@@ -6,6 +6,9 @@ import json
 from router.attempt import (CLEAN_COMMANDS, WALK_TIME_S, Scenario, announce, check_ready_again,
                             info_file)
 from router.repeater import OLD_ROOT, STATIONS, Repeater, RootBand
+from router.sentences import (enrolled_alone, estimate_fell, gave_up, given_the_key, overlapped,
+                              router_joined, seen)
+from router.timeline import BANDS
 
 SSID = "Great Oak"
 KEY = "acorns in the cellar"
@@ -43,10 +46,12 @@ def enrol(scene, repeater, root, *bands):
     scene.press_button()
     scene.expect("station", "^wlan0-vxd: WPS-PBC-ACTIVE", "the stations' start")
     if bands:
-        scene.say("the root's button is pressed for %s" % " and ".join(bands))
+        scene.say("the root's button is pressed for %s"
+                  % " and ".join(BANDS[band] for band in bands))
         root.press(*bands)
     for band in bands:
-        scene.expect("station", "^%s: WPS-SUCCESS" % STATIONS[band], "the enrolment on " + band)
+        scene.expect("station", "^%s: WPS-SUCCESS" % STATIONS[band],
+                     "the enrolment on " + BANDS[band])
 
 
 def finish(scene, repeater):
@@ -82,7 +87,7 @@ def one_band(scene, band, other, other_ssid=SSID):
     codes = ["success", ""] if band == "2g" else ["ok", ""]
     codes += ["ok", ""] if band == "2g" else ["success", ""]
     check_success(scene, SUCCESS_SCRIPTS, info_file(2, *codes))
-    scene.check_equal("no station but that of %s enrolled" % band,
+    scene.check_equal("no station but that of %s enrolled" % BANDS[band],
                       scene.texts("station", "^%s: WPS-(SUCCESS|CRED)" % STATIONS[other]), [])
     scene.check_equal("the daemon mirrored to the other band, by the root it found there",
                       scene.texts("console", r"patching wpsCfg\[band %d\] with rootAP %s"
@@ -135,7 +140,7 @@ def check_nothing_learnt(scene, repeater, status):
                       info_file(2, status, "", status, ""))
     repeater.check_untouched("2g", "5g")
     for band in ("2g", "5g"):
-        scene.check_equal("the stored root of %s is the one from before" % band,
+        scene.check_equal("the stored root of %s is the one from before" % BANDS[band],
                           repeater.stored(band, "settings1", *OLD_ROOT),
                           tuple(OLD_ROOT.values()))
         repeater.check_not_connected(band)
@@ -203,7 +208,8 @@ def rogue_root(scene):
     scene.say("the rogue gives up, and the root's button is pressed")
     root.press("2g", "5g")
     for band in STATIONS:
-        scene.expect("station", "^%s: WPS-SUCCESS" % STATIONS[band], "the enrolment on " + band)
+        scene.expect("station", "^%s: WPS-SUCCESS" % STATIONS[band],
+                     "the enrolment on " + BANDS[band])
     finish(scene, repeater)
 
     check_success(scene, SUCCESS_SCRIPTS, info_file(2, "success", "", "success", ""))
@@ -327,13 +333,13 @@ def mesh(scene):
                                for band in ("2g", "5g")])
     enrol(scene, repeater, root, "2g")
     # The supplicant writes its file once more before it has its link.
-    scene.expect("station", "^wlan1-vxd: CTRL-EVENT-CONNECTED", "the link on 2g")
+    scene.expect("station", "^wlan1-vxd: CTRL-EVENT-CONNECTED", "the link on 2.4 GHz")
     scene.say("puts easymesh_support=1 into the learnt block: Debian's supplicant writes no such "
               "line")
     scene.must_run("sed -i '$ s/^}$/\\teasymesh_support=1\\n}/' "
                    "/tmp/run/wpa_supplicant-wlan1-vxd.conf")
     root.press("5g")
-    scene.expect("station", "^wlan0-vxd: WPS-SUCCESS", "the enrolment on 5g")
+    scene.expect("station", "^wlan0-vxd: WPS-SUCCESS", "the enrolment on 5 GHz")
     finish(scene, repeater)
 
     check_success(scene, ["/etc/init.d/wps mesh_config_wifi"] * 2
@@ -400,31 +406,35 @@ def six_ghz(scene):
 
 SCENARIOS = [
     Scenario("repeater", "A repeater enrols with its root access point on both bands.", both_bands,
-             RADIOS),
+             [router_joined], RADIOS),
     Scenario("repeater-2g", "Only 2.4 GHz enrols; 5 GHz gets the same credentials and joins too.",
-             mirrored, RADIOS),
+             mirrored, [router_joined, enrolled_alone, given_the_key], RADIOS),
     Scenario("repeater-near", "The same with another name on 5 GHz, found by its near address.",
-             mirrored_by_nearness, RADIOS),
+             mirrored_by_nearness, [router_joined, enrolled_alone, given_the_key], RADIOS),
     Scenario("repeater-5g", "Only 5 GHz enrols; 2.4 GHz gets the same credentials and joins too.",
-             mirrored_from_5g, RADIOS),
+             mirrored_from_5g, [router_joined, enrolled_alone, given_the_key], RADIOS),
     Scenario("repeater-alone", "The repeater's button is pressed, the root's is not.",
-             nobody_presses, RADIOS),
+             nobody_presses, [gave_up("no root was pushed")], RADIOS),
     Scenario("repeater-silent", "5 GHz stays silent; the falling estimate ends the attempt early.",
-             silent_band, RADIOS),
+             silent_band, [router_joined, enrolled_alone, estimate_fell], RADIOS),
     Scenario("repeater-connected", "2.4 GHz is connected already; only 5 GHz is started.",
-             already_connected, RADIOS),
+             already_connected, [router_joined, enrolled_alone], RADIOS),
     Scenario("repeater-factory", "A new repeater: its access points are switched on and follow.",
-             factory, RADIOS),
+             factory, [router_joined, seen("console", "update factory_mode = 1",
+                                           "it had known no root before")], RADIOS),
     Scenario("repeater-mesh", "EasyMesh on both sides: the backhaul is stored, the mesh restarts.",
-             mesh, RADIOS),
+             mesh, [router_joined, seen("script", r"^1 \S+ mesh_config_wifi",
+                                        "the backhaul of the mesh was stored")], RADIOS),
     Scenario("repeater-no-mesh", "EasyMesh here, a root without it: the normal way is taken.",
-             mesh_here_only, RADIOS),
+             mesh_here_only, [router_joined, seen("command", "wps_pbc multi_ap=2$",
+                                                  "it had asked for a mesh")], RADIOS),
     Scenario("repeater-open-wpa3", "The root is open on 2.4 GHz and WPA2 with WPA3 on 5 GHz.",
-             open_and_transition, RADIOS),
+             open_and_transition, [router_joined], RADIOS),
     Scenario("repeater-overlap", "Two root access points are pushed; the repeater joins neither.",
-             two_roots, 6),
+             two_roots, [overlapped], 6),
     Scenario("repeater-rogue", "A rogue root is named like an event; the right one enrols.",
-             rogue_root, 6),
+             rogue_root, [router_joined, seen("station", "authenticate with .*SSID='(WPS-SUCCESS)'",
+                                              "the rogue \"{0}\" did not stop it")], 6),
     Scenario("repeater-6g", "A 6 GHz band is never started; it gets the credentials as WPA3.",
-             six_ghz, 5),
+             six_ghz, [router_joined, given_the_key], 5),
 ]

@@ -1,11 +1,13 @@
 # SPDX-License-Identifier: ISC
 """The scenarios of the virtual router: a function of steps and checks for each, and their table."""
 
-from router import repeater_scenarios
+from router import repeater_scenarios, sentences
 from router.attempt import (BUTTON, CANCEL, CLEAN_COMMANDS, PIN, START, WALK_TIME_S, Scenario,
                             announce, check_ready_again, info_file)
 from router.machine import MachineError
 from router.scene import INTERFACES
+from router.sentences import (came_too_late, cancelled, gave_up, got_nothing, joined, nobody_joined,
+                              overlapped, registrar_joined, seen, unheard_press)
 
 SSIDS = {"2g": "Elm House", "5g": "Elm House 5G"}
 KEY = "under the old elm"
@@ -491,32 +493,43 @@ def no_broker(scene):
     scene.check_joined(client, "2g", SSIDS["2g"], KEY)
 
 
+PHONE_JOINED = joined("phone")
+
 SCENARIOS = [
     Scenario("push-button", "Both bands are secured; a client joins on 2.4 GHz by push-button.",
-             push_button_2g),
+             push_button_2g, [PHONE_JOINED]),
     Scenario("push-button-5g", "Both bands are secured; a client joins on 5 GHz by push-button.",
-             push_button_5g),
+             push_button_5g, [PHONE_JOINED]),
     Scenario("hostapd-user", "hostapd runs as a user of its own; a client joins by push-button.",
-             hostapd_user),
+             hostapd_user, [PHONE_JOINED, seen("demo", r"the phone is hostapd, users (\d+)",
+                                               "hostapd served it as user {0}")]),
     Scenario("unconfigured", "The access point is open; the first client's push secures it.",
-             unconfigured),
+             unconfigured, [PHONE_JOINED, seen("hostapd", "^wlan1: WPS-NEW-AP-SETTINGS",
+                                               "the open network got a key by its push")]),
     Scenario("client-pin", "A client's PIN is entered on the web page; the client joins.",
-             client_pin),
+             client_pin, [joined("printer")]),
     Scenario("access-point-pin", "A laptop uses the router's own PIN and gives it new settings.",
-             access_point_pin),
+             access_point_pin, [registrar_joined("laptop")]),
     Scenario("overlap", "Two clients are pushed at the same time; neither gets in.", overlap,
-             radios=4),
+             [overlapped], radios=4),
     Scenario("neighbour", "A device nearby is named like an event; only the phone gets in.",
-             named_like_an_event, radios=4),
-    Scenario("nobody-comes", "The button is pressed and no client comes.", nobody_comes),
-    Scenario("cancel", "The attempt is cancelled from the web page.", cancel),
+             named_like_an_event, [PHONE_JOINED, got_nothing("neighbour")], radios=4),
+    Scenario("nobody-comes", "The button is pressed and no client comes.", nobody_comes,
+             [gave_up("nobody came")]),
+    Scenario("cancel", "The attempt is cancelled from the web page.", cancel,
+             [cancelled, came_too_late("phone")]),
     Scenario("press-cancel-press", "After a cancelled attempt the next press lets the client in.",
-             press_cancel_press),
-    Scenario("second-press", "The button is pressed again while an attempt runs.", second_press),
-    Scenario("terminated", "The daemon gets SIGTERM in the middle of an attempt.", terminated),
+             press_cancel_press, [cancelled, joined("phone", again=True)]),
+    Scenario("second-press", "The button is pressed again while an attempt runs.", second_press,
+             [PHONE_JOINED, seen("console", "WPS is processing, ignore button press",
+                                 "the second press, during the attempt, changed nothing")]),
+    Scenario("terminated", "The daemon gets SIGTERM in the middle of an attempt.", terminated,
+             [sentences.terminated, nobody_joined]),
     Scenario("hostapd-dies", "hostapd dies in the middle of an attempt and is brought back.",
-             hostapd_dies),
-    Scenario("no-broker", "The daemon starts before the ubus broker.", no_broker),
+             hostapd_dies, [seen("demo", "^kills hostapd", "the scenario killed hostapd"),
+                            gave_up("nobody could join"), joined("phone", again=True)]),
+    Scenario("no-broker", "The daemon starts before the ubus broker.", no_broker,
+             [unheard_press, joined("phone", again=True)]),
 ] + repeater_scenarios.SCENARIOS
 
 

@@ -7,6 +7,7 @@ import re
 import time
 
 from router import machine
+from router.timeline import BANDS, CLOCK_MOVED
 
 EVENT_LIMIT_S = 120
 BOOT_LIMIT_S = 120
@@ -48,7 +49,8 @@ class Client:
         """A request that the supplicant must take."""
         reply = self.cli(arguments)
         if reply.splitlines()[-1:] != ["OK"]:
-            raise machine.MachineError("%s answered %r to %r" % (self.name, reply, arguments))
+            raise machine.MachineError("the %s refused the request %s" % (self.name, arguments),
+                                       reply)
 
     def join(self, ssid, key):
         """Adds a network by its settings, as a person would type them, and saves it."""
@@ -95,10 +97,13 @@ class Scene:
     # What goes on in the guest.
 
     def run(self, script):
-        return self._guest.run(script)
+        return self._guest.run(script, waiting=self._waiting_for("the router's own commands"))
 
     def must_run(self, script):
-        return self._guest.must_run(script)
+        return self._guest.must_run(script, waiting=self._waiting_for("the router's own commands"))
+
+    def _waiting_for(self, what):
+        return lambda left_s: self._timeline.waiting(what, self._guest.now(), left_s)
 
     def write(self, path, lines):
         """Writes a file of the guest, and the folder it is in."""
@@ -192,7 +197,7 @@ class Scene:
         self.must_run("ubus send wps_cli '%s'" % json.dumps(members))
 
     def move_clock(self, seconds):
-        self.say("moves the router's clock forward by %d seconds" % seconds)
+        self.say(CLOCK_MOVED % seconds)
         self.must_run('date -s "@$(($(date +%%s) + %d))"' % seconds)
 
     def mark(self):
@@ -207,9 +212,8 @@ class Scene:
             if event:
                 return event
             if self._guest.ended():
-                raise machine.MachineError("the guest ended; its console:\n"
-                                           + self._guest.console_tail())
-            self._timeline.waiting("waiting for " + what, self._guest.now())
+                raise machine.MachineError("the guest ended", self._guest.console_tail())
+            self._waiting_for(what)(deadline - time.monotonic())
         return None
 
     def expect(self, source, pattern, what, limit_s=EVENT_LIMIT_S, since=0):
@@ -229,23 +233,35 @@ class Scene:
         """Waits until such an event has come a number of times."""
         good, seen = self.settles(
             lambda: (len(self.texts(source, pattern, since)) >= count,
-                     len(self.texts(source, pattern, since))))
+                     len(self.texts(source, pattern, since))), what=what)
         if not good:
-            raise machine.MachineError("%s: %d of %d" % (what, seen, count))
+            raise machine.MachineError("%s happened %d times of %d within %d s"
+                                       % (what, seen, count, EVENT_LIMIT_S))
 
-    def boot(self):
-        self.expect("boot", "ready", "the router's boot", BOOT_LIMIT_S)
+    def boot(self, booting=lambda text: None):
+        """Waits until the guest takes commands."""
+        deadline = time.monotonic() + BOOT_LIMIT_S
+        begun = time.monotonic()
+        while not self._guest.wait_event("boot", "ready", WAIT_STEP_S):
+            if self._guest.ended():
+                raise machine.MachineError("the guest ended while it booted",
+                                           self._guest.console_tail())
+            if time.monotonic() > deadline:
+                raise machine.MachineError("the guest did not boot within %d s" % BOOT_LIMIT_S,
+                                           self._guest.console_tail())
+            booting("boots: %.0f s" % (time.monotonic() - begun))
 
     def expect_exit(self, run, limit_s=EVENT_LIMIT_S):
         return self.expect("exit", r"^%d daemon " % run, "the daemon's end", limit_s)
 
-    def settles(self, probe, limit_s=EVENT_LIMIT_S):
+    def settles(self, probe, limit_s=EVENT_LIMIT_S, what="what has to be so at the end"):
         """Repeats a probe that returns (good, seen) until it is good or the time is up."""
         deadline = time.monotonic() + limit_s
         while True:
             good, seen = probe()
             if good or time.monotonic() > deadline:
                 return good, seen
+            self._waiting_for(what)(deadline - time.monotonic())
             time.sleep(WAIT_STEP_S)
 
     # What was seen.
@@ -302,7 +318,8 @@ class Scene:
                     and seen["freq"] == FREQUENCIES[band])
             return good, seen
         good, seen = self.settles(probe)
-        self.check("%s is connected to \"%s\" on %s" % (client.name, ssid, band), good, seen)
+        self.check("%s is connected to \"%s\" on %s" % (client.name, ssid, BANDS[band]), good,
+                   seen)
         self.check_equal("%s has the key on file" % client.name, client.saved_key(), key)
         good, seen = self.settles(lambda: client.ping(band), 20)
         self.check("a ping gets through to the router", good, seen)
@@ -321,5 +338,5 @@ class Scene:
             _, output = self.run("hostapd_cli -p /var/run/hostapd -i %s wps_get_status" % interface)
             found = re.search(r"PBC Status: (\w+)", output)
             state = found.group(1) if found else output.strip()
-            self.check("hostapd's push-button method is off on %s" % band,
+            self.check("hostapd's push-button method is off on %s" % BANDS[band],
                        state not in ("Active", "Unknown", "") and found, state)

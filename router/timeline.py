@@ -1,17 +1,26 @@
 # SPDX-License-Identifier: ISC
-"""Prints what happens in the virtual router as lines that a person can follow."""
+"""The words for what happens in the virtual router, and the lines that a person follows it by."""
 
 import json
 import re
-import sys
-import threading
 import time
 
+from router.screen import REMINDER_S, NoSteps, Screen, Steps
+
 BANDS = {"wlan1": "2.4 GHz", "wlan0": "5 GHz", "wlan1-vxd": "2.4 GHz", "wlan0-vxd": "5 GHz",
-         "2g": "2.4 GHz", "5g": "5 GHz"}
+         "2g": "2.4 GHz", "5g": "5 GHz", "6g": "6 GHz"}
 STATUS_TEXTS = {0: "idle", 1: "cancelled", 2: "success", 3: "error", 4: "time-out",
                 8: "overlap", 11: "in progress", 12: "silent"}
-REMINDER_S = 5.0
+STARTED, STOPPED = 1, 2
+IDLE, SILENT = 0, 12
+
+# Who does something, and the colour that tells it. Clients and roots have names of their own.
+ACTORS = {"kelm": "cyan", "hostapd": "blue", "station": "yellow", "client": "yellow",
+          "root": "magenta", "script": "green", "button": "bold", "web page": "bold", "demo": "dim"}
+VERDICTS = {True: ("PASS", "green"), False: ("FAIL", "red")}
+
+# The scenarios' own notes that are read again: by the sentence at the end.
+CLOCK_MOVED = "moves the router's clock forward by %d seconds"
 
 # Which lines of which source are worth telling, and how: (source, pattern, who, text). Groups of
 # the pattern fill the text; a group named "iface" becomes the band.
@@ -86,8 +95,6 @@ ROWS = [
     ("console", r"kelm\[[^]]*\]: (Failed to connect to ubus)", "kelm", "says: {0}"),
     ("console", r"kelm\[[^]]*\]: (Can't open event ctrl|worker socket init failed|kelm open "
      r"failed\.|Rebuild worker socket failed\.)", "kelm", "says: {0}"),
-    ("console", r"kelm\[[^]]*\]: (Normal WPS success restart|mesh WPS fail restart|Easymesh WPS "
-     r"success restart)", "kelm", "decides: {0}"),
     ("demo", r"^(.*)$", "demo", "{0}"),
 ]
 
@@ -106,10 +113,20 @@ def bus_line(text):
         return "web page", ("asks: %s %s" % (verb, method)).rstrip()
     if name != "wps":
         return None
-    stage = {1: "started", 2: "ended"}.get(members.get("action"), str(members.get("action")))
-    bands = ", ".join("%s %s" % (label, STATUS_TEXTS.get(members.get(key), members.get(key)))
-                      for label, key in (("2.4 GHz", "2g_status"), ("5 GHz", "5g_status")))
-    return "kelm", "announces: %s (%s)" % (stage, bands)
+    codes = [members.get(key) for key in ("2g_status", "5g_status")]
+    return "kelm", "announces: " + announcement(members.get("action"), codes)
+
+
+def announcement(action, codes):
+    """What an announced state means; an attempt has two ends, its stop and then its result."""
+    if action == STOPPED and set(codes) == {SILENT}:
+        return "the attempt has been stopped"
+    if set(codes) == {IDLE}:
+        return "no attempt is running"
+    stage = {STARTED: "the attempt has started", STOPPED: "the result"}.get(action, str(action))
+    bands = ", ".join("%s %s" % (label, STATUS_TEXTS.get(code, code))
+                      for label, code in zip(("2.4 GHz", "5 GHz"), codes))
+    return "%s (%s)" % (stage, bands)
 
 
 def describe(event, client_names):
@@ -137,17 +154,25 @@ def describe(event, client_names):
     return None
 
 
+def actor_of(source, who):
+    """The row of ACTORS for a line that `who` says."""
+    kind = re.match(r"client|root", source)
+    return kind.group(0) if kind else who
+
+
 class Timeline:
     """Prints events as they come; while nothing comes, says what is being waited for."""
 
-    def __init__(self, out=sys.stdout):
-        self._out = out
-        self._lock = threading.Lock()
+    def __init__(self, out=None, environ=None, verbose=False):
+        self.screen = Screen(out, environ)
+        self.verbose = verbose
         self._zero = None
         self._last_line = None
-        self._last_print = time.monotonic()
         self._dots = 0
         self.client_names = {}
+
+    def steps(self, count):
+        return Steps(self.screen, count)
 
     def zero_at(self, time_s):
         """Times are told from here on, in seconds since this moment of the guest's clock."""
@@ -158,44 +183,45 @@ class Timeline:
         if told is None:
             return
         band, who, text = told
-        line = "%-9s %-8s %s" % (who, band, text)
-        with self._lock:
+        line = (who, band, text)
+        with self.screen.lock:
             # hostapd says some things once for itself and once for the control interface.
             if line == self._last_line and who != "button":
                 return
             self._last_line = line
-            self._print("%s  %s" % (self._stamp(event.time_s), line))
+            actor = self.screen.paint(ACTORS.get(actor_of(event.source, who)), "%-9s" % who)
+            self.screen.line("%s  %s %-8s %s" % (self._stamp(event.time_s), actor, band, text))
 
     def heading(self, text):
-        with self._lock:
-            self._print("\n%s" % text)
+        self.screen.line("\n" + self.screen.paint("bold", text))
 
     def text(self, text=""):
-        with self._lock:
-            self._print(text)
+        self.screen.line(text)
 
-    def waiting(self, what, time_s):
-        """Called again and again while a scenario waits."""
-        with self._lock:
-            if self._out.isatty():
-                self._dots = self._dots % 3 + 1
-                self._out.write("\r%s  %-9s %s%-3s\033[K"
-                                % (self._stamp(time_s), "", "... " + what, "." * self._dots))
-                self._out.flush()
-            elif time.monotonic() - self._last_print >= REMINDER_S:
-                self._print("%s  %-9s %-8s ... %s" % (self._stamp(time_s), "", "", what))
+    def verdict(self, good, text):
+        """A statement with its verdict before it."""
+        word, colour = VERDICTS[good]
+        self.screen.line("  %s  %s" % (self.screen.paint(colour, word), text))
+
+    def last_line(self, good, text):
+        """The outcome; on a terminal it is the line that stands out."""
+        self.screen.line(self.screen.paint("bold" if good else "red", text))
+
+    def waiting(self, what, time_s, left_s):
+        """Called again and again while a scenario waits; left_s: how long it will at most."""
+        text = "%s  ... waiting for %s (up to %.0f s more)" % (
+            self._stamp(time_s), what, max(left_s, 0))
+        with self.screen.lock:
+            self._dots = self._dots % 3 + 1
+            self.screen.rewrite(text + "." * self._dots)
+            if (not self.screen.rewrites
+                    and time.monotonic() - self.screen.last_line_s >= REMINDER_S):
+                self.screen.line(text)
 
     def _stamp(self, time_s):
         if self._zero is None:
             return "%9s" % ""
         return "%7.2f s" % (time_s - self._zero)
-
-    def _print(self, text):
-        if self._out.isatty():
-            self._out.write("\r\033[K")
-        self._out.write(text + "\n")
-        self._out.flush()
-        self._last_print = time.monotonic()
 
 
 class Silence:
@@ -203,6 +229,9 @@ class Silence:
 
     def __init__(self):
         self.client_names = {}
+
+    def steps(self, _count):
+        return NoSteps()
 
     def zero_at(self, time_s):
         pass
@@ -216,5 +245,5 @@ class Silence:
     def text(self, text=""):
         pass
 
-    def waiting(self, what, time_s):
+    def waiting(self, what, time_s, left_s):
         pass

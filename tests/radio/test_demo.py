@@ -44,6 +44,18 @@ def test_help_tells_the_scenarios():
     done = demo("--help")
     assert done.returncode == 0
     assert all(name in done.stdout for name in NAMES)
+    assert "--verbose" in done.stdout
+
+
+@pytest.mark.parametrize("arguments, status", [
+    (["--list"], 0), (["--help"], 0), (["no-such-thing"], 2),
+    (["--check-arguments", "push-button"], 0)])
+def test_questions_need_no_other_program_and_no_cache(arguments, status):
+    done = subprocess.run(
+        ["/usr/bin/python3", "-S", os.path.join(TOP, "router/demo.py"), *arguments],
+        env={"PATH": "/nowhere", "XDG_CACHE_HOME": "/proc/nope"}, stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE, text=True, check=False)
+    assert done.returncode == status, done.stderr
 
 
 def test_missing_build_is_told_and_fails(tmp_path):
@@ -65,7 +77,18 @@ def test_a_failed_check_is_a_failure_and_tells_what_was_seen():
 @pytest.mark.parametrize("source, text, told", [
     ("bus", '{ "gpio": {"type":"wps","pressed":1} }', ("", "button", "the WPS button is pressed")),
     ("bus", '{ "wps": {"action":2,"2g_status":2,"5g_status":4,"5g2_status":0} }',
-     ("", "kelm", "announces: ended (2.4 GHz success, 5 GHz time-out)")),
+     ("", "kelm", "announces: the result (2.4 GHz success, 5 GHz time-out)")),
+    # An attempt is announced as ended twice: first that it has stopped, then what came of it.
+    ("bus", '{ "wps": {"action":2,"2g_status":12,"5g_status":12,"5g2_status":0} }',
+     ("", "kelm", "announces: the attempt has been stopped")),
+    ("bus", '{ "wps": {"action":1,"2g_status":12,"5g_status":11,"5g2_status":0} }',
+     ("", "kelm", "announces: the attempt has started (2.4 GHz silent, 5 GHz in progress)")),
+    ("bus", '{ "wps": {"action":2,"2g_status":0,"5g_status":0,"5g2_status":0} }',
+     ("", "kelm", "announces: no attempt is running")),
+    ("bus", '{ "wps": {"action":9,"2g_status":5} }',
+     ("", "kelm", "announces: 9 (2.4 GHz 5, 5 GHz None)")),
+    # The script's own line tells what is restarted.
+    ("console", "kelm[kelm_restart:279]: mesh WPS fail restart.", None),
     ("bus", '{ "wps_cli": {"action":2,"method":1} }',
      ("", "web page", "asks: cancel push-button")),
     ("bus", "no JSON", None),

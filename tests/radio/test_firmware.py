@@ -5,13 +5,13 @@ import json
 
 import pytest
 
-from router import image, machine, scene, timeline
+from router import image, machine, scene, screen, timeline
 
 
 @pytest.fixture(scope="module")
 def router(build_folder, tmp_path_factory):
     folder = str(tmp_path_factory.mktemp("firmware"))
-    with image.built(build_folder, folder, print) as (kernel, initrd), \
+    with image.built(build_folder, folder, screen.NoSteps()) as (kernel, initrd), \
             machine.Machine(kernel, initrd, 3, folder) as guest:
         stage = scene.Scene(guest, timeline.Silence())
         stage.boot()

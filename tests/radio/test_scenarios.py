@@ -1,11 +1,77 @@
 # SPDX-License-Identifier: ISC
 """Whole attempts on the virtual router, one test for each scenario of script/demo."""
 
+import re
 import shutil
 
 import pytest
 
 from router import play, scenarios
+
+# The sentence that each scenario ends with; T stands for a time in seconds.
+TOLD = {
+    "push-button": 'The phone joined "Elm House" on 2.4 GHz T s after the press.',
+    "push-button-5g": 'The phone joined "Elm House 5G" on 5 GHz T s after the press.',
+    "hostapd-user": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                    'hostapd served it as user 101.',
+    "unconfigured": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                    'the open network got a key by its push.',
+    "client-pin": 'The printer joined "Elm House" on 2.4 GHz T s after its PIN was entered.',
+    "access-point-pin": 'The laptop gave the router new settings and joined "Laptop chose this" '
+                        'on 2.4 GHz T s later.',
+    "overlap": 'The phone and the tablet were pushed at the same time and nobody joined; '
+               'the daemon gave up T s after the press.',
+    "neighbour": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                 'the neighbour got nothing.',
+    "nobody-comes": "Nobody came; the daemon gave up T s after the press by the router's clock, "
+                    "which was moved.",
+    "cancel": 'The web page cancelled the attempt T s after the press; the phone, pushed T s '
+              'after the press, was too late and joined nothing.',
+    "press-cancel-press": 'The web page cancelled the attempt T s after the press; '
+                          'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "second-press": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                    'the second press, during the attempt, changed nothing.',
+    "terminated": 'The daemon was asked to end T s after the press: it stopped the attempt and '
+                  'ended with status 0 T s later; nobody joined.',
+    "hostapd-dies": "The scenario killed hostapd; nobody could join; the daemon gave up T s after "
+                    "the press by the router's clock, which was moved; "
+                    'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "no-broker": 'Without the bus at its start the daemon did not hear the first press; '
+                 'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "repeater": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press.',
+    "repeater-2g": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                   'only 2.4 GHz enrolled; 5 GHz was given the same key.',
+    "repeater-near": 'The router joined "Great Oak" on 2.4 GHz and "Great Oak 5" on 5 GHz T s '
+                     'after the press; only 2.4 GHz enrolled; 5 GHz was given the same key.',
+    "repeater-5g": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                   'only 5 GHz enrolled; 2.4 GHz was given the same key.',
+    "repeater-alone": "No root was pushed; the daemon gave up T s after the press by the router's "
+                      "clock, which was moved.",
+    "repeater-silent": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                       'only 2.4 GHz enrolled; the estimate of the silent band fell from N to N '
+                       'percent.',
+    "repeater-connected": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the '
+                          'press; only 5 GHz enrolled.',
+    "repeater-factory": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                        'it had known no root before.',
+    "repeater-mesh": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                     'the backhaul of the mesh was stored.',
+    "repeater-no-mesh": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                        'it had asked for a mesh.',
+    "repeater-open-wpa3": 'The router joined "Open Oak" on 2.4 GHz and "Old and New Oak" on '
+                          '5 GHz T s after the press.',
+    "repeater-overlap": '2 root access points were pushed at the same time and nobody joined; '
+                        'the daemon gave up T s after the press.',
+    "repeater-rogue": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                      'the rogue "WPS-SUCCESS" did not stop it.',
+    "repeater-6g": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
+                   '6 GHz was given the same key.',
+}
+
+
+def pattern_of(told):
+    return re.sub(r"\bT s\b", r"\\d+\\.\\d s", re.sub(r"\bN\b", r"\\d+", re.escape(told))
+                  .replace(r"T\ s", "T s"))
 
 
 @pytest.mark.parametrize("scenario", scenarios.SCENARIOS, ids=lambda scenario: scenario.name)
@@ -15,3 +81,4 @@ def test_scenario(scenario, build_folder):
     failures = outcome.failures()
     if failures:
         pytest.fail("%s\n(logs: %s)" % ("\n".join(failures), outcome.log_folder), pytrace=False)
+    assert re.fullmatch(pattern_of(TOLD[scenario.name]), outcome.last_line()), outcome.last_line()
