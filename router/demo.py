@@ -60,11 +60,25 @@ def print_evidence(view, outcome):
         view.text("  %-22s %s" % (path, text.rstrip("\n").replace("\n", "\n" + " " * 25)))
 
 
+def count_of(outcome):
+    if not outcome.checks:
+        return "No check was reached"
+    return "%d of %d checks hold" % (len(outcome.checks) - len(outcome.failed_checks()),
+                                     len(outcome.checks))
+
+
+def shown_path(path):
+    """As seen from here, unless that leads out of here."""
+    relative = os.path.relpath(path)
+    return os.path.abspath(path) if relative.startswith("..") else relative
+
+
 def print_outcome(view, outcome, seconds):
     """The checks, where the logs are, and in the last line what happened."""
     if view.verbose:
         print_evidence(view, outcome)
-    view.heading("Checks:")
+    if outcome.checks:
+        view.heading("Checks:")
     for check in outcome.checks:
         view.verdict(check.holds, check.statement)
         if not check.holds:
@@ -74,9 +88,8 @@ def print_outcome(view, outcome, seconds):
         view.text(outcome.details.rstrip())
     if outcome.failures() and outcome.checks and not outcome.trouble:
         view.text("\n" + outcome.sentence)
-    view.text("\n%d of %d checks hold; %.0f seconds in all. Logs: %s"
-              % (len(outcome.checks) - len(outcome.failed_checks()), len(outcome.checks), seconds,
-                 os.path.relpath(outcome.log_folder)))
+    view.text("\n%s; %.0f seconds in all. Logs: %s"
+              % (count_of(outcome), seconds, shown_path(outcome.log_folder)))
     view.last_line(not outcome.failures(), outcome.last_line())
 
 

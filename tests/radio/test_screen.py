@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: ISC
 """What a person sees of a run, on a terminal and in a pipe: colours, progress, the last lines."""
 
+import contextlib
 import io
 import os
 import pty
@@ -27,10 +28,14 @@ class Terminal:
         os.close(self._ours)
 
     def text(self):
-        """What has been written so far; a terminal makes CR LF of LF."""
-        self.out.flush()
-        os.set_blocking(self._ours, False)
-        return os.read(self._ours, 65536).decode().replace("\r\n", "\n")
+        """All that has been written; nothing can be afterwards. A terminal makes CR LF of LF."""
+        self.out.close()
+        data = b""
+        # What was written arrives in pieces, and only the end says that it was all.
+        with contextlib.suppress(OSError):
+            while piece := os.read(self._ours, 65536):
+                data += piece
+        return data.decode().replace("\r\n", "\n")
 
 
 def outcome_of(*checks, trouble=None, details=""):
@@ -200,6 +205,18 @@ def test_details_and_what_was_seen_come_before_the_last_line():
     text = printed(outcome_of(("a", False), trouble="the guest ended", details="panic\nlast"))
     assert text.index("FAIL  a\n        saw: it") < text.index("\nDetails:\npanic\nlast\n")
     assert text.index("last\n") < text.index("0 of 1 checks hold; 12 seconds in all.")
+
+
+def test_run_without_checks_claims_none():
+    text = printed(outcome_of(trouble="the guest ended"))
+    assert "Checks:" not in text and "checks hold" not in text
+    assert "No check was reached; 12 seconds in all." in text
+
+
+def test_path_of_the_logs_is_a_short_one(monkeypatch):
+    monkeypatch.chdir("/usr/lib")
+    assert demo.shown_path("/usr/lib/x/y") == "x/y"
+    assert demo.shown_path("/usr/bin/y") == "/usr/bin/y"
 
 
 def test_failed_run_tells_what_was_seen_as_well():
