@@ -13,6 +13,9 @@ FOR_USERS = ('run it as root (with sudo), or allow user namespaces: sudo sysctl 
 
 
 def main():
+    if not os.path.exists('/proc/self/mounts'):
+        print('the tests need /proc; mount it: mount -t proc proc /proc')
+        return 1
     is_root = os.geteuid() == 0
     try:
         world.gain_privilege()
