@@ -292,9 +292,8 @@ def enrolled_alone(evidence):
 
 def given_the_key(evidence):
     """Which band was given what another has learnt."""
-    bands = {"0": "2.4 GHz", "1": "5 GHz", "3": "6 GHz"}
     found = evidence.all("console", r"patching wpsCfg\[band (\d)\] with rootAP")
-    names = [bands.get(match.group(1), "band " + match.group(1)) for _, match in found]
+    names = [BANDS.get(match.group(1), "band " + match.group(1)) for _, match in found]
     return "%s was given the same key" % listed(sorted(set(names))) if names else ""
 
 

@@ -8,7 +8,8 @@ import time
 from router.screen import REMINDER_S, NoSteps, Screen, Steps
 
 BANDS = {"wlan1": "2.4 GHz", "wlan0": "5 GHz", "wlan1-vxd": "2.4 GHz", "wlan0-vxd": "5 GHz",
-         "2g": "2.4 GHz", "5g": "5 GHz", "6g": "6 GHz"}
+         "2g": "2.4 GHz", "5g": "5 GHz", "6g": "6 GHz",
+         "0": "2.4 GHz", "1": "5 GHz", "3": "6 GHz"}
 STATUS_TEXTS = {0: "idle", 1: "cancelled", 2: "success", 3: "error", 4: "time-out",
                 8: "overlap", 11: "in progress", 12: "silent"}
 STARTED, STOPPED = 1, 2
@@ -86,8 +87,8 @@ ROWS = [
      "run {0} (process {1}) is killed by signal {2}"),
     ("console", r"kelm\[[^]]*\]: wps Timeout", "kelm", "gives up after 125 seconds"),
     ("console", r"WPS predict \d+\] (\d+) percent", "kelm", "estimates the chance: {0} percent"),
-    ("console", r"kelm\[[^]]*\]: patching wpsCfg\[band (\d)\] with rootAP (.*)$", "kelm",
-     "mirrors the credentials to band {0}, root \"{1}\""),
+    ("console", r"kelm\[[^]]*\]: patching wpsCfg\[band (?P<iface>\d)\] with rootAP (.*)$", "kelm",
+     "mirrors the credentials to this band, root \"{0}\""),
     ("console", r"kelm\[[^]]*\]: WPS is processing, ignore", "kelm",
      "ignores the press: an attempt is running"),
     ("console", r"kelm\[[^]]*\]: WPS is processing, close", "kelm",

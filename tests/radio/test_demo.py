@@ -101,6 +101,8 @@ def test_a_failed_check_is_a_failure_and_tells_what_was_seen():
     ("client0", "sta0: WPS-PBC-ACTIVE ", ("", "phone", "has been pushed; looks for the router")),
     ("exit", "2 daemon 345 status 255", ("", "kelm", "run 2 (process 345) ends, status 255")),
     ("script", "0 /etc/init.d/wps restart", None),
+    ("console", "kelm[rtk_mirror:9]: patching wpsCfg[band 1] with rootAP Great Oak 5",
+     ("5 GHz", "kelm", "mirrors the credentials to this band, root \"Great Oak 5\"")),
 ])
 def test_timeline_tells_events_in_words(source, text, told):
     event = machine.Event(1.0, source, text)
