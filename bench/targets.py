@@ -4,8 +4,7 @@ import dataclasses
 import os
 import subprocess
 
-import packages
-from tools import SOURCE, configure_and_build, install_stripped
+from tools import SOURCE, configure_and_build, install_stripped, packages
 
 HOSTLIBS = ('ubox', 'blobmsg_json', 'ubus', 'uci')
 
