@@ -4,7 +4,8 @@ import dataclasses
 import os
 import subprocess
 
-from tools import SOURCE, configure_and_build, install_stripped, packages
+import packages
+from tools import SOURCE, configure_and_build, install_stripped
 
 HOSTLIBS = ('ubox', 'blobmsg_json', 'ubus', 'uci')
 

@@ -15,7 +15,6 @@ import subprocess
 import tempfile
 
 from router import packages
-from router.screen import megabytes
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LIBRARY_FOLDERS = ["lib/x86_64-linux-gnu", "usr/lib/x86_64-linux-gnu", "usr/lib"]
@@ -129,7 +128,8 @@ def built(build_folder, out_folder, steps):
                 for layer in (base, project):
                     with open(layer, "rb") as content:
                         shutil.copyfileobj(content, out)
-        steps.done("the image of the guest is packed, %s" % megabytes(os.path.getsize(image)))
+        steps.done("the image of the guest is packed, %s"
+                   % packages.megabytes(os.path.getsize(image)))
         yield packages.kernel_image(tree), image
 
 

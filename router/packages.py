@@ -2,7 +2,8 @@
 """Fetches the Debian packages that the virtual router is made of and unpacks them into a cache.
 
 Nothing is installed on the person's own machine: a kernel, an access point daemon or a supplicant
-installed there would start services and change its network.
+installed there would start services and change its network. This file imports none of its
+neighbours, since the benches use it by itself.
 """
 
 import contextlib
@@ -14,8 +15,6 @@ import re
 import shutil
 import subprocess
 import tempfile
-
-from router.screen import MEGABYTE, megabytes
 
 KERNEL_META_PACKAGE = "linux-image-amd64"
 
@@ -30,9 +29,14 @@ PACKAGES = [
 # Loaded in this order; what each of them needs is found in the modules themselves.
 MODULES = ["virtio_pci", "virtio_console", "ccm", "cmac", "ctr", "gcm", "mac80211_hwsim"]
 
-
+MEGABYTE = 1000 * 1000
+# What the cache holds at most, while the packages are unpacked.
 UNPACKED_MB = 600
 WATCH_STEP_S = 0.5
+
+
+def megabytes(size):
+    return "%d MB" % round(size / MEGABYTE)
 
 
 class PackageError(Exception):

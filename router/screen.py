@@ -9,13 +9,8 @@ import time
 
 COLOURS = {"red": "31", "green": "32", "yellow": "33", "blue": "34", "magenta": "35", "cyan": "36",
            "bold": "1", "dim": "2"}
-MEGABYTE = 1000 * 1000
 # How long a program that waits may be silent where no line can be rewritten.
 REMINDER_S = 20.0
-
-
-def megabytes(size):
-    return "%d MB" % round(size / MEGABYTE)
 
 
 def can_rewrite(out, environ):
