@@ -66,7 +66,7 @@ need_guest_cache() {
 # need_room FOLDER MB
 need_room() {
     set -- "$1" "$2" "$(df -Pk "$1" | awk 'END { print int($4 / 1024) }')"
-    [ "$3" -ge "$2" ] || give_up "$2 MB are needed in $1, and $3 MB are free there; make room"
+    [ "$3" -ge "$2" ] || give_up "$2 MB are needed in $(realpath "$1"), and $3 MB are free there; make room"
 }
 
 # The compiler's cache is a help only: one that cannot be written would fail each compilation.

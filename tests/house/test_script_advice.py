@@ -353,6 +353,26 @@ def test_without_a_home_the_users_entry_counts(tree):
     assert in_a_shell(tree, text, HOME="")[:2] == (0, "/ //.cache/kelm/router")
 
 
+@pytest.mark.parametrize("stages, built, needed", [
+    (["unit", "attempt", "attack"], [], 30),
+    (["asan", "mips"], [], 480),
+    (["asan", "mips"], ["asan"], 30),
+    (["house", "asan"], ["asan"], 0),
+])
+def test_tests_say_which_room_their_builds_lack(tree, stages, built, needed):
+    program(tree / "script/bootstrap", INSTALLS)
+    program(tree / "bin/df", "echo head; echo /dev/sda 9 9 20480 9% /")
+    for name in built:
+        (tree / f"build-{name}").mkdir()
+    status, _, errors = run(tree, tree / "script/test", *stages)
+    if needed:
+        assert (status, ran(tree)) == (1, "")
+        assert errors == (f"script/test: {needed} MB are needed in {tree}, "
+                          "and 20 MB are free there; make room\n")
+    else:
+        assert (status, errors) == (7, "")
+
+
 def test_tests_that_cannot_mount_are_told_before_the_first_stage(tree):
     program(tree / "script/bootstrap", "")
     (tree / "tests/world").mkdir()
