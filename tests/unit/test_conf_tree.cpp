@@ -219,8 +219,10 @@ TEST_F(conf_tree, an_empty_block_has_no_items_of_its_own)
 
 TEST_F(conf_tree, a_file_of_the_supplicant_is_read_whole)
 {
-    const unique_cfg_tree tree(
-        wps_hapd_wpasupp_config_parse("/mnt/src/tests/data/supplicant/three_networks.conf"));
+    // A copy, since the tree may belong to a user whom the reader does not trust.
+    write_file("/tmp/three_networks.conf",
+               read_file("/mnt/src/tests/data/supplicant/three_networks.conf"));
+    const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse("/tmp/three_networks.conf"));
     EXPECT_EQ(
         "ctrl_interface=/var/run/wpa_supplicant update_config=1 "
         "uuid=12345678-9abc-def0-1234-56789abcdef0 device_name=kelm repeater "
