@@ -229,11 +229,17 @@ class Listener:
                     return True
         return False
 
-    def end(self):
-        os.killpg(self._process.pid, signal.SIGTERM)
-        self._process.wait(10)
+    @staticmethod
+    def _heard():
         with open('/mnt/heard', encoding='utf-8') as heard:
             return heard.read()
+
+    def end(self, lines):
+        """After so many lines: a sender may have ended before its event has been read."""
+        wait_for(lambda: self._heard().count('\n') >= lines, f'{lines} lines of the listener')
+        os.killpg(self._process.pid, signal.SIGTERM)
+        self._process.wait(10)
+        return self._heard()
 
 
 def run_listen(router):
@@ -242,7 +248,7 @@ def run_listen(router):
     router.press_and_wait_started()
     router.settle()
     plays.join_and_end(router, '2g')
-    assert listener.end() == EXAMPLES['listen-output']
+    assert listener.end(lines=3) == EXAMPLES['listen-output']
 
 
 def test_the_integers_of_the_event_are_32_bits_wide(router):
