@@ -220,6 +220,12 @@ def hostapd_stops_by_itself(router):
     router.end()
 
 
+def hostapd_stops_on_the_only_band(router):
+    press(router, bands=('5g',), available=2)
+    router.hostapd['5g'].send('<3>WPS-SUCCESS ')
+    router.end()
+
+
 def cancelled(router):
     press(router)
     cancel(router)
@@ -440,6 +446,12 @@ def repeater_stopped_in_an_exchange(router):
     stop(router)
 
 
+def repeater_stopped_after_a_failure(router):
+    press_repeater(router)
+    tell(router, '2g', 'WPS-FAIL msg=8 config_error=18')
+    stop(router)
+
+
 def repeater_stopped_after_a_success(router):
     one_enrols(router)
     stop(router)
@@ -495,6 +507,7 @@ BY_ACCESS_POINT = {
     'hostapd goes: the time-out ends it': (hostapd_goes,),
     'hostapd ends its WPS itself (`WPS-SUCCESS`, `WPS-PBC-DISABLE`)': (
         hostapd_succeeds_by_itself, hostapd_stops_by_itself),
+    'the same on 5 GHz, 2.4 GHz is off: no band runs any more': (hostapd_stops_on_the_only_band,),
     'cancel': (cancelled,),
     'a second cancel after it': (cancelled_twice,),
     'cancel while idle': (cancelled_while_idle,),
@@ -530,6 +543,7 @@ BY_REPEATER = {
     '2.4 GHz enrols, then a cancel: nothing is stored': (repeater_cancelled_after_a_success,),
     'SIGTERM in mid-attempt': (repeater_stopped,),
     'SIGTERM while 2.4 GHz is in its exchange': (repeater_stopped_in_an_exchange,),
+    'SIGTERM, the exchange had failed on 2.4 GHz': (repeater_stopped_after_a_failure,),
     'SIGTERM, 2.4 GHz had enrolled: nothing is stored': (repeater_stopped_after_a_success,),
     'SIGTERM while idle': (repeater_stopped_while_idle,),
     'a further press while an attempt runs: nothing of its own': (repeater_pressed_again,),

@@ -47,3 +47,13 @@ def test_a_message_of_32_levels_is_a_press(router, program):
     router.wait_line('ibus event: 4')
     assert REFUSED not in router.console.lines()
     router.end_by_sigterm()
+
+
+def test_of_a_wps_cli_request_only_its_own_members_are_read(router, program):
+    router.start(program=program)
+    number = [wire.member(wire.INT32, name, 1) for name in ('action', 'method')]
+    router.bus.send('wps_cli', b''.join(number) + nested(5000))
+    router.wait_line('ibus event: 10')
+    router.settle()
+    assert REFUSED not in router.console.lines()
+    assert router.events() == [(1, 11, 11, 0)]

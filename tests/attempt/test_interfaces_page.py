@@ -115,6 +115,23 @@ def test_every_status_that_is_known_is_on_the_page():
     assert [row[0] for row in page.table('status')] == list(STATUSES)
 
 
+# What the page says of the mark that an attempt runs: where it stays though none does, or is gone
+# though one does.
+@pytest.mark.parametrize('play, mark', [
+    (plays.press, 1),
+    (plays.cancelled, 2),
+    (plays.repeater_cancelled, 1),
+    (plays.repeater_asked_with_pin, 1),
+    (plays.pressed_with_wps_off, 1),
+    (plays.hostapd_succeeds_by_itself, 1),
+    (plays.hostapd_stops_on_the_only_band, 2),
+    (plays.one_enrols, 2),
+], ids=lambda value: getattr(value, '__name__', str(value)))
+def test_the_info_file_says_started_until_an_end_is_told(router, play, mark):
+    play(router)
+    assert router.info()[0] == ('wps_action', mark)
+
+
 # --- Requests ---
 
 @pytest.mark.parametrize('command, line', [
@@ -127,6 +144,22 @@ def test_a_refused_request_leaves_its_line_and_nothing_else(router, command, lin
     router.wait_line(line, poke=False)
     assert router.taken_requests() - before == (line == 'Invalid wps_cli action.')
     router.settle()
+    assert router.events() == []
+    assert router.commands() == [command]
+    for path in (plays.RESULT, plays.INFO, plays.ACTIVE):
+        assert router.world.read(path) is None
+
+
+def test_a_start_by_another_method_does_nothing_and_leaves_no_line_of_its_own(router):
+    plays.start(router)
+    command = """ubus send wps_cli '{"action":1,"method":3}'"""
+    taken = router.taken_requests()
+    assert shell(command).returncode == 0
+    router.wait_taken(taken + 1)
+    router.settle()
+    assert not any(line.startswith('Invalid') and line != 'Invalid wps_cli action.'
+                   for line in router.console.lines())
+    assert router.console.lines().count('Invalid wps_cli action.') == 1  # the harness's own request
     assert router.events() == []
     assert router.commands() == [command]
     for path in (plays.RESULT, plays.INFO, plays.ACTIVE):
@@ -283,6 +316,7 @@ SETTINGS = ('device_runtime.info', 'device.info', 'wps.conf', 'wifi.conf')
 AP_FILES = (*SETTINGS, 'hostapd-wlan1.conf')
 REPEATER_FILES = (*SETTINGS, 'wpa_supplicant-wlan1-vxd.conf', 'wifi_scan_5g.result')
 PINS = [hostapd_cli(band, 'wps_ap_pin set 12345670') for band in ('2g', '5g')]
+SHORT_PINS = [hostapd_cli(band, 'wps_ap_pin set 1235') for band in ('2g', '5g')]
 NO_PINS = [hostapd_cli(band, 'wps_ap_pin disable') for band in ('2g', '5g')]
 
 
@@ -421,6 +455,7 @@ def applies_nothing(router):
 AP_FILE, STATION_FILE = '/tmp/wps_wifi_ap.txt', '/tmp/wps_wifi_sta.txt'
 AP_VALUES = [
     ('wps.conf', 'enabled=1', 'enabled=0', (), starts(12, 12)),
+    ('wps.conf', 'enabled=1', 'enabled=0', (), sets_pins(*PINS)),
     ('wps.conf', 'enabled=1', 'enabled=255', ('2g', '5g'), starts(11, 11)),
     ('wps.conf', 'enabled=1', 'enabled=256', (), starts(12, 12)),
     ('wps.conf', 'apWpsAvailable=3', 'apWpsAvailable=0', (), starts(12, 12)),
@@ -431,6 +466,8 @@ AP_VALUES = [
     ('wps.conf', 'pinEnabled=on', 'pinEnabled=On', ('2g', '5g'), sets_pins(*NO_PINS)),
     ('wps.conf', 'pinCode=12345670', 'pinCode=12345678', ('2g', '5g'), sets_pins(*NO_PINS)),
     ('wps.conf', 'pinCode=12345670', 'pinCode=123456709', ('2g', '5g'), sets_pins(*PINS)),
+    ('wps.conf', 'pinCode=12345670', 'pinCode=1235', ('2g', '5g'), sets_pins(*SHORT_PINS)),
+    ('wps.conf', 'pinCode=12345670', 'pinCode=12345', ('2g', '5g'), sets_pins(*NO_PINS)),
     ('wifi.conf', 'apBssEnabledApMode_2g=on', 'apBssEnabledApMode_2g=off', ('2g', '5g'),
      writes(AP_FILE, enable_2g='off')),
     ('wifi.conf', 'apBssEnabled_2g=on', 'apBssEnabled_2g=off', ('2g', '5g'),
