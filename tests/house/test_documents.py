@@ -72,3 +72,13 @@ def test_no_line_of_a_document_is_wider_than_100_characters():
     checked = [path for path in documents() if str(path.relative_to(ROOT)) not in EXEMPT]
     assert ROOT / "docs/architecture.md" in checked
     assert [line for path in checked for line in wide_lines(path)] == []
+
+
+def test_the_documents_name_the_version_that_is_built():
+    version = re.search(r"^project\(kelm VERSION (\S+)",
+                        (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"), re.MULTILINE)[1]
+    named = {str(path.relative_to(ROOT)): set(re.findall(r'"kelm (\d+\.\d+\.\d+)"',
+                                                         path.read_text(encoding="utf-8")))
+             for path in documents()}
+    assert {name: versions for name, versions in named.items() if versions} == {
+        "CONTRIBUTING.md": {version}, "docs/integration.md": {version}}
