@@ -488,7 +488,11 @@ REPEATER_VALUES = [
     ('wifi.conf', 'staBssEnabled_2g=on', 'staBssEnabled_2g=off',
      writes(STATION_FILE, ssid_2g=NO_KEY, ssid_5g='Great Oak')),
     ('wificommonCfg', "IsGermanySSID 'no'", "IsGermanySSID 'yes'",
-     writes(AP_FILE, ssid_2g='Great Oak')),
+     writes(AP_FILE, ssid_2g='Great Oak', ssid_5g='Great Oak')),
+    ('wifi_scan_5g.result', '"ssid": "Great Oak"', '"ssid": "Elsewhere"',
+     writes(AP_FILE, ssid_2g='Great Oak_EXT', ssid_5g='Great Oak_5GEXT')),
+    ('wifi_scan_5g.result', '"ssid": "Great Oak"', '"ssid": "Nowhere"',
+     writes(STATION_FILE, ssid_2g='Great Oak', ssid_5g='')),
 ]
 
 
