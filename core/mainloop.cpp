@@ -56,9 +56,9 @@ void _restart_clock(int32_t now)
     _limit_commands(true);
 }
 
-// Hears what had come in before the time was up, as passes of the loop would have: a client's
-// success may stand behind other events, or behind a script that took its time. False when the
-// attempt came to its end by that.
+// Hears what had come in before the time was up or a band is given up, as passes of the loop would
+// have: a success may stand behind other events, or behind a script that took its time. False when
+// the attempt came to its end by that.
 bool _hear_waiting_events()
 {
     const uint32_t asked_before = kelm_get_global_wpsflag_bit(END_FLAGS);
