@@ -21,9 +21,9 @@ ARGUMENTS = {"fuzz": ["--replay"], "cross": ["mips", "build"], "lint": ["shell"]
 
 APT_UPDATE_WITHOUT_NETWORK = """
 cat <<'END'
-Err:1 http://mirror.example.org/debian bookworm InRelease
-  Temporary failure resolving 'mirror.example.org'
-W: Failed to fetch http://mirror.example.org/InRelease  Temporary failure resolving 'mirror.example.org'
+Err:1 http://mirror.example/debian bookworm InRelease
+  Temporary failure resolving 'mirror.example'
+W: Failed to fetch http://mirror.example/InRelease  Temporary failure resolving 'mirror.example'
 W: Some index files failed to download. They have been ignored, or old ones used instead.
 END
 exit 0"""
@@ -192,7 +192,7 @@ LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by proce
      "these packages are missing, and sudo does not let you install them; "
      "run as root: apt-get install --no-install-recommends cmake make"),
     ({"apt-get": apt(update=APT_UPDATE_WITHOUT_NETWORK, plan=fails(UNKNOWN))},
-     "Temporary failure resolving 'mirror.example.org'; "
+     "Temporary failure resolving 'mirror.example'; "
      "check the network; behind a proxy set http_proxy, then run it again"),
     ({"apt-get": apt(plan=fails(UNKNOWN))},
      "Unable to locate package cmake; "
