@@ -191,7 +191,8 @@ NO_START = {
     'no bus': (no_bus, (), 5, 'The bus does not answer.\n'),
     'refused': (no_hostapd, ('-s', '1'), 6, REFUSED),
     'switched off': (all_off, (), 6, 'No band takes part: WPS is switched off on all of them.\n'),
-    'busy': (plays.press, ('-s', '1'), 7, 'Busy: an attempt runs already.\n'),
+    'busy': (plays.press, ('-s', '1'), 7,
+             'Not started: by /tmp/kelm.info an attempt runs already.\n'),
     'limit': (is_idle, ('-t', '1'), 9, f'{STARTED}No outcome within 1 seconds.\n'),
     'PIN of nine digits': (is_idle, ('-p', '123456789'), 2, 'A PIN is one to eight digits.\n'),
     'PIN on a repeater': (plays.start_repeater, ('-p', '12345670'), 6,
@@ -207,7 +208,8 @@ def test_it_tells_why_nothing_came_of_it(router, name):
     assert script.end(router if router.daemon else None) == (status, said)
 
 
-@pytest.mark.parametrize('words', [('-x',), ('-t',), ('-t', 'soon'), ('-p', ''), ('now',)])
+@pytest.mark.parametrize('words', [('-x',), ('-t',), ('-t', 'soon'), ('-t', '08'),
+                                   ('-s', '9' * 19), ('-p', ''), ('now',)])
 def test_it_tells_its_usage(router, words):
     status, said = Script(*words).end()
     assert status == 2
