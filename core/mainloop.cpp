@@ -104,7 +104,8 @@ void _boost_check()
                 kelm_ops.band_tick(band);
         }
         if (_seconds_between(time_last_check, now) > 0 &&
-            get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT && _hear_waiting_events())
+            get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT && _hear_waiting_events() &&
+            !kelm_has_unused_step())  // heard just now: the next pass counts it
             _give_up();
     }
     time_last_check = now;

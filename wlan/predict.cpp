@@ -40,6 +40,11 @@ int _moved_score(int score, int weight, int previous_weight)
     return _clamp_percent(score * (weight - previous_weight + KEPT_PERCENT) / 100);
 }
 
+bool _counts(int band)
+{
+    return kelm_get_band_inited(band) && !kelm_is_worker_done(band);
+}
+
 // At least one of the two comes true, taken as independent.
 int _either(int total, int score)
 {
@@ -62,6 +67,16 @@ void kelm_push_eap_status(int band, int step)
         return;
     session->pre_eap_status = session->eap_status;
     session->eap_status = step;
+}
+
+bool kelm_has_unused_step()
+{
+    for (int band = 0; band < KELM_BAND_COUNT; ++band) {
+        const kelm_session *session = kelm_get_wps_session(band);
+        if (_counts(band) && session->eap_status != session->pre_eap_status)
+            return true;
+    }
+    return false;
 }
 
 void reset_wps_band_predict_score(int band)
@@ -108,9 +123,8 @@ int get_wps_predict_score()
 {
     int total = 0;
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
-        if (!kelm_get_band_inited(band) || kelm_is_worker_done(band))
-            continue;
-        total = _either(total, get_wps_band_predict_score(band));
+        if (_counts(band))
+            total = _either(total, get_wps_band_predict_score(band));
     }
     kelm_log_normal(
         "*****************************[WPS predict %d] %d percent "

@@ -24,6 +24,9 @@ void kelm_push_score(int band, int score);
 // the evaluation refuses them.
 void kelm_push_eap_status(int band, int step);
 
+// Whether a band that still runs has taken a step since its chance was last worked out.
+bool kelm_has_unused_step();
+
 // Back to the start: steps 0, score 50, or 0 for bands that run no exchange of their own.
 void reset_wps_band_predict_score(int band);
 

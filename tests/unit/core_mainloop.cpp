@@ -11,6 +11,7 @@
 #include "core/session.h"
 #include "core/status_files.h"
 #include "tests/unit/core_fixture.h"
+#include "wlan/predict.h"
 #include "wlan/radio.h"
 
 using namespace kelm;
@@ -403,6 +404,25 @@ TEST_IN_FRESH_PROCESS(mainloop, a_success_that_already_waits_is_heard_before_a_b
     send_to(1, "pass");
     (void)run_loop();
     EXPECT_EQ(WPS_STATUS_SUCCESS, kelm_get_status(1));
+    EXPECT_NE(0, time_boost) << "given up nevertheless";
+}
+
+TEST_IN_FRESH_PROCESS(mainloop, a_step_that_already_waits_keeps_a_band_from_being_given_up)
+{
+    start_boost();
+    global_wps_sessions[1].wps_score = 17;  // 14 after the next pass
+    answers.on_call = [](const std::string &call) {
+        if (call == "process_event_msg(1, \"pass\", 4)") {
+            advance_time(1);
+            send_to(1, "step");
+            kelm_set_global_wpsflag_bit(KELM_GFLAG_TERMINATE);
+        }
+        if (call == "process_event_msg(1, \"step\", 4)")
+            kelm_push_eap_status(1, EAP_STEP_KEY_SWAPPED);
+    };
+    send_to(1, "pass");
+    (void)run_loop();
+    EXPECT_EQ(0u, kelm_get_wps_flags(1) & WPS_FLAG_WORKER_DONE);
     EXPECT_NE(0, time_boost) << "given up nevertheless";
 }
 
