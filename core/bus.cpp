@@ -169,9 +169,8 @@ bool _read_integer(blob_attr *attribute, uint32_t *value)
 // Why an attempt with this PIN cannot be started, or null when it can. Without one hostapd would be
 // asked with nothing behind the command; eight characters of a longer one are another PIN than the
 // client shows.
-const char *_refusal_of_pin(blob_attr *attribute)
+const char *_refusal_of_pin(const char *pin)
 {
-    const char *pin = blobmsg_get_string(attribute);
     if (pin == nullptr || pin[0] == '\0')
         return "no text";
     return strlen(pin) > sizeof wps_listen_event_t::pin ? "longer than 8 characters" : nullptr;
@@ -191,14 +190,13 @@ void wps_ubus_wpscli_cb(ubus_context *, ubus_event_handler *, const char *, blob
         return;
     }
     if (request.method == IBUS_WPS_METHOD_PIN) {
-        const char *refusal = request.action == IBUS_WPS_ACTION_START
-                                  ? _refusal_of_pin(attributes[WPS_CLI_PIN])
-                                  : nullptr;
+        const char *pin = blobmsg_get_string(attributes[WPS_CLI_PIN]);
+        const char *refusal =
+            request.action == IBUS_WPS_ACTION_START ? _refusal_of_pin(pin) : nullptr;
         if (refusal != nullptr) {
             kelm_log_always("Invalid pin (%s).\n", refusal);
             return;
         }
-        const char *pin = blobmsg_get_string(attributes[WPS_CLI_PIN]);
         if (pin != nullptr)
             copy_fixed(request.pin, sizeof request.pin, pin);
         const char *p = request.pin;
