@@ -146,6 +146,8 @@ def main():
     # A polite kill is an interrupt too: the guest and its image go with the program.
     signal.signal(signal.SIGTERM, _interrupted)
     signal.signal(signal.SIGINT, _interrupted)
+    # An answer that nobody reads on just ends; a scenario is played to its end.
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     started = started_at(os.environ, time.time())
     options = parse(sys.argv[1:])
     if options.list:
@@ -157,6 +159,7 @@ def main():
         return EXIT_USAGE
     if options.check_arguments:
         return 0
+    signal.signal(signal.SIGPIPE, signal.SIG_IGN)
     if shutil.which("qemu-system-x86_64") is None:
         print("script/demo: qemu-system-x86_64 is missing: install the package qemu-system-x86.",
               file=sys.stderr)
@@ -173,5 +176,16 @@ def main():
         return EXIT_INTERRUPTED
 
 
+def finish_output():
+    """Where nobody reads on, Python would complain at its end and exit with a status of its own."""
+    try:
+        sys.stdout.flush()
+    except BrokenPipeError:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+
+
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    finally:
+        finish_output()

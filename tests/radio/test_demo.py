@@ -3,6 +3,7 @@
 
 import io
 import os
+import signal
 import subprocess
 
 import pytest
@@ -38,6 +39,32 @@ def test_wrong_name_is_an_error_that_brings_the_list():
     assert done.stdout == ""
     assert "no scenario 'no-such-thing'" in done.stderr
     assert all(name in done.stderr for name in NAMES)
+
+
+def to_a_reader_that_is_gone(*words):
+    """(status, errors) of a Python program whose output nobody reads."""
+    reader, writer = os.pipe()
+    os.close(reader)
+    done = subprocess.run(["/usr/bin/python3", *words], cwd=TOP, stdout=writer,
+                          stderr=subprocess.PIPE, text=True, check=False)
+    os.close(writer)
+    return done.returncode, done.stderr
+
+
+@pytest.mark.parametrize("question", ["--list", "--help"])
+@pytest.mark.parametrize("mode", ["-u", "-E"])  # each write at once, or all at the end
+def test_an_answer_that_nobody_reads_ends_without_a_word(question, mode):
+    assert to_a_reader_that_is_gone(mode, "router/demo.py", question) == (-signal.SIGPIPE, "")
+
+
+def test_a_scenario_whose_screen_is_gone_keeps_its_status():
+    assert to_a_reader_that_is_gone("-E", "-c", """
+import sys
+from router import demo, screen
+screen.Screen().line("step 1 of 3")
+demo.finish_output()
+sys.exit(demo.EXIT_FAILED)
+""") == (1, "")
 
 
 def test_help_tells_the_scenarios():
