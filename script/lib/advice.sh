@@ -24,6 +24,13 @@ wrong_use() {
     exit 2
 }
 
+# remove_at_end PATH: when the script ends, by an interrupt too, for which a trap on EXIT is not enough.
+remove_at_end() {
+    removed_at_end=$1
+    trap 'rm -rf "$removed_at_end"' EXIT
+    trap 'exit 130' INT
+}
+
 # Prints the comment at the head of the script.
 show_help() {
     sed -e '1,2d' -e '/^[^#]/,$d' -e '/^$/,$d' -e '/^# shellcheck/d' -e 's/^# \{0,1\}//' "$self"

@@ -258,6 +258,26 @@ def test_bootstrap_asks_nothing_of_apt_when_nothing_is_missing(tree):
     assert ran(tree) == ""
 
 
+@pytest.mark.parametrize("script, interrupted", [("bootstrap", "apt-get"), ("demo", "cmake")])
+def test_an_interrupt_leaves_no_temporary_file(tree, script, interrupted):
+    """It goes to the whole group, as from a terminal, while a program runs for the script."""
+    if script == "demo":
+        program(tree / "script/bootstrap", "")
+        (tree / "router").mkdir()
+        (tree / "router/demo.py").touch()
+    program(tree / "bin/dpkg-query", "exit 1")
+    program(tree / "bin/id", "echo 0")
+    program(tree / "bin" / interrupted, 'echo "$TMPDIR"/* >>"$RAN"; kill -INT 0; sleep 60')
+    temporary = tree.parent / "temporary"
+    temporary.mkdir()
+    # Where the tests run in the background they are deaf to an interrupt, and hand that down.
+    words = ["env", "--default-signal=INT", tree / "script" / script]
+    done = start(tree, words, {"TMPDIR": temporary}, capture_output=True, start_new_session=True)
+    assert (done.returncode, done.stderr) == (130, "")
+    assert ran(tree).startswith(f"{temporary}/tmp.")
+    assert not list(temporary.iterdir())
+
+
 def test_on_a_terminal_one_line_moves(tree):
     ours, theirs = pty.openpty()
     text = (f". '{tree}/script/lib/progress.sh'; "
