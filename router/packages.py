@@ -14,6 +14,7 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 import tempfile
 
 KERNEL_META_PACKAGE = "linux-image-amd64"
@@ -185,7 +186,10 @@ def _download(names, folder, total, steps):
 
 
 def _as_root(command):
-    return command if os.getuid() == 0 else ["sudo"] + command
+    if os.getuid() == 0:
+        return command
+    # In the background nobody may ask at the terminal: sudo would be stopped there.
+    return ["sudo"] + ([] if sys.stdin.isatty() else ["-n"]) + command
 
 
 def _kernel_package():

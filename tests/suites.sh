@@ -36,10 +36,11 @@ begin_run() {
 }
 
 # Runs a function or command and returns its status; a signal ends the wait at once. In a group of
-# its own, or the shell would have it ignore an interrupt, and the programs under test with it.
+# its own, or the shell would have it ignore an interrupt, and the programs under test with it. Such
+# a group may not read from the terminal: who did would be stopped for ever.
 run_watched() {
     set -m
-    "$@" &
+    "$@" </dev/null &
     set +m
     wait $!
 }
@@ -47,7 +48,7 @@ run_watched() {
 # Most suites mount; where that cannot be it is told once, not by each test.
 need_world() {
     local why
-    run_watched script/bootstrap python3
+    script/bootstrap python3
     why=$(/usr/bin/python3 tests/world/try_world.py) || give_up "$why"
 }
 
@@ -92,6 +93,15 @@ attempt() {
         --junitxml="$results/$1-attempt.xml"
 }
 
+# Asks for sudo's password while the terminal can be read, and keeps sudo from forgetting it. Where
+# that fails it is told by what needs it.
+keep_sudo() {
+    [ "$(id -u)" -ne 0 ] && command -v sudo >/dev/null && sudo env true || return 0
+    while sleep 60; do
+        sudo -n env true || break
+    done >/dev/null 2>&1 &
+}
+
 # Processes of another user take part, which takes root.
 attack() {
     local as_root=()
@@ -101,7 +111,7 @@ attack() {
             return 1
         fi
         # sudo empties the environment; the mark and the sanitizers' options are to come along.
-        as_root=(sudo env "$RUN_MARK=1" PYTHONDONTWRITEBYTECODE=1
+        as_root=(sudo -n env "$RUN_MARK=1" PYTHONDONTWRITEBYTECODE=1
             "ASAN_OPTIONS=$ASAN_OPTIONS" "UBSAN_OPTIONS=$UBSAN_OPTIONS" "TSAN_OPTIONS=$TSAN_OPTIONS")
     fi
     # pytest fails where it finds no test, and says so at the end only.

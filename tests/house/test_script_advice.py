@@ -235,7 +235,7 @@ def test_bootstrap_says_how_much_comes_before_it_begins(tree):
     program(tree / "bin/apt-get", apt())
     program(tree / "bin/dpkg-query", '[ "${@: -1}" = make ] && printf installed')
     program(tree / "bin/id", "echo 1000")
-    program(tree / "bin/sudo", 'echo sudo >>"$RAN"; exec "$@"')
+    program(tree / "bin/sudo", 'echo sudo >>"$RAN"; [ "$1" = -n ] && shift; exec "$@"')
     status, output, _ = run(tree, tree / "script/bootstrap", "cmake", "make", "git")
     assert status == 0
     assert output.splitlines() == [

@@ -135,9 +135,42 @@ def test_another_user_attacks_as_root_through_sudo(tree):
     program(tree / "bin/sudo", 'echo "$@" >>sudo-calls')
     status, lines = run(tree, "attack", path=f"{tree / 'bin'}:{os.environ['PATH']}")
     assert (status, lines[-1]) == (0, "1 passed, 0 failed")
-    call = (tree / "sudo-calls").read_text(encoding="utf-8").splitlines()[0]
-    assert "/usr/bin/python3 -m pytest" in call and "tests/attack" in call
+    call, = [line for line in (tree / "sudo-calls").read_text(encoding="utf-8").splitlines()
+             if "/usr/bin/python3 -m pytest" in line]
+    assert "tests/attack" in call
     assert re.search(r"KELM_RUN_\d+=1", call)
+
+
+ASKS = """
+    read -r word </dev/tty
+    echo "$word" >>asked"""
+
+
+def on_a_terminal(tree, stage, typed):
+    """Runs a stage where the person has typed words already, and returns its status."""
+    environment = dict(os.environ, PATH=f"{tree / 'bin'}:{os.environ['PATH']}")
+    done = subprocess.run(
+        ["script", "-qec", f"'{tree}/script/test' {stage}", "/dev/null"], input=typed,
+        stdout=subprocess.DEVNULL, env=environment, text=True, timeout=HANGS_S, check=False)
+    return done.returncode
+
+
+@pytest.mark.parametrize("stage", ["lint", "unit"])
+def test_a_password_can_be_asked_for_before_the_first_stage(tree, stage):
+    program(tree / "script/bootstrap", ASKS)
+    program(tree / "script/lint", "read -r word && echo not at the end >>asked; exit 0")
+    on_a_terminal(tree, stage, "one\ntwo\nthree\n")
+    needed = {"lint": "one\n", "unit": "one\ntwo\n"}
+    assert (tree / "asked").read_text(encoding="utf-8") == needed[stage]
+
+
+def test_the_attacks_ask_for_the_password_before_the_first_stage_alone(tree):
+    (tree / "tests/attack/test_a.py").write_text("def test_a():\n    pass\n", encoding="utf-8")
+    program(tree / "bin/cmake", "exit 0")
+    program(tree / "bin/id", "echo 1000")
+    program(tree / "bin/sudo", f"[ \"$1\" != -n ] || exit 0\n{ASKS}")
+    assert on_a_terminal(tree, "attack", "one\ntwo\n") == 0
+    assert (tree / "asked").read_text(encoding="utf-8") == "one\n"
 
 
 def test_what_runs_as_root_through_sudo_is_found_as_root(tree):
