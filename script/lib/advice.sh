@@ -44,7 +44,7 @@ help_asked() {
 }
 
 # Caches lie in the home folder. Where the variable is missing the user's entry names it.
-[ -n "${HOME-}" ] || HOME=$(getent passwd "$(id -u)" | cut -d: -f6)
+[ -n "${HOME-}" ] || HOME=$(getent passwd "$(id -u)" | cut -d: -f6) || true
 export HOME="${HOME:-/}"
 
 # Where the packages of the virtual router are kept.
@@ -55,7 +55,7 @@ can_write() {
     mkdir -p "$1" 2>/dev/null && probe=$(mktemp "$1/.kelm.XXXXXX" 2>/dev/null) && rm -f "$probe"
 }
 
-# need_place BUILD: BUILD is a build folder, or what the names of several begin with.
+# need_place BUILD: BUILD is a build folder.
 need_place() {
     if [ -d "$1" ]; then
         ! can_write "$1" || return 0
@@ -106,7 +106,13 @@ warn_other_release() {
 # apt_reason LOG: why apt failed, in a sentence with what to do.
 apt_reason() {
     log=$1
-    set -- "$(sed -n 's/^[WE]: *//p' "$1" | sed 's/^Failed to fetch [^ ]* *//' | head -n 1)"
+    # What could not be fetched is the cause of the errors after it; other warnings are the cause of none.
+    set -- "$(awk '
+        /^[WE]: / {
+            rank = /Failed to fetch/ ? 1 : /^E/ ? 2 : 3
+            if (!best || rank < best) { best = rank; reason = $0 }
+        }
+        END { sub(/^[WE]: *(Failed to fetch [^ ]* *)?/, "", reason); print reason }' "$1")"
     case $1 in
     *resolv* | *onnect* | *unreachable* | *"timed out"*)
         set -- "$1" "check the network; behind a proxy set http_proxy" ;;

@@ -15,9 +15,9 @@ SCRIPTS = sorted(path.name for path in (ROOT / "script").iterdir() if path.is_fi
 # What every Debian has; neither a packager nor a compiler nor Python is among it.
 TOOLS = ("sh", "bash", "env", "readlink", "realpath", "dirname", "sed", "awk", "id", "mktemp",
          "rm", "mkdir", "cut", "getent", "df", "grep", "tr", "cat", "head", "tail", "date", "sleep",
-         "kill", "true")
+         "kill", "true", "sort")
 INSTALLS = "echo ran >>\"$RAN\"; exit 7"
-ARGUMENTS = {"fuzz": ["--replay"], "cross": ["mips", "build"], "lint": ["shell"], "test": ["house"]}
+ARGUMENTS = {"fuzz": ["--replay"], "cross": ["mips", "build"], "lint": ["shell"], "test": ["unit"]}
 
 APT_UPDATE_WITHOUT_NETWORK = """
 cat <<'END'
@@ -69,6 +69,7 @@ def small_tree(tmp_path):
     (tree / "bin").mkdir()
     for name in TOOLS:
         (tree / "bin" / name).symlink_to(shutil.which(name))
+    program(tree / "bin/df", "echo head; echo /dev/sda 9 9 9999999 9% /")
     return tree
 
 
@@ -102,9 +103,9 @@ def without_python(tree):
         path.write_text(text, encoding="utf-8")
 
 
-def in_a_shell(tree, text, **environment):
+def in_a_shell(tree, text, shell=("sh", "-euc"), **environment):
     """Shell text that has the functions of advice.sh."""
-    return run(tree, tree / "bin/sh", "-euc",
+    return run(tree, *shell,
                f"self='{tree}/script/any'; . '{tree}/script/lib/advice.sh'; {text}", **environment)
 
 
@@ -179,6 +180,7 @@ NO_DEBIAN = ("this is no Debian, apt-get or dpkg-query is missing; run it in one
 UNKNOWN = "E: Unable to locate package cmake"
 OLD = "E: Failed to fetch http://a/b.deb  404  Not Found [IP: 1.2.3.4 80]"
 EARLY = "E: Release file for http://a/InRelease is not valid yet (invalid for another 3d)"
+OTHER_WARNING = "W: A key is in an old place"
 LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by process 7 (apt-get)"
 
 
@@ -199,6 +201,9 @@ LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by proce
      "check that the network works and /etc/apt names Debian's 'main', then run it again"),
     ({"apt-get": apt(install=fails(OLD))},
      "404  Not Found [IP: 1.2.3.4 80]; check what /etc/apt names, then run it again"),
+    ({"apt-get": apt(update=f'echo "{OTHER_WARNING}"', plan=fails(UNKNOWN))},
+     "Unable to locate package cmake; "
+     "check that the network works and /etc/apt names Debian's 'main', then run it again"),
     ({"apt-get": apt(update=fails(EARLY), plan="exit 100")},
      "Release file for http://a/InRelease is not valid yet (invalid for another 3d); "
      "check the clock of this machine, then run it again"),
@@ -208,7 +213,8 @@ LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by proce
     ({"df": "echo head; echo /dev/sda 9 9 204800 9% /"},
      "482 MB are needed in /usr, and 200 MB are free there; make room"),
 ], ids=["no dpkg-query", "no apt-get", "no sudo", "no right to it", "no network",
-        "no such package", "old lists", "a wrong clock", "another apt", "no room"])
+        "no such package", "old lists", "a warning before the error", "a wrong clock",
+        "another apt", "no room"])
 def test_bootstrap_that_cannot_install_says_why_in_a_sentence(tree, programs, said):
     usual = {"apt-get": apt(), "dpkg-query": "exit 1", "id": "echo 0"}
     for name, text in {**usual, **programs}.items():
@@ -337,6 +343,15 @@ def test_a_checkout_that_cannot_be_written_is_built_elsewhere(tree, script):
         tree.chmod(0o755)
 
 
+@pytest.mark.parametrize("words", [["test", "unit"], ["steady", "--builds", "release"]])
+@pytest.mark.parametrize("folder, ends", [("build", 7), ("build-release", 1)])
+def test_only_folders_that_are_built_in_have_to_be_writable(tree, words, folder, ends):
+    program(tree / "script/bootstrap", INSTALLS)
+    (tree / folder).mkdir(mode=0o555)
+    status, _, errors = run(tree, *powerless([tree / "script" / words[0], *words[1:]]))
+    assert (status, f"{tree / folder} cannot be written" in errors) == (ends, ends == 1)
+
+
 @pytest.mark.parametrize("words", [
     ["demo"], ["bench"], ["test", "house", "radio"], ["test", "bench"]])
 def test_a_cache_for_the_guest_that_cannot_be_written_is_told_first(tree, words):
@@ -364,13 +379,14 @@ def test_a_compiler_cache_that_cannot_be_written_is_left_out(tree, answer, disab
     assert in_a_shell(tree, text) == (0, f"{disabled}\n", said)
 
 
-def test_without_a_home_the_users_entry_counts(tree):
+@pytest.mark.parametrize("shell", [("sh", "-euc"), ("bash", "-euo", "pipefail", "-c")])
+def test_without_a_home_the_users_entry_counts(tree, shell):
     program(tree / "bin/getent",
             '[ "$1 $2" = "passwd $(id -u)" ] && echo "me:x:7:7::/home/me:/bin/sh"')
     text = 'printf "%s %s" "$HOME" "$guest_cache"'
-    assert in_a_shell(tree, text, HOME="")[:2] == (0, "/home/me /home/me/.cache/kelm/router")
+    assert in_a_shell(tree, text, shell, HOME="")[:2] == (0, "/home/me /home/me/.cache/kelm/router")
     program(tree / "bin/getent", "exit 2")
-    assert in_a_shell(tree, text, HOME="")[:2] == (0, "/ //.cache/kelm/router")
+    assert in_a_shell(tree, text, shell, HOME="")[:2] == (0, "/ //.cache/kelm/router")
 
 
 @pytest.mark.parametrize("stages, built, needed", [

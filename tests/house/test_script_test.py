@@ -120,7 +120,7 @@ def test_attacks_that_cannot_run_are_a_failure_and_say_why(tree, attack_file, bi
     for name, text in {**bin_files, "cmake": "exit 0"}.items():
         program(tree / "bin" / name, text)
     for name in ("bash", "env", "mktemp", "rm", "mkdir", "grep", "tr", "kill", "sleep", "dirname",
-                 "readlink", "realpath", "df", "awk"):
+                 "readlink", "realpath", "df", "awk", "sort"):
         (tree / "bin" / name).symlink_to(shutil.which(name))
     status, lines = run(tree, "attack", path=str(tree / "bin"))
     assert status == 1
