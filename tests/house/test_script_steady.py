@@ -67,7 +67,7 @@ def test_all_that_is_built_and_kept_goes_where_it_is_told(tree, tmp_path, monkey
     (tree / "build-asan").rename(elsewhere / "kelm-asan")
     program(elsewhere / "kelm-asan/tests/unit/core_tests", "exit 1")
     monkeypatch.setenv("KELM_BUILD", str(elsewhere / "kelm"))
-    program(tree / "bin/cmake", f'echo "$@" >>{tree}/cmake-words')
+    program(tree / "bin/cmake", f'echo "$@" >>"{tree}/cmake-words"')
     status, lines = run(tree, "--runs", "1", "--builds", "asan")
     assert (status, lines[-1]) == (1, "1 runs, 1 failed")
     assert (elsewhere / "kelm-steady/asan-1/output.log").exists()
