@@ -193,7 +193,7 @@ def registrar_joined(name):
 def gave_up(why):
     """That the daemon ended an attempt without anybody, and when by the router's clock."""
     def part(evidence):
-        start = evidence.last_start() if len(evidence.starts) < 2 else evidence.starts[0]
+        start = evidence.starts[0] if evidence.starts else None
         end_s = evidence.end_s(start[0]) if start else None
         if end_s is None:
             return "the daemon told no result"
@@ -221,23 +221,31 @@ def overlapped(evidence):
     return gave_up(who + " and nobody joined")(evidence)
 
 
+def _cancel_s(evidence):
+    times = [event.time_s for event, members in evidence.bus("wps_cli")
+             if members.get("action") == 2]
+    return times[0] if times else None
+
+
 def cancelled(evidence):
     """That the web page called an attempt off, and when."""
-    for event, members in evidence.bus("wps_cli"):
-        if members.get("action") == 2:
-            return "the web page cancelled the attempt" + after(evidence, event.time_s)
-    return "nobody cancelled the attempt"
+    cancel_s = _cancel_s(evidence)
+    if cancel_s is None:
+        return "nobody cancelled the attempt"
+    return "the web page cancelled the attempt" + after(evidence, cancel_s)
 
 
 def came_too_late(name):
     """That a client was pushed after an attempt had been called off."""
     def part(evidence):
         source = evidence.source_of(name)
-        pushed = source and evidence.first(source, "WPS-PBC-ACTIVE")
+        cancel_s = _cancel_s(evidence)
+        pushed = (None if source is None or cancel_s is None
+                  else evidence.first(source, "WPS-PBC-ACTIVE", cancel_s))
         if not pushed or any(join.source == source for join in evidence.joins):
             return ""
-        return "the %s, pushed %.1f s after the press, was too late and joined nothing" % (
-            name, pushed[0].time_s - evidence.starts[0][0])
+        return "the %s, pushed%s, was too late and joined nothing" % (
+            name, after(evidence, pushed[0].time_s))
     return part
 
 
@@ -299,7 +307,8 @@ def given_the_key(evidence):
 
 def estimate_fell(evidence):
     found = evidence.all("console", r"\[WPS predict \d+\] (\d+) percent")
-    if len(found) < 2:
+    percents = [int(match.group(1)) for _, match in found]
+    if not percents or percents[-1] >= percents[0]:
         return ""
-    return "the estimate of the silent band fell from %s to %s percent" % (
-        found[0][1].group(1), found[-1][1].group(1))
+    return "the estimate of the silent band fell from %d to %d percent" % (
+        percents[0], percents[-1])

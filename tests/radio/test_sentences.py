@@ -11,6 +11,7 @@ STARTED = 'bus { "wps": {"action":1,"2g_status":11,"5g_status":11,"5g2_status":0
 STOPPED = 'bus { "wps": {"action":2,"2g_status":12,"5g_status":12,"5g2_status":0} }'
 TIMED_OUT = 'bus { "wps": {"action":2,"2g_status":4,"5g_status":4,"5g2_status":0} }'
 CANCELLED = 'bus { "wps_cli": {"action":2,"method":1} }'
+PREDICTS = "console kelm[x:1]: [WPS predict 7] %d percent"
 PIN_ENTERED = 'bus { "wps_cli": {"action":1,"method":2,"pin":"12345670"} }'
 NAMES = {"client0": "phone", "client1": "tablet"}
 
@@ -104,6 +105,8 @@ ROWS = [
      "The web page cancelled the attempt 1.5 s after the press; the phone, pushed 3.0 s after the "
      "press, was too late and joined nothing."),
     ("cancel", [(10.0, PRESS), (10.5, STARTED)], "Nobody cancelled the attempt."),
+    ("cancel", [(13.0, "client0 sta0: WPS-PBC-ACTIVE")],
+     "Nobody cancelled the attempt."),
     ("press-cancel-press",
      [(10.0, PRESS), (10.5, STARTED), (11.5, CANCELLED), (12.0, STOPPED), (20.0, PRESS),
       (20.5, STARTED), (21.0, PHONE_TRIES), (22.0, PHONE_IS_ON)],
@@ -143,6 +146,10 @@ ROWS = [
      'The router joined "Oak" on 2.4 GHz and "Oak 5" on 5 GHz 4.0 s after the press; only 2.4 GHz '
      'enrolled; 5 GHz was given the same key.'),
     ("repeater", [(10.0, PRESS), (10.5, STARTED)], "The router joined no root."),
+    ("repeater-silent", [(1.0, PREDICTS % 90), (2.0, PREDICTS % 45), (3.0, PREDICTS % 10)],
+     "The router joined no root; the estimate of the silent band fell from 90 to 10 percent."),
+    ("repeater-silent", [(1.0, PREDICTS % 10), (2.0, PREDICTS % 90)], "The router joined no root."),
+    ("repeater-silent", [(1.0, PREDICTS % 10)], "The router joined no root."),
     ("repeater-overlap",
      [(1.0, "root0 root0-2g: WPS-PBC-ACTIVE "), (2.0, "root1 root1-2g: WPS-PBC-ACTIVE "),
       (10.0, PRESS), (10.5, STARTED), (12.0, "station wlan1-vxd: WPS-OVERLAP-DETECTED "),
