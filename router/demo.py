@@ -117,9 +117,9 @@ def shell(build_folder):
     steps = view.steps(play.PREPARATIONS)
     with image.built(build_folder, folder, steps) as (kernel, initrd), \
             machine.Machine(kernel, initrd, SHELL_RADIOS, folder) as guest:
-        play.boot(scene.Scene(guest, view), steps)
-        guest.must_run("ubusd </dev/null >/dev/null 2>&1 & sleep 1; /etc/init.d/wifi start; "
-                       "/etc/init.d/wps start")
+        stage = scene.Scene(guest, view)
+        play.boot(stage, steps)
+        stage.start_router()
         print("The router runs; each line is a shell script of its own there. End with ^D.")
         for line in _prompted_lines():
             status, output = guest.run(line, 600)
