@@ -14,7 +14,6 @@ import os
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 
 KERNEL_META_PACKAGE = "linux-image-amd64"
@@ -189,7 +188,7 @@ def _as_root(command):
     if os.getuid() == 0:
         return command
     # In the background nobody may ask at the terminal: sudo would be stopped there.
-    return ["sudo"] + ([] if sys.stdin.isatty() else ["-n"]) + command
+    return ["sudo"] + ([] if os.isatty(0) else ["-n"]) + command
 
 
 def _kernel_package():

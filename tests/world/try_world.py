@@ -7,7 +7,7 @@ import sys
 import world
 
 SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-FOR_ROOT = ('in a container, start it with more rights: docker run --privileged -it debian:12')
+FOR_ROOT = 'in a container, start it with more rights: docker run --privileged -it debian:12'
 FOR_USERS = ('run it as root (with sudo), or allow user namespaces: sudo sysctl '
              'kernel.unprivileged_userns_clone=1; a chroot allows them to nobody but root')
 
