@@ -73,7 +73,7 @@ def _is_full(error):
 def _cache_trouble(reason, is_full):
     cure = "name" if not is_full else "free %d MB there, or name" % UNPACKED_MB
     return ("the guest's packages cannot be kept in %s (%s): %s another folder, for example with "
-            "XDG_CACHE_HOME=/var/tmp/cache" % (cache_folder(), reason, cure))
+            "XDG_CACHE_HOME=/var/tmp/kelm-cache" % (cache_folder(), reason, cure))
 
 
 def unpacked_tree(steps):

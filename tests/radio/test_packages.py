@@ -126,7 +126,7 @@ def test_cache_that_cannot_be_made_is_a_sentence_with_advice(machine, monkeypatc
     monkeypatch.setenv("XDG_CACHE_HOME", place)
     assert trouble() == (
         "the guest's packages cannot be kept in %s/kelm/router (%s): name another folder, for "
-        "example with XDG_CACHE_HOME=/var/tmp/cache" % (place, reason))
+        "example with XDG_CACHE_HOME=/var/tmp/kelm-cache" % (place, reason))
 
 
 @pytest.mark.parametrize("program, says", [
@@ -141,7 +141,7 @@ def test_full_disk_is_a_sentence_with_advice(machine, program, says):
                                              "    printf 'not" % says))
     assert trouble() == (
         "the guest's packages cannot be kept in %s (No space left on device): free 600 MB there, "
-        "or name another folder, for example with XDG_CACHE_HOME=/var/tmp/cache"
+        "or name another folder, for example with XDG_CACHE_HOME=/var/tmp/kelm-cache"
         % (machine / "cache/kelm/router"))
 
 
@@ -185,4 +185,4 @@ def test_demonstration_tells_it_in_one_line(tmp_path):
     assert done.returncode == 1
     assert done.stderr.splitlines() == [
         "script/demo: the guest's packages cannot be kept in /proc/nope/kelm/router (No such file "
-        "or directory): name another folder, for example with XDG_CACHE_HOME=/var/tmp/cache."]
+        "or directory): name another folder, for example with XDG_CACHE_HOME=/var/tmp/kelm-cache."]
