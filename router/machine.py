@@ -98,21 +98,27 @@ class Machine:
             self._threads.append(thread)
 
     def _read_lines(self, name, handle):
+        # Whatever ends the reading, a full disk under the logs too: nobody waits for more.
+        try:
+            self._hand_on_lines(self._sockets[name], handle)
+        finally:
+            with self._changed:
+                self._ended = True
+                self._changed.notify_all()
+
+    @staticmethod
+    def _hand_on_lines(source, handle):
         rest = b""
         while True:
             try:
-                data = self._sockets[name].recv(65536)
+                data = source.recv(65536)
             except OSError:
-                data = b""
+                return
             if not data:
-                break
-            rest += data
-            *lines, rest = rest.split(b"\n")
+                return
+            *lines, rest = (rest + data).split(b"\n")
             for line in lines:
                 handle(line)
-        with self._changed:
-            self._ended = True
-            self._changed.notify_all()
 
     def _on_console(self, raw):
         self._console_log.write(raw + b"\n")

@@ -189,10 +189,10 @@ LOCKED = "E: Could not get lock /var/lib/dpkg/lock-frontend. It is held by proce
     ({"apt-get": None}, NO_DEBIAN),
     ({"id": "echo 1000"},
      "these packages are missing, and there is no sudo to install them; "
-     "run as root: apt-get install --no-install-recommends cmake make"),
+     "run as root: apt-get update && apt-get install --no-install-recommends cmake make"),
     ({"id": "echo 1000", "sudo": "exit 1"},
      "these packages are missing, and sudo does not let you install them; "
-     "run as root: apt-get install --no-install-recommends cmake make"),
+     "run as root: apt-get update && apt-get install --no-install-recommends cmake make"),
     ({"apt-get": apt(update=APT_UPDATE_WITHOUT_NETWORK, plan=fails(UNKNOWN))},
      "Temporary failure resolving 'mirror.example'; "
      "check the network; behind a proxy set http_proxy, then run it again"),
