@@ -52,3 +52,12 @@ quoted() {
     done
     printf '%s' "$quoted_line"
 }
+
+# rest_on RADIO FREQUENCY: the channel of a radio of which no interface is up. It is the first that the
+# radio knows, 2412, and on the way to a scan and back the radio hears who is there, whatever is scanned.
+rest_on() {
+    iw phy "$1" interface add rest type monitor
+    ip link set rest up
+    iw dev rest set freq "$2"
+    iw dev rest del
+}

@@ -104,6 +104,11 @@ start_station() {
     fi
     log=/run/$interface.log
     tell_link "$1" 0
+    # Beside an access point that is up the radio is on its channel already.
+    if ! grep -qx up "/sys/class/net/$(band_interface "$1")/operstate" 2>/dev/null; then
+        frequencies=$(station_frequencies "$1")
+        rest_on "$(station_radio "$1")" "${frequencies%% *}"
+    fi
     iw phy "$(station_radio "$1")" interface add "$interface" type managed \
         addr "$(station_address "$1")"
     mkfifo "$log"
