@@ -42,7 +42,7 @@ int _moved_score(int score, int weight, int previous_weight)
 
 bool _counts(int band)
 {
-    return kelm_get_band_inited(band) && !kelm_is_worker_done(band);
+    return kelm_get_band_inited(band) != 0 && kelm_is_worker_done(band) == 0;
 }
 
 // At least one of the two comes true, taken as independent.
