@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""The rules of the documents that a person would have to count for: how wide a line may be."""
+"""The rules of the documents: how wide a line may be, and the version that they name."""
 import re
 import subprocess
 from pathlib import Path
