@@ -130,10 +130,10 @@ def joins_on_5_ghz(router):
 def joins_on_both(router):
     """Both wait in the sockets when the daemon looks."""
     press(router)
-    router.daemon.send(signal.SIGSTOP)
+    router.daemon.freeze()
     for band in ('2g', '5g'):
         join(router, band)
-    router.daemon.send(signal.SIGCONT)
+    router.daemon.thaw()
     router.end()
 
 

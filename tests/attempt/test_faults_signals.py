@@ -148,8 +148,7 @@ def test_signals_that_are_not_the_daemons_do_not_end_an_attempt(router, bus):
 
 def test_a_daemon_that_was_stopped_goes_on_with_its_attempt(router):
     begin(router)
-    router.daemon.send(signal.SIGSTOP)
-    wait_for(lambda: router.daemon.proc_status()['State'].startswith('T'), 'the stop')
+    router.daemon.freeze()
     router.hostapd['5g'].send('<3>WPS-TIMEOUT ')
-    router.daemon.send(signal.SIGCONT)
+    router.daemon.thaw()
     finish_well(router)

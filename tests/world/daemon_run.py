@@ -127,6 +127,14 @@ class Daemon:
         """Signals the daemon, which is held as a zombie when it has ended."""
         os.kill(self.pid, outside(number))
 
+    def freeze(self):
+        """Stops it as SIGSTOP does; what comes in from now on waits together until it thaws."""
+        self.send(signal.SIGSTOP)
+        wait_for(lambda: self.proc_status().get('State', '').startswith('T'), 'the stop')
+
+    def thaw(self):
+        self.send(signal.SIGCONT)
+
     def poke(self):
         """Ends the wait of the main loop, so that a test need not wait for its second to pass.
 
