@@ -9,7 +9,8 @@ from pathlib import Path
 
 import pytest
 
-from builds import OPENWRT_LIBRARIES, ROOT, must_run, needed, of_openwrt, run, through_cache
+from builds import (OPENWRT_LIBRARIES, ROOT, must_run, needed, of_openwrt, openwrt_prefix, run,
+                    through_cache)
 
 # Each file of the prefix, and what an error calls it when it is missing.
 PARTS = {
@@ -37,10 +38,7 @@ TOO_OLD = ('libubox.so is too old: it has no uloop_handle_sigchld. The oldest li
 def build_prefix(tmp_path_factory):
     """The four libraries with their headers, and json-c."""
     build, prefix = tmp_path_factory.mktemp('libraries'), tmp_path_factory.mktemp('prefix')
-    must_run('cmake', '-S', ROOT / 'bench/openwrt', '-B', build, '-G', 'Ninja', *through_cache(),
-             f'-DCMAKE_INSTALL_PREFIX={prefix}')
-    must_run('cmake', '--build', build, '-j2')
-    must_run('cmake', '--install', build)
+    openwrt_prefix(build, prefix)
     (prefix / 'include/json-c').symlink_to('/usr/include/json-c')
     library = subprocess.run(['gcc', '-print-file-name=libjson-c.so'], check=True,
                              capture_output=True, text=True).stdout.strip()
