@@ -1,0 +1,56 @@
+#!/bin/sh
+# SPDX-License-Identifier: ISC
+# OpenWrt's CI runs this with busybox sh, as root, where the package is installed and neither procd nor a bus
+# nor a radio is.
+#
+# usage: test.sh PACKAGE VERSION
+
+# fails TEXT: so does the test.
+fails() {
+	echo "$*"
+	exit 1
+}
+
+# says TEXT COMMAND...: the command's output holds the text, and is seen.
+says() {
+	local text=$1 output
+	shift
+	output=$("$@" 2>&1)
+	echo "$output"
+	case $output in
+	*"$text"*) ;;
+	*) fails "$* does not say: $text" ;;
+	esac
+}
+
+test_kelm() {
+	says "Usage: kelm" /usr/sbin/kelm --help
+	ldd /usr/sbin/kelm || fails "not all libraries of kelm are there"
+}
+
+test_kelm_stock() {
+	local file
+	for file in /usr/libexec/kelm/* /usr/libexec/kelm/bin/* /usr/libexec/rpcd/kelm /etc/rc.wps/30-kelm \
+		/etc/init.d/wps /etc/init.d/wifi; do
+		[ -d "$file" ] || sh -n "$file" || fails "$file cannot be read by this shell"
+	done
+	for file in hostapd_cli wpa_cli iw jsonfilter uci ubus; do
+		command -v "$file" || fails "$file is not there"
+	done
+	# The daemon calls these by name.
+	for file in config_wifi mesh_config_wifi re_kelm_info; do
+		says "$file" /etc/init.d/wps help
+	done
+	for file in force_restart restart_from_wps; do
+		says "$file" /etc/init.d/wifi help
+	done
+	says 0 uci get kelm.main.enabled
+	says kelm jsonfilter -i /usr/share/rpcd/acl.d/kelm.json -e '@.*.read.ubus.*'
+	says '"status"' /usr/libexec/rpcd/kelm list
+}
+
+case $1 in
+kelm) test_kelm ;;
+kelm-stock) test_kelm_stock ;;
+*) fails "no test for package '$1'" ;;
+esac
