@@ -150,7 +150,7 @@ def test_a_script_can_be_called_through_a_link(tree, script):
     (["fuzz", "--minimize", "hex"], "--minimize takes a target and a folder"),
     (["fuzz", "--replay", "many"], "unknown argument 'many'"),
     (["fuzz", "--replay", "--junitxml"], "--junitxml takes a file"),
-    (["lint", "rust"], "no tool 'rust'; there are: format shell python cppcheck tidy"),
+    (["lint", "rust"], "no tool 'rust'; there are: format shell openwrt python cppcheck tidy"),
     (["steady", "--runs"], "'--runs' is unknown or lacks its value"),
     (["steady", "--walks", "2"], "unknown option '--walks'"),
     (["steady", "--runs", "two"], "'two' is no number"),
