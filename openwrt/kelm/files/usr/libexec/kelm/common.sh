@@ -62,7 +62,7 @@ state_of() {
 write_file() {
 	local new
 	new=$(mktemp "$1.XXXXXX" 2> /dev/null) || return 1
-	if cat 2> /dev/null > "$new" && chmod "$2" "$new" && mv -f "$new" "$1"; then
+	if cat 2> /dev/null > "$new" && chmod "$2" "$new" && mv -fT "$new" "$1"; then
 		return 0
 	fi
 	rm -f "$new"
