@@ -19,6 +19,7 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
+#include "core/switches.h"
 #include "platform/exec.h"
 #include "platform/ops.h"
 #include "wlan/radio.h"
@@ -30,6 +31,19 @@ namespace {
 
 constexpr const char *WPS_RESTART = "/etc/init.d/wps restart";
 constexpr const char *ENTRY = "main";  // whose lines the first and the last step write
+
+void _go_into_background()
+{
+    const pid_t child = fork();
+    if (child < 0) {
+        const int error = errno;
+        perror("fork");
+        exit(error);
+    }
+    if (child > 0)
+        exit(0);
+    setsid();
+}
 
 // --- An end that nobody asked for ---
 
@@ -123,15 +137,9 @@ const restart_row &_choose_restart()
 
 void kelm_daemonize()
 {
-    const pid_t child = fork();
-    if (child < 0) {
-        const int error = errno;
-        perror("fork");
-        exit(error);
-    }
-    if (child > 0)
-        exit(0);
-    setsid();
+    // In the foreground session and process group stay the supervisor's, who may end them as one.
+    if (!kelm_stays_in_foreground())
+        _go_into_background();
     const int null = open("/dev/null", O_RDWR);
     if (null < 0)
         return;
@@ -145,7 +153,8 @@ int kelm_create_pid_file()
 {
     // Created only where none is, so that of two starts at once one loses here.
     const unique_fd own = kelm_claim_file(KELM_PID_PATH);
-    // The caller of this second start saw status 0 long before: the parent does not wait for us.
+    // The caller of this second start saw status 0 long before, but for one in the foreground: the
+    // parent does not wait for us.
     if (!own.valid() && errno == EEXIST) {
         kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "kelm has been started\n");
         return -1;

@@ -7,7 +7,8 @@ namespace kelm {
 constexpr const char *KELM_PID_PATH = "/tmp/kelm.pid";
 
 // Goes into the background: the parent exits 0, the child leads a session of its own with
-// "/dev/null" on descriptors 0 to 2. Exits the process with errno when there can be no child.
+// "/dev/null" on descriptors 0 to 2. Exits the process with errno when there can be no child. With
+// kelm_stays_in_foreground() this process goes on, in its session, with "/dev/null" all the same.
 void kelm_daemonize();
 
 // Writes our process id. Returns 0; -1 (logged) when the file is there already, a stale one

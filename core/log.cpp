@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The console log: one line, one open, one try.
+// The log, on the console: one line, one open, one try. Or in the system log.
 #include "core/log.h"
 
 #include <cerrno>
@@ -11,9 +11,11 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/file.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "core/handle.h"
+#include "core/system_log.h"
 
 namespace kelm {
 
@@ -30,6 +32,8 @@ constexpr int FULL_CONSOLE_WAITS = 5;     // for one line
 // milliseconds at most, for a full console. Signal handlers may log too: they run in the main
 // loop's wait alone, where no line is half written.
 pthread_mutex_t writer_lock = PTHREAD_MUTEX_INITIALIZER;
+
+bool to_system_log = false;
 
 // Nothing left the console while a line waited: the lines after it do not wait again.
 std::atomic<bool> console_stuck{false};
@@ -85,9 +89,17 @@ int kelm_printf(const char *format, ...)
         line[sizeof line - 2] = '\n';  // cut, but still a line
 
     pthread_mutex_lock(&writer_lock);
-    const int result = _write_line(line);
+    const int result = to_system_log ? kelm_send_to_system_log(LOG_DAEMON | LOG_INFO, true, line)
+                                     : _write_line(line);
     pthread_mutex_unlock(&writer_lock);
     return result;
+}
+
+void kelm_log_to_system_log(bool on)
+{
+    to_system_log = on;
+    if (on)
+        kelm_prepare_system_log();
 }
 
 }  // namespace kelm

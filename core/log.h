@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The console log of the daemon and its lines in the user's system log.
+// The log of the daemon and its lines in the user's system log.
 #pragma once
 
 #include "core/kelm.h"
@@ -14,10 +14,15 @@ namespace kelm {
 // Writes one text to "/dev/console", at most 2047 bytes of it; the rest is cut.
 // Returns 0, or -1 when the console cannot be opened. A line is dropped without notice when another
 // process holds the console's lock or the console takes nothing: the daemon never waits for its
-// log. The process's own threads take turns, so that neither loses a line to the other; a signal
-// handler may call it where no thread of its own is inside, which the main loop's wait sees to.
-// Allocates nothing. Call it through the macros below.
+// log. With kelm_log_to_system_log the same holds for "/dev/log" (core/system_log.h), where each
+// text is one line. The process's own threads take turns, so that neither loses a line to the
+// other; a signal handler may call it where no thread of its own is inside, which the main loop's
+// wait sees to. Allocates nothing. Call it through the macros below.
 int kelm_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Where lines go from now on: to the system log as "kelm[PID]: TEXT" of a daemon, level "info", and
+// not to the console; or to the console, as at the start. Before the first thread is made.
+void kelm_log_to_system_log(bool on);
 
 }  // namespace kelm
 

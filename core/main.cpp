@@ -7,6 +7,7 @@
 #include "core/log.h"
 #include "core/mainloop.h"
 #include "core/signals.h"
+#include "core/switches.h"
 
 namespace kelm {
 
@@ -40,6 +41,7 @@ int main(int argc, char **)
         (void)(write(STDERR_FILENO, USAGE, sizeof USAGE - 1) < 0);
         return -1;
     }
+    kelm::kelm_read_switches();
     kelm::kelm_claim_signals();
     kelm::kelm_daemonize();
     if (kelm::kelm_create_pid_file() != 0)
@@ -47,6 +49,7 @@ int main(int argc, char **)
     kelm::kelm_guard_pid_file();
     // Whoever sends a console log sends the version along.
     kelm_log_always("kelm " KELM_VERSION "\n");
+    kelm::kelm_tell_refused_switches();
     const int result = kelm::_serve();
     kelm::kelm_leave();
     return result;

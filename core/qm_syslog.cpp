@@ -1,19 +1,23 @@
 // SPDX-License-Identifier: ISC
-// Stands in for the platform's logging library where there is none: outcome lines go to syslog(3).
+// Stands in for the platform's logging library where there is none: outcome lines go to the system
+// log. syslog(3) itself would wait for a log daemon that hangs, and the attempt with it.
 #include <cstdarg>
+#include <cstdio>
 
 #include <syslog.h>
 
 #include "core/log.h"
+#include "core/system_log.h"
 
 void qm_syslog(int level, int success, const char *format, ...)
 {
+    constexpr size_t TEXT_SIZE = 1024;
     // Callers pass 3 for good and bad news alike, which syslog would call an error.
     const int priority = LOG_DAEMON | (success != 0 ? LOG_NOTICE : (level & LOG_PRIMASK));
-    // Not every C library puts the program's name before a line by itself.
-    openlog("kelm", 0, LOG_DAEMON);
+    char text[TEXT_SIZE];
     va_list values;
     va_start(values, format);
-    vsyslog(priority, format, values);
+    (void)vsnprintf(text, sizeof text, format, values);
     va_end(values);
+    (void)kelm::kelm_send_to_system_log(priority, false, text);
 }

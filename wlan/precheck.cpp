@@ -11,6 +11,7 @@
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/session.h"
+#include "core/switches.h"
 #include "core/text.h"
 #include "platform/exec.h"
 #include "platform/ops.h"
@@ -245,7 +246,7 @@ void trigger_over_scan(int band)
         kelm_log_bad_band(band);
         return;
     }
-    wps_exec_cmd(command_kind::scan, "/usr/bin/wifi scan %s", bandname[band]);
+    wps_exec_cmd(command_kind::scan, "%s scan %s", kelm_wifi_program(), bandname[band]);
     session->wps_flags |= WPS_FLAG_OVER_SCAN;
 }
 

@@ -11,6 +11,7 @@
 #include "config/json_file.h"
 #include "core/log.h"
 #include "core/session.h"
+#include "core/switches.h"
 #include "core/text.h"
 #include "platform/exec.h"
 #include "platform/ops.h"
@@ -199,7 +200,8 @@ unique_json _fetch_scan_result(int band, const char *path)
     if (!kelm_has_own_file(path) && !kelm_pin_file(path, KELM_FOR_ALL))
         return nullptr;
     for (int attempt = 1;; ++attempt) {
-        (void)wps_exec_cmd(command_kind::scan, "/usr/bin/wifi getscanresult %s", bandname[band]);
+        (void)wps_exec_cmd(command_kind::scan, "%s getscanresult %s", kelm_wifi_program(),
+                           bandname[band]);
         unique_json list = kelm_load_json(path);
         if (list || attempt == SCAN_ATTEMPTS)
             return list;

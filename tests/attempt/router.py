@@ -43,6 +43,7 @@ class Router:
         self.world = world
         self.console = world.console
         self.daemon = None
+        self.environment = {}  # what more its variables hold, for those who do not say
         self.broker = None
         self.bus = None
         self.hostapd = {}
@@ -96,9 +97,9 @@ class Router:
         self.broker = Broker()
         self.bus = wire.BusClient('wps')
 
-    def launch(self, **options):
+    def launch(self, kind=Daemon, **options):
         """Starts the daemon and looks no further."""
-        self.daemon = Daemon(**options)
+        self.daemon = kind(**options)
         return self.daemon
 
     def start(self, bands=('2g', '5g'), stations=(), **options):

@@ -14,7 +14,7 @@ def run_attempt_blindly(router):
     """A whole attempt seen by its files and commands alone."""
     router.start_bus()
     router.add_hostapd('2g', '5g')
-    router.launch()
+    router.launch(environment=router.environment)
     router.hostapd['5g'].wait_attached()
 
     def started():

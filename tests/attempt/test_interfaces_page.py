@@ -12,10 +12,11 @@ import pytest
 import outcome_plays as plays
 import page
 import wire
-from daemon_run import Daemon
-from router import hostapd_cli, ubus_send
+from daemon_run import PROGRAM, Daemon, ForegroundDaemon
+from peers import LogDaemon
+from router import VERSION_LINE, hostapd_cli, ubus_send
 from test_wps_press import Script
-from world import wait_for
+from world import ORIGIN, wait_for
 
 EXAMPLES = page.examples()
 TREE = '/mnt/src'
@@ -240,6 +241,31 @@ def run_louder(router):
     router.press()
     router.settle()
     assert 'multiap_mode = 0' in router.console.lines()
+
+
+def run_supervised(router):
+    """The example as a supervisor runs it, with the daemon in the PATH."""
+    log = LogDaemon()
+    try:
+        router.console = log
+        path = f'{os.path.dirname(PROGRAM)}:{os.environ["PATH"]}'
+        router.start(kind=ForegroundDaemon, command=('sh', '-c', EXAMPLES['supervised']),
+                     environment={'PATH': path})
+        assert router.start_lines[0] == VERSION_LINE
+        assert router.world.read('/tmp/kelm.pid') == f'{router.daemon.pid}\n'
+        router.press_and_wait_started()
+        plays.join_and_end(router, '2g')
+        assert log.senders == {router.daemon.pid}
+        assert router.world.console.text() == ''
+    finally:
+        log.close()
+
+
+def run_syslog_line(_):
+    """Its form is the one by which the listener knows the lines; what it tells is the first."""
+    head = LogDaemon.HEAD.match(EXAMPLES['syslog-line'])
+    text = EXAMPLES['syslog-line'][head.end():]
+    assert ORIGIN.sub('', text, count=1) == f'{VERSION_LINE}\n'
 
 
 # --- Listening ---
@@ -546,6 +572,7 @@ def run_script(router):
 RUNS = {
     **{name: run_request(name) for name in REQUESTS},
     'daemon-there': run_daemon_there, 'louder': run_louder,
+    'supervised': run_supervised, 'syslog-line': run_syslog_line,
     'listen': run_listen, 'listen-output': run_listen,
     'wps-press': run_script, 'wps-press-output': run_script,
     **dict.fromkeys(('kelm.info', 'wps_wifi_ap.txt', *AP_FILES), run_access_point),

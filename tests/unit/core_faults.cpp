@@ -28,6 +28,8 @@ int __real_sigaction(int number, const struct sigaction *action, struct sigactio
 int __wrap_sigaction(int number, const struct sigaction *action, struct sigaction *old);
 int __real_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_t *mask);
 int __wrap_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_t *mask);
+int __real_poll(pollfd *set, nfds_t count, int limit_ms);
+int __wrap_poll(pollfd *set, nfds_t count, int limit_ms);
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*start)(void *), void *argument);
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
@@ -61,6 +63,13 @@ int __wrap_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_
         return __real_ppoll(set, count, limit, mask);
     errno = faults.ppoll_error;
     return -1;
+}
+
+int __wrap_poll(pollfd *set, nfds_t count, int limit_ms)
+{
+    if (faults.before_poll != nullptr)
+        faults.before_poll();
+    return __real_poll(set, count, limit_ms);
 }
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,

@@ -8,8 +8,9 @@ namespace kelm_test {
 
 // Which call fails from now on; the linker sends each of them here, see the options --wrap.
 struct fault_points {
-    int sigaction_of = 0;  // of this signal
-    int ppoll_error = 0;   // with this error, where it waits for descriptors
+    int sigaction_of = 0;             // of this signal
+    int ppoll_error = 0;              // with this error, where it waits for descriptors
+    void (*before_poll)() = nullptr;  // no failure: what happens when a wait begins
     bool pthread_create = false;
     bool calloc = false;
     size_t calloc_bytes = 0;  // calls for this much alone

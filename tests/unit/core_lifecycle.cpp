@@ -15,6 +15,7 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
+#include "core/switches.h"
 #include "platform/exec.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
@@ -151,6 +152,37 @@ TEST_F(lifecycle, without_a_null_device_a_detached_daemon_keeps_what_it_was_give
     EXPECT_EQ(0, exit_of(starter));
     ASSERT_TRUE(wait_until([] { return file_exists("/tmp/daemon"); }));
     EXPECT_EQ("/tmp", read_file("/tmp/daemon"));
+}
+
+TEST_F(lifecycle, in_the_foreground_the_process_stays_what_it_was_with_null_on_its_descriptors)
+{
+    for (const bool leads_group : {false, true}) {
+        unlink("/tmp/daemon");
+        fflush(nullptr);
+        const pid_t starter = fork();
+        if (starter == 0) {
+            if (leads_group)
+                setpgid(0, 0);
+            const pid_t self = getpid();
+            const pid_t session = getsid(0);
+            const pid_t group = getpgrp();
+            setenv("KELM_FOREGROUND", "1", 1);
+            kelm_read_switches();
+            kelm_daemonize();
+            std::string report;
+            report +=
+                self == getpid() && session == getsid(0) && group == getpgrp() ? "stays" : "goes";
+            for (const char *link : {"/proc/self/fd/0", "/proc/self/fd/1", "/proc/self/fd/2"}) {
+                char target[64] = {};
+                (void)!readlink(link, target, sizeof target - 1);
+                report += std::string(" ") + target;
+            }
+            write_file("/tmp/daemon", report);
+            leave_process(7);
+        }
+        EXPECT_EQ(7, exit_of(starter));
+        EXPECT_EQ("stays /dev/null /dev/null /dev/null", read_file("/tmp/daemon"));
+    }
 }
 
 TEST_F(lifecycle, the_pid_file_holds_the_pid_and_a_line_feed)

@@ -2,11 +2,14 @@
 // What stands before an attempt: which bands take part, what is announced, the access points' PIN.
 #include "wlan/precheck.h"
 
+#include <cstdlib>
 #include <cstring>
 
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include "core/log.h"
+#include "core/switches.h"
 #include "core/text.h"
 #include "platform/rtk/control.h"
 #include "tests/unit/device.h"
@@ -591,6 +594,19 @@ TEST_F(precheck, an_extra_scan_names_the_band_and_is_noted)
         EXPECT_EQ(std::string("> /usr/bin/wifi scan ") + names[index] + "\n", log_text());
         EXPECT_EQ(sta | WPS_FLAG_OVER_SCAN, flags(index));
     }
+}
+
+TEST_F(precheck, an_extra_scan_runs_the_program_that_was_chosen)
+{
+    start(KELM_MODE_REPEATER, 2);
+    ASSERT_EQ(0, symlink("/mnt/record", "/tmp/our scan"));
+    setenv("KELM_WIFI", "/tmp/our scan", 1);
+    kelm_read_switches();
+    trigger_over_scan(KELM_BAND_5G);
+    unsetenv("KELM_WIFI");
+    kelm_read_switches();
+    EXPECT_EQ(words{"/tmp/our scan scan 5g"}, recorded_commands());
+    EXPECT_EQ("> '/tmp/our scan' scan 5g\n", log_text());
 }
 
 TEST_F(precheck, an_extra_scan_without_a_session_runs_nothing)

@@ -3,6 +3,7 @@
 #include "wlan/rootap.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 
@@ -10,6 +11,7 @@
 
 #include "config/json_file.h"
 #include "core/log.h"
+#include "core/switches.h"
 #include "core/text.h"
 #include "tests/unit/device.h"
 
@@ -641,6 +643,19 @@ TEST_F(rootap, each_band_asks_for_its_own_list)
         EXPECT_EQ(0u, log_text().find("> search from scantable " +
                                       std::string(band(row.index).scan_path) + ".\n"));
     }
+}
+
+TEST_F(rootap, the_program_that_was_chosen_is_asked_for_the_list)
+{
+    ASSERT_EQ(0, symlink("/mnt/record", "/tmp/scan"));
+    set_reply("/tmp/scan", "echo '[{\"mac\": \"00:11:22:33:44:56\"}]' >/tmp/wifi_scan_2g.result\n");
+    setenv("KELM_WIFI", "/tmp/scan", 1);
+    kelm_read_switches();
+    EXPECT_EQ(1, kelm_match_rootap(SCAN_2G, &band(KELM_BAND_5G), &band(KELM_BAND_2G)));
+    unsetenv("KELM_WIFI");
+    kelm_read_switches();
+    EXPECT_EQ(words{"/tmp/scan getscanresult 2g"}, recorded_commands());
+    EXPECT_EQ("00:11:22:33:44:56", mac_text(record(KELM_BAND_2G).bssid));
 }
 
 // --- The same device by identity ---

@@ -230,6 +230,28 @@ class Daemon:
         return self.exit_status
 
 
+FOREGROUND = {'KELM_FOREGROUND': '1'}
+
+
+class ForegroundDaemon(Daemon):
+    """One that stays the process that was started, as a supervisor wants it."""
+
+    def __init__(self, command=(PROGRAM,), environment=FOREGROUND):
+        # pylint: disable=super-init-not-called
+        self._process = subprocess.Popen(
+            command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+            env=_environment(environment), cwd='/', umask=0o022)
+        self.pid = self._process.pid
+        self.command_status = 0  # of none: it has not returned
+        self.exit_status = None
+
+    def printed(self):
+        """What it printed, once it has ended."""
+        self._process.returncode = self.exit_status
+        with self._process.stdout as pipe:
+            return pipe.read()
+
+
 def start_at_once(count, environment):
     """So many starts side by side; the daemons of all of them, those too that have ended."""
     known = {pid for pid, _ in _children()}

@@ -2,6 +2,7 @@
 """The daemon's peers, scripted: hostapd's and wpa_supplicant's control sockets, and the bus."""
 import contextlib
 import os
+import re
 import select
 import signal
 import socket
@@ -9,7 +10,7 @@ import subprocess
 import threading
 
 import wire
-from world import wait_for
+from world import Console, leave_network, wait_for
 
 BROKER = '/mnt/build/hostlibs/ubusd'
 BUS_COMMAND = '/mnt/build/hostlibs/ubus'
@@ -110,6 +111,68 @@ class ControlServer:
             except (FileNotFoundError, ConnectionRefusedError):
                 if attached:
                     self.clients.remove(client)  # it did not wait
+
+
+class LogDaemon(Console):
+    """What the daemon sends to /dev/log, to be read as what it writes to a console.
+
+    Its queue is long by default: how fast a test reads must not decide what it sees.
+    """
+
+    PATH = '/dev/log'
+    HEAD = re.compile(
+        r'<30>[A-Z][a-z]{2} [ 123][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} kelm\[([0-9]+)\]: ')
+
+    def __init__(self, queue_length=10000):
+        super().__init__()
+        self.senders = set()  # the pids that the lines name
+        self.others = []  # lines that are not of the log
+        self._queue_length = queue_length
+        self._socket = None
+        self.put()
+
+    def put(self):
+        """A new one, as after a restart of the log daemon."""
+        self.close()
+        maker = threading.Thread(target=self._make_socket)
+        maker.start()
+        maker.join()
+        self._text = ''
+
+    def _make_socket(self):
+        """In a thread, which gets a network of its own: the limit of a queue is the network's."""
+        leave_network()
+        with open('/proc/sys/net/unix/max_dgram_qlen', 'w', encoding='utf-8') as limit:
+            limit.write(str(self._queue_length))
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(self.PATH)
+
+    def close(self):
+        if os.path.lexists(self.PATH):
+            os.unlink(self.PATH)
+        if self._socket is not None:
+            self._socket.close()
+        self._socket = None
+
+    def fill(self):
+        """Makes it take nothing more, as one that hangs."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.setblocking(False)
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    sender.sendto(b'full', self.PATH)
+
+    def text(self):
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                line = self._socket.recv(4096, socket.MSG_DONTWAIT).decode()
+                head = self.HEAD.match(line)
+                if head is None:
+                    self.others.append(line)
+                    continue
+                self.senders.add(int(head[1]))
+                self._text += line[head.end():] + '\n'
+        return self._text
 
 
 class Broker:

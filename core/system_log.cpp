@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: ISC
+// Lines to the system log: one line, one socket, one datagram.
+#include "core/system_log.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "core/handle.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t TEXT_MAX = 2047;
+constexpr size_t LINE_SIZE = TEXT_MAX + 64;
+constexpr size_t PID_SIZE = 16;
+constexpr int FULL_QUEUE_WAIT_MS = 100;
+constexpr sockaddr_un LOG_SOCKET = {AF_UNIX, "/dev/log"};
+
+// In English, whatever the locale: programs read them.
+constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+// The queue stayed full while a line waited: the lines after it do not wait again.
+std::atomic<bool> queue_stuck{false};
+
+// Without the line feeds at the end.
+size_t _text_length(const char *text)
+{
+    size_t length = strnlen(text, TEXT_MAX);
+    while (length > 0 && text[length - 1] == '\n')
+        --length;
+    return length;
+}
+
+// The time by hand: strftime(3) may look at the time zone's file for each line. Returns the length.
+size_t _make_line(int priority, bool with_pid, const char *text, size_t text_length,
+                  char (&line)[LINE_SIZE])
+{
+    char pid[PID_SIZE] = "";
+    if (with_pid)
+        (void)snprintf(pid, sizeof pid, "[%d]", static_cast<int>(getpid()));
+    const time_t now = time(nullptr);
+    tm local = {};
+    localtime_r(&now, &local);
+    const int length =
+        snprintf(line, sizeof line, "<%d>%s %2d %02d:%02d:%02d kelm%s: %.*s", priority,
+                 MONTHS[local.tm_mon], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                 pid, static_cast<int>(text_length), text);
+    return std::min(static_cast<size_t>(length), sizeof line - 1);
+}
+
+bool _send(int fd, const char *line, size_t length)
+{
+    ssize_t sent = 0;
+    do
+        sent = ::send(fd, line, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+    while (sent < 0 && errno == EINTR);
+    return sent >= 0;
+}
+
+// Most kernels' queues hold ten lines, so that of a log daemon that is well is full at times.
+bool _has_room_soon(int fd)
+{
+    pollfd room = {fd, POLLOUT, 0};
+    return !queue_stuck && ::poll(&room, 1, FULL_QUEUE_WAIT_MS) > 0 &&
+           (room.revents & POLLOUT) != 0;
+}
+
+}  // namespace
+
+int kelm_send_to_system_log(int priority, bool with_pid, const char *text)
+{
+    const size_t text_length = _text_length(text);
+    if (text_length == 0)
+        return 0;
+    char line[LINE_SIZE];
+    const size_t length = _make_line(priority, with_pid, text, text_length, line);
+
+    // A socket for each line: a log daemon that was started anew listens on another one.
+    const unique_fd log(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!log.valid() || ::connect(log.get(), reinterpret_cast<const sockaddr *>(&LOG_SOCKET),
+                                  sizeof LOG_SOCKET) != 0)
+        return -1;
+    bool sent = _send(log.get(), line, length);
+    if (!sent && errno == EAGAIN) {
+        queue_stuck = !_has_room_soon(log.get());
+        sent = !queue_stuck && _send(log.get(), line, length);
+    }
+    if (sent)
+        queue_stuck = false;
+    return 0;
+}
+
+void kelm_prepare_system_log()
+{
+    tzset();
+}
+
+}  // namespace kelm
