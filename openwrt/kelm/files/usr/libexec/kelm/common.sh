@@ -4,7 +4,7 @@
 # shellcheck disable=SC3043  # busybox ash has local
 
 # shellcheck source=/dev/null
-. /lib/functions.sh
+. "$IPKG_INSTROOT/lib/functions.sh"
 
 # shellcheck disable=SC2034  # for those who source this
 KELM=/usr/libexec/kelm
@@ -133,7 +133,7 @@ ask_status() { printf '%s' "$wireless" | jsonfilter -q -e "$1"; }
 # with wps_pushbutton and the first enabled station. A section that is in two radios is chosen in both.
 chosen() {
 	local wireless sections section band
-	wireless=$(wireless_status) || return 1
+	wireless=$(wireless_status) # nothing yet: then the configuration alone counts
 	sections=$(kelm_list "$1")
 	[ -n "$sections" ] || sections=$(first_sections "$1")
 	for band in $KELM_BANDS; do
@@ -209,4 +209,97 @@ json_text() {
 			}
 			printf "\"\n"
 		}'
+}
+
+# daemon_pid: prints the daemon's process number; status 1 if none lives.
+daemon_pid() {
+	local pid name
+	[ -f /tmp/kelm.pid ] && [ ! -L /tmp/kelm.pid ] && [ -O /tmp/kelm.pid ] || return 1
+	read -r pid 2> /dev/null < /tmp/kelm.pid
+	case $pid in
+	'' | *[!0-9]*) return 1 ;;
+	esac
+	read -r name 2> /dev/null < "/proc/$pid/comm" && [ "$name" = kelm ] && printf '%s\n' "$pid"
+}
+
+# attempt_runs: status 0 while the daemon serves an attempt. A note of a daemon that was killed does not count.
+attempt_runs() { [ "$(state_of attempt running)" = 1 ] && daemon_pid > /dev/null; }
+
+# note_link BAND IFNAME: writes down for the daemon whether the station has a link. It reads that at each press.
+note_link() {
+	local up=0
+	case $(/usr/sbin/wpa_cli -p /var/run/wpa_supplicant -i "$2" status 2> /dev/null) in
+	*wpa_state=COMPLETED*) up=1 ;;
+	esac
+	printf '{"status": %s}\n' "$up" | write_file "/tmp/wifi_runtime_info.$1" 0644
+}
+
+# running_bss IF: looks up what hostapd was given for the access point: bss_key (passphrase, or 64 digits),
+# bss_psk_file, bss_wps. That is the key in use, whatever the settings say by now. No other program is started, and
+# nothing is printed: a press waits for this.
+# shellcheck disable=SC2034  # the caller takes what it needs
+running_bss() {
+	local file line mine
+	bss_key='' bss_psk_file='' bss_wps=''
+	for file in /var/run/hostapd-*.conf; do
+		[ -f "$file" ] || continue
+		mine=''
+		while IFS= read -r line || [ -n "$line" ]; do
+			case $line in
+			"interface=$1" | "bss=$1") mine=1 ;;
+			interface=* | bss=*) [ -z "$mine" ] || return 0 ;;
+			esac
+			[ -n "$mine" ] || continue
+			case $line in
+			wpa_passphrase=* | wpa_psk=*) bss_key=${line#*=} ;;
+			wpa_psk_file=*) bss_psk_file=${line#*=} ;;
+			wps_state=*) bss_wps=${line#*=} ;;
+			esac
+		done < "$file"
+		[ -z "$mine" ] || return 0
+	done
+	return 1
+}
+
+# lasting_key IF: sees to it that hostapd hands out the network's own key. Beside a file of keys for devices it would
+# make up a new one for each client, which it cannot store: it is not root. A line for the address of zeros tells it
+# what to hand out. Without such a file it hands out the network's key by itself.
+lasting_key() {
+	local line wanted new
+	running_bss "$1" || return
+	case $bss_psk_file in
+	/var/run/* | /tmp/run/*) ;;
+	*) return 0 ;; # none, or a file of the owner's, who sees to it himself
+	esac
+	[ -n "$bss_key" ] && [ -f "$bss_psk_file" ] && [ ! -L "$bss_psk_file" ] && [ -O "$bss_psk_file" ] || return 1
+	wanted="wps=1 00:00:00:00:00:00 $bss_key"
+	while IFS= read -r line; do
+		[ "$line" != "$wanted" ] || return 0
+	done < "$bss_psk_file"
+
+	new=$(mktemp "$bss_psk_file.XXXXXX" 2> /dev/null) || return 1
+	if cp -p "$bss_psk_file" "$new" && {
+		grep -v '^wps=1 00:00:00:00:00:00 ' "$bss_psk_file"
+		printf '%s\n' "$wanted"
+	} 2> /dev/null > "$new" && mv -f "$new" "$bss_psk_file"; then
+		load_keys "$1"
+		return
+	fi
+	rm -f "$new"
+	return 1
+}
+
+# load_keys IF: has hostapd read its file of keys again. Nobody is disconnected.
+load_keys() {
+	[ "$(/usr/sbin/hostapd_cli -p /var/run/hostapd -i "$1" raw RELOAD_WPA_PSK 2> /dev/null)" = OK ]
+}
+
+# end_attempt: notes that the attempt is over where the daemon tells nobody.
+end_attempt() {
+	local started method
+	started=$(state_of attempt started)
+	method=$(state_of attempt method)
+	printf '%s=%s\n' started "$started" ended "$(date +%s)" method "$method" \
+		code_2g "$(state_of attempt code_2g)" code_5g "$(state_of attempt code_5g)" running 0 | write_state attempt
+	[ ! -x $KELM/led ] || $KELM/led restore
 }
