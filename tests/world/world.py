@@ -57,11 +57,17 @@ def _check(result, what):
         raise WorldError(f'{what}: {os.strerror(error)}')
 
 
-def _mount(source, target, kind=None, flags=0, data=None):
+def mount(source, target, kind=None, flags=0, data=None):
+    """mount(2)."""
     def text(value):
         return value.encode() if value is not None else None
     result = _libc.mount(text(source), text(target), text(kind), ctypes.c_ulong(flags), text(data))
     _check(result, f'mount on {target}')
+
+
+def unmount(target):
+    """It and what lies on it is gone at once, also where it is in use."""
+    _check(_libc.umount2(target.encode(), MNT_DETACH), f'umount {target}')
 
 
 def _may_unshare_mounts():
@@ -114,9 +120,9 @@ def _stand_on_a_mount():
     of the whole tree goes over a mount that can, and becomes the root.
     """
     here = os.getcwd()
-    _mount('none', '/proc', flags=MS_REC | MS_PRIVATE)
-    _mount('/', '/proc', flags=MS_BIND | MS_REC)
-    _mount('none', '/proc', flags=MS_REC | MS_PRIVATE)
+    mount('none', '/proc', flags=MS_REC | MS_PRIVATE)
+    mount('/', '/proc', flags=MS_BIND | MS_REC)
+    mount('none', '/proc', flags=MS_REC | MS_PRIVATE)
     os.chroot('/proc')
     os.chdir(here)
 
@@ -133,8 +139,23 @@ def _leave_the_machines_mounts():
 def _bind_folder(descriptor, target):
     """By descriptor, since the path may be covered already."""
     os.makedirs(target)
-    _mount(f'/proc/self/fd/{descriptor}', target, flags=MS_BIND | MS_REC)
+    mount(f'/proc/self/fd/{descriptor}', target, flags=MS_BIND | MS_REC)
     os.close(descriptor)
+
+
+def enter(source_dir, build_dir):
+    """Gives this process mounts of its own, with the two trees at /mnt/src and /mnt/build; once.
+
+    Orphans among its processes become its children.
+    """
+    _check(_libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 'prctl')
+    _hear_signals()
+    _leave_the_machines_mounts()
+    source = os.open(source_dir, os.O_PATH | os.O_DIRECTORY)
+    build = os.open(build_dir, os.O_PATH | os.O_DIRECTORY)
+    mount('tmpfs', '/mnt', 'tmpfs', 0, 'mode=755')
+    _bind_folder(source, '/mnt/src')
+    _bind_folder(build, '/mnt/build')
 
 
 def _layer_over(folder, name, own=()):
@@ -144,25 +165,25 @@ def _layer_over(folder, name, own=()):
     os.makedirs(work)
     for inner in own:
         os.makedirs(f'{upper}/{inner}')
-    _mount('overlay', folder, 'overlay', 0, f'lowerdir={folder},upperdir={upper},workdir={work}')
+    mount('overlay', folder, 'overlay', 0, f'lowerdir={folder},upperdir={upper},workdir={work}')
 
 
 def _cover_dev():
     """A folder of its own, so that a test can take the console away."""
     os.mkdir('/mnt/dev')
-    _mount('tmpfs', '/mnt/dev', 'tmpfs', 0, 'mode=755')
+    mount('tmpfs', '/mnt/dev', 'tmpfs', 0, 'mode=755')
     for device in ('null', 'zero', 'full', 'random', 'urandom', 'tty'):
         _write(f'/mnt/dev/{device}', '')
-        _mount(f'/dev/{device}', f'/mnt/dev/{device}', flags=MS_BIND)
+        mount(f'/dev/{device}', f'/mnt/dev/{device}', flags=MS_BIND)
     os.symlink('/proc/self/fd', '/mnt/dev/fd')
     os.mkdir('/mnt/dev/shm')
-    _mount('/mnt/dev', '/dev', flags=MS_MOVE)
+    mount('/mnt/dev', '/dev', flags=MS_MOVE)
 
 
 def _cover_tmp():
-    _mount('tmpfs', '/tmp', 'tmpfs', 0, 'mode=1777')
+    mount('tmpfs', '/tmp', 'tmpfs', 0, 'mode=1777')
     os.mkdir('/tmp/run')
-    _mount('/tmp/run', os.path.realpath('/var/run'), flags=MS_BIND)
+    mount('/tmp/run', os.path.realpath('/var/run'), flags=MS_BIND)
 
 
 def _put_stand_ins():
@@ -287,14 +308,7 @@ class World:
     """The world of one test process; reset() makes it new for the next test."""
 
     def __init__(self, source_dir, build_dir):
-        _check(_libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 'prctl')
-        _hear_signals()
-        _leave_the_machines_mounts()
-        source = os.open(source_dir, os.O_PATH | os.O_DIRECTORY)
-        build = os.open(build_dir, os.O_PATH | os.O_DIRECTORY)
-        _mount('tmpfs', '/mnt', 'tmpfs', 0, 'mode=755')
-        _bind_folder(source, '/mnt/src')
-        _bind_folder(build, '/mnt/build')
+        enter(source_dir, build_dir)
         _cover_dev()
         _layer_over('/etc', 'etc', ('init.d', 'config'))
         _layer_over('/usr/bin', 'usr-bin')
@@ -329,18 +343,18 @@ class World:
     @contextlib.contextmanager
     def read_only_tmp():
         """Nobody can write to /tmp meanwhile, root neither."""
-        _mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND | MS_RDONLY)
+        mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND | MS_RDONLY)
         try:
             yield
         finally:
-            _mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND)
+            mount('none', '/tmp', flags=MS_REMOUNT | MS_BIND)
 
     @staticmethod
     @contextlib.contextmanager
     def full_tmp(pages=0):
         """Room for so many pages in /tmp meanwhile; empty files go in, as on a full disk."""
         page = os.sysconf('SC_PAGE_SIZE')
-        _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, 'size=512k')
+        mount('none', '/tmp', 'tmpfs', MS_REMOUNT, 'size=512k')
         try:
             with open(FILLER, 'wb', buffering=0) as file:
                 with contextlib.suppress(OSError):
@@ -351,7 +365,7 @@ class World:
         finally:
             with contextlib.suppress(FileNotFoundError):
                 os.unlink(FILLER)
-            _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, 'size=50%')
+            mount('none', '/tmp', 'tmpfs', MS_REMOUNT, 'size=50%')
 
     @staticmethod
     @contextlib.contextmanager
@@ -359,21 +373,21 @@ class World:
         """So many new files in /tmp meanwhile."""
         room = os.statvfs('/tmp')
         used = room.f_files - room.f_ffree
-        _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, f'nr_inodes={used + left}')
+        mount('none', '/tmp', 'tmpfs', MS_REMOUNT, f'nr_inodes={used + left}')
         try:
             yield
         finally:
-            _mount('none', '/tmp', 'tmpfs', MS_REMOUNT, f'nr_inodes={room.f_files}')
+            mount('none', '/tmp', 'tmpfs', MS_REMOUNT, f'nr_inodes={room.f_files}')
 
     @staticmethod
     @contextlib.contextmanager
     def covered_tmp():
         """All that was in /tmp is gone meanwhile."""
-        _mount('tmpfs', '/tmp', 'tmpfs', 0, 'mode=1777')
+        mount('tmpfs', '/tmp', 'tmpfs', 0, 'mode=1777')
         try:
             yield
         finally:
-            _check(_libc.umount2(b'/tmp', MNT_DETACH), 'umount /tmp')
+            unmount('/tmp')
 
     @staticmethod
     @contextlib.contextmanager
@@ -389,12 +403,12 @@ class World:
                     os.symlink(os.readlink(path), place)
                 elif os.path.isdir(path) and name != 'tmp':
                     os.mkdir(place)
-                    _mount(path, place, flags=MS_BIND | MS_REC)
+                    mount(path, place, flags=MS_BIND | MS_REC)
                     bound.append(place)
             yield root
         finally:
             for place in bound:
-                _check(_libc.umount2(place.encode(), MNT_DETACH), f'umount {place}')
+                unmount(place)
             shutil.rmtree(root)
 
     @staticmethod
