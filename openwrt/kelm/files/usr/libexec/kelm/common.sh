@@ -293,13 +293,3 @@ lasting_key() {
 load_keys() {
 	[ "$(/usr/sbin/hostapd_cli -p /var/run/hostapd -i "$1" raw RELOAD_WPA_PSK 2> /dev/null)" = OK ]
 }
-
-# end_attempt: notes that the attempt is over where the daemon tells nobody.
-end_attempt() {
-	local started method
-	started=$(state_of attempt started)
-	method=$(state_of attempt method)
-	printf '%s=%s\n' started "$started" ended "$(date +%s)" method "$method" \
-		code_2g "$(state_of attempt code_2g)" code_5g "$(state_of attempt code_5g)" running 0 | write_state attempt
-	[ ! -x $KELM/led ] || $KELM/led restore
-}
