@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: ISC
 """The feed folder for OpenWrt's build system, which feed/ plays: what the packages say and hold."""
+import os
 import re
 import shutil
 import stat
@@ -11,6 +12,35 @@ from builds import OPENWRT_LIBRARIES, ROOT, needed, openwrt_prefix
 
 FOLDER = ROOT / 'openwrt/kelm'
 STAND_INS = ROOT / 'tests/house/feed'
+
+# What a router gets, and who may read and run it.
+STOCK = {
+    'etc/config/kelm': 0o600,
+    'etc/init.d/wps': 0o755,
+    'etc/init.d/wifi': 0o755,
+    'etc/rc.wps/30-kelm': 0o755,
+    'usr/libexec/kelm/common.sh': 0o644,
+    'usr/libexec/kelm/learnt.sh': 0o644,
+    'usr/libexec/kelm/run': 0o755,
+    'usr/libexec/kelm/prepare': 0o755,
+    'usr/libexec/kelm/setup': 0o755,
+    'usr/libexec/kelm/request': 0o755,
+    'usr/libexec/kelm/told': 0o755,
+    'usr/libexec/kelm/led': 0o755,
+    'usr/libexec/kelm/status': 0o755,
+    'usr/libexec/kelm/rc.button-wps': 0o755,
+    'usr/libexec/kelm/take-button': 0o755,
+    'usr/libexec/kelm/scan': 0o755,
+    'usr/libexec/kelm/networks': 0o755,
+    'usr/libexec/kelm/apply': 0o755,
+    'usr/libexec/kelm/apply-done': 0o755,
+    'usr/libexec/kelm/remove': 0o755,
+    'usr/libexec/kelm/bin/hostapd_cli': 0o755,
+    'usr/libexec/kelm/bin/ubus': 0o755,
+    'usr/libexec/kelm/bin/wpa_cli': 0o755,
+    'usr/libexec/rpcd/kelm': 0o755,
+    'usr/share/rpcd/acl.d/kelm.json': 0o644,
+}
 
 
 def make(folder, out, *targets, **variables):
@@ -86,6 +116,27 @@ def test_the_lists_and_scripts_of_the_packages_are_not_indented(described, scrip
 def modes(folder):
     return {str(path.relative_to(folder)): stat.S_IMODE(path.stat().st_mode)
             for path in folder.rglob('*') if path.is_file()}
+
+
+def test_the_router_gets_each_file_of_the_folder_with_its_mode(tmp_path):
+    make(FOLDER, tmp_path, 'install-kelm-stock')
+    assert modes(tmp_path / 'kelm-stock') == STOCK
+    assert sorted(modes(FOLDER / 'files')) == sorted(STOCK)
+    for name in STOCK:
+        assert ((tmp_path / 'kelm-stock' / name).read_bytes()
+                == (FOLDER / 'files' / name).read_bytes()), name
+
+
+def test_each_script_can_be_run_in_the_checkout_too():
+    for name, mode in STOCK.items():
+        assert os.access(FOLDER / 'files' / name, os.X_OK) == (mode == 0o755), name
+
+
+def test_no_folder_of_another_package_is_made_unreadable(tmp_path):
+    make(FOLDER, tmp_path, 'install-kelm-stock')
+    folders = {stat.S_IMODE(path.stat().st_mode)
+               for path in (tmp_path / 'kelm-stock').rglob('*') if path.is_dir()}
+    assert folders == {0o755}
 
 
 def test_a_checkout_is_built_as_it_is_with_the_libraries_of_openwrt(tmp_path, monkeypatch):
