@@ -12,6 +12,7 @@ sys.path[:0] = [HERE] + [os.path.join(SOURCE, 'tests', name) for name in ('world
 
 # All of them before the private world, which may cover where they lie.
 import daemon_run  # noqa: E402
+import feed  # noqa: E402
 import figures  # noqa: E402
 import idle  # noqa: E402
 import instructions  # noqa: E402
@@ -54,9 +55,11 @@ def main():
     build = os.path.abspath(options.build)
     os.makedirs(build, exist_ok=True)
     tools = bench_tools.prepare(build)
-    # Not in a quick run: building for them takes as long as all the rest, and cannot fail it.
-    if 'size' in (options.only or PARTS) and not options.quick:
-        tools.targets = targets.build_all(build)
+    if 'size' in (options.only or PARTS):
+        feed.build(f'{build}/feed', f'{build}/prefix')
+        # Not in a quick run: building for them takes as long as all the rest, and cannot fail it.
+        if not options.quick:
+            tools.targets = targets.build_all(build)
     private_world.gain_privilege()
     world = private_world.World(SOURCE, build)
     tools.build = '/mnt/build'

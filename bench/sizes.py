@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: ISC
-"""Size of the stripped program, what it needs, beside Debian's command-line clients."""
+"""Size of the stripped program and of what OpenWrt packs, beside Debian's command-line clients."""
 import os
 import re
 import subprocess
 
+import feed
 from figures import Figure, Goal, Samples
 
 CXX_RUNTIME = ('libstdc++', 'libgcc', 'libc++', 'libsupc++')
@@ -58,6 +59,7 @@ def measure(tools):
     runtime = [name for name in libraries if name.startswith(CXX_RUNTIME)]
     figures.append(Figure('of them of the C++ run time', Samples(len(runtime)),
                           goal=Goal(0, of_ratio=False, limit=0)))
+    figures += feed.measure(f'{tools.build}/feed', shipped)
     for target, program, peer in tools.targets:
         figures += _other_machine(target, program, peer)
     return figures
