@@ -57,10 +57,20 @@ state_of() {
 	return 1
 }
 
-# write_file PATH MODE: the standard input becomes the file, whole or not at all. What waits under the name, a link or
-# a FIFO, is replaced and not followed.
+# is_own FILE: status 0 for a file that is root's alone: nobody else can put another thing in its place.
+is_own() { [ -f "$1" ] && [ ! -L "$1" ] && [ -O "$1" ]; }
+
+# clear_folder PATH: moves a folder away that bars the name of a file. Nothing is removed in it: it may be a
+# stranger's, who could put a link there meanwhile.
+clear_folder() {
+	[ ! -d "$1" ] || [ -L "$1" ] || mv "$1" "$(mktemp -d "$1.XXXXXX")"
+}
+
+# write_file PATH MODE: the standard input becomes the file, whole or not at all. What waits under the name, a link, a
+# FIFO or a folder, is replaced and not followed.
 write_file() {
 	local new
+	clear_folder "$1"
 	new=$(mktemp "$1.XXXXXX" 2> /dev/null) || return 1
 	if cat 2> /dev/null > "$new" && chmod "$2" "$new" && mv -fT "$new" "$1"; then
 		return 0
@@ -71,7 +81,7 @@ write_file() {
 
 # write_state FILE: the same for a file of the state folder, which all may read.
 write_state() {
-	[ -d "$KELM_STATE" ] || mkdir -p "$KELM_STATE" || return 1
+	mkdir -p "$KELM_STATE" || return 1
 	write_file "$KELM_STATE/$1" 0644
 }
 
@@ -132,8 +142,8 @@ ask_status() { printf '%s' "$wireless" | jsonfilter -q -e "$1"; }
 # is missing while the radio is not set up. Without a list of the owner's these are the first enabled access point
 # with wps_pushbutton and the first enabled station. A section that is in two radios is chosen in both.
 chosen() {
-	local wireless sections section band
-	wireless=$(wireless_status) # nothing yet: then the configuration alone counts
+	local sections section band
+	: "${wireless:=$(wireless_status)}" # nothing yet: then the configuration alone counts
 	sections=$(kelm_list "$1")
 	[ -n "$sections" ] || sections=$(first_sections "$1")
 	for band in $KELM_BANDS; do
@@ -214,7 +224,7 @@ json_text() {
 # daemon_pid: prints the daemon's process number; status 1 if none lives.
 daemon_pid() {
 	local pid name
-	[ -f /tmp/kelm.pid ] && [ ! -L /tmp/kelm.pid ] && [ -O /tmp/kelm.pid ] || return 1
+	is_own /tmp/kelm.pid || return 1
 	read -r pid 2> /dev/null < /tmp/kelm.pid
 	case $pid in
 	'' | *[!0-9]*) return 1 ;;
@@ -271,7 +281,7 @@ lasting_key() {
 	/var/run/* | /tmp/run/*) ;;
 	*) return 0 ;; # none, or a file of the owner's, who sees to it himself
 	esac
-	[ -n "$bss_key" ] && [ -f "$bss_psk_file" ] && [ ! -L "$bss_psk_file" ] && [ -O "$bss_psk_file" ] || return 1
+	[ -n "$bss_key" ] && is_own "$bss_psk_file" || return 1
 	wanted="wps=1 00:00:00:00:00:00 $bss_key"
 	while IFS= read -r line; do
 		[ "$line" != "$wanted" ] || return 0
