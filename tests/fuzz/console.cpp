@@ -34,6 +34,8 @@ int kelm_printf(const char *format, ...)
     return 0;
 }
 
+void kelm_log_to_system_log(bool) {}
+
 }  // namespace kelm
 
 extern "C" void qm_syslog(int, int, const char *format, ...)
