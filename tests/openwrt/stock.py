@@ -46,6 +46,7 @@ MAKEFILE = f'{SOURCE}/openwrt/kelm/Makefile'
 STAND_INS = f'{SOURCE}/openwrt/testworld'
 PATH = '/usr/sbin:/usr/bin:/sbin:/bin'
 BUSYBOX = '/bin/busybox'
+FLOCK = '/usr/bin/flock'  # which Debian's busybox has not, and OpenWrt's has
 # Their stand-ins are others.
 NOT_FROM_BUSYBOX = ('logread', 'syslogd', 'klogd', 'init', 'linuxrc', 'hostname')
 LIBRARIES = ('/lib/x86_64-linux-gnu', '/lib64')
@@ -156,6 +157,7 @@ class StockRouter:
             if not os.path.lexists(f'{ROOT}/{place}'):
                 os.symlink(BUSYBOX, f'{ROOT}/{place}')
         _put_stand_ins()
+        _copy(FLOCK, FLOCK, 0o755)
         _copy(f'{SOURCE}/tests/world/record', '/mnt/record', 0o755)
         _copy(f'{BUILD}/kelm', '/usr/sbin/kelm', 0o755)
         _empty_file(ROOT + LOG)
@@ -286,6 +288,16 @@ class StockRouter:
         result = self.run('exec /usr/lib/testworld/http_call -S "$@"', name, method,
                           json.dumps(message or {}))
         return result.status, json.loads(result.out) if result.out.strip() else None
+
+    @staticmethod
+    def processes():
+        """What runs on the router: a list of (process number, words of the command line)."""
+        found = []
+        for pid in filter(_is_inside, map(int, filter(str.isdigit, os.listdir('/proc')))):
+            with contextlib.suppress(OSError):
+                with open(f'/proc/{pid}/cmdline', encoding='utf-8', errors='replace') as file:
+                    found.append((pid, file.read().split('\0')[:-1]))
+        return found
 
     # What stands around the scripts
 
