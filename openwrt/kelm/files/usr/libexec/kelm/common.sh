@@ -72,7 +72,9 @@ write_file() {
 	local new
 	clear_folder "$1"
 	new=$(mktemp "$1.XXXXXX" 2> /dev/null) || return 1
-	if cat 2> /dev/null > "$new" && chmod "$2" "$new" && mv -fT "$new" "$1"; then
+	# mv takes a link to a folder for the folder.
+	[ ! -L "$1" ] || rm -f "$1"
+	if cat 2> /dev/null > "$new" && chmod "$2" "$new" && mv -fT "$new" "$1" 2> /dev/null; then
 		return 0
 	fi
 	rm -f "$new"

@@ -26,9 +26,10 @@ member() { jsonfilter -q -i "$1" -e "@.$2_$3"; }
 text_of() {
 	local text
 	if text=$(member "$1" "$2_hex" "$3"); then
+		[ $((${#text} % 2)) -eq 0 ] || return 1
 		text=$(printf '%s' "$text" | sed 's/../\\x&/g')
 		case $text in
-		*\\x00* | *\\x0a*) return 1 ;;
+		*[!0-9a-fx\\]* | *\\x00* | *\\x0a*) return 1 ;;
 		esac
 		printf '%b' "$text"
 		return 0
