@@ -6,13 +6,13 @@ from stock import two_bands
 
 STATIONS = {'2g': ('wwan0', 'phy0-sta0'), '5g': ('wwan1', 'phy1-sta0')}
 SETTINGS = """config kelm 'main'
-	option enabled '1'
-	option mode '{mode}'
-	option follow '{follow}'
-	list sta 'wwan0'
-	list sta 'wwan1'
-	list ap 'default_radio0'
-	list ap 'default_radio1'
+    option enabled '1'
+    option mode '{mode}'
+    option follow '{follow}'
+    list sta 'wwan0'
+    list sta 'wwan1'
+    list ap 'default_radio0'
+    list ap 'default_radio1'
 """
 OLD = {'ssid': 'Old Oak', 'key': 'leaves of last year', 'encryption': 'psk2'}
 

@@ -253,7 +253,8 @@ def test_an_access_point_stores_nothing(stock):
 
 @pytest.mark.parametrize('text', [
     '{', '[]', '"text"', 'null', '42', '{"ssid_2g": ', '{"security_2g": "wpa2"}',
-    '{"security_2g": "wpa2", "ssid_2g": "Great Oak"}', '{"ssid_2g": "x", "password_2g": "12345678"}',
+    '{"security_2g": "wpa2", "ssid_2g": "Great Oak"}',
+    '{"ssid_2g": "x", "password_2g": "12345678"}',
     '{"security_2g": {"a": 1}, "ssid_2g": ["x"], "password_2g": null}', '\0' * 100,
     '{"security_2g": "wpa2", "ssid_hex_2g": "4", "password_2g": "12345678"}',
     '{"security_2g": "wpa2", "ssid_hex_2g": "zz", "password_2g": "12345678"}',

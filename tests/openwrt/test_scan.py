@@ -209,17 +209,17 @@ def test_a_folder_under_the_name_stays_and_nothing_is_left_beside_it(stock, air)
 # --- scan ---
 
 CHANNELS = """Wiphy phy0
-	Band 1:
-		Frequencies:
-			* 2412 MHz [1] (20.0 dBm)
-			* 2462.0 MHz [11] (20.0 dBm)
-			* 2467 MHz [12] (disabled)
-	Band 2:
-		Frequencies:
-			* 5180 MHz [36] (23.0 dBm)
-			* 5260 MHz [52] (23.0 dBm) (radar detection)
-			STBC Tx <= 80 MHz
-			* 5955 MHz [1] (23.0 dBm)
+    Band 1:
+        Frequencies:
+            * 2412 MHz [1] (20.0 dBm)
+            * 2462.0 MHz [11] (20.0 dBm)
+            * 2467 MHz [12] (disabled)
+    Band 2:
+        Frequencies:
+            * 5180 MHz [36] (23.0 dBm)
+            * 5260 MHz [52] (23.0 dBm) (radar detection)
+            STBC Tx <= 80 MHz
+            * 5955 MHz [1] (23.0 dBm)
 """
 
 
