@@ -189,21 +189,12 @@ def test_what_waits_under_the_name_is_replaced_and_not_followed(stock, air):
     path = RESULT.format('2g')
     stock.write('/etc/victim', 'mine')
     os.mkdir(stock.at('/etc/folder'))
-    for trap in ('ln -s /etc/victim', 'ln -s /etc/folder', 'ln /etc/victim', 'mkfifo'):
-        stock.run(f'rm -f {path}; {trap} {path}')
+    for trap in ('ln -s /etc/victim', 'ln -s /etc/folder', 'ln /etc/victim', 'mkfifo', 'mkdir'):
+        stock.run(f'rm -rf {path}; {trap} {path}')
         assert [entry['ssid'] for entry in air(bss())] == ['Great Oak']
         assert not os.path.islink(stock.at(path))
     assert stock.read('/etc/victim') == 'mine'
     assert os.listdir(stock.at('/etc/folder')) == []
-
-
-def test_a_folder_under_the_name_stays_and_nothing_is_left_beside_it(stock, air):
-    air(bss())
-    stock.run('rm /tmp/wifi_scan_2g.result; mkdir /tmp/wifi_scan_2g.result')
-    assert stock.run(f'{SCAN} getscanresult 2g').status == 1
-    assert [name for name in os.listdir(stock.at('/tmp')) if 'scan' in name] == [
-        'wifi_scan_2g.result']
-    assert os.listdir(stock.at('/tmp/wifi_scan_2g.result')) == []
 
 
 # --- scan ---
