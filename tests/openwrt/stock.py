@@ -208,16 +208,19 @@ class StockRouter:
     # Files
 
     @staticmethod
-    def at(path):
-        """Where a file of the router is for the test; links of folders are followed there."""
+    def at(path, follow=True):
+        """Where a file of the router is for the test: links lead to the router's places.
+
+        follow: also the last link.
+        """
         parts, place = [part for part in path.split('/') if part], ROOT
         for index, part in enumerate(parts):
             place = f'{place}/{part}'
-            if os.path.islink(place) and index < len(parts) - 1:
+            if os.path.islink(place) and (follow or index < len(parts) - 1):
                 target = os.readlink(place)
                 rest = '/'.join(parts[index + 1:])
                 base = '' if target.startswith('/') else os.path.dirname(place)[len(ROOT):]
-                return StockRouter.at(f'{base}/{target}/{rest}')
+                return StockRouter.at(os.path.normpath(f'{base}/{target}/{rest}'), follow)
         return place
 
     def read(self, path):
@@ -237,13 +240,16 @@ class StockRouter:
             os.chmod(place, mode)
 
     def remove(self, path):
-        os.unlink(self.at(path))
+        """A file or a link, if it is there."""
+        place = self.at(path, follow=False)
+        if os.path.lexists(place):
+            os.unlink(place)
 
     def mode(self, path):
         return stat.S_IMODE(os.stat(self.at(path)).st_mode)
 
     def exists(self, path):
-        return os.path.lexists(self.at(path))
+        return os.path.lexists(self.at(path, follow=False))
 
     # Programs
 
@@ -307,10 +313,10 @@ class StockRouter:
         A name alone lies in /usr/sbin and is noted by its name, another place by its path. A new
         text may be given at any time.
         """
-        place = self.at(name if '/' in name else f'/usr/sbin/{name}')
+        path = name if '/' in name else f'/usr/sbin/{name}'
+        place = self.at(path, follow=False)
         os.makedirs(os.path.dirname(place), exist_ok=True)
-        if os.path.lexists(place):
-            os.unlink(place)
+        self.remove(path)
         os.symlink('/mnt/record', place)
         self.write(f'/mnt/reply/{name}', reply)
 
@@ -320,6 +326,7 @@ class StockRouter:
         """
         cases = '\n'.join(f'call:{method}) {text or ":"} ;;' for method, text in methods.items())
         names = '\n'.join(methods)
+        self.remove(f'/usr/lib/testworld/ubus/{name}')
         self.write(f'/usr/lib/testworld/ubus/{name}', f"""#!/bin/sh
 [ "$1" != list ] || {{ echo '{names}'; exit; }}
 read -r message
