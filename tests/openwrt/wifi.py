@@ -10,7 +10,7 @@ while [ $# -gt 0 ]; do
     -p) shift ;;
     get_config) [ -f "/mnt/wps/$name" ] && echo "wps_state=$(cat "/mnt/wps/$name")" || exit 255 ;;
     raw) cat /mnt/wps/raw && break ;;
-    *) echo OK ;;
+    *) echo OK && break ;;
     esac
     shift
 done
@@ -22,7 +22,7 @@ while [ $# -gt 0 ]; do
     -p) shift ;;
     status) echo "wpa_state=$(cat "/mnt/wpa/$name")" ;;
     set) [ -f "/mnt/wpa/$name" ] && echo OK || echo FAIL; break ;;
-    *) echo OK ;;
+    *) echo OK && break ;;
     esac
     shift
 done
