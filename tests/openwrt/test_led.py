@@ -148,9 +148,10 @@ def test_a_kill_before_the_led_is_touched_loses_nothing(router):
 
 
 @pytest.mark.parametrize('setting, chosen', [
-    (None, 'blue:wps'), ('auto', 'blue:wps'), ('green:wps', 'green:wps'), ('red:power', 'red:power'),
-    ('none', None), ('no such', None), ('../leds/green:wps', None), ('/sys/class/leds/green:wps', None),
-    ('..', None), ('.', None), ("x'; touch /tmp/owned; '", None), ('$(touch /tmp/owned)', None)])
+    (None, 'blue:wps'), ('auto', 'blue:wps'), ('green:wps', 'green:wps'),
+    ('red:power', 'red:power'), ('none', None), ('no such', None), ('../leds/green:wps', None),
+    ('/sys/class/leds/green:wps', None), ('..', None), ('.', None),
+    ("x'; touch /tmp/owned; '", None), ('$(touch /tmp/owned)', None)])
 def test_the_owners_choice(router, setting, chosen):
     leds = {name: Led(router, name, trigger='heartbeat')
             for name in ('red:power', 'green:wps', 'blue:wps')}
