@@ -9,11 +9,13 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/status_files.h"
+#include "core/switches.h"
 #include "core/text.h"
 #include "ctrl/wpa_ctrl.h"
 #include "platform/exec.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
+#include "platform/rtk/credential_event.h"
 #include "platform/rtk/new_settings.h"
 #include "wlan/predict.h"
 #include "wlan/run_mode.h"
@@ -25,6 +27,7 @@ namespace {
 constexpr size_t SOCKET_PATH_SIZE = 64;
 constexpr size_t REMOVE_COMMAND_SIZE = 128;
 constexpr const char *NEW_SETTINGS = "WPS-NEW-AP-SETTINGS";
+constexpr const char *CREDENTIAL_EVENT = "WPS-CRED-RECEIVED";
 constexpr const char *ENTRY = "rtk_process_wpas_msg";  // whose lines the steps write
 
 // The band's attached connections, null while closed.
@@ -208,18 +211,40 @@ void _apply_event(const event_row &row, int band, kelm_session *session, char *t
 
 // --- The two run modes ---
 
+// What stands behind the name of an event with a credential, cut off from the text: no log line may
+// show it, since it holds the key. Null for any other event, and where none is looked for.
+const char *_cut_off_credential(char *text)
+{
+    if (!kelm_takes_credential_events())
+        return nullptr;
+    const words own = _own_words(text);
+    const char *name = _find(own, CREDENTIAL_EVENT);
+    if (name == nullptr)
+        return nullptr;
+    char *behind = text + (name - text) + strlen(CREDENTIAL_EVENT);
+    if (*behind == '\0')
+        return behind;
+    *behind = '\0';
+    return behind + 1;
+}
+
 int _process_station_event(int band, kelm_session *session, char *text)
 {
+    const char *credential = _cut_off_credential(text);
     constexpr uint32_t worker = WPS_FLAG_WORKER_LAUNCH | WPS_FLAG_WORKER_DONE;
     if ((session->wps_flags & worker) != WPS_FLAG_WORKER_LAUNCH) {
         kelm_log_as(ENTRY, KELM_LOG_DETAIL, "Ignore wpsEvent[%s]: %s\n", rtk_band_name(band), text);
         return 0;
     }
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
-    const event_row *row = _find_event(STATION_EVENTS, text);
-    if (row == nullptr)
-        return -1;
-    _apply_event(*row, band, session, text);
+    if (credential != nullptr) {
+        rtk_take_credential(band, credential);
+    } else {
+        const event_row *row = _find_event(STATION_EVENTS, text);
+        if (row == nullptr)
+            return -1;
+        _apply_event(*row, band, session, text);
+    }
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "processing wpsEvent[%s]: %s\n", rtk_band_name(band), text);
     return 0;
 }
@@ -279,6 +304,10 @@ int rtk_wpas_sock_init(int band)
     kelm_log_detail("eventCtrl attach success\n");
     if (kelm_get_run_mode() == KELM_MODE_AP)
         rtk_forget_new_settings(band);
+    else if (kelm_takes_credential_events() && !rtk_forget_credential(band)) {
+        ctrl.reset();
+        return -1;
+    }
     return wpa_ctrl_get_fd(ctrl.get());
 }
 

@@ -13,22 +13,14 @@
 #include "core/signals.h"
 #include "core/text.h"
 #include "platform/rtk/hostapd_file.h"
+#include "platform/rtk/wps_attributes.h"
 
 namespace kelm {
 
 namespace {
 
 constexpr int LOOK_EVERY_MS = 10;
-constexpr const char *BLANKS = " \t\r\n";
-
-// Attributes of an announcement, as Wi-Fi Protected Setup numbers them.
-constexpr uint16_t ATTR_AUTH_TYPE = 0x1003;
-constexpr uint16_t ATTR_CREDENTIAL = 0x100e;
-constexpr uint16_t ATTR_NETWORK_KEY = 0x1027;
-constexpr uint16_t ATTR_SSID = 0x1045;
 constexpr uint16_t AUTH_WITH_KEY = 0x0022;  // WPA and WPA2 personal
-constexpr size_t ATTR_HEAD = 4;             // type and length, two bytes each
-constexpr size_t PAYLOAD_MAX = 1024;        // bytes; more than an event holds
 
 // What tells one version of a file from another.
 struct file_version {
@@ -106,22 +98,17 @@ struct attributes {
     uint16_t auth_type;
 };
 
-uint16_t _number(const uint8_t *bytes)
-{
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
-
 // The first of each kind counts.
-void _take_attribute(uint16_t type, const uint8_t *value, size_t length, attributes *found)
+void _take_attribute(const wps_attribute &one, attributes *found)
 {
-    if (type == ATTR_SSID && found->ssid == nullptr) {
-        found->ssid = value;
-        found->ssid_length = length;
-    } else if (type == ATTR_NETWORK_KEY && found->key == nullptr) {
-        found->key = value;
-        found->key_length = length;
-    } else if (type == ATTR_AUTH_TYPE && length == 2 && found->auth_type == 0) {
-        found->auth_type = _number(value);
+    if (one.type == WPS_ATTR_SSID && found->ssid == nullptr) {
+        found->ssid = one.value;
+        found->ssid_length = one.length;
+    } else if (one.type == WPS_ATTR_NETWORK_KEY && found->key == nullptr) {
+        found->key = one.value;
+        found->key_length = one.length;
+    } else if (one.type == WPS_ATTR_AUTH_TYPE && one.length == 2 && found->auth_type == 0) {
+        found->auth_type = rtk_wps_number(one.value);
     }
 }
 
@@ -129,42 +116,30 @@ void _take_attribute(uint16_t type, const uint8_t *value, size_t length, attribu
 // its own, which follow its head: read on inside.
 bool _read_attributes(const uint8_t *bytes, size_t length, attributes *found)
 {
-    size_t at = 0;
-    while (at < length) {
-        if (length - at < ATTR_HEAD)
-            return false;
-        const uint16_t type = _number(bytes + at);
-        const size_t size = _number(bytes + at + 2);
-        at += ATTR_HEAD;
-        if (size > length - at)
-            return false;
-        if (type == ATTR_CREDENTIAL)
-            continue;
-        _take_attribute(type, bytes + at, size, found);
-        at += size;
+    wps_attributes from = {bytes, bytes + length, false};
+    wps_attribute one = {};
+    while (rtk_next_wps_attribute(&from, &one)) {
+        if (one.type == WPS_ATTR_CREDENTIAL)
+            from.at = one.value;
+        else
+            _take_attribute(one, found);
     }
-    return true;
-}
-
-// Some registrars fill the fields up with zeros; hostapd takes them off as well.
-size_t _without_zeros(const uint8_t *bytes, size_t length)
-{
-    while (length > 0 && bytes[length - 1] == 0)
-        --length;
-    return length;
+    return !from.broken;
 }
 
 // False for what names no network that hostapd could write down.
 bool _take_content(const attributes &found, announced_settings *announced)
 {
-    const size_t name = found.ssid != nullptr ? _without_zeros(found.ssid, found.ssid_length) : 0;
+    const size_t name =
+        found.ssid != nullptr ? rtk_length_without_zeros(found.ssid, found.ssid_length) : 0;
     if (name == 0 || name >= WPS_SSID_SIZE || found.auth_type == 0)
         return false;
     copy_ssid(announced->ssid, reinterpret_cast<const char *>(found.ssid), name);
     copy_text(announced->key, "");
     if ((found.auth_type & AUTH_WITH_KEY) == 0)
         return true;
-    const size_t key = found.key != nullptr ? _without_zeros(found.key, found.key_length) : 0;
+    const size_t key =
+        found.key != nullptr ? rtk_length_without_zeros(found.key, found.key_length) : 0;
     if (key == 0 || key >= WPS_PASSWORD_SIZE || memchr(found.key, '\0', key) != nullptr)
         return false;
     copy_text(announced->key, sizeof announced->key, reinterpret_cast<const char *>(found.key),
@@ -174,16 +149,13 @@ bool _take_content(const attributes &found, announced_settings *announced)
 
 announcement _read_payload(const char *payload, announced_settings *announced)
 {
-    payload += strspn(payload, BLANKS);
-    const size_t digits = strcspn(payload, BLANKS);
-    if (digits == 0)
+    uint8_t bytes[WPS_PAYLOAD_MAX];
+    const int length = rtk_read_wps_payload(payload, bytes);
+    if (length == 0)
         return announcement::without_content;
-    uint8_t bytes[PAYLOAD_MAX] = {};
     attributes found = {};
-    if (digits % 2 != 0 || digits / 2 > sizeof bytes ||
-        strspn(payload, "0123456789abcdefABCDEF") != digits ||
-        _convert_hexstr_to_bytes(payload, bytes, digits / 2) != 0 ||
-        !_read_attributes(bytes, digits / 2, &found) || !_take_content(found, announced))
+    if (length < 0 || !_read_attributes(bytes, static_cast<size_t>(length), &found) ||
+        !_take_content(found, announced))
         return announcement::not_understood;
     return announcement::with_content;
 }

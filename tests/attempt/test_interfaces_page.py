@@ -14,7 +14,7 @@ import page
 import wire
 from daemon_run import PROGRAM, Daemon, ForegroundDaemon
 from peers import LogDaemon
-from router import VERSION_LINE, hostapd_cli, ubus_send
+from router import REPEATER_MODE, VERSION_LINE, hostapd_cli, ubus_send
 from test_wps_press import Script
 from world import ORIGIN, wait_for
 
@@ -266,6 +266,18 @@ def run_syslog_line(_):
     head = LogDaemon.HEAD.match(EXAMPLES['syslog-line'])
     text = EXAMPLES['syslog-line'][head.end():]
     assert ORIGIN.sub('', text, count=1) == f'{VERSION_LINE}\n'
+
+
+def run_credential_event(router):
+    router.configure(mode=REPEATER_MODE, stations=1)
+    router.set_link('2g', 0)
+    router.start(bands=(), stations=('2g',), environment={'KELM_CREDENTIALS': 'event'})
+    router.press_and_wait_started()
+    router.supplicant['2g'].send(EXAMPLES['credential-event'].rstrip('\n'))
+    router.wait_line('processing wpsEvent[2.4G]: <3>WPS-CRED-RECEIVED')
+    path = '/tmp/run/wpa_supplicant-wlan1-vxd.conf'
+    assert router.world.read(path) == EXAMPLES['credential-file']
+    assert router.world.mode(path) == 0o600
 
 
 # --- Listening ---
@@ -573,6 +585,7 @@ RUNS = {
     **{name: run_request(name) for name in REQUESTS},
     'daemon-there': run_daemon_there, 'louder': run_louder,
     'supervised': run_supervised, 'syslog-line': run_syslog_line,
+    **dict.fromkeys(('credential-event', 'credential-file'), run_credential_event),
     'listen': run_listen, 'listen-output': run_listen,
     'wps-press': run_script, 'wps-press-output': run_script,
     **dict.fromkeys(('kelm.info', 'wps_wifi_ap.txt', *AP_FILES), run_access_point),

@@ -26,6 +26,7 @@ FLOORS = {
     7: ("platform/rtk/control", "platform/rtk/events", "platform/rtk/escape",
         "platform/rtk/write_back", "platform/rtk/ap_write_back", "platform/rtk/easymesh",
         "platform/rtk/hostapd_file", "platform/rtk/new_settings",
+        "platform/rtk/credential_event", "platform/rtk/wps_attributes",
         "platform/rtk/ops"),
     8: ("core/evaluation",),
     9: ("core/mainloop", "core/lifecycle", "core/main"),
