@@ -93,6 +93,12 @@ attempt() {
         --junitxml="$results/$1-attempt.xml"
 }
 
+# A router with stock OpenWrt for each test, without a radio.
+openwrt() {
+    /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/openwrt --build "$builds_at-$1" \
+        --junitxml="$results/$1-openwrt.xml"
+}
+
 # Asks for sudo's password while the terminal can be read, and keeps sudo from forgetting it. Where
 # that fails it is told by what needs it.
 keep_sudo() {
