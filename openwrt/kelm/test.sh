@@ -45,7 +45,7 @@ test_kelm_stock() {
 		says "$file" /etc/init.d/wifi help
 	done
 	says 0 uci get kelm.main.enabled
-	says kelm jsonfilter -i /usr/share/rpcd/acl.d/kelm.json -e '@.*.read.ubus.*'
+	says status jsonfilter -i /usr/share/rpcd/acl.d/kelm.json -e '@.kelm.read.ubus.kelm[*]'
 	says '"status"' /usr/libexec/rpcd/kelm list
 }
 
