@@ -9,6 +9,7 @@
 // Properties: the file holds either no learnt network or exactly the one that a second reading of
 // the payload finds, name and key byte for byte as the daemon's own reader takes them; a payload
 // that is not taken is told in one line; the key is in no line.
+#include <algorithm>
 #include <cstring>
 
 #include "config/conf_tree.h"
@@ -70,12 +71,11 @@ std::string make_payload(kelm_fuzz::input *input)
 
 // --- The second reading ---
 
-bool bytes_of(std::string text, std::string *bytes)
+bool bytes_of(const std::string &payload, std::string *bytes)
 {
-    text.erase(0, text.find_first_not_of(BLANKS) == std::string::npos
-                      ? text.size()
-                      : text.find_first_not_of(BLANKS));
-    text = text.substr(0, text.find_first_of(BLANKS));
+    const size_t begin = std::min(payload.find_first_not_of(BLANKS), payload.size());
+    const size_t end = std::min(payload.find_first_of(BLANKS, begin), payload.size());
+    const std::string text = payload.substr(begin, end - begin);
     if (text.size() % 2 != 0 || text.size() > 2048 ||
         text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
         return false;
