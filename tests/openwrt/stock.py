@@ -208,10 +208,10 @@ class StockRouter:
     # Files
 
     @staticmethod
-    def at(path, follow=True):
-        """Where a file of the router is for the test: links lead to the router's places.
+    def at(path, follow=False):
+        """Where a file of the router is for the test; links of folders lead to the router's places.
 
-        follow: also the last link.
+        follow: the last link too, which would lead to a place of this machine.
         """
         parts, place = [part for part in path.split('/') if part], ROOT
         for index, part in enumerate(parts):
@@ -226,13 +226,14 @@ class StockRouter:
     def read(self, path):
         """The whole file as text, or None; bytes that are no UTF-8 as surrogates."""
         try:
-            with open(self.at(path), encoding='utf-8', errors='surrogateescape') as file:
+            with open(self.at(path, follow=True), encoding='utf-8',
+                      errors='surrogateescape') as file:
                 return file.read()
         except FileNotFoundError:
             return None
 
     def write(self, path, text, mode=None):
-        place = self.at(path)
+        place = self.at(path, follow=True)
         os.makedirs(os.path.dirname(place), exist_ok=True)
         with open(place, 'w', encoding='utf-8', errors='surrogateescape') as file:
             file.write(text)
@@ -241,15 +242,15 @@ class StockRouter:
 
     def remove(self, path):
         """A file or a link, if it is there."""
-        place = self.at(path, follow=False)
+        place = self.at(path)
         if os.path.lexists(place):
             os.unlink(place)
 
     def mode(self, path):
-        return stat.S_IMODE(os.stat(self.at(path)).st_mode)
+        return stat.S_IMODE(os.stat(self.at(path, follow=True)).st_mode)
 
     def exists(self, path):
-        return os.path.lexists(self.at(path, follow=False))
+        return os.path.lexists(self.at(path))
 
     # Programs
 
@@ -314,7 +315,7 @@ class StockRouter:
         text may be given at any time.
         """
         path = name if '/' in name else f'/usr/sbin/{name}'
-        place = self.at(path, follow=False)
+        place = self.at(path)
         os.makedirs(os.path.dirname(place), exist_ok=True)
         self.remove(path)
         os.symlink('/mnt/record', place)
