@@ -46,7 +46,6 @@ MAKEFILE = f'{SOURCE}/openwrt/kelm/Makefile'
 STAND_INS = f'{SOURCE}/openwrt/testworld'
 PATH = '/usr/sbin:/usr/bin:/sbin:/bin'
 BUSYBOX = '/bin/busybox'
-FLOCK = '/usr/bin/flock'  # which Debian's busybox has not, and OpenWrt's has
 # Their stand-ins are others.
 NOT_FROM_BUSYBOX = ('logread', 'syslogd', 'klogd', 'init', 'linuxrc', 'hostname')
 LIBRARIES = ('/lib/x86_64-linux-gnu', '/lib64')
@@ -157,7 +156,6 @@ class StockRouter:
             if not os.path.lexists(f'{ROOT}/{place}'):
                 os.symlink(BUSYBOX, f'{ROOT}/{place}')
         _put_stand_ins()
-        _copy(FLOCK, FLOCK, 0o755)
         _copy(f'{SOURCE}/tests/world/record', '/mnt/record', 0o755)
         _copy(f'{BUILD}/kelm', '/usr/sbin/kelm', 0o755)
         _empty_file(ROOT + LOG)

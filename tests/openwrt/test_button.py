@@ -100,7 +100,7 @@ def put_stock_script(router, text=STOCK_SCRIPT, mode=0o755):
 
 def standing(router, path=BUTTON):
     """What is there: a link's target, a file's digest and mode, or None."""
-    place = router.at(path)
+    place = router.at(path, follow=False)
     if os.path.islink(place):
         return os.readlink(place)
     if not os.path.exists(place):
@@ -143,7 +143,7 @@ def test_on_and_off_leave_the_script_as_it_was(router, mode):
 def test_an_upgrade_of_the_stock_script_is_what_comes_back(router):
     put_stock_script(router)
     take(router, 'on')
-    router.remove(BUTTON)
+    os.unlink(router.at(BUTTON, follow=False))
     put_stock_script(router, NEWER_SCRIPT)
     take(router, 'on')
     assert standing(router) == OURS
@@ -155,7 +155,7 @@ def test_an_upgrade_of_the_stock_script_is_what_comes_back(router):
 def test_off_after_an_upgrade_leaves_the_new_script(router):
     put_stock_script(router)
     take(router, 'on')
-    router.remove(BUTTON)
+    os.unlink(router.at(BUTTON, follow=False))
     put_stock_script(router, NEWER_SCRIPT)
     take(router, 'off')
     assert standing(router) == of_script(NEWER_SCRIPT)
@@ -193,14 +193,14 @@ def test_nothing_is_done_where_no_script_is(router, word):
 
 
 def test_somebody_elses_link_is_left_alone(router):
-    os.symlink('/usr/bin/mine', router.at(BUTTON))
+    os.symlink('/usr/bin/mine', router.at(BUTTON, follow=False))
     for word in ('on', 'off'):
         assert take(router, word) == 0
         assert standing(router) == '/usr/bin/mine'
 
 
 def test_our_link_without_a_saved_script_goes(router):
-    os.symlink(OURS, router.at(BUTTON))
+    os.symlink(OURS, router.at(BUTTON, follow=False))
     take(router, 'off')
     assert folder(router) == []
 
@@ -250,7 +250,7 @@ def test_a_power_cut_leaves_a_button_that_works(router, word, step):
 def test_half_a_copy_is_not_taken_for_the_script(router, left):
     put_stock_script(router)
     if left == 'link':
-        os.symlink(BUTTON, router.at(f'{BUTTON}.new'))
+        os.symlink(BUTTON, router.at(f'{BUTTON}.new', follow=False))
     elif left == 'folder':
         os.mkdir(router.at(f'{BUTTON}.new'))
     else:

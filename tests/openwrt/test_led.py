@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: ISC
 """The WPS LED: what it shows, and that its owner gets it back."""
 import contextlib
+import fcntl
 import os
 import re
 import signal
@@ -87,6 +88,25 @@ def test_what_was_configured_comes_back(router, name, verbs):
     for file, text in files.items():
         assert led.read(file) == (text,), file
     assert not router.exists(SAVED)
+
+
+def test_the_brightness_of_a_trigger_is_not_given_back(router):
+    """It comes and goes by itself; and a zero written there would take the trigger away."""
+    led = Led(router, trigger='heartbeat')
+    led.do('blink')
+    router.write(f'{led.folder}/brightness', 'as it is\n')
+    led.do('restore')
+    assert led.read('brightness') == ('as it is',)
+
+
+def test_one_at_a_time_works_on_the_led(router):
+    led = Led(router, trigger='heartbeat')
+    with open(router.at(f'{SAVED}.lock'), 'w', encoding='utf-8') as file:
+        fcntl.flock(file, fcntl.LOCK_EX)
+        router.start(f'exec {LED} blink')
+        wait_for(lambda: any(words == ['flock', '8'] for _, words in router.processes()), 'it waits')
+        assert led.trigger() == 'heartbeat'
+    wait_for(lambda: led.trigger() == 'timer', 'the LED to blink')
 
 
 @pytest.mark.parametrize('verb, trigger, shown', [

@@ -4,6 +4,7 @@
 The rows are those of the outcome tables of docs/interfaces.md: what is on the bus, what stands in
 the info file after it, and what "/tmp/wps_result" holds.
 """
+import fcntl
 import json
 import os
 import shlex
@@ -135,6 +136,8 @@ def status(stock):
 
 def results(stock):
     attempt = status(stock)['attempt']
+    if attempt is None:
+        return None
     bands = attempt['bands']
     return ' '.join((attempt['result'], bands['2g']['result'], bands['5g']['result']))
 
@@ -254,6 +257,22 @@ def test_two_ends_at_once_keep_their_order(access_point):
         wait_for_words(access_point, 'timeout timeout timeout')
     wait_until_all_is_told(access_point)
     assert results(access_point) == 'timeout timeout timeout'
+
+
+def test_one_at_a_time_notes_what_was_told(access_point):
+    lock = access_point.at('/var/run/kelm/told.lock')
+    with open(lock, 'w', encoding='utf-8') as file:
+        fcntl.flock(file, fcntl.LOCK_EX)
+        send(access_point, 1, 11, 11)
+        wait_for(lambda: is_running(access_point, 'flock', '9'), 'told to wait')
+        assert status(access_point)['attempt'] is None
+    wait_for_words(access_point, 'running running running')
+
+
+def test_the_messages_of_past_attempts_are_not_kept(access_point):
+    for _ in range(3):
+        play(access_point, *ACCESS_POINT['joins_on_24_ghz'][:3])
+    assert access_point.read('/var/run/kelm/events').count('\n') == 3
 
 
 def test_a_verdict_stays_whatever_comes_from_the_next_run(access_point):
