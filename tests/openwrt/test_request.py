@@ -236,21 +236,12 @@ def test_the_caller_is_not_held(router):
     began = time.monotonic()
     result = router.run(f'exec 1000> /tmp/service.lock; {REQUEST} start; echo $?')
     assert result.out == '0\n' and time.monotonic() - began < 1
-    waiting = [pid for pid in filter(str.isdigit, os.listdir('/proc'))
-               if REQUEST in command_line(pid)]
+    waiting = [pid for pid, words in router.processes() if REQUEST in words]
     assert len(waiting) == 1
     held = {number: os.readlink(f'/proc/{waiting[0]}/fd/{number}')
             for number in os.listdir(f'/proc/{waiting[0]}/fd')}
     assert {held['0'], held['1'], held['2']} == {held['0']} and held['0'].endswith('/dev/null')
     assert '1000' not in held and not any('pipe' in place for place in held.values())
-
-
-def command_line(pid):
-    try:
-        with open(f'/proc/{pid}/cmdline', encoding='utf-8') as file:
-            return file.read()
-    except FileNotFoundError:
-        return ''
 
 
 def test_wrong_words(router):
