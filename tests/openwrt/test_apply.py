@@ -449,6 +449,14 @@ def test_nothing_stored_means_no_reload(repeater):
     assert repeater.commands() == []
 
 
+def test_a_reload_that_takes_long_is_not_waited_for(repeater):
+    apply(repeater, learnt())
+    repeater.fake('/bin/ubus', 'exit 7')
+    assert repeater.run(DONE).status == 0
+    assert repeater.commands()[-1] == '/bin/ubus -t 5 call network reload'
+    assert not repeater.exists(CHANGED)
+
+
 def test_a_reload_that_fails_is_told_and_tried_again(repeater):
     apply(repeater, learnt())
     repeater.no_object('network')
