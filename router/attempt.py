@@ -11,14 +11,16 @@ class Scenario:
     """A row of the table: what it is called, what it shows, how many radios it needs.
 
     told: the parts of the sentence that tells afterwards what happened (sentences.py).
+    face: which router it is played on, a maker's "firmware" or "stock" OpenWrt.
     """
 
-    def __init__(self, name, sentence, play, told, radios=3):
+    def __init__(self, name, sentence, play, told, radios=3, face="firmware"):
         self.name = name
         self.sentence = sentence
         self.play = play
         self.told = told
         self.radios = radios
+        self.face = face
 
 
 def announce(action, *codes):

@@ -14,7 +14,7 @@ import stat
 import subprocess
 import tempfile
 
-from router import packages
+from router import feed, packages
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LIBRARY_FOLDERS = ["lib/x86_64-linux-gnu", "usr/lib/x86_64-linux-gnu", "usr/lib"]
@@ -34,15 +34,27 @@ PACKAGED_PROGRAMS = [
 # settings happen to need a hash first.
 LEGACY_PROVIDER = "usr/lib/x86_64-linux-gnu/ossl-modules/legacy.so"
 
-# What the project builds, and where the router has it.
-BUILT_PROGRAMS = [
-    ("kelm", "usr/sbin/kelm"),
-    ("hostlibs/ubusd", "sbin/ubusd"),
-    ("hostlibs/ubus", "bin/ubus"),
-]
+# What the project builds, and where each kind of router has it.
+BUILT_PROGRAMS = {
+    "firmware": [("kelm", "usr/sbin/kelm"), ("hostlibs/ubusd", "sbin/ubusd"),
+                 ("hostlibs/ubus", "bin/ubus")],
+    "stock": [("kelm", "usr/lib/router/package/files/usr/sbin/kelm")],
+}
 
 # Every Debian has it; busybox's applet of this name cannot change the user.
 SETPRIV = "/usr/bin/setpriv"
+
+# What the two kinds of router share: the way in and out of the guest, and the devices around it.
+COMMON_FILES = ["init", "etc/inittab", "lib/functions/router.sh", "usr/lib/router/agent",
+                "usr/lib/router/boot", "usr/lib/router/client", "usr/lib/router/root"]
+
+# The stand-ins for OpenWrt's userland, shared with the function tests of the scripts: where each
+# is, where the router has it, and its mode.
+TESTWORLD = os.path.join(os.path.dirname(HERE), "openwrt/testworld")
+
+# What is installed in the stock router lies here, as a package does before.
+PACKAGE = "usr/lib/router/package"
+PACKAGE_SCRIPTS = ["postinst", "prerm", "postrm"]
 
 # Debian's busybox prefers its own applets to the PATH when it is the shell; the recording
 # commands of the guest live by the PATH, so the shell is another program.
@@ -108,9 +120,12 @@ class Archive:
 
 
 @contextlib.contextmanager
-def built(build_folder, out_folder, steps):
-    """Builds the image; gives (kernel file, initial file system), gone again afterwards."""
-    _check_built(build_folder)
+def built(build_folder, out_folder, steps, face="firmware"):
+    """Builds the image of a face, a kind of router: "firmware", a maker's, or "stock".
+
+    Gives (kernel file, initial file system), gone again afterwards.
+    """
+    _check_built(build_folder, face)
     with contextlib.ExitStack() as stack:
         with _folder_advice(out_folder):
             os.makedirs(out_folder, exist_ok=True)
@@ -123,7 +138,7 @@ def built(build_folder, out_folder, steps):
         image = os.path.join(work, "initrd")
         with _folder_advice(out_folder):
             project = os.path.join(work, "project.cpio")
-            _project_layer(tree, build_folder, project)
+            _project_layer(tree, build_folder, project, face)
             with open(image, "wb") as out:
                 for layer in (base, project):
                     with open(layer, "rb") as content:
@@ -146,8 +161,11 @@ def _folder_advice(folder):
                          % (folder, error.strerror, cure)) from error
 
 
-def _check_built(build_folder):
-    for source, _ in BUILT_PROGRAMS:
+def _check_built(build_folder, face):
+    needed = [source for source, _ in BUILT_PROGRAMS["firmware"]]
+    if face == "stock":
+        needed += [name for where, name, _, _ in _testworld() if where == "build"]
+    for source in needed:
         program = os.path.join(build_folder, source)
         if not os.path.exists(program):
             raise ImageError("%s is not built: script/demo builds it and starts this" % program)
@@ -239,11 +257,11 @@ def _add_libraries(archive, libraries):
         archive.add_file(path, os.path.join(folder, name), 0o755)
 
 
-def _project_layer(tree, build_folder, path):
+def _project_layer(tree, build_folder, path, face):
     archive = Archive(path)
     archive.add_link("var", "tmp")
     libraries = set()
-    for source, name in BUILT_PROGRAMS:
+    for source, name in BUILT_PROGRAMS[face]:
         program = os.path.join(build_folder, source)
         archive.add_file(program, name, 0o755)
         libraries |= _libraries_of(program, tree)
@@ -251,16 +269,65 @@ def _project_layer(tree, build_folder, path):
     libraries |= _libraries_of(SETPRIV, tree)
     _add_libraries(archive, libraries)
     archive.add_file(_starter(os.path.dirname(path)), "usr/lib/router/starter", 0o755)
-    _add_guest_files(archive)
+    FACES[face](archive, tree, build_folder)
     archive.close()
 
 
-def _add_guest_files(archive):
-    top = os.path.join(HERE, "guest")
+def _add_firmware(archive, _tree, _build_folder):
+    _add_files(archive, os.path.join(HERE, "guest"))
+
+
+def _add_stock(archive, tree, build_folder):
+    archive.add_link("bin/sh", "busybox")
+    _add_files(archive, os.path.join(HERE, "guest"), COMMON_FILES)
+    _add_testworld(archive, tree, build_folder)
+    _add_files(archive, os.path.join(HERE, "stock"))
+    _add_package(archive)
+
+
+def _testworld():
+    """The rows of the table: "build", "tree" or "link", what, the place on the router, the mode."""
+    with open(os.path.join(TESTWORLD, "files.txt"), encoding="utf-8") as table:
+        rows = [line.strip().split(" | ") for line in table if not line.startswith("#")]
+    return [tuple(source.split(":", 1)) + (path.lstrip("/"), int(mode, 8))
+            for source, path, mode in rows]
+
+
+def _add_testworld(archive, tree, build_folder):
+    folders = {"build": build_folder, "tree": os.path.join(TESTWORLD, "files")}
+    libraries = set()
+    for where, name, path, mode in _testworld():
+        if where == "link":
+            archive.add_link(path, name)
+            continue
+        file = os.path.join(folders[where], name)
+        archive.add_file(file, path, mode)
+        if where == "build":
+            libraries |= _libraries_of(file, tree)
+    _add_libraries(archive, libraries)
+
+
+def _add_package(archive):
+    for source, path, mode in feed.installed_files("kelm-stock"):
+        archive.add_file(source, PACKAGE + "/files" + path, mode)
+    for name in PACKAGE_SCRIPTS:
+        text = feed.script("kelm-stock", name)
+        archive.add_bytes(os.path.join(PACKAGE, name), text.encode(), 0o755)
+    archive.add_bytes(os.path.join(PACKAGE, "conffiles"),
+                      "".join(path + "\n" for path in feed.conffiles("kelm-stock")).encode(), 0o644)
+
+
+FACES = {"firmware": _add_firmware, "stock": _add_stock}
+
+
+def _add_files(archive, top, wanted=None):
+    """Adds the files of a folder as they lie there, or those that are wanted."""
     for folder, _, names in sorted(os.walk(top)):
         for name in sorted(names):
             source = os.path.join(folder, name)
             inside = os.path.relpath(source, top)
+            if wanted is not None and inside not in wanted:
+                continue
             if os.path.islink(source):
                 archive.add_link(inside, os.readlink(source))
             else:

@@ -27,7 +27,8 @@ PACKAGES = [
 ]
 
 # Loaded in this order; what each of them needs is found in the modules themselves.
-MODULES = ["virtio_pci", "virtio_console", "ccm", "cmac", "ctr", "gcm", "mac80211_hwsim"]
+MODULES = ["virtio_pci", "virtio_console", "ccm", "cmac", "ctr", "gcm", "ledtrig_timer",
+           "mac80211_hwsim"]
 
 MEGABYTE = 1000 * 1000
 # What the cache holds at most, while the packages are unpacked.

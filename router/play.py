@@ -60,7 +60,7 @@ def play(scenario, build_folder, view=None):
     outcome.log_folder = os.path.join(build_folder, "router", scenario.name)
     view.heading("%s: %s" % (scenario.name, scenario.sentence))
     steps = view.steps(PREPARATIONS)
-    with image.built(build_folder, outcome.log_folder, steps) as (kernel, initrd), \
+    with image.built(build_folder, outcome.log_folder, steps, scenario.face) as (kernel, initrd), \
             machine.Machine(kernel, initrd, scenario.radios, outcome.log_folder,
                             view.on_event) as guest:
         stage = scene.Scene(guest, view)

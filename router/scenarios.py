@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: ISC
 """The scenarios of the virtual router: a function of steps and checks for each, and their table."""
 
-from router import repeater_scenarios, sentences
+from router import repeater_scenarios, sentences, stock_scenarios
 from router.attempt import (BUTTON, CANCEL, CLEAN_COMMANDS, PIN, START, WALK_TIME_S, Scenario,
                             announce, check_ready_again, info_file)
 from router.machine import MachineError
@@ -530,7 +530,7 @@ SCENARIOS = [
                             gave_up("nobody could join"), joined("phone", again=True)]),
     Scenario("no-broker", "The daemon starts before the ubus broker.", no_broker,
              [unheard_press, joined("phone", again=True)]),
-] + repeater_scenarios.SCENARIOS
+] + repeater_scenarios.SCENARIOS + stock_scenarios.SCENARIOS
 
 
 def find(name):

@@ -79,8 +79,11 @@ class Client:
         return keys[-1] if keys else None
 
     def ping(self, band):
+        return self.ping_address(ADDRESSES[band])
+
+    def ping_address(self, address):
         status, output = self._scene.run("/usr/lib/router/client ping %d %s"
-                                         % (self.number, ADDRESSES[band]))
+                                         % (self.number, address))
         found = re.search(r"\d+ packets transmitted, \d+ packets received", output)
         return status == 0, found.group(0) if found else output.strip()
 

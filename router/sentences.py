@@ -8,7 +8,7 @@ or nothing when the evidence does not show it.
 import json
 import re
 
-from router.timeline import BANDS, CLOCK_MOVED, STARTED, STOPPED
+from router.timeline import BANDS, CLOCK_MOVED, CUT, RESTARTED, STARTED, STOPPED
 
 TRIES = r"(\S+): Trying to associate with \S+ \(SSID='(.*)' freq=(\d+) MHz\)"
 CONNECTED = r"^(\S+): CTRL-EVENT-CONNECTED "
@@ -84,11 +84,16 @@ class Evidence:
                       else "the request") for event, members in self.bus("wps_cli")
                      if members.get("action") == STARTED]
         starts = []
+        presses = self.all("button", r"^wps released")
+        requests = _by_button(requests, [event.time_s for event, _ in presses])
         for event, members in self.bus("wps"):
             before = [row for row in sorted(requests) if row[0] <= event.time_s]
             if members.get("action") == STARTED and before:
                 starts.append(before[-1])
-        return starts
+        if starts or not presses:
+            return starts
+        # Without kelm nobody announces a start; the button's own scripts begin at once.
+        return [(event.time_s, "the press") for event, _ in presses]
 
     def end_s(self, since_s):
         """When the daemon's time was up, or else its result announced; None without a result."""
@@ -119,6 +124,19 @@ class Evidence:
                 band = BANDS["2g" if int(frequency) < 3000 else "5g"]
                 joins.append(Join(event.source, done.group(1), ssid, band, event.time_s))
         return joins
+
+
+def _by_button(requests, presses):
+    """Where a script sends the request for the button, the press is what started it."""
+    left = list(presses)
+    found = []
+    for time_s, word in sorted(requests):
+        before = [press_s for press_s in left if press_s <= time_s]
+        if before:
+            left = [press_s for press_s in left if press_s > time_s]
+            time_s, word = before[-1], "the press"
+        found.append((time_s, word))
+    return found
 
 
 # Words.
@@ -270,6 +288,39 @@ def unheard_press(evidence):
     if any(event.time_s < first_s for event in presses):
         return "without the bus at its start the daemon did not hear the first press"
     return ""
+
+
+# Parts of a stock router's sentence.
+
+RETURNS = [(RESTARTED, "`wifi`"), (CUT, "the reboot")]
+
+
+def came_back(name):
+    """After which restarts a client, or the station, has come back by itself, and after which not.
+    """
+    def part(evidence):
+        source = name if name == "station" else evidence.source_of(name)
+        causes = sorted((event.time_s, word) for pattern, word in RETURNS
+                        for event, _ in evidence.all("demo", re.escape(pattern)))
+        ends = [time_s for time_s, _ in causes[1:]] + [float("inf")]
+        back = {True: [], False: []}
+        for (time_s, word), end_s in zip(causes, ends):
+            found = any(join.source == source and time_s <= join.time_s < end_s
+                        for join in evidence.joins)
+            back[found].append(word)
+        clauses = [text % listed(back[found]) for found, text in
+                   ((True, "it came back after %s"), (False, "it could not come back after %s"))
+                   if back[found]]
+        return listed(clauses)
+    return part
+
+
+def not_ready(evidence):
+    """What the service says that keeps it from serving anybody."""
+    found = evidence.all("log", r" kelm: ((?:hostapd has|\S+ GHz: ).*)$")
+    if not found:
+        return "kelm gave no reason"
+    return "nobody can join; kelm says: %s" % found[-1][1].group(1)
 
 
 # Parts of a repeater's sentence.

@@ -8,6 +8,8 @@ import time
 from router.screen import REMINDER_S, NoSteps, Screen, Steps
 
 BANDS = {"wlan1": "2.4 GHz", "wlan0": "5 GHz", "wlan1-vxd": "2.4 GHz", "wlan0-vxd": "5 GHz",
+         "phy0-ap0": "2.4 GHz", "phy0-ap1": "guests", "phy1-ap0": "5 GHz",
+         "phy0-sta0": "2.4 GHz", "phy1-sta0": "5 GHz",
          "2g": "2.4 GHz", "5g": "5 GHz", "6g": "6 GHz",
          "0": "2.4 GHz", "1": "5 GHz", "3": "6 GHz"}
 STATUS_TEXTS = {0: "idle", 1: "cancelled", 2: "success", 3: "error", 4: "time-out",
@@ -17,27 +19,30 @@ IDLE, SILENT = 0, 12
 
 # Who does something, and the colour that tells it. Clients and roots have names of their own.
 ACTORS = {"kelm": "cyan", "hostapd": "blue", "station": "yellow", "client": "yellow",
-          "root": "magenta", "script": "green", "button": "bold", "web page": "bold", "demo": "dim"}
+          "root": "magenta", "script": "green", "procd": "green", "netifd": "green",
+          "button": "bold", "web page": "bold", "demo": "dim"}
 VERDICTS = {True: ("PASS", "green"), False: ("FAIL", "red")}
 
 # The scenarios' own notes that are read again: by the sentence at the end.
 CLOCK_MOVED = "moves the router's clock forward by %d seconds"
+RESTARTED = "the owner runs `wifi`: all radios are set up anew"
+CUT = "the router's power is cut, and comes back"
 
 # Which lines of which source are worth telling, and how: (source, pattern, who, text). Groups of
 # the pattern fill the text; a group named "iface" becomes the band.
 ROWS = [
-    ("hostapd", r"^(?P<iface>\w+): AP-ENABLED", "hostapd", "access point is on the air"),
-    ("hostapd", r"^(?P<iface>\w+): AP-DISABLED", "hostapd", "access point is off the air"),
-    ("hostapd", r"^(?P<iface>\w+): WPS-PBC-ACTIVE", "hostapd", "waits for a client's push"),
-    ("hostapd", r"^(?P<iface>\w+): WPS-PIN-ACTIVE", "hostapd", "waits for a client with the PIN"),
-    ("hostapd", r"^(?P<iface>\w+): WPS-REG-SUCCESS (\S+)", "hostapd",
+    ("hostapd", r"^(?P<iface>\S+): AP-ENABLED", "hostapd", "access point is on the air"),
+    ("hostapd", r"^(?P<iface>\S+): AP-DISABLED", "hostapd", "access point is off the air"),
+    ("hostapd", r"^(?P<iface>\S+): WPS-PBC-ACTIVE", "hostapd", "waits for a client's push"),
+    ("hostapd", r"^(?P<iface>\S+): WPS-PIN-ACTIVE", "hostapd", "waits for a client with the PIN"),
+    ("hostapd", r"^(?P<iface>\S+): WPS-REG-SUCCESS (\S+)", "hostapd",
      "client {0} has received the key"),
-    ("hostapd", r"^(?P<iface>\w+): WPS-OVERLAP-DETECTED", "hostapd",
+    ("hostapd", r"^(?P<iface>\S+): WPS-OVERLAP-DETECTED", "hostapd",
      "more than one client pushes: overlap"),
-    ("hostapd", r"^(?P<iface>\w+): WPS-TIMEOUT", "hostapd", "stops waiting for clients"),
-    ("hostapd", r"^(?P<iface>\w+): WPS-NEW-AP-SETTINGS", "hostapd",
+    ("hostapd", r"^(?P<iface>\S+): WPS-TIMEOUT", "hostapd", "stops waiting for clients"),
+    ("hostapd", r"^(?P<iface>\S+): WPS-NEW-AP-SETTINGS", "hostapd",
      "the access point has new settings"),
-    ("hostapd", r"^(?P<iface>\w+): EAPOL-4WAY-HS-COMPLETED (\S+)", "hostapd",
+    ("hostapd", r"^(?P<iface>\S+): EAPOL-4WAY-HS-COMPLETED (\S+)", "hostapd",
      "client {0} proved that it has the key (4-way handshake)"),
     ("root", r"^root\d-(?P<iface>\w+): AP-ENABLED", "", "is on the air"),
     ("root", r"^root\d-(?P<iface>\w+): WPS-PBC-ACTIVE", "", "waits for a client's push"),
@@ -63,6 +68,8 @@ ROWS = [
     ("client", r": WPS-AP-PIN-SUCCESS|: WPS-SUCCESS", "", "is done with the exchange"),
     ("client", r": WPS-TIMEOUT", "", "found no router in time"),
     ("client", r": CTRL-EVENT-CONNECTED - Connection to (\S+)", "", "is connected to {0}"),
+    ("client", r": CTRL-EVENT-SSID-TEMP-DISABLED .*reason=WRONG_KEY", "",
+     "is told that its key is wrong"),
     ("client", r": CTRL-EVENT-DISCONNECTED bssid=(\S+)", "", "is off the network"),
     ("command", r"-i (?P<iface>\S+) wps_pbc$", "kelm", "starts the push-button method"),
     ("command", r"-i (?P<iface>\S+) wps_pin any (\S+)", "kelm", "starts the PIN method ({0})"),
@@ -82,6 +89,12 @@ ROWS = [
      "restarts the service for the next attempt"),
     ("script", r"^[1-9]\d* /etc/init.d/wifi (\S+)", "script",
      "restarts the wireless with the new settings ({0})"),
+    ("button", r"^wps pressed", "button", "the WPS button goes down"),
+    ("button", r"^wps released (\d+)", "button", "the WPS button comes up, after {0} s"),
+    ("button", r"^wps: the handler answers ([1-9]\d*)", "procd",
+     "looks at the button again in {0} s"),
+    ("script", r"^netifd: (\S+) is on the air as (?P<iface>\S+)", "netifd", "has set up {0}"),
+    ("script", r"^start-up: (the router has booted)", "procd", "{0}"),
     ("exit", r"^(\d+) daemon (\d+) status (\d+)", "kelm", "run {0} (process {1}) ends, status {2}"),
     ("exit", r"^(\d+) daemon (\d+) signal (\d+)", "kelm",
      "run {0} (process {1}) is killed by signal {2}"),
@@ -98,6 +111,10 @@ ROWS = [
      r"failed\.|Rebuild worker socket failed\.)", "kelm", "says: {0}"),
     ("demo", r"^(.*)$", "demo", "{0}"),
 ]
+
+
+# Where the daemon has no console, its lines are in the system's log.
+SAME_SOURCE = {"log": "console"}
 
 
 def bus_line(text):
@@ -120,7 +137,7 @@ def bus_line(text):
 
 def announcement(action, codes):
     """What an announced state means; an attempt has two ends, its stop and then its result."""
-    if action == STOPPED and set(codes) == {SILENT}:
+    if action == STOPPED and set(codes) - {IDLE} == {SILENT}:
         return "the attempt has been stopped"
     if set(codes) == {IDLE}:
         return "no attempt is running"
@@ -135,7 +152,7 @@ def describe(event, client_names):
     if event.source == "bus":
         found = bus_line(event.text)
         return ("",) + found if found else None
-    source, name = event.source, None
+    source, name = SAME_SOURCE.get(event.source, event.source), None
     for kind in ("client", "root"):
         if re.fullmatch(kind + r"\d", source):
             name = client_names.get(source, source)

@@ -66,6 +66,26 @@ TOLD = {
                       'the rogue "WPS-SUCCESS" did not stop it.',
     "repeater-6g": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
                    '6 GHz was given the same key.',
+    "stock-without-kelm": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                          'it could not come back after `wifi` and the reboot.',
+    "stock-button": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                    'it came back after `wifi` and the reboot.',
+    "stock-guest": 'The phone joined "Elm House" on 2.4 GHz T s after the press.',
+    "stock-pin": 'The printer joined "Elm House" on 2.4 GHz T s after its PIN was entered; '
+                 'it came back after `wifi`.',
+    "stock-no-wps": 'Nobody can join; kelm says: hostapd has no WPS: install wpad-mbedtls in place '
+                    'of wpad-basic-mbedtls.',
+    "stock-hidden": 'Nobody can join; kelm says: 2.4 GHz: the network is hidden.',
+    "stock-wpa3-only": 'Nobody can join; kelm says: 2.4 GHz: WPA3 only.',
+    "stock-radio-off": 'Nobody can join; kelm says: 2.4 GHz: the radio is switched off.',
+    "stock-reload": 'The phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "stock-crash": 'The phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "stock-web": 'The phone joined "Elm House" on 2.4 GHz T s after the request.',
+    "stock-led": 'The phone joined "Elm House" on 2.4 GHz T s after the press.',
+    "stock-button-24.10": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
+                          'it came back after the reboot.',
+    "stock-repeater": 'The router joined "Öak\'s "$(id)" \\\\n ~`" on 2.4 GHz T s after the press; '
+                      'it came back after the reboot.',
 }
 
 

@@ -13,6 +13,9 @@ TIMED_OUT = 'bus { "wps": {"action":2,"2g_status":4,"5g_status":4,"5g2_status":0
 CANCELLED = 'bus { "wps_cli": {"action":2,"method":1} }'
 PREDICTS = "console kelm[x:1]: [WPS predict 7] %d percent"
 PIN_ENTERED = 'bus { "wps_cli": {"action":1,"method":2,"pin":"12345670"} }'
+ASKED = 'bus { "wps_cli": {"action":1,"method":1} }'
+WIFI = "demo the owner runs `wifi`: all radios are set up anew"
+CUT = "demo the router's power is cut, and comes back"
 NAMES = {"client0": "phone", "client1": "tablet"}
 
 
@@ -156,6 +159,35 @@ ROWS = [
       (13.5, TIMED_OUT)],
      "2 root access points were pushed at the same time and nobody joined; the daemon gave up "
      "3.5 s after the press.", {}),
+    # Without kelm the press alone is the start.
+    ("stock-without-kelm",
+     [(10.0, "button wps released 1"), (12.0, PHONE_TRIES), (12.5, PHONE_IS_ON),
+      (20.0, WIFI), (40.0, CUT)],
+     'The phone joined "Elm House" on 2.4 GHz 2.5 s after the press; it could not come back after '
+     '`wifi` and the reboot.'),
+    # With kelm a script asks for the button; the press is the start all the same.
+    ("stock-button",
+     [(9.9, "button wps pressed 60"), (10.0, "button wps released 1"), (11.0, ASKED),
+      (11.5, STARTED), (12.0, PHONE_TRIES), (12.5, PHONE_IS_ON), (20.0, WIFI), (22.0, PHONE_TRIES),
+      (23.0, PHONE_IS_ON), (40.0, CUT), (42.0, PHONE_TRIES), (43.0, PHONE_IS_ON)],
+     'The phone joined "Elm House" on 2.4 GHz 2.5 s after the press; it came back after `wifi` and '
+     'the reboot.'),
+    ("stock-button",
+     [(10.0, "button wps released 1"), (11.0, ASKED), (11.5, STARTED), (12.0, PHONE_TRIES),
+      (12.5, PHONE_IS_ON), (20.0, WIFI), (22.0, PHONE_TRIES), (23.0, PHONE_IS_ON), (40.0, CUT)],
+     'The phone joined "Elm House" on 2.4 GHz 2.5 s after the press; it came back after `wifi` and '
+     'it could not come back after the reboot.'),
+    # A request of a page's own, long after an older press, is no press.
+    ("stock-guest",
+     [(10.0, "button wps released 1"), (11.0, ASKED), (11.5, STARTED), (30.0, ASKED),
+      (30.5, STARTED), (32.0, PHONE_TRIES), (32.5, PHONE_IS_ON)],
+     'The phone joined "Elm House" on 2.4 GHz 2.5 s after the request.'),
+    ("stock-hidden",
+     [(1.0, "log x daemon.notice kelm: kelm is switched off"),
+      (2.0, "log x daemon.notice kelm: 2.4 GHz: radio is still starting"),
+      (3.0, "log x daemon.notice kelm: 2.4 GHz: the network is hidden"),
+      (4.0, "log x daemon.notice kelm: no WPS: 2.4 GHz: the network is open")],
+     "Nobody can join; kelm says: 2.4 GHz: the network is hidden."),
 ]
 
 
