@@ -104,7 +104,8 @@ def test_one_at_a_time_works_on_the_led(router):
     with open(router.at(f'{SAVED}.lock'), 'w', encoding='utf-8') as file:
         fcntl.flock(file, fcntl.LOCK_EX)
         router.start(f'exec {LED} blink')
-        wait_for(lambda: any(words == ['flock', '8'] for _, words in router.processes()), 'it waits')
+        wait_for(lambda: any(words == ['flock', '8'] for _, words in router.processes()),
+                 'its turn')
         assert led.trigger() == 'heartbeat'
     wait_for(lambda: led.trigger() == 'timer', 'the LED to blink')
 
@@ -131,7 +132,6 @@ def test_the_brightness_of_a_small_lamp(router):
 def test_a_new_attempt_is_not_ended_by_the_outcome_of_the_last(router):
     led = Led(router, trigger='heartbeat')
     led.do('success')
-    wait_for(lambda: givers(router), 'the one who gives the LED back')
     led.do('blink')
     wait_for(lambda: not givers(router), 'its end')
     assert led.trigger() == 'timer'
@@ -141,6 +141,7 @@ def test_a_new_attempt_is_not_ended_by_the_outcome_of_the_last(router):
 
 @pytest.mark.parametrize('verb', ['blink', 'success', 'failure'])
 def test_tidy_gives_back_what_nobody_will(router, verb):
+    router.write(LED, router.read(LED).replace('SHOW_S=5', 'SHOW_S=1000'))
     led = Led(router, trigger='heartbeat')
     led.do(verb)
     if verb != 'blink':

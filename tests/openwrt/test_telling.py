@@ -167,11 +167,6 @@ def wait_for_words(stock, expected):
     wait_for(lambda: results(stock) == expected, expected)
 
 
-def wait_until_told_waits(stock):
-    """For a message behind an end that may have been a cancel."""
-    wait_for(lambda: is_running(stock, 'sleep', '5'), 'told to wait')
-
-
 def wait_until_all_is_told(stock):
     wait_for(lambda: all(TOLD not in words for _, words in stock.processes()), 'the end of told')
 
@@ -210,6 +205,13 @@ def test_a_repeaters_outcome_in_words(repeater, name):
     check_words(repeater, expected, REPEATERS_SENTENCES)
 
 
+def test_the_service_script_tells_of_a_repeaters_verdict(repeater):
+    play(repeater, '1 11 11, 2 4 4', 'ok ok', '0')
+    repeater.write('/tmp/kelm.info', info(('timeout', 'overlap')))
+    assert call(repeater, '/etc/init.d/wps', 're_kelm_info').status == 0
+    assert results(repeater) == 'overlap timeout overlap'
+
+
 def test_the_clients_address_and_the_times_are_told(access_point):
     before = int(time.time())
     tell(access_point, 1, 11, 11)
@@ -232,10 +234,12 @@ def test_the_clients_address_and_the_times_are_told(access_point):
 
 
 def test_the_first_of_two_ends_is_not_the_verdict(access_point):
+    long_wait = access_point.read(TOLD).replace('CANCEL_ALONE_S=5', 'CANCEL_ALONE_S=1000')
+    access_point.write(TOLD, long_wait)
     tell(access_point, 1, 11, 11)
     access_point.write('/tmp/wps_result', '0\n')
     send(access_point, 2, 12, 12)
-    wait_until_told_waits(access_point)
+    wait_for(lambda: is_running(access_point, 'sleep', '1000'), 'told to wait for another message')
     assert results(access_point) == 'running running running'
 
 
