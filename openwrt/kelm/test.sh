@@ -34,7 +34,7 @@ test_kelm_stock() {
 		/etc/init.d/wps /etc/init.d/wifi; do
 		[ -d "$file" ] || sh -n "$file" || fails "$file cannot be read by this shell"
 	done
-	for file in hostapd_cli wpa_cli iw jsonfilter uci ubus; do
+	for file in hostapd_cli wpa_cli jsonfilter uci ubus; do
 		command -v "$file" || fails "$file is not there"
 	done
 	# The daemon calls these by name.

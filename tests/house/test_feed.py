@@ -89,7 +89,7 @@ def test_the_version_is_one_that_both_package_managers_take():
               'DEPENDS': '+libubox +libubus +libblobmsg-json +libuci +libjson-c', 'PKGARCH': ''}),
     ('kelm-stock', {'SECTION': 'net', 'CATEGORY': 'Network',
                     'TITLE': 'WPS button whose key lasts', 'PKGARCH': 'all',
-                    'DEPENDS': '+kelm +hostapd-utils +wpa-cli +iw +jsonfilter +rpcd'}),
+                    'DEPENDS': '+kelm +hostapd-utils +wpa-cli +jsonfilter +rpcd'}),
 ])
 def test_each_package_says_what_it_is_and_needs(described, package, expected):
     assert values(described / f'{package}.fields') == expected

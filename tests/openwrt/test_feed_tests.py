@@ -16,7 +16,7 @@ from stock import MAKEFILE, SOURCE
 def with_all_that_is_needed(stock):
     for name in ('test.sh', 'test-version.sh'):
         shutil.copy(os.path.join(os.path.dirname(MAKEFILE), name), stock.at(f'/{name}'))
-    for name in ('hostapd_cli', 'wpa_cli', 'iw'):
+    for name in ('hostapd_cli', 'wpa_cli'):
         stock.fake(name)
     stock.fake('ldd', '[ -x "$1" ]')
     return stock

@@ -52,7 +52,6 @@ class Attempt:
         put_wifi(stock)
         stock.fake('wpa_cli', AIR + WPA_CLI)
         stock.fake('wpa_supplicant')
-        stock.fake('iw')
         stock.bus()
         self.supplicants = {}
         for band, (_, name) in STATIONS.items():
