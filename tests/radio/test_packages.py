@@ -154,7 +154,7 @@ def test_full_disk_is_told_of_this_program_too(machine, monkeypatch, number):
 
 
 def built_programs(folder):
-    for source, _ in image.BUILT_PROGRAMS:
+    for source, _ in image.BUILT_PROGRAMS["firmware"]:
         path = folder / source
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text("")
