@@ -121,6 +121,7 @@ class Evidence:
             done = re.search(CONNECTED, event.text)
             if done and (event.source, done.group(1)) in tried:
                 ssid, frequency = tried[event.source, done.group(1)]
+                ssid = as_written(ssid)
                 band = BANDS["2g" if int(frequency) < 3000 else "5g"]
                 joins.append(Join(event.source, done.group(1), ssid, band, event.time_s))
         return joins
@@ -140,6 +141,24 @@ def _by_button(requests, presses):
 
 
 # Words.
+
+# As the supplicant writes what is no plain character.
+ESCAPES = {"n": b"\n", "r": b"\r", "t": b"\t", "e": b"\033"}
+
+
+def as_written(text):
+    """A name in the supplicant's own writing, as people write it."""
+    def raw(found):
+        word = found.group(1)
+        if word.startswith("x"):
+            return bytes([int(word[1:], 16)]).decode("latin-1")
+        return ESCAPES.get(word, word.encode()).decode("latin-1")
+    pieces = re.sub(r"\\(x[0-9a-f]{2}|.)", raw, text)
+    try:
+        return pieces.encode("latin-1").decode("utf-8")
+    except UnicodeError:
+        return text
+
 
 def listed(words):
     return " and ".join([", ".join(words[:-1])] * (len(words) > 1) + words[-1:])

@@ -4,7 +4,7 @@
 from router.attempt import Scenario
 from router.repeater import Root, RootBand
 from router.scene import DEVICE_RADIOS
-from router.sentences import came_back, joined, not_ready
+from router.sentences import came_back, joined, not_ready, router_joined
 from router.stock_scene import ALL, KEYS, LONG, SSIDS, StockRouter
 
 AP_2G = "+kelm.main.ap=default_radio0"
@@ -321,4 +321,6 @@ SCENARIOS = [
              hidden, [not_ready], face="stock", radios=2),
     Scenario("stock-wpa3-only", "The network is WPA3 only; the router says so.",
              wpa3_only, [not_ready], face="stock", radios=2),
+    Scenario("stock-repeater", "A repeater learns a root's odd name and key, and keeps them.",
+             repeater, [router_joined, came_back("station")], face="stock"),
 ]

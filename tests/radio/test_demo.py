@@ -17,8 +17,8 @@ NAMES = ["push-button", "push-button-5g", "hostapd-user", "unconfigured", "clien
          "repeater", "repeater-2g", "repeater-near", "repeater-5g", "repeater-alone",
          "repeater-silent", "repeater-connected", "repeater-factory", "repeater-mesh",
          "repeater-no-mesh", "repeater-open-wpa3", "repeater-overlap", "repeater-rogue",
-         "repeater-6g", "stock-without-kelm", "stock-button", "stock-guest",
-         "stock-pin", "stock-no-wps", "stock-hidden", "stock-wpa3-only"]
+         "repeater-6g", "stock-without-kelm", "stock-button", "stock-guest", "stock-pin",
+         "stock-no-wps", "stock-hidden", "stock-wpa3-only", "stock-repeater"]
 
 
 def demo(*arguments):

@@ -191,6 +191,14 @@ ROWS = [
 ]
 
 
+@pytest.mark.parametrize("written, name", [
+    ("Elm House", "Elm House"), (r"\xc3\x96ak's \"$(id)\" \\n ~`", "Öak's \"$(id)\" \\n ~`"),
+    (r"two\nlines\t", "two\nlines\t"), (r"no \xff UTF-8", r"no \xff UTF-8"), ("", ""),
+])
+def test_name_in_the_supplicants_writing(written, name):
+    assert sentences.as_written(written) == name
+
+
 @pytest.mark.parametrize("row", ROWS, ids=lambda row: row[0])
 def test_sentence_tells_what_was_seen(row):
     name, events, wanted, *names = row
