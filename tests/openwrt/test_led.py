@@ -145,7 +145,7 @@ def test_tidy_gives_back_what_nobody_will(router, verb):
     led = Led(router, trigger='heartbeat')
     led.do(verb)
     if verb != 'blink':
-        pid, = wait_for(lambda: givers(router), 'the one who gives the LED back')
+        pid = int(router.read(f'{SAVED}.show'))
         led.do('tidy')
         assert led.trigger() != 'heartbeat'
         os.kill(pid, signal.SIGKILL)
