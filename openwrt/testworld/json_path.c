@@ -251,12 +251,17 @@ static struct term *read_or(struct reader *in)
 struct json_path *json_path_parse(const char *text)
 {
     struct reader in = {text};
-    struct json_path *start = zeroed(sizeof(*start)); /* an empty name: where it begins */
+    struct json_path *steps;
+    struct json_path *start;
 
     if (!take(&in, "@") && !take(&in, "$"))
         return NULL;
-    start->next = read_steps(&in);
-    return in.at && !*in.at ? start : NULL;
+    steps = read_steps(&in);
+    if (!in.at || *in.at)
+        return NULL;
+    start = zeroed(sizeof(*start)); /* where it begins: there need be no step */
+    start->next = steps;
+    return start;
 }
 
 /* One walk through the tree. */

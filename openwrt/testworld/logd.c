@@ -45,12 +45,13 @@ static int open_socket(const char *path, int type, bool serve)
     snprintf(address.sun_path, sizeof(address.sun_path), "%s", path);
     if (serve) {
         (void)unlink(path);
-        if (bind(fd, (struct sockaddr *)&address, sizeof(address)) != 0)
-            return -1;
-        (void)chmod(path, 0666);
+        if (bind(fd, (struct sockaddr *)&address, sizeof(address)) == 0 && chmod(path, 0666) == 0)
+            return fd;
+    } else if (connect(fd, (struct sockaddr *)&address, sizeof(address)) == 0) {
         return fd;
     }
-    return connect(fd, (struct sockaddr *)&address, sizeof(address)) == 0 ? fd : -1;
+    close(fd);
+    return -1;
 }
 
 /* "<29>" in front; user.notice without it. Returns what is behind. */

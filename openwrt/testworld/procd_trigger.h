@@ -9,7 +9,7 @@
 #include "procd_time.h"
 
 /* [[event, rule, milliseconds], ...] in place of what the service had; NULL: none. */
-void trigger_set(const char *service, struct json_object *triggers);
+void trigger_set(const char *service, struct json_object *wanted);
 
 void trigger_event(const char *event, struct json_object *data);
 

@@ -17,7 +17,7 @@
 
 #define BUS_COMMAND "/usr/lib/testworld/bus"
 #define DEFAULT_LIMIT_S 30
-#define LOOK_AGAIN_MS 20
+#define LOOK_AGAIN_NS 20000000L
 #define WRONG_USAGE (-2)
 
 static bool simple_output;
@@ -108,7 +108,7 @@ static bool all_exist(int argc, char **argv)
 
 static int command_wait_for(int argc, char **argv)
 {
-    struct timespec pause = {.tv_nsec = LOOK_AGAIN_MS * 1000000};
+    struct timespec pause = {.tv_nsec = LOOK_AGAIN_NS};
     struct timespec start;
     struct timespec now;
 

@@ -105,19 +105,28 @@ static int command_add(char **words)
     return told(code);
 }
 
-static void print_plain(const struct uci_option *option)
+static void print_text(const char *text, bool quoted)
+{
+    if (quoted)
+        words_print_quoted(stdout, text);
+    else
+        printf("%s", text);
+}
+
+/* The value, or the items with the delimiter between them. */
+static void print_value(const struct uci_option *option, bool quoted)
 {
     struct uci_element *item;
-    const char *between = "";
 
     if (option->type == UCI_TYPE_STRING) {
-        puts(option->v.string);
-        return;
-    }
-    uci_foreach_element(&option->v.list, item)
-    {
-        printf("%s%s", between, item->name);
-        between = delimiter;
+        print_text(option->v.string, quoted);
+    } else {
+        uci_foreach_element(&option->v.list, item)
+        {
+            if (item->list.prev != &option->v.list)
+                printf("%s", delimiter);
+            print_text(item->name, quoted);
+        }
     }
     putchar('\n');
 }
@@ -134,7 +143,7 @@ static int command_get(char **words)
     if (code != UCI_OK)
         return told(code);
     if (place.option)
-        print_plain(place.option);
+        print_value(place.option, false);
     else
         puts(place.section->type);
     return 0;
@@ -161,22 +170,9 @@ static void print_section_name(const struct uci_section *section)
 
 static void show_option(const struct uci_option *option)
 {
-    struct uci_element *item;
-    const char *between = "";
-
     print_section_name(option->section);
     printf(".%s=", option->e.name);
-    if (option->type == UCI_TYPE_STRING) {
-        words_print_quoted(stdout, option->v.string);
-    } else {
-        uci_foreach_element(&option->v.list, item)
-        {
-            printf("%s", between);
-            words_print_quoted(stdout, item->name);
-            between = delimiter;
-        }
-    }
-    putchar('\n');
+    print_value(option, true);
 }
 
 static void show_section(struct uci_section *section)

@@ -416,28 +416,32 @@ static void keep_change(FILE *out, char **words, int count)
     fputc('\n', out);
 }
 
+static void keep_others(FILE *out, char *text, const char *above)
+{
+    char *words[CHANGE_WORDS];
+    int count;
+
+    while ((count = words_of_line(&text, words, CHANGE_WORDS)) > 1) {
+        if (!is_below(words[1], above))
+            keep_change(out, words, count);
+    }
+}
+
 int store_revert(struct uci_store *store, const struct uci_place *place)
 {
     FILE *file = open_changes(store->savedir, place->package_name, "r+e");
-    char *words[CHANGE_WORDS];
     char above[512];
     char *text;
-    char *at;
-    int count;
 
     if (!file)
         return UCI_OK;
     snprintf(above, sizeof(above), "%s%s%s%s%s", place->package_name,
              place->section_name ? "." : "", place->section_name ? place->section_name : "",
              place->option_name ? "." : "", place->option_name ? place->option_name : "");
-    at = text = words_read_file(file, NULL);
+    text = words_read_file(file, NULL);
     rewind(file);
-    if (text && ftruncate(fileno(file), 0) == 0) {
-        while ((count = words_of_line(&at, words, CHANGE_WORDS)) > 1) {
-            if (!is_below(words[1], above))
-                keep_change(file, words, count);
-        }
-    }
+    if (text && ftruncate(fileno(file), 0) == 0)
+        keep_others(file, text, above);
     free(text);
     return fclose(file) == 0 ? UCI_OK : UCI_ERR_IO;
 }
