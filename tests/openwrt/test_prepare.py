@@ -303,7 +303,9 @@ def test_a_key_of_before_is_replaced_and_one_that_is_right_stays(router):
     assert os.stat(router.at(place)).st_ino == before
 
 
-def test_each_access_point_of_a_phy_has_its_own_key(router):
+@pytest.mark.parametrize('chosen, other, key', (
+    ('phy0-ap0', 'phy0-ap1', 'the first one'), ('phy0-ap1', 'phy0-ap0', 'of the guests')))
+def test_each_access_point_of_a_phy_has_its_own_key(router, chosen, other, key):
     put_access_point(router, key='wpa_passphrase=the first one', others=(
         'bss=phy0-ap1\nwpa_passphrase=of the guests\n'
         'wpa_psk_file=/var/run/hostapd-phy0-ap1.psk\n'))
@@ -311,12 +313,11 @@ def test_each_access_point_of_a_phy_has_its_own_key(router):
     router.write('/mnt/wps/phy0-ap1', 'configured\n')
     router.write('/var/run/hostapd-phy0-ap1.psk', '', 0o640)
     wireless = two_bands()
-    wireless['radio0']['interfaces'][0]['ifname'] = 'phy0-ap1'
+    wireless['radio0']['interfaces'][0]['ifname'] = chosen
     router.set_wireless(wireless)
     prepare(router, 0)
-    assert router.read('/var/run/hostapd-phy0-ap1.psk') == \
-        'wps=1 00:00:00:00:00:00 of the guests\n'
-    assert router.read('/var/run/hostapd-phy0-ap0.psk') == ''
+    assert router.read(f'/var/run/hostapd-{chosen}.psk') == f'wps=1 00:00:00:00:00:00 {key}\n'
+    assert router.read(f'/var/run/hostapd-{other}.psk') == ''
 
 
 def test_a_file_of_keys_that_the_owner_has_named_is_his(router):

@@ -107,6 +107,17 @@ def test_the_owners_uuid_is_everybodys(router):
     assert bss_lines(router, 'default_radio1') == f'uuid={OWN_UUID}'
 
 
+def test_a_uuid_that_the_owner_adds_takes_the_place_of_ours(router):
+    turn(router, 'on')
+    set_wireless(router, 'add_list', f'wireless.default_radio0.hostapd_bss_options=uuid={OWN_UUID}')
+    turn(router, 'on')
+    assert bss_lines(router, 'default_radio0') == f'uuid={OWN_UUID}'
+    assert bss_lines(router, 'default_radio1') == f'uuid={OWN_UUID}'
+    turn(router, 'off')
+    assert bss_lines(router, 'default_radio0') == f'uuid={OWN_UUID}'
+    assert bss_lines(router, 'default_radio1') == ''
+
+
 def test_a_uuid_that_is_none_goes_nowhere(router):
     set_wireless(router, 'set', "wireless.default_radio1.uuid=x'; touch /tmp/hacked; '")
     turn(router, 'on')

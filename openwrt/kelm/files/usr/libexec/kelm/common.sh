@@ -120,13 +120,27 @@ band_of() {
 		printf '%s\n' "$band"
 		return
 	done
-	band=$(uci -q get "wireless.$1.device") && band=$(radio_band "${band%% *}") && printf '%s\n' "$band"
+	band=$(wireless_option "$1" device) && band=$(radio_band "${band%% *}") && printf '%s\n' "$band"
+}
+
+# load_wireless: reads /etc/config/wireless, once.
+load_wireless() {
+	[ -z "$wireless_is_loaded" ] || return 0
+	config_load wireless && wireless_is_loaded=1
+}
+
+# wireless_option SECTION OPTION: prints it; status 1 if it is not set.
+wireless_option() {
+	local value=''
+	load_wireless
+	config_get value "$1" "$2"
+	[ -n "$value" ] && printf '%s\n' "$value"
 }
 
 # radio_band RADIO: prints the band of a wifi-device section. Files from before 22.03 have no band.
 radio_band() {
-	uci -q get "wireless.$1.band" && return
-	case $(uci -q get "wireless.$1.hwmode") in
+	wireless_option "$1" band && return
+	case $(wireless_option "$1" hwmode) in
 	11a*) printf '5g\n' ;;
 	11b* | 11g*) printf '2g\n' ;;
 	*) return 1 ;;
@@ -146,6 +160,7 @@ ask_status() { printf '%s' "$wireless" | jsonfilter -q -e "$1"; }
 chosen() {
 	local sections section band
 	: "${wireless:=$(wireless_status)}" # nothing yet: then the configuration alone counts
+	load_wireless
 	sections=$(kelm_list "$1")
 	[ -n "$sections" ] || sections=$(first_sections "$1")
 	for band in $KELM_BANDS; do
@@ -163,8 +178,8 @@ section_in_band() {
 	local radio
 	[ -n "$(ask_status "@[@.config.band='$3'].interfaces[@.section='$2'].section")" ] && return
 	# netifd does not tell of a section that is switched off: where it would be says the configuration.
-	[ "$(uci -q get "wireless.$2.mode")" = "$1" ] || return 1
-	for radio in $(uci -q get "wireless.$2.device"); do
+	[ "$(wireless_option "$2" mode)" = "$1" ] || return 1
+	for radio in $(wireless_option "$2" device); do
 		[ "$(radio_band "$radio")" != "$3" ] || return 0
 	done
 	return 1
@@ -172,7 +187,6 @@ section_in_band() {
 
 # first_sections ap|sta: prints the sections that may be chosen without a list, in the order of the file.
 first_sections() {
-	config_load wireless || return
 	config_foreach first_section wifi-iface "$1"
 }
 
