@@ -328,6 +328,19 @@ def test_other_securities_stay_beside_a_root_with_both(repeater, security, expec
     assert network(repeater, 'wwan0')[2] == expected
 
 
+@pytest.mark.parametrize('daemon_s, result_s, asks', [(1000, 1010, False), (1010, 1000, True)])
+def test_what_was_heard_in_this_attempt_is_not_asked_again(repeater, daemon_s, result_s, asks):
+    hear(repeater, WPA2)
+    repeater.write(SCAN_RESULT, '[{"ssid": "Great Oak", "security": "psk_sae"}]', 0o600)
+    repeater.write('/tmp/kelm.pid', '4711\n')
+    os.utime(repeater.at(SCAN_RESULT), (result_s, result_s))
+    os.utime(repeater.at('/tmp/kelm.pid'), (daemon_s, daemon_s))
+    repeater.forget_commands()
+    apply(repeater, learnt())
+    assert any('wpa_cli' in line for line in repeater.commands()) == asks
+    assert network(repeater, 'wwan0')[2] == ('psk2+ccmp' if asks else 'sae-mixed')
+
+
 def test_odd_bytes_of_the_name_are_found_in_the_scan(repeater):
     hear(repeater, BOTH, r'K\xfcche \"1\" \\')
     apply(repeater, learnt(ssid=b'K\xfcche "1" \\'))
