@@ -133,7 +133,7 @@ class StockRouter:
 
     def web(self, method):
         """A call of the package's object as a web page makes it, over rpcd's session."""
-        output = self.must_run("/usr/lib/testworld/http_call call kelm %s" % method)
+        output = self.must_run("/usr/lib/testworld/http_call kelm %s '{}'" % method)
         return json.loads(output)
 
     def set_led(self, trigger):
@@ -142,7 +142,7 @@ class StockRouter:
 
     def files(self):
         """All files of the router's own disk."""
-        output = self.scene.must_run("find /etc /usr/libexec /usr/sbin /usr/share ! -type d")
+        output = self.scene.must_run("find / -xdev ! -type d ! -path '/usr/lib/router/*'")
         return set(output.splitlines())
 
     def wireless(self):
