@@ -51,8 +51,21 @@ class Goal:
     of_ratio: bool = True
     limit: float = None
 
+    def judged(self, figure):
+        return figure.ratio() if self.of_ratio else figure.kelm.median()
+
     def __str__(self):
         return f'{"ratio" if self.of_ratio else ""} <= {self.at_most:,}'.strip()
+
+
+class NotSlower(Goal):
+    """At most this many nanoseconds more than the peer."""
+
+    def judged(self, figure):
+        return figure.kelm.median() - figure.other.median()
+
+    def __str__(self):
+        return f'<= {self.at_most / 1e6:g} ms more'
 
 
 @dataclasses.dataclass
@@ -71,9 +84,7 @@ class Figure:
 
     def judged(self):
         """What the goal is about, or None without a goal."""
-        if self.goal is None:
-            return None
-        return self.ratio() if self.goal.of_ratio else self.kelm.median()
+        return None if self.goal is None else self.goal.judged(self)
 
     def met(self):
         value = self.judged()

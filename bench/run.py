@@ -22,6 +22,7 @@ import reaction  # noqa: E402
 import scene  # noqa: E402
 import sizes  # noqa: E402
 import start  # noqa: E402
+import stock  # noqa: E402
 import tools as bench_tools  # noqa: E402
 import targets  # noqa: E402
 import world as private_world  # noqa: E402
@@ -34,7 +35,10 @@ PARTS = {
     'reaction': lambda world, tools, quick: reaction.measure(world, tools, 12 if quick else 40),
     'parsing': lambda world, tools, quick: parsing.measure(world, 10 if quick else 30),
     'instructions': lambda world, tools, quick: instructions.measure(world, 1 if quick else 3),
+    'stock': lambda world, tools, quick: stock.measure(tools.stock_router),
 }
+# Not in a quick run: it boots the virtual router, and a busy machine is slow at that.
+SLOW = ('stock',)
 
 
 def _arguments():
@@ -55,7 +59,10 @@ def main():
     build = os.path.abspath(options.build)
     os.makedirs(build, exist_ok=True)
     tools = bench_tools.prepare(build)
-    if 'size' in (options.only or PARTS):
+    parts = options.only or [part for part in PARTS if part not in SLOW or not options.quick]
+    if 'stock' in parts:
+        tools.stock_router = stock.play_router(build, 10)
+    if 'size' in parts:
         feed.build(f'{build}/feed', f'{build}/prefix')
         # Not in a quick run: building for them takes as long as all the rest, and cannot fail it.
         if not options.quick:
@@ -68,7 +75,7 @@ def main():
     scene.install_libraries(world)
     found = []
     try:
-        for part in options.only or PARTS:
+        for part in parts:
             world.reset()
             found += PARTS[part](world, tools, options.quick)
     finally:

@@ -22,7 +22,9 @@ class Tools:
     build: str
     hostapd_cli: str
     wpa_cli: str
-    targets: list = ()  # see targets.py; found before the private world is entered
+    # Both are found before the private world is entered.
+    targets: list = ()  # see targets.py
+    stock_router: dict = None  # see stock.py
 
 
 def _run(*command):
