@@ -85,7 +85,9 @@ class Evidence:
                      if members.get("action") == STARTED]
         starts = []
         presses = self.all("button", r"^wps released")
-        requests = _by_button(requests, [event.time_s for event, _ in presses])
+        announced = [event.time_s for event, members in self.bus("wps")
+                     if members.get("action") == STARTED]
+        requests = _by_button(requests, [event.time_s for event, _ in presses], announced)
         for event, members in self.bus("wps"):
             before = [row for row in sorted(requests) if row[0] <= event.time_s]
             if members.get("action") == STARTED and before:
@@ -127,14 +129,12 @@ class Evidence:
         return joins
 
 
-def _by_button(requests, presses):
-    """Where a script sends the request for the button, the press is what started it."""
-    left = list(presses)
+def _by_button(requests, presses, announced):
+    """Where a script asks for the button, again if need be, the press is what started it."""
     found = []
-    for time_s, word in sorted(requests):
-        before = [press_s for press_s in left if press_s <= time_s]
-        if before:
-            left = [press_s for press_s in left if press_s > time_s]
+    for time_s, word in requests:
+        before = [press_s for press_s in presses if press_s <= time_s]
+        if before and not any(before[-1] < start_s < time_s for start_s in announced):
             time_s, word = before[-1], "the press"
         found.append((time_s, word))
     return found

@@ -321,6 +321,10 @@ SCENARIOS = [
              hidden, [not_ready], face="stock", radios=2),
     Scenario("stock-wpa3-only", "The network is WPA3 only; the router says so.",
              wpa3_only, [not_ready], face="stock", radios=2),
+    Scenario("stock-crash", "The daemon is killed in mid-attempt; procd has it back for the next.",
+             crash, [joined("phone", again=True)], face="stock"),
+    Scenario("stock-web", "A web page starts, cancels and starts again over the bus object.",
+             web, [joined("phone")], face="stock"),
     Scenario("stock-repeater", "A repeater learns a root's odd name and key, and keeps them.",
              repeater, [router_joined, came_back("station")], face="stock"),
 ]
