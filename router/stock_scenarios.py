@@ -135,9 +135,9 @@ def reload_in_attempt(scene):
     scene.begin()
     router.press()
     router.expect_push_button("2g")
-    scene.say("the owner changes the channel in the middle of the attempt")
+    scene.say("the owner renames the guest network in the middle of the attempt")
     since = scene.mark()
-    router.uci("wireless.radio0.channel=6")
+    router.uci("wireless.guest.ssid=Elm Visitors")
     router.must_run("ubus call network reload")
     router.wait_served(("2g", "guest"), since)
     router.wait_waiting()
@@ -325,6 +325,8 @@ SCENARIOS = [
              crash, [joined("phone", again=True)], face="stock"),
     Scenario("stock-web", "A web page starts, cancels and starts again over the bus object.",
              web, [joined("phone")], face="stock"),
+    Scenario("stock-led", "The WPS LED shows the attempt and gets its own trigger back.",
+             led, [joined("phone")], face="stock"),
     Scenario("stock-repeater", "A repeater learns a root's odd name and key, and keeps them.",
              repeater, [router_joined, came_back("station")], face="stock"),
 ]

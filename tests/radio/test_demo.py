@@ -19,7 +19,7 @@ NAMES = ["push-button", "push-button-5g", "hostapd-user", "unconfigured", "clien
          "repeater-no-mesh", "repeater-open-wpa3", "repeater-overlap", "repeater-rogue",
          "repeater-6g", "stock-without-kelm", "stock-button", "stock-guest", "stock-pin",
          "stock-no-wps", "stock-hidden", "stock-wpa3-only", "stock-crash", "stock-web",
-         "stock-repeater"]
+         "stock-led", "stock-repeater"]
 
 
 def demo(*arguments):
