@@ -111,8 +111,6 @@ def _put_stand_ins():
 def put_package(package='kelm-stock'):
     """Again, as an upgrade does; settings are left as they are."""
     for source, place, mode in installed_files(MAKEFILE, package):
-        if not os.path.exists(source):
-            continue
         if not place.startswith('/etc/config/') or not os.path.exists(ROOT + place):
             _copy(source, place, mode)
 
