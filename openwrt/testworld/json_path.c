@@ -258,7 +258,7 @@ struct json_path *json_path_parse(const char *text)
         return NULL;
     steps = read_steps(&in);
     if (!in.at || *in.at)
-        return NULL; /* NOLINT(clang-analyzer-unix.Malloc): the program ends */
+        return NULL;                /* NOLINT(clang-analyzer-unix.Malloc): the program ends */
     start = zeroed(sizeof(*start)); /* where it begins: there need be no step */
     start->next = steps;
     return start;
