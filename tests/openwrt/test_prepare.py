@@ -48,7 +48,8 @@ def link_target(router, path):
 
 def test_both_bands_are_ready(router):
     prepare(router, 0)
-    assert state_of(router, 'state') == {'state': 'waiting', 'message': 'ready on 2.4 GHz and 5 GHz'}
+    assert state_of(router, 'state') == {'state': 'waiting',
+                                         'message': 'ready on 2.4 GHz and 5 GHz'}
     assert state_of(router, 'band.2g') == {
         'section': 'default_radio0', 'ifname': 'phy0-ap0', 'ssid_hex': '456c6d20486f757365',
         'ready': '1', 'message': 'ready'}

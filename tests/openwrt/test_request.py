@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""What request sends, what it refuses and in which words, and what becomes of a request that is lost."""
+"""What request sends, what it refuses and in which words, and what becomes of one that is lost."""
 import os
 import time
 
@@ -195,7 +195,8 @@ def test_pins(router, pin):
     daemon(router)
     words = PINS[pin]
     result = router.run(f'{REQUEST} pin "$1"', pin)
-    assert (result.status, result.out, result.err) == (1, f'{words}\n', '') if words else (0, '', '')
+    assert (result.status, result.out, result.err) == \
+        ((1, f'{words}\n', '') if words else (0, '', ''))
     assert sent(router) == ([] if words else [
         f'ubus send wps_cli {{"action":1,"method":2,"pin":"{pin}"}}'])
     if not words:

@@ -61,7 +61,8 @@ def test_it_becomes_the_daemon_with_its_switches(router):
               'PATH': '/usr/libexec/kelm/bin:/usr/sbin:/usr/bin:/sbin:/bin'}
     assert {name: environment.get(name) for name in wanted} == wanted
     assert '1000' not in router.read('/mnt/descriptors').split()
-    assert state_of(router, 'state') == {'state': 'waiting', 'message': 'ready on 2.4 GHz and 5 GHz'}
+    assert state_of(router, 'state') == {'state': 'waiting',
+                                         'message': 'ready on 2.4 GHz and 5 GHz'}
 
 
 def test_it_waits_for_the_radios(router):

@@ -14,7 +14,8 @@ HOW = ('kelm is switched off. To switch it on: uci set kelm.main.enabled=1; uci 
 READY = 'ready on 2.4 GHz and 5 GHz\n'
 # As the real one: its pid file is there while it lives, and SIGTERM ends it.
 DAEMON = """#!/bin/sh
-trap 'echo TERM >> /mnt/ends; readlink /var/run/hostapd/wlan1 >> /mnt/ends; rm -f /tmp/kelm.pid; exit' TERM
+end() { echo TERM; readlink /var/run/hostapd/wlan1; rm -f /tmp/kelm.pid; }
+trap 'end >> /mnt/ends; exit' TERM
 [ ! -e /tmp/kelm.pid ] || exit 1
 echo $$ > /tmp/kelm.pid
 while :; do sleep 1 & wait $!; done

@@ -64,7 +64,8 @@ OWNERS = {
     'nothing': [],
     'a button': [('set', 'wireless.default_radio0.wps_pushbutton=1')],
     'no button': [('set', 'wireless.default_radio0.wps_pushbutton=0')],
-    'a uuid in a line': [('add_list', f'wireless.default_radio1.hostapd_bss_options=uuid={OWN_UUID}')],
+    'a uuid in a line': [
+        ('add_list', f'wireless.default_radio1.hostapd_bss_options=uuid={OWN_UUID}')],
     'a uuid': [('set', f'wireless.default_radio1.uuid={OWN_UUID}')],
     'a button and a uuid everywhere': [
         ('set', 'wireless.default_radio0.wps_pushbutton=1'),

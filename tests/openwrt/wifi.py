@@ -45,8 +45,8 @@ def put_socket(stock, folder, name):
             made.bind(place)
 
 
-def put_access_point(stock, name='phy0-ap0', wps='configured', key='wpa_passphrase=seven green elms',
-                     others='', more='wps_state=2'):
+def put_access_point(stock, name='phy0-ap0', wps='configured',
+                     key='wpa_passphrase=seven green elms', others='', more='wps_state=2'):
     """One that is up: its socket, what hostapd was given, and its file of keys."""
     phy = name.partition('-')[0]
     put_socket(stock, 'hostapd', name)
