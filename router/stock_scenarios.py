@@ -321,6 +321,8 @@ SCENARIOS = [
              hidden, [not_ready], face="stock", radios=2),
     Scenario("stock-wpa3-only", "The network is WPA3 only; the router says so.",
              wpa3_only, [not_ready], face="stock", radios=2),
+    Scenario("stock-radio-off", "The radio is switched off; the router says so.",
+             radio_off, [not_ready], face="stock", radios=2),
     Scenario("stock-crash", "The daemon is killed in mid-attempt; procd has it back for the next.",
              crash, [joined("phone", again=True)], face="stock"),
     Scenario("stock-web", "A web page starts, cancels and starts again over the bus object.",
