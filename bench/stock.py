@@ -18,7 +18,7 @@ WAITING = """
 for folder in /proc/[0-9]*; do
     words=$(tr '\\000' ' ' 2>/dev/null <$folder/cmdline)
     case $words in
-    */kelm*) echo $(sed -n 's/^VmRSS: *\\([0-9]*\\).*/\\1/p' $folder/status) $words ;;
+    */kelm*) echo $(sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' $folder/status) $words ;;
     esac
 done
 """
