@@ -23,7 +23,9 @@ kelm_setting() {
 
 # kelm_switch NAME [DEFAULT]: status 0 if the option is on.
 kelm_switch() {
-	case $(kelm_setting "$1" "$2") in
+	local value
+	value=$(uci -q get "kelm.main.$1") # not by kelm_setting: a press waits for this, and for each process
+	case ${value:-$2} in
 	1 | on | true | yes | enabled) return 0 ;;
 	esac
 	return 1
