@@ -209,7 +209,6 @@ def test_the_supplicant_is_told_to_tell(router):
     assert call(router, *station, 'wps_pbc', 'multi_ap=1').out == 'OK\n'
     assert router.commands() == [
         f'{" ".join(station)} set wps_cred_processing 2',
-        f'{" ".join(station)} set wps_cred_add_sae 1',
         f'{" ".join(station)} wps_pbc multi_ap=1']
     call(router, *station, 'wps_cancel')
     assert router.commands() == [f'{" ".join(station)} wps_cancel']
