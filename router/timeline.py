@@ -113,6 +113,9 @@ ROWS = [
 ]
 
 
+# So long after a press a request is the button's.
+BY_BUTTON_S = 15
+
 # Where the daemon has no console, its lines are in the system's log.
 SAME_SOURCE = {"log": "console"}
 
@@ -187,6 +190,7 @@ class Timeline:
         self._zero = None
         self._last_line = None
         self._dots = 0
+        self._pressed_s = None
         self.client_names = {}
 
     def steps(self, count):
@@ -201,6 +205,7 @@ class Timeline:
         if told is None:
             return
         band, who, text = told
+        who = self._who_asks(event, who)
         line = (who, band, text)
         with self.screen.lock:
             # hostapd says some things once for itself and once for the control interface.
@@ -209,6 +214,13 @@ class Timeline:
             self._last_line = line
             actor = self.screen.paint(ACTORS.get(actor_of(event.source, who)), "%-9s" % who)
             self.screen.line("%s  %s %-8s %s" % (self._stamp(event.time_s), actor, band, text))
+
+    def _who_asks(self, event, who):
+        """The stock router's button asks by a script, as a web page would."""
+        if event.source == "button":
+            self._pressed_s = event.time_s
+        asks = who == "web page" and self._pressed_s is not None
+        return "script" if asks and event.time_s - self._pressed_s < BY_BUTTON_S else who
 
     def heading(self, text):
         self.screen.line("\n" + self.screen.paint("bold", text))

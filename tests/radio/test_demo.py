@@ -18,8 +18,8 @@ NAMES = ["push-button", "push-button-5g", "hostapd-user", "unconfigured", "clien
          "repeater-silent", "repeater-connected", "repeater-factory", "repeater-mesh",
          "repeater-no-mesh", "repeater-open-wpa3", "repeater-overlap", "repeater-rogue",
          "repeater-6g", "stock-without-kelm", "stock-button", "stock-guest", "stock-pin",
-         "stock-no-wps", "stock-hidden", "stock-wpa3-only", "stock-radio-off", "stock-crash",
-         "stock-web", "stock-led", "stock-repeater"]
+         "stock-no-wps", "stock-hidden", "stock-wpa3-only", "stock-radio-off", "stock-reload",
+         "stock-crash", "stock-web", "stock-led", "stock-button-24.10", "stock-repeater"]
 
 
 def demo(*arguments):

@@ -141,6 +141,18 @@ def test_line_that_is_rewritten_is_cut_to_the_terminal(monkeypatch):
         assert terminal.text() == "\r0123456789012345678\033[K"
 
 
+@pytest.mark.parametrize("pressed_s, who", [
+    (None, "web page"), (10.0, "script"), (1.0, "web page"),
+])
+def test_request_soon_after_a_press_is_the_buttons(pressed_s, who):
+    out = io.StringIO()
+    view = timeline.Timeline(out, {})
+    if pressed_s is not None:
+        view.on_event(Event(pressed_s, "button", "wps released 1"))
+    view.on_event(Event(20.0, "bus", '{ "wps_cli": {"action":1,"method":1} }'))
+    assert out.getvalue().splitlines()[-1].split() == (who + " asks: start push-button").split()
+
+
 @pytest.mark.parametrize("silent_s, told", [(19, 0), (21, 1)])
 def test_long_wait_is_told_in_a_pipe(silent_s, told):
     out = io.StringIO()
