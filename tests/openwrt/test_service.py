@@ -201,6 +201,30 @@ def test_in_mid_attempt_nothing_is_changed_under_the_daemon(on):
     assert state_of(on, 'state')['state'] == 'running'
 
 
+ANEW = 'PBC Status: Disabled\nLast WPS result: None\n'
+
+
+@pytest.mark.parametrize('method, status_2g, status_5g, ends', [
+    ('button', ANEW, ANEW, True),
+    ('button', ANEW, 'PBC Status: Active\nLast WPS result: None\n', False),
+    ('button', ANEW, 'PBC Status: Disabled\nLast WPS result: Success\n', False),
+    ('button', ANEW, 'FAIL\n', False),
+    ('pin', ANEW, ANEW, False),
+])
+def test_an_attempt_whose_radios_were_set_up_anew_is_ended(on, method, status_2g, status_5g, ends):
+    first = pid(on)
+    on.write('/mnt/wps/phy0-ap0.status', status_2g)
+    on.write('/mnt/wps/phy1-ap0.status', status_5g)
+    on.write('/var/run/kelm/attempt', f'id=1.0\nrunning=1\nmethod={method}\n')
+    assert on.run('/usr/libexec/kelm/prepare again').status == 0
+    if ends:
+        daemon(on, other_than=first)
+    else:
+        assert pid(on) == first
+    words = 'daemon.notice kelm: the radio was set up anew: the attempt is over'
+    assert (words in on.log()) == ends
+
+
 def test_the_daemons_other_verbs(on):
     for name in ('apply', 'told', 'apply-done'):
         on.write(f'/usr/libexec/kelm/{name}', f'#!/bin/sh\necho {name} "$@" >> /mnt/calls\n', 0o755)

@@ -9,6 +9,7 @@ while [ $# -gt 0 ]; do
     -i) name=$2; shift ;;
     -p) shift ;;
     get_config) [ -f "/mnt/wps/$name" ] && echo "wps_state=$(cat "/mnt/wps/$name")" || exit 255 ;;
+    wps_get_status) cat "/mnt/wps/$name.status" 2> /dev/null || echo OK; break ;;
     raw) cat /mnt/wps/raw && break ;;
     *) echo OK && break ;;
     esac
