@@ -12,6 +12,8 @@ import sys
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 NOT_SLOWER_MS = 150
+# For five seconds after a cancel the scripts look whether it was one. Nobody presses meanwhile.
+SETTLES = 'sleep 6'
 
 # Each process of the package: its memory in KiB, and what it is.
 WAITING = """
@@ -59,11 +61,13 @@ class Scene:
     @staticmethod
     def _end_by_hostapd(router):
         router.hostapd('2g', 'wps_cancel')
+        router.must_run(SETTLES)
 
     @staticmethod
     def _end_by_kelm(router):
         router.must_run('/usr/libexec/kelm/request cancel')
         router.wait_state('waiting')
+        router.must_run(SETTLES)
 
 
 def main(build, presses):
