@@ -30,7 +30,7 @@ constexpr sockaddr_un LOG_SOCKET = {AF_UNIX, "/dev/log"};
 constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// The queue stayed full while a line waited: the lines after it do not wait again.
+// A line has waited in vain: the lines after it do not wait again.
 std::atomic<bool> queue_stuck{false};
 
 // Without the line feeds at the end.
@@ -93,8 +93,9 @@ int kelm_send_to_system_log(int priority, bool with_pid, const char *text)
         return -1;
     bool sent = _send(log.get(), line, length);
     if (!sent && errno == EAGAIN) {
-        queue_stuck = !_has_room_soon(log.get());
-        sent = !queue_stuck && _send(log.get(), line, length);
+        // The room may be gone again, where others fill the queue.
+        sent = _has_room_soon(log.get()) && _send(log.get(), line, length);
+        queue_stuck = !sent;
     }
     if (sent)
         queue_stuck = false;

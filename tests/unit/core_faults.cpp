@@ -69,7 +69,10 @@ int __wrap_poll(pollfd *set, nfds_t count, int limit_ms)
 {
     if (faults.before_poll != nullptr)
         faults.before_poll();
-    return __real_poll(set, count, limit_ms);
+    const int ready = __real_poll(set, count, limit_ms);
+    if (faults.after_poll != nullptr)
+        faults.after_poll();
+    return ready;
 }
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,

@@ -11,6 +11,7 @@ struct fault_points {
     int sigaction_of = 0;             // of this signal
     int ppoll_error = 0;              // with this error, where it waits for descriptors
     void (*before_poll)() = nullptr;  // no failure: what happens when a wait begins
+    void (*after_poll)() = nullptr;   // ... and before the waiting one goes on
     bool pthread_create = false;
     bool calloc = false;
     size_t calloc_bytes = 0;  // calls for this much alone

@@ -209,6 +209,25 @@ TEST_IN_FRESH_PROCESS(system_log, a_log_daemon_that_hangs_is_waited_for_once)
     faults = {};
 }
 
+TEST_IN_FRESH_PROCESS(system_log, a_queue_that_others_fill_at_once_is_waited_for_once)
+{
+    static int waits = 0;
+    start();
+    static log_daemon daemon;
+    fill_queue();
+    faults.before_poll = [] {
+        ++waits;
+        (void)daemon.read_all();
+    };
+    faults.after_poll = fill_queue;
+    for (int i = 0; i < MANY; ++i)
+        EXPECT_EQ(0, kelm_send_to_system_log(INFO, false, "dropped"));
+    faults = {};
+    EXPECT_EQ(1, waits);
+    for (const std::string &line : daemon.read_all())
+        EXPECT_EQ("full", line);
+}
+
 TEST_IN_FRESH_PROCESS(system_log, a_log_daemon_that_hangs_does_not_hold_the_users_lines)
 {
     start();
