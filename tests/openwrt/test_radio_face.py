@@ -151,3 +151,16 @@ def test_a_handler_is_called_again_unless_another_event_comes_first(face, after,
     # The second call, if there is to be one, is there when as much time is over for a third.
     face.run('while [ "$(wc -l </run/called)" -lt 2 ]; do sleep 0.05; done; sleep 1.2')
     assert face.read('/run/called').splitlines() == called
+
+
+@pytest.mark.parametrize('radio, band', [('radio0', '2412 2437 2462'),
+                                         ('radio1', '5180 5200 5220')])
+def test_a_station_hears_the_band_of_its_radio(face, radio, band):
+    for name, value in (('device', radio), ('mode', 'sta'), ('ssid', 'Oak'),
+                        ('encryption', 'psk2'), ('key', 'acorns in the cellar')):
+        face.uci('set', f'wireless.guest.{name}={value}')
+    face.uci('commit', 'wireless')
+    wanted(face, radio)
+    lines = face.read(f'/run/wanted/phy{radio[-1]}-sta0.conf').splitlines()
+    assert lines == [f'freq_list={band}', 'network={', '\tscan_ssid=1', '\tssid=4f616b',
+                     '\tkey_mgmt=WPA-PSK', '\tproto=RSN', '\tpsk="acorns in the cellar"', '}']

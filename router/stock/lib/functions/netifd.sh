@@ -128,6 +128,12 @@ supplicant_lines() {
     config_get netifd_encryption "$1" encryption none
     config_get netifd_key "$1" key
     netifd_ssid=$(bytes_as_hex "$netifd_ssid")
+    config_get netifd_band "$netifd_radio" band
+    # The simulated radios hear all bands; a real one hears its own.
+    case $netifd_band in
+    2g) echo "freq_list=2412 2437 2462" ;;
+    5g) echo "freq_list=5180 5200 5220" ;;
+    esac
     printf '%s\n' "network={" "	scan_ssid=1" "	ssid=$netifd_ssid"
     [ "${#netifd_key}" -eq 64 ] || netifd_key="\"$netifd_key\""
     case ${netifd_encryption%%+*} in
@@ -144,6 +150,7 @@ supplicant_lines() {
 
 # write_wanted RADIO FOLDER: all that the radio is to be, one file for each part.
 write_wanted() {
+    netifd_radio=$1
     netifd_folder=$2
     rm -rf "$netifd_folder"
     mkdir -p "$netifd_folder"
