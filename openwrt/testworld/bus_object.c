@@ -221,6 +221,8 @@ static void print_signature(FILE *out, const char *name)
     {
         const char *between = "";
 
+        if (!json_object_is_type(arguments, json_type_object))
+            continue;
         fprintf(out, "\t\"%s\":{", method);
         json_object_object_foreach(arguments, argument, example)
         {

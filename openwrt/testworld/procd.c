@@ -110,7 +110,11 @@ static int put_service(struct json_object *message, bool keeps_others)
             let_go(old);
     }
     if (json_object_is_type(wanted, json_type_object)) {
-        json_object_object_foreach(wanted, name, config) set_instance(service, name, config);
+        json_object_object_foreach(wanted, name, config)
+        {
+            if (json_object_is_type(config, json_type_object))
+                set_instance(service, name, config);
+        }
     }
     trigger_set(service, triggers);
     json_object_object_add(services, service, json_object_get(message));

@@ -46,14 +46,25 @@ static int number_of(struct json_object *config, const char *key, int other)
     return json_object_object_get_ex(config, key, &value) ? json_object_get_int(value) : other;
 }
 
+/* A member of another type is as good as none. */
+static struct json_object *member_of(struct json_object *config, const char *key,
+                                     enum json_type type)
+{
+    struct json_object *value;
+
+    return json_object_object_get_ex(config, key, &value) && json_object_is_type(value, type)
+               ? value
+               : NULL;
+}
+
 /* Not there: it is not started again. */
 static bool respawn_of(struct json_object *config, struct respawn *respawn)
 {
-    struct json_object *words;
+    struct json_object *words = member_of(config, "respawn", json_type_array);
     unsigned int *const numbers[] = {&respawn->threshold_s, &respawn->timeout_s, &respawn->retry};
 
     *respawn = (struct respawn){3600, 5, 5};
-    if (!json_object_object_get_ex(config, "respawn", &words))
+    if (!words)
         return false;
     for (size_t i = 0; i < 3 && i < json_object_array_length(words); i++) {
         const char *word = json_object_get_string(json_object_array_get_idx(words, i));
@@ -82,14 +93,12 @@ static int64_t digest_of(const char *path)
 static struct json_object *with_digests(struct json_object *config)
 {
     struct json_object *digests = json_object_new_array();
-    struct json_object *files;
+    struct json_object *files = member_of(config, "file", json_type_array);
 
-    if (json_object_object_get_ex(config, "file", &files)) {
-        for (size_t i = 0; i < json_object_array_length(files); i++) {
-            const char *path = json_object_get_string(json_object_array_get_idx(files, i));
+    for (size_t i = 0; files && i < json_object_array_length(files); i++) {
+        const char *path = json_object_get_string(json_object_array_get_idx(files, i));
 
-            json_object_array_add(digests, json_object_new_int64(path ? digest_of(path) : 0));
-        }
+        json_object_array_add(digests, json_object_new_int64(path ? digest_of(path) : 0));
     }
     json_object_object_add(config, "file_digests", digests);
     return config;
@@ -117,17 +126,17 @@ void instance_free(struct instance *instance)
 
 static bool fill_arguments(struct json_object *config, char **arguments)
 {
-    struct json_object *words;
-    size_t count;
+    struct json_object *words = member_of(config, "command", json_type_array);
+    size_t count = words ? json_object_array_length(words) : 0;
 
-    if (!json_object_object_get_ex(config, "command", &words))
-        return false;
-    count = json_object_array_length(words);
     if (count == 0 || count >= ARGUMENTS_MAX)
         return false;
-    for (size_t i = 0; i < count; i++)
+    for (size_t i = 0; i < count; i++) {
         arguments[i] =
             (char *)(uintptr_t)json_object_get_string(json_object_array_get_idx(words, i));
+        if (!arguments[i])
+            return false;
+    }
     arguments[count] = NULL;
     return true;
 }
@@ -152,7 +161,7 @@ static void change_user(struct json_object *config)
 
 static void become(struct json_object *config, char **arguments, int out, int err)
 {
-    struct json_object *variables;
+    struct json_object *variables = member_of(config, "env", json_type_object);
     int none = open("/dev/null", O_RDWR);
     sigset_t all;
 
@@ -164,9 +173,12 @@ static void become(struct json_object *config, char **arguments, int out, int er
     sigemptyset(&all);
     sigprocmask(SIG_SETMASK, &all, NULL);
     setenv("PATH", BOOT_PATH, 1);
-    if (json_object_object_get_ex(config, "env", &variables)) {
+    if (variables) {
         json_object_object_foreach(variables, name, value)
-            setenv(name, json_object_get_string(value), 1);
+        {
+            if (value)
+                setenv(name, json_object_get_string(value), 1);
+        }
     }
     change_user(config);
     if (chdir("/") == 0)

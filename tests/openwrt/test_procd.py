@@ -268,3 +268,25 @@ def test_an_unknown_user_is_root_and_an_unknown_service_is_not_found(supervised)
     pid = wait_starts(supervised, 1)[0]
     assert 'Uid:\t0\t' in supervised.read(f'/proc/{pid}/status')
     assert supervised.ubus('service', 'delete', {'name': 'other'})[0] == 4
+
+
+ODD_INSTANCES = [
+    None, 1, [], 'x', {}, {'command': 'x'}, {'command': []},
+    {'command': [None, '/bin/true'], 'stdout': True},
+    {'command': ['/bin/true'], 'respawn': 1}, {'command': ['/bin/true'], 'respawn': [None, 'a']},
+    {'command': ['/bin/true'], 'file': 'x'}, {'command': ['/bin/true'], 'file': [None, {}]},
+    {'command': ['/bin/true'], 'env': 1}, {'command': ['/bin/true'], 'env': {'A': None}},
+    {'command': ['/bin/true'], 'pidfile': {}, 'stdout': 'x', 'user': 1, 'term_timeout': 'x'},
+]
+
+
+@pytest.mark.parametrize('odd', ODD_INSTANCES, ids=str)
+def test_a_message_that_is_no_instance_hurts_nobody(supervised, odd):
+    script(supervised, one_instance('/usr/bin/counts'))
+    init(supervised, 'start')
+    wait_starts(supervised, 1)
+    for message in ({'name': 'odd', 'instances': {'instance1': odd}},
+                    {'name': 'odd', 'instances': [odd], 'triggers': [odd, ['x', odd, odd]]}):
+        assert supervised.ubus('service', 'set', message)[0] == 0
+        assert supervised.ubus('service', 'event', {'type': 'x', 'data': {}})[0] == 0
+    assert instance(supervised)['running'] is True

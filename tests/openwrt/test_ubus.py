@@ -110,6 +110,13 @@ def test_a_plugin_is_known_after_a_reload_alone(stock):
     assert stock.ubus('demo', 'give') == (4, None)
 
 
+def test_a_method_without_a_table_of_arguments_is_not_shown(stock):
+    plugin(stock, 'demo', 'echo "{}"', '{"odd":1,"none":null,"list":[],"good":{"n":null}}')
+    stock.run('/etc/init.d/rpcd reload')
+    shown = stock.run('ubus -v list demo')
+    assert (shown.status, shown.out.splitlines()[1:]) == (0, ['\t"good":{"n":"String"}'])
+
+
 @pytest.mark.parametrize('call, status, answer', [
     ('echo "{}"', 0, {}),
     ('echo "{\\"a\\":1}"; echo told >&2; exit 7', 0, {'a': 1}),
