@@ -84,7 +84,7 @@ TOLD = {
     "stock-led": 'The phone joined "Elm House" on 2.4 GHz T s after the press.',
     "stock-button-24.10": 'The phone joined "Elm House" on 2.4 GHz T s after the press; '
                           'it came back after the reboot.',
-    "stock-repeater": 'The router joined "Öak\'s "$(id)" \\\\n ~`" on 2.4 GHz T s after the press; '
+    "stock-repeater": 'The router joined "Öak\'s "$(id)" \\n ~`" on 2.4 GHz T s after the press; '
                       'it came back after the reboot.',
 }
 
