@@ -307,28 +307,24 @@ static int run(char **words, int count)
     return WRONG_USAGE;
 }
 
-/* Commands from the standard input, one a line. The status is that of the worst. */
+/* Commands from the standard input, one a line. What fails is told, and is no failure of the whole. */
 static int command_batch(char **words)
 {
     char *line[MAX_WORDS + 1];
     char *text = words_read_file(stdin, NULL);
     char *at = text;
-    int worst = 0;
     int count;
 
     (void)words;
     while (at && (count = words_of_line(&at, line, MAX_WORDS)) != 0) {
-        int status;
-
         if (count < 0)
             return told(UCI_ERR_PARSE);
         line[count] = NULL;
-        status = run(line, count);
-        if (status != 0)
-            worst = 1;
+        if (run(line, count) == WRONG_USAGE)
+            fprintf(stderr, "Unknown command\n");
     }
     free(text);
-    return worst;
+    return 0;
 }
 
 static int usage(void)

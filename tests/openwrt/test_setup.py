@@ -4,6 +4,8 @@ import re
 
 import pytest
 
+import world as private_world
+
 SETUP = '/usr/libexec/kelm/setup'
 UUID = re.compile(r'[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\Z')
 OWN_UUID = '12345678-9abc-def0-1234-56789abcdef0'
@@ -179,6 +181,22 @@ def test_netifd_is_not_there(router):
     router.no_object('network')
     turn(router, 'on')
     assert value(router, 'wireless.default_radio0.wps_pushbutton') == '1'
+
+
+def test_without_room_on_the_flash_nothing_is_told_as_done(router):
+    router.uci('set', 'kelm.main.open=secure')
+    open_network(router, ('delete', 'wireless.default_radio0.key'))
+    place = router.at('/etc/config')
+    before = router.read('/etc/config/wireless')
+    private_world.mount(place, place, flags=private_world.MS_BIND)
+    private_world.mount('none', place, flags=private_world.MS_BIND | private_world.MS_REMOUNT
+                        | private_world.MS_RDONLY)
+    turn(router, 'on', status=1)
+    private_world.unmount(place)
+    assert router.log() == [
+        'daemon.notice kelm: the settings cannot be stored: is there room on the flash?']
+    assert router.read('/etc/config/wireless') == before
+    assert reloads(router) == 0
 
 
 def open_network(router, *others):

@@ -166,10 +166,11 @@ def test_revert_forgets_what_is_below_a_place(demo):
     assert demo.uci('get', 'demo.one.name') == 'a b'
 
 
-def test_batch_takes_quoted_words_and_goes_on_after_a_failure(demo):
+def test_batch_takes_quoted_words_and_its_status_tells_of_no_failure(demo):
     result = demo.run('uci batch', stdin="set demo.one.name='it'\\''s \"x\"'\nset demo.no.x=1\n"
-                      'set demo.two.on="a $b"\n\ncommit demo\n')
-    assert result == (1, '', 'uci: Invalid argument\n')
+                      'nonsense\nset demo.two.on="a $b"\n\ncommit demo\n')
+    assert result == (0, '', 'uci: Invalid argument\nUnknown command\n')
+    assert demo.run('uci -q batch', stdin='set demo.no.x=1\n') == (0, '', '')
     assert demo.uci('get', 'demo.one.name') == 'it\'s "x"'
     assert demo.uci('get', 'demo.two.on') == 'a $b'
 
