@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: ISC
 """What prepare says of the router, in words, and what it leaves for the daemon."""
+import json
 import os
 
 import pytest
@@ -252,6 +253,57 @@ def test_a_section_on_two_radios_serves_both_bands(router):
     assert state_of(router, 'band.2g')['ifname'] == 'phy0-ap0'
     assert state_of(router, 'band.5g')['ifname'] == 'phy1-ap0'
     assert state_of(router, 'state')['message'] == 'ready on 2.4 GHz and 5 GHz'
+
+
+def move_to_radio(router, name, **options):
+    """2.4 GHz is on a radio that the owner has called so."""
+    wireless = two_bands()
+    wireless[name] = wireless.pop('radio0')
+    router.uci('set', f'wireless.{name}=wifi-device')
+    for option, value in options.items():
+        router.uci('set', f'wireless.{name}.{option}={value}')
+    if 'band' not in options:
+        del wireless[name]['config']['band']
+    router.uci('set', f'wireless.default_radio0.device={name}')
+    router.set_wireless(wireless)
+
+
+@pytest.mark.parametrize('name, options', (
+    ('old', {'hwmode': '11g'}),  # a file from before 22.03: netifd tells no band either
+    ('2ghz', {'band': '2g'}),    # no name without quotes in an expression
+))
+def test_a_radio_may_have_any_name_and_the_words_of_old(router, name, options):
+    move_to_radio(router, name, **options)
+    prepare(router, 0)
+    assert state_of(router, 'state')['message'] == 'ready on 2.4 GHz and 5 GHz'
+
+
+def test_a_section_on_two_radios_of_one_band_is_served_on_the_first(router):
+    router.uci('set', 'wireless.radio2=wifi-device')
+    router.uci('set', 'wireless.radio2.band=5g')
+    router.uci('delete', 'wireless.default_radio1.device')
+    router.uci('add_list', 'wireless.default_radio1.device=radio1')
+    router.uci('add_list', 'wireless.default_radio1.device=radio2')
+    wireless = two_bands()
+    wireless['radio2'] = json.loads(json.dumps(wireless['radio1']))
+    wireless['radio2']['interfaces'][0]['ifname'] = 'phy2-ap0'
+    router.set_wireless(wireless)
+    prepare(router, 0)
+    assert state_of(router, 'band.5g')['ifname'] == 'phy1-ap0'
+    assert state_of(router, 'state')['message'] == 'ready on 2.4 GHz and 5 GHz'
+
+
+def test_a_station_is_not_served_as_an_access_point(router):
+    put_section(router, 'uplink', mode='sta')
+    wireless = two_bands()
+    wireless['radio0']['interfaces'].insert(0, {
+        'section': 'uplink', 'ifname': 'phy0-sta0',
+        'config': {'mode': 'sta', 'ssid': 'Root', 'encryption': 'psk2'}})
+    router.set_wireless(wireless)
+    router.uci('set', 'kelm.main.ap=uplink default_radio1')
+    prepare(router, 0)
+    assert state_of(router, 'state')['message'] == \
+        'ready on 5 GHz; uplink is left out: its mode is not ap'
 
 
 NAMES = ("it's", 'two\nlines', '$(touch /tmp/hacked)', '`id`', 'a"b\\c', ' blanks ', 'Küche ☕',

@@ -156,36 +156,37 @@ wireless_status() { ubus -S call network.wireless status 2> /dev/null; }
 # ask_status EXPRESSION: jsonfilter on $wireless, which the caller has taken from wireless_status.
 ask_status() { printf '%s' "$wireless" | jsonfilter -q -e "$1"; }
 
+# radio_of SECTION BAND: prints the radio of that band which the section is in. More than one: the first.
+radio_of() {
+	local radio
+	for radio in $(wireless_option "$1" device); do
+		[ "$(radio_band "$radio")" != "$2" ] || { printf '%s\n' "$radio" && return; }
+	done
+	return 1
+}
+
 # chosen ap|sta: prints "BAND SECTION IFNAME" for each interface that takes part, at most one for each band. IFNAME
 # is missing while the radio is not set up. Without a list of the owner's these are the first enabled access point
-# with wps_pushbutton and the first enabled station. A section that is in two radios is chosen in both.
+# with wps_pushbutton and the first enabled station. A section that is in two radios is chosen in both. Which they
+# are says the configuration, for netifd does not tell of a section that is switched off.
 chosen() {
-	local sections section band
-	: "${wireless:=$(wireless_status)}" # nothing yet: then the configuration alone counts
+	local sections section band radio
+	: "${wireless:=$(wireless_status)}"
 	load_wireless
 	sections=$(kelm_list "$1")
 	[ -n "$sections" ] || sections=$(first_sections "$1")
 	for band in $KELM_BANDS; do
 		for section in $sections; do
-			section_in_band "$1" "$section" "$band" || continue
-			printf '%s %s %s\n' "$band" "$section" "$(ifname_of "$section" "$band")"
+			[ "$(wireless_option "$section" mode)" = "$1" ] || continue
+			radio=$(radio_of "$section" "$band") || continue
+			printf '%s %s %s\n' "$band" "$section" "$(ask_status "$(in_status "$radio" "$section").ifname")"
 			break
 		done
 	done
 }
 
-ifname_of() { ask_status "@[@.config.band='$2'].interfaces[@.section='$1'].ifname" | head -n 1; }
-
-section_in_band() {
-	local radio
-	[ -n "$(ask_status "@[@.config.band='$3'].interfaces[@.section='$2'].section")" ] && return
-	# netifd does not tell of a section that is switched off: where it would be says the configuration.
-	[ "$(wireless_option "$2" mode)" = "$1" ] || return 1
-	for radio in $(wireless_option "$2" device); do
-		[ "$(radio_band "$radio")" != "$3" ] || return 0
-	done
-	return 1
-}
+# in_status RADIO SECTION: prints where an interface stands in what netifd says.
+in_status() { printf '%s\n' "@['$1'].interfaces[@.section='$2']"; }
 
 # first_sections ap|sta: prints the sections that may be chosen without a list, in the order of the file.
 first_sections() {
