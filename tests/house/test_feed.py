@@ -19,8 +19,8 @@ STOCK = {
     'etc/init.d/wps': 0o755,
     'etc/init.d/wifi': 0o755,
     'etc/rc.wps/30-kelm': 0o755,
-    'usr/libexec/kelm/common.sh': 0o644,
-    'usr/libexec/kelm/learnt.sh': 0o644,
+    'usr/libexec/kelm/common.sh': 0o755,
+    'usr/libexec/kelm/learnt.sh': 0o755,
     'usr/libexec/kelm/run': 0o755,
     'usr/libexec/kelm/prepare': 0o755,
     'usr/libexec/kelm/setup': 0o755,
@@ -125,6 +125,12 @@ def test_the_router_gets_each_file_of_the_folder_with_its_mode(tmp_path):
     for name in STOCK:
         assert ((tmp_path / 'kelm-stock' / name).read_bytes()
                 == (FOLDER / 'files' / name).read_bytes()), name
+
+
+def test_what_lies_among_programs_can_be_run():
+    """OpenWrt's CI wants it of each file of such a folder, a shell library too."""
+    assert [name for name, mode in STOCK.items()
+            if re.match(r'(usr/)?(s?bin|libexec)/', name) and not mode & 0o111] == []
 
 
 def test_each_script_can_be_run_in_the_checkout_too():
