@@ -210,6 +210,44 @@ def test_an_open_network_stays_as_it_is(router):
     turn(router, 'on')
     assert value(router, 'wireless.default_radio0.encryption') == 'none'
     assert value(router, 'wireless.default_radio0.key') == ''
+    assert value(router, 'wireless.default_radio0.wps_pushbutton') == ''
+    assert bss_lines(router, 'default_radio0') == ''
+    assert value(router, 'wireless.default_radio1.wps_pushbutton') == '1'
+
+
+@pytest.mark.parametrize('encryption', ('none', 'open', 'owe'))
+def test_a_network_that_the_owner_opens_loses_its_push_button(router, encryption):
+    turn(router, 'on')
+    set_wireless(router, 'set', f'wireless.default_radio0.encryption={encryption}')
+    turn(router, 'on')
+    assert value(router, 'wireless.default_radio0.wps_pushbutton') == ''
+    assert bss_lines(router, 'default_radio0') == ''
+    assert value(router, 'kelm.added.pushbutton') == 'default_radio1'
+
+
+# What uci does in these is nothing, and it says so on the standard error alone.
+REAL_UCI = """case " $* " in
+*" batch "*) {batch} ;;
+*" commit {file} "*) exit 1 ;;
+*) exec /sbin/uci.real "$@" ;;
+esac"""
+
+
+@pytest.mark.parametrize('batch, file', (
+    ('cat > /dev/null; echo uci: I/O error >&2', 'none'),
+    ('exec /sbin/uci.real "$@"', 'kelm'),
+    ('exec /sbin/uci.real "$@"', 'wireless')))
+def test_a_flash_without_room_is_told_and_nothing_is_applied(router, batch, file):
+    wireless = router.read('/etc/config/wireless')
+    router.run('mv /sbin/uci /sbin/uci.real')
+    router.fake('/sbin/uci', REAL_UCI.format(batch=batch, file=file))
+    turn(router, 'on', status=1)
+    assert router.log() == \
+        ['daemon.notice kelm: the settings cannot be stored: is there room on the flash?']
+    assert router.read('/etc/config/wireless') == wireless
+    assert reloads(router) == 0
+    noted = router.run("/sbin/uci.real -q get kelm.added.uuid_of").out
+    assert noted == ('default_radio0 default_radio1\n' if file == 'wireless' else '')
 
 
 def test_an_open_network_gets_a_key_and_keeps_it(router):
@@ -226,6 +264,19 @@ def test_an_open_network_gets_a_key_and_keeps_it(router):
     turn(router, 'off')
     assert value(router, 'wireless.default_radio0.key') == key
     assert value(router, 'wireless.default_radio0.encryption') == 'psk2'
+
+
+def test_what_could_not_be_taken_back_keeps_its_note(router):
+    wireless = router.uci('export', 'wireless')
+    turn(router, 'on')
+    router.run('mv /sbin/uci /sbin/uci.real')
+    router.fake('/sbin/uci', REAL_UCI.format(batch='exec /sbin/uci.real "$@"', file='wireless'))
+    turn(router, 'off', status=1)
+    router.run('mv /sbin/uci.real /sbin/uci')
+    assert value(router, 'kelm.added.pushbutton') == 'default_radio0 default_radio1'
+    turn(router, 'off')
+    assert router.uci('export', 'wireless') == wireless
+    assert value(router, 'kelm.added') == ''
 
 
 def test_two_open_networks_have_two_keys(router):
