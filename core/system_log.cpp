@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -42,6 +43,15 @@ size_t _text_length(const char *text)
     return length;
 }
 
+// Devices nearby choose the names in an event: none of them begins a line of its own.
+void _keep_one_line(char *text)
+{
+    for (; *text != '\0'; ++text) {
+        if (*text != '\t' && iscntrl(static_cast<unsigned char>(*text)) != 0)
+            *text = '?';
+    }
+}
+
 // The time by hand: strftime(3) may look at the time zone's file for each line. Returns the length.
 size_t _make_line(int priority, bool with_pid, const char *text, size_t text_length,
                   char (&line)[LINE_SIZE])
@@ -56,6 +66,7 @@ size_t _make_line(int priority, bool with_pid, const char *text, size_t text_len
         snprintf(line, sizeof line, "<%d>%s %2d %02d:%02d:%02d kelm%s: %.*s", priority,
                  MONTHS[local.tm_mon], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
                  pid, static_cast<int>(text_length), text);
+    _keep_one_line(line);
     return std::min(static_cast<size_t>(length), sizeof line - 1);
 }
 

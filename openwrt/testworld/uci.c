@@ -307,7 +307,7 @@ static int run(char **words, int count)
     return WRONG_USAGE;
 }
 
-/* Commands from the standard input, one a line. What fails is told, and is no failure of the whole. */
+/* Commands from the standard input, one a line. The status does not tell of one that failed. */
 static int command_batch(char **words)
 {
     char *line[MAX_WORDS + 1];

@@ -126,7 +126,9 @@ TEST_IN_FRESH_PROCESS(system_log, line_feeds_at_the_end_are_left_out_and_so_is_a
     const row rows[] = {
         {"one\n", {head + "one"}},
         {"two\n\n\n", {head + "two"}},
-        {"inside\nof it\n", {head + "inside\nof it"}},
+        {"inside\nof it\n", {head + "inside?of it"}},
+        {"a\rb\x1b[2Jc\x7f\td\x01", {head + "a?b?[2Jc?\td?"}},
+        {"\n<30>Nov 14 22:13:20 other: x", {head + "?<30>Nov 14 22:13:20 other: x"}},
         {" \n", {head + " "}},
         {"100 %s %n\n", {head + "100 %s %n"}},
         {"K\xfc"
