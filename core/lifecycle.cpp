@@ -137,7 +137,7 @@ const restart_row &_choose_restart()
 
 void kelm_daemonize()
 {
-    // In the foreground session and process group stay the supervisor's, who may end them as one.
+    // In the foreground session and process group stay as the supervisor has made them.
     if (!kelm_stays_in_foreground())
         _go_into_background();
     const int null = open("/dev/null", O_RDWR);

@@ -111,6 +111,14 @@ def test_the_whole_log_goes_to_the_system_log(router, log_daemon):
     assert router.world.console.text() == ''
 
 
+def test_a_name_from_the_air_begins_no_line(router, log_daemon):
+    router.start(environment=TO_SYSTEM_LOG)
+    seen = '<3>WPS-ENROLLEE-SEEN 02:00:00:00:07:00 [a\n<30>Nov 22 09:05:07 other: \x1b[2Jb]'
+    router.hostapd['2g'].send(seen)
+    line = seen.replace('\n', '?').replace('\x1b', '?')
+    router.wait_line(f'processing wpsEvent[2.4G]: {line}')
+
+
 @pytest.mark.parametrize('environment', [{}, TO_SYSTEM_LOG], ids=['console', 'syslog'])
 def test_a_log_daemon_that_hangs_does_not_hold_the_attempt(router, environment):
     log = LogDaemon(queue_length=3)
