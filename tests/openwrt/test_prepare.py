@@ -2,10 +2,12 @@
 """What prepare says of the router, in words, and what it leaves for the daemon."""
 import json
 import os
+import subprocess
 
 import pytest
 from stock import two_bands
 from wifi import put_access_point, put_socket, put_station, put_wifi, state_of
+from world import wait_for
 
 PREPARE = '/usr/libexec/kelm/prepare'
 NO_WPS = 'has no WPS: install wpad-mbedtls in place of wpad-basic-mbedtls'
@@ -480,6 +482,29 @@ def test_a_supplicant_that_comes_later(repeater):
     repeater.remove('/mnt/wpa/phy0-sta0')
     prepare(repeater, 0)
     assert state_of(repeater, 'state')['message'] == f'ready on 5 GHz; 2.4 GHz: {STARTING}'
+
+
+def test_a_netifd_that_does_not_answer_holds_nobody_long(router):
+    router.object('network.wireless', status='sleep 60')
+    result = router.run(PREPARE, timeout=15)
+    assert result.status == 1
+    assert state_of(router, 'state')['message'] == f'2.4 GHz: {STARTING}; 5 GHz: {STARTING}'
+
+
+def test_a_look_whose_caller_has_gone_changes_nothing(router):
+    """It has waited for another one, while the service was stopped."""
+    os.mkdir(router.at('/var/run/kelm'))
+    other = router.start('exec 7>> /var/run/kelm/prepare.lock; flock 7; echo locked; read -r go',
+                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    assert other.stdout.readline() == 'locked\n'
+    caller = router.start(f'{PREPARE}; true')
+    wait_for(lambda: ['flock', '7'] in [words for _, words in router.processes()], 'its turn')
+    caller.kill()
+    caller.wait()
+    other.communicate('')
+    wait_for(lambda: not any(PREPARE in words for _, words in router.processes()), 'its end')
+    assert os.listdir(router.at('/var/run/kelm')) == ['prepare.lock']
+    assert not router.exists('/tmp/wps.conf')
 
 
 def test_no_station_for_a_repeater(repeater):

@@ -118,6 +118,17 @@ def test_after_the_removal_the_router_is_as_it_was(router, release):
     assert 'hostapd_cli -p /var/run/hostapd -i phy0-ap0 raw RELOAD_WPA_PSK' in router.commands()
 
 
+# opkg's prerm runs the package's part first, the text that apk gets has it last.
+@pytest.mark.parametrize('package_manager', ['opkg', 'apk'])
+def test_both_package_managers_leave_the_router_as_it_was(router, scripts, package_manager):
+    before = picture('/etc', '/tmp', '/sys')
+    router.run(DEFAULT_POSTINST)
+    assert picture('/etc', '/tmp', '/sys') != before
+    parts = [DEFAULT_PRERM, scripts('prerm')]
+    router.run('\n'.join(reversed(parts) if package_manager == 'opkg' else parts))
+    assert picture('/etc', '/tmp', '/sys') == before
+
+
 def test_what_the_owner_has_set_stays(router):
     router.uci('set', 'wireless.default_radio0.wps_pushbutton=1')
     router.uci('add_list', 'wireless.default_radio1.hostapd_bss_options=uuid='

@@ -118,6 +118,29 @@ def test_stop(on):
     assert on.uci('get', 'wireless.default_radio0.wps_pushbutton') == '1'
 
 
+def test_a_stop_waits_for_a_look_that_has_begun(router):
+    """Else that would write down that all is ready, and make the names, after they were taken away."""
+    router.set_wireless({})
+    router.uci('set', 'kelm.main.enabled=1')
+    router.uci('commit')
+    service(router, 'start')
+    router.object('network.wireless', status='touch /mnt/asked; sleep 1; cat /mnt/wireless')
+    wait_for(lambda: router.exists('/mnt/asked'), 'a look', START_S)
+    router.set_wireless(two_bands())
+    service(router, 'stop')
+    assert not any('/usr/libexec/kelm/prepare' in words for _, words in router.processes())
+    assert state_of(router, 'state')['state'] == 'stopped'
+    assert not router.exists('/var/run/hostapd/wlan1') and not router.exists('/tmp/wps.conf')
+
+
+def test_another_daemon_in_its_place_is_started(on):
+    """apk ends nothing before an upgrade, and starts the service after it."""
+    first = pid(on)
+    on.write('/usr/sbin/kelm', DAEMON + '# newer\n', 0o755)
+    service(on, 'start')
+    daemon(on, other_than=first)
+
+
 def test_restart(on):
     first = pid(on)
     assert service(on, 'restart').out == READY

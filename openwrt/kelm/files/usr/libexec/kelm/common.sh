@@ -151,7 +151,7 @@ radio_band() {
 
 # wireless_status: prints what netifd says of the radios. Passphrases are in it: pass it on through a pipe, never
 # as an argument, for arguments can be read by everybody.
-wireless_status() { ubus -S call network.wireless status 2> /dev/null; }
+wireless_status() { ubus -t 5 -S call network.wireless status 2> /dev/null; }
 
 # ask_status EXPRESSION: jsonfilter on $wireless, which the caller has taken from wireless_status.
 ask_status() { printf '%s' "$wireless" | jsonfilter -q -e "$1"; }
