@@ -19,7 +19,6 @@ class _Reader:
         """Up to the end of the text, or behind an `end` that nothing here has opened."""
         word, is_command, is_file = '', True, False
         cases = []  # for each `case` around: whether its next word is a pattern
-        depth = 0
         while self.at < len(self.text):
             char = self.text[self.at]
             if char == '#' and not word:
@@ -28,31 +27,32 @@ class _Reader:
             if char not in ' \t\n;|&(){}<>' or (char in '{}' and word):
                 word += self.piece()
                 continue
-            if char in '{}':
-                word, char = char, ' '
             self.at += 1
+            if char in '{}':
+                word = char
             if word:
                 is_command, is_file = self.word(word, is_command, is_file, cases)
                 word = ''
-            if char in '<>':
-                self.redirection()
-                is_file = True
-            elif char == ')':
-                if cases and cases[-1]:
-                    cases[-1] = False
-                elif depth == 0 and end:
-                    return
-                depth -= bool(depth)
-                is_command = True
-            elif char in '\n;|&(':
-                depth += char == '('
-                is_command = not (char == '&' and self.text[self.at - 2] in '<>')
-                if char == ';' and self.text[self.at] == ';':
-                    cases[-1] = True
-                if char == '\n':
-                    self.skip_here_documents()
-        if word:
-            self.word(word, is_command, is_file, cases)
+            if char == ')' and end and not (cases and cases[-1]):
+                return
+            is_command = self.behind(char, cases, is_command)
+            is_file = is_file or char in '<>'
+
+    def behind(self, char, cases, is_command):
+        """Behind a sign that ends a word: whether a command follows."""
+        if char in '<>':
+            self.redirection()
+        elif char == ')' and cases and cases[-1]:
+            cases[-1] = False
+        elif char == '(':
+            self.script(')')
+        elif char == ';' and self.text[self.at] == ';':
+            cases[-1] = True
+        elif char == '\n':
+            self.skip_here_documents()
+        if char in '<>{} \t' or (char == '&' and self.text[self.at - 2] in '<>'):
+            return is_command
+        return True
 
     def word(self, word, is_command, is_file, cases):
         """Takes note of a word; returns whether a command and whether a file's name follows."""
@@ -75,8 +75,10 @@ class _Reader:
         return False, False
 
     def piece(self):
-        """The next part of a word: one character, or all that a sign begins. What is quoted or comes
-        from a variable is a `?`."""
+        """The next part of a word: one character, or all that a sign begins.
+
+        What is quoted or comes from a variable is a `?`.
+        """
         text, start = self.text, self.at
         char = text[start]
         self.at += 1

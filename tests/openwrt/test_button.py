@@ -71,7 +71,7 @@ def make_router(stock):
 
 
 def happens(router, script=HANDLER, **words):
-    """An event of the button, to the end of all that it started: that holds the copy of the output."""
+    """An event, to the end of all that it started: that holds the copy of the output."""
     return router.run(f'exec 5>&1; exec {script}', env=event(**words))
 
 

@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: ISC
 """The service: started, stopped, supervised, switched on and off."""
 import os
+import shutil
+import subprocess
 
 import pytest
-from stock import two_bands
+from stock import SOURCE, two_bands
 from wifi import put_access_point, put_wifi, state_of
 from world import wait_for
 
@@ -119,7 +121,7 @@ def test_stop(on):
 
 
 def test_a_stop_waits_for_a_look_that_has_begun(router):
-    """Else that would write down that all is ready, and make the names, after they were taken away."""
+    """Else that would make the names, and say that all is ready, after they were taken away."""
     router.set_wireless({})
     router.uci('set', 'kelm.main.enabled=1')
     router.uci('commit')
@@ -264,16 +266,22 @@ def test_wifi_is_no_service(router):
     assert os.listdir(router.at('/etc/rc.d')) == ['S95wps']
 
 
-def test_while_an_image_is_built_only_the_link_is_made(router):
-    """The scripts then lie below another folder, and nothing of the router is there."""
-    for folder in ('/image/etc/rc.d', '/image/etc/init.d', '/image/lib'):
-        router.run('mkdir -p "$1"', folder)
-    assert router.run('cp -r /lib/functions* /image/lib; cp /etc/rc.common /image/etc; '
-                      'mkdir -p /image/usr/libexec; mv /usr/libexec/kelm /image/usr/libexec; '
-                      f'mv {WPS} /image/etc/init.d').status == 0
-    result = router.run('/image/etc/init.d/wps enable', env={'IPKG_INSTROOT': '/image'})
-    assert (result.status, result.out, result.err) == (0, '', '')
-    assert os.listdir(router.at('/image/etc/rc.d')) == ['S95wps']
+def test_while_an_image_is_built_only_the_link_is_made(private_mounts, tmp_path):
+    """That machine's bash reads the scripts, which lie below another folder; it has no uci."""
+    image = tmp_path / 'image'
+    shutil.copytree(f'{SOURCE}/openwrt/testworld/files', image)
+    shutil.copytree(f'{SOURCE}/openwrt/kelm/files', image, dirs_exist_ok=True)
+    (image / 'etc/rc.d').mkdir()
+    os.mkdir(tmp_path / 'bin')
+    for name in ('ln', 'rm', 'readlink'):
+        os.symlink(shutil.which(name), tmp_path / 'bin' / name)
+    for verb, links in (('enable', ['S95wps']), ('enable', ['S95wps']), ('disable', [])):
+        result = subprocess.run(
+            [shutil.which('bash'), f'{image}/etc/rc.common', f'{image}/etc/init.d/wps', verb],
+            env={'IPKG_INSTROOT': str(image), 'PATH': str(tmp_path / 'bin')}, check=True,
+            capture_output=True, text=True)
+        assert (result.stdout, result.stderr) == ('', '')
+        assert os.listdir(image / 'etc/rc.d') == links
 
 
 def test_nothing_keeps_the_lock(on):

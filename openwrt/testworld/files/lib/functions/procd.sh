@@ -4,7 +4,7 @@
 # message, in a namespace of their own.
 # shellcheck disable=SC1091,SC2034,SC2154,SC3023,SC3043  # ash has local, and descriptors above 9
 
-. /usr/share/libubox/jshn.sh
+. "$IPKG_INSTROOT/usr/share/libubox/jshn.sh"
 
 PROCD_RELOAD_DELAY=1000
 
