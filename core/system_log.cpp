@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -16,6 +17,7 @@
 #include <unistd.h>
 
 #include "core/handle.h"
+#include "core/signals.h"
 
 namespace kelm {
 
@@ -24,7 +26,8 @@ namespace {
 constexpr size_t TEXT_MAX = 2047;
 constexpr size_t LINE_SIZE = TEXT_MAX + 64;
 constexpr size_t PID_SIZE = 16;
-constexpr int FULL_QUEUE_WAIT_MS = 100;
+constexpr int64_t WAIT_MS = 100;    // at once
+constexpr int64_t WAIT_SHARE = 10;  // of the time one part in so many
 constexpr sockaddr_un LOG_SOCKET = {AF_UNIX, "/dev/log"};
 
 // In English, whatever the locale: programs read them.
@@ -33,6 +36,9 @@ constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 
 // A line has waited in vain: the lines after it do not wait again.
 std::atomic<bool> queue_stuck{false};
+
+// When the waits so far will have been their share of the time.
+std::atomic<int64_t> waits_paid_ms{INT64_MIN};
 
 // Without the line feeds at the end.
 size_t _text_length(const char *text)
@@ -79,12 +85,19 @@ bool _send(int fd, const char *line, size_t length)
     return sent >= 0;
 }
 
-// Most kernels' queues hold ten lines, so that of a log daemon that is well is full at times.
+// Most kernels' queues hold ten lines, so that of a log daemon that is well is full at times. One
+// that is slow is not waited for at each line.
 bool _has_room_soon(int fd)
 {
+    if (queue_stuck)
+        return false;
+    const int64_t begin_ms = kelm_monotonic_ms();
+    const int64_t owed_ms = std::max<int64_t>(waits_paid_ms, begin_ms) - begin_ms;
+    const int64_t left_ms = std::max<int64_t>(WAIT_MS - owed_ms / WAIT_SHARE, 0);
     pollfd room = {fd, POLLOUT, 0};
-    return !queue_stuck && ::poll(&room, 1, FULL_QUEUE_WAIT_MS) > 0 &&
-           (room.revents & POLLOUT) != 0;
+    const int ready = ::poll(&room, 1, static_cast<int>(left_ms));
+    waits_paid_ms = begin_ms + owed_ms + (kelm_monotonic_ms() - begin_ms) * WAIT_SHARE;
+    return ready > 0 && (room.revents & POLLOUT) != 0;
 }
 
 }  // namespace

@@ -68,7 +68,7 @@ int __wrap_ppoll(pollfd *set, nfds_t count, const timespec *limit, const sigset_
 int __wrap_poll(pollfd *set, nfds_t count, int limit_ms)
 {
     if (faults.before_poll != nullptr)
-        faults.before_poll();
+        faults.before_poll(limit_ms);
     const int ready = __real_poll(set, count, limit_ms);
     if (faults.after_poll != nullptr)
         faults.after_poll();

@@ -182,7 +182,7 @@ TEST_IN_FRESH_PROCESS(system_log, a_log_daemon_that_reads_late_gets_the_line_tha
     static log_daemon daemon;
     fill_queue();
     // It reads while the line waits.
-    faults.before_poll = [] { (void)daemon.read_all(); };
+    faults.before_poll = [](int) { (void)daemon.read_all(); };
     EXPECT_EQ(0, kelm_send_to_system_log(INFO, false, "late"));
     faults = {};
     EXPECT_EQ(lines{"<30>Nov 14 22:13:20 kelm: late"}, daemon.read_all());
@@ -194,7 +194,7 @@ TEST_IN_FRESH_PROCESS(system_log, a_log_daemon_that_hangs_is_waited_for_once)
     start();
     log_daemon daemon;
     fill_queue();
-    faults.before_poll = [] { ++waits; };
+    faults.before_poll = [](int) { ++waits; };
     const double begin = monotonic_seconds();
     for (int i = 0; i < MANY; ++i)
         EXPECT_EQ(0, kelm_send_to_system_log(INFO, false, "dropped"));
@@ -217,7 +217,7 @@ TEST_IN_FRESH_PROCESS(system_log, a_queue_that_others_fill_at_once_is_waited_for
     start();
     static log_daemon daemon;
     fill_queue();
-    faults.before_poll = [] {
+    faults.before_poll = [](int) {
         ++waits;
         (void)daemon.read_all();
     };
@@ -228,6 +228,32 @@ TEST_IN_FRESH_PROCESS(system_log, a_queue_that_others_fill_at_once_is_waited_for
     EXPECT_EQ(1, waits);
     for (const std::string &line : daemon.read_all())
         EXPECT_EQ("full", line);
+}
+
+TEST_IN_FRESH_PROCESS(system_log, a_slow_log_daemon_costs_a_tenth_of_the_time)
+{
+    constexpr int ONE_LINE_MS = 20;  // what it needs
+    static int waits = 0;
+    start();
+    static log_daemon daemon;
+    faults.before_poll = [](int limit_ms) {
+        if (limit_ms < ONE_LINE_MS)
+            return;
+        ++waits;
+        usleep(ONE_LINE_MS * 1000);
+        (void)daemon.read_all();
+    };
+    const double begin = monotonic_seconds();
+    while (monotonic_seconds() - begin < 0.5) {
+        fill_queue();
+        (void)kelm_send_to_system_log(INFO, false, "line");
+        (void)daemon.read_all();
+        (void)kelm_send_to_system_log(INFO, false, "at once");
+    }
+    const double waited = waits * ONE_LINE_MS / 1000.0;
+    const double passed = monotonic_seconds() - begin;
+    EXPECT_GE(waits, 1);
+    EXPECT_LE(waited, 0.1 + passed / 10);
 }
 
 TEST_IN_FRESH_PROCESS(system_log, a_log_daemon_that_hangs_does_not_hold_the_users_lines)
