@@ -187,6 +187,21 @@ def test_what_is_missing_is_told_where_one_looks(router):
     daemon(router)
 
 
+def test_what_keeps_setup_from_its_work_stands_in_the_status_too(router):
+    """hostapd has no WPS then, and would have none however long one waits."""
+    for number in (0, 1):
+        put_access_point(router, f'phy{number}-ap0', wps='disabled', more='')
+    router.uci('set', 'kelm.main.enabled=1')
+    router.uci('commit')
+    router.uci('set', 'wireless.radio0.channel=11')
+    words = '/etc/config/wireless has changes that nobody has committed: nothing is set there'
+    assert service(router, 'start').out == f'2.4 GHz: {words}; 5 GHz: {words}\n'
+    assert router.ubus('kelm', 'status')[1]['bands']['5g']['message'] == words
+    router.uci('commit')
+    assert service(router, 'start').out == \
+        '2.4 GHz: radio is still starting; 5 GHz: radio is still starting\n'
+
+
 def event(router, name, **data):
     assert router.ubus('service', 'event', {'type': name, 'data': data})[0] == 0
 

@@ -157,6 +157,18 @@ def test_a_section_that_is_not_chosen_any_more_is_given_back(router):
     assert bss_lines(router, 'default_radio0') == uuid
 
 
+def test_without_a_list_a_push_button_of_ours_chooses_nobody(router):
+    wireless = router.uci('export', 'wireless')
+    turn(router, 'on')
+    router.uci('delete', 'kelm.main.ap')
+    turn(router, 'on')
+    assert router.uci('export', 'wireless') == wireless
+    set_wireless(router, 'set', 'wireless.default_radio1.wps_pushbutton=1')
+    turn(router, 'on')
+    assert UUID.match(bss_lines(router, 'default_radio1')[5:])
+    assert value(router, 'kelm.added.uuid_of') == 'default_radio1'
+
+
 def test_a_repeater_takes_back_what_the_access_point_had(router):
     wireless = router.uci('export', 'wireless')
     turn(router, 'on')
@@ -306,6 +318,12 @@ def test_changes_that_the_owner_has_not_committed_are_not_committed_for_him(rout
     assert reloads(router) == 0
     assert router.log() == ['daemon.notice kelm: /etc/config/wireless has changes that nobody has '
                             'committed: nothing is set there']
+
+
+def test_where_nothing_was_added_nothing_is_in_the_way(router):
+    router.uci('set', 'wireless.default_radio0.ssid=not yet')
+    turn(router, 'off')
+    assert router.log() == []
 
 
 def test_wrong_words(router):

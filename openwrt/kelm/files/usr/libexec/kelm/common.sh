@@ -167,7 +167,7 @@ radio_of() {
 
 # chosen ap|sta: prints "BAND SECTION IFNAME" for each interface that takes part, at most one for each band. IFNAME
 # is missing while the radio is not set up. Without a list of the owner's these are the first enabled access point
-# with wps_pushbutton and the first enabled station. A section that is in two radios is chosen in both. Which they
+# with a wps_pushbutton that is not ours, and the first enabled station. A section that is in two radios is chosen in both. Which they
 # are says the configuration, for netifd does not tell of a section that is switched off.
 chosen() {
 	local sections section band radio
@@ -190,7 +190,7 @@ in_status() { printf '%s\n' "@['$1'].interfaces[@.section='$2']"; }
 
 # first_sections ap|sta: prints the sections that may be chosen without a list, in the order of the file.
 first_sections() {
-	config_foreach first_section wifi-iface "$1"
+	config_foreach first_section wifi-iface "$1" " $(uci -q get kelm.added.pushbutton) "
 }
 
 first_section() {
@@ -199,7 +199,9 @@ first_section() {
 	config_get_bool off "$1" disabled 0
 	config_get_bool wps "$1" wps_pushbutton 0
 	[ "$mode" = "$2" ] && [ "$off" = 0 ] || return
-	[ "$2" = sta ] || [ "$wps" = 1 ] || return
+	case $2$wps$3 in
+	ap0* | *" $1 "*) return ;;
+	esac
 	printf '%s\n' "$1"
 }
 
