@@ -241,13 +241,16 @@ static int open_door(bool serve)
     struct sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = DOOR};
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
 
-    if (!serve)
-        return connect(fd, (struct sockaddr *)&address, sizeof(address)) == 0 ? fd : -1;
-    (void)mkdir(FOLDER, 0755);
-    (void)unlink(DOOR);
-    if (bind(fd, (struct sockaddr *)&address, sizeof(address)) != 0 || listen(fd, 16) != 0)
-        return -1;
-    return fd;
+    if (serve) {
+        (void)mkdir(FOLDER, 0755);
+        (void)unlink(DOOR);
+        if (bind(fd, (struct sockaddr *)&address, sizeof(address)) == 0 && listen(fd, 16) == 0)
+            return fd;
+    } else if (connect(fd, (struct sockaddr *)&address, sizeof(address)) == 0) {
+        return fd;
+    }
+    close(fd);
+    return -1;
 }
 
 static void answer_caller(int door)
