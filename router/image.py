@@ -41,8 +41,9 @@ BUILT_PROGRAMS = {
     "stock": [("kelm", "usr/lib/router/package/files/usr/sbin/kelm")],
 }
 
-# Every Debian has it; busybox's applet of this name cannot change the user.
-SETPRIV = "/usr/bin/setpriv"
+# Every Debian has them. busybox's setpriv cannot change the user; OpenWrt's busybox has nice,
+# Debian's has not.
+HOST_PROGRAMS = ["/usr/bin/setpriv", "/usr/bin/nice"]
 
 # What the two kinds of router share: the way in and out of the guest, and the devices around it.
 COMMON_FILES = ["init", "etc/inittab", "lib/functions/router.sh", "usr/lib/router/agent",
@@ -265,8 +266,9 @@ def _project_layer(tree, build_folder, path, face):
         program = os.path.join(build_folder, source)
         archive.add_file(program, name, 0o755)
         libraries |= _libraries_of(program, tree)
-    archive.add_file(SETPRIV, SETPRIV[1:], 0o755)
-    libraries |= _libraries_of(SETPRIV, tree)
+    for program in HOST_PROGRAMS:
+        archive.add_file(program, program[1:], 0o755)
+        libraries |= _libraries_of(program, tree)
     _add_libraries(archive, libraries)
     archive.add_file(_starter(os.path.dirname(path)), "usr/lib/router/starter", 0o755)
     FACES[face](archive, tree, build_folder)

@@ -12,7 +12,7 @@ TAKE = '/usr/libexec/kelm/take-button'
 OURS = '/usr/libexec/kelm/rc.button-wps'
 BUTTON = '/etc/rc.button/wps'
 STOCK = f'{BUTTON}.stock'
-START = f'{REQUEST} start'
+START = f'{HANDLER} start'  # the request runs in the handler's own shell
 
 # 24.10's acts on its own, that of 25.12 runs a folder.
 STOCK_SCRIPT = '#!/bin/sh\necho "stock $BUTTON $ACTION $SEEN" >> /mnt/log/commands\nexit 3\n'
@@ -82,6 +82,29 @@ def test_which_event_is_a_press(router, mode, action, seen, kind, is_press, logg
     assert router.commands() == ([START] if is_press else [])
     assert router.log() == ([logged] if logged else [])
     assert not router.exists('/tmp/owned')
+
+
+# What the service has noted at its start counts before the settings, which are asked without it.
+@pytest.mark.parametrize('state, button, settings, taken', [
+    ('waiting', '1', '0', True),
+    ('running', '1', '0', True),
+    ('not-ready', '1', '0', True),
+    ('stopped', '1', '0', True),
+    ('waiting', '0', '1', False),
+    ('off', '1', '0', False),
+    ('off', '0', '1', True),
+    ('waiting', None, '1', True),
+    (None, '0', '1', True),
+    (None, '1', '0', False),
+])
+def test_whose_the_button_is_was_noted_by_the_service(router, state, button, settings, taken):
+    configure(router, enabled=settings, button=settings)
+    router.forget_commands()
+    for name, value in (('state', state), ('button', button)):
+        if value is not None:
+            router.run('mkdir -p /var/run/kelm; echo "$1" > "/var/run/kelm/${1%=*}"', f'{name}={value}')
+    assert router.run(f'exec {HANDLER}', env=event()).status == (0 if taken else 1)
+    assert router.commands() == ([START] if taken else [])
 
 
 @pytest.mark.parametrize('settings', [{'enabled': 0}, {'button': 0}, {'enabled': 0, 'button': 0}])

@@ -302,3 +302,11 @@ def test_while_an_image_is_built_only_the_link_is_made(private_mounts, tmp_path)
 def test_nothing_keeps_the_lock(on):
     assert on.exists('/var/lock/procd_wps.lock')
     assert on.run('exec 1000> /var/lock/procd_wps.lock; flock -n 1000').status == 0
+
+
+@pytest.mark.parametrize('button', ('1', '0'))
+def test_the_start_notes_whose_the_button_is(on, button):
+    on.uci('set', f'kelm.main.button={button}')
+    on.uci('commit', 'kelm')
+    assert on.run(f'{WPS} start').status == 0
+    assert on.read('/var/run/kelm/button') == f'button={button}\n'

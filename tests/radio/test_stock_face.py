@@ -12,7 +12,7 @@ EXECUTABLE, READABLE, PRIVATE = 0o755, 0o644, 0o600
 
 @pytest.mark.parametrize("place, mode", [
     ("/etc/config/kelm", PRIVATE), ("/etc/init.d/wps", EXECUTABLE),
-    ("/etc/rc.wps/30-kelm", EXECUTABLE), ("/usr/libexec/kelm/common.sh", READABLE),
+    ("/etc/rc.wps/30-kelm", EXECUTABLE), ("/usr/lib/kelm/common.sh", READABLE),
     ("/usr/libexec/kelm/bin/hostapd_cli", EXECUTABLE),
     ("/usr/share/rpcd/acl.d/kelm.json", READABLE),
 ])
