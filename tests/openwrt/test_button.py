@@ -102,7 +102,8 @@ def test_whose_the_button_is_was_noted_by_the_service(router, state, button, set
     router.forget_commands()
     for name, value in (('state', state), ('button', button)):
         if value is not None:
-            router.run('mkdir -p /var/run/kelm; echo "$1" > "/var/run/kelm/${1%=*}"', f'{name}={value}')
+            router.run('mkdir -p /var/run/kelm; echo "$1" > "/var/run/kelm/${1%=*}"',
+                       f'{name}={value}')
     assert router.run(f'exec {HANDLER}', env=event()).status == (0 if taken else 1)
     assert router.commands() == ([START] if taken else [])
 
