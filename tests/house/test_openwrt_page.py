@@ -60,5 +60,5 @@ def test_each_result_of_an_attempt_has_its_row():
 def test_each_file_of_the_package_is_told():
     for name in tracked('openwrt/kelm/files'):
         place = name.removeprefix('openwrt/kelm/files')
-        short = place.removeprefix('/usr/libexec/kelm/')
+        short = place.removeprefix('/usr/libexec/kelm/').removeprefix('/usr/lib/kelm/')
         assert f'"{place}"' in FOLDER_PAGE or f'`{short}`' in FOLDER_PAGE, place
