@@ -127,7 +127,7 @@ def test_a_press_that_is_refused_is_taken_all_the_same(router):
 
 def test_no_other_event_waits_for_a_press(router):
     """hotplug runs one command at a time; a radio that starts may need long to answer."""
-    router.fake(REQUEST, 'read -r go < /tmp/go')
+    router.write(f'/mnt/reply/{HANDLER}', 'read -r go < /tmp/go')  # in whose shell the request runs
     router.run('mkfifo /tmp/go')
     assert router.run(f'exec {HANDLER}', env=event(), timeout=5) == (0, '', '')
     wait_for(lambda: router.commands() == [START], 'the request')
