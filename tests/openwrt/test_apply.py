@@ -341,6 +341,16 @@ def test_what_was_heard_in_this_attempt_is_not_asked_again(repeater, daemon_s, r
     assert network(repeater, 'wwan0')[2] == ('psk2+ccmp' if asks else 'sae-mixed')
 
 
+def test_what_a_stranger_says_was_heard_does_not_count(repeater):
+    hear(repeater, WPA2)
+    repeater.write('/tmp/kelm.pid', '4711\n')
+    os.utime(repeater.at('/tmp/kelm.pid'), (1000, 1000))
+    repeater.write(SCAN_RESULT, '[{"ssid": "Great Oak", "security": "psk_sae"}]', 0o644)
+    os.chown(repeater.at(SCAN_RESULT), 1000, 1000)
+    apply(repeater, learnt())
+    assert network(repeater, 'wwan0')[2] == 'psk2+ccmp'
+
+
 def test_odd_bytes_of_the_name_are_found_in_the_scan(repeater):
     hear(repeater, BOTH, r'K\xfcche \"1\" \\')
     apply(repeater, learnt(ssid=b'K\xfcche "1" \\'))
