@@ -26,8 +26,9 @@ namespace {
 constexpr size_t TEXT_MAX = 2047;
 constexpr size_t LINE_SIZE = TEXT_MAX + 64;
 constexpr size_t PID_SIZE = 16;
-constexpr int64_t WAIT_MS = 100;    // at once
-constexpr int64_t WAIT_SHARE = 10;  // of the time one part in so many
+constexpr int32_t WAIT_MS = 100;      // at once
+constexpr int32_t WAIT_SHARE = 10;    // of the time one part in so many
+constexpr int32_t OWED_MAX = 60'000;  // far above what one wait can make it
 constexpr sockaddr_un LOG_SOCKET = {AF_UNIX, "/dev/log"};
 
 // In English, whatever the locale: programs read them.
@@ -37,8 +38,10 @@ constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 // A line has waited in vain: the lines after it do not wait again.
 std::atomic<bool> queue_stuck{false};
 
-// When the waits so far will have been their share of the time.
-std::atomic<int64_t> waits_paid_ms{INT64_MIN};
+// When the waits so far will have been their share of the time. The clock's lower half: routers
+// with MIPS have no 64-bit atomics, and what is further away than OWED_MAX is of an earlier round
+// of it.
+std::atomic<uint32_t> waits_paid_ms{0};
 
 // Without the line feeds at the end.
 size_t _text_length(const char *text)
@@ -85,18 +88,25 @@ bool _send(int fd, const char *line, size_t length)
     return sent >= 0;
 }
 
+uint32_t _clock_ms()
+{
+    return static_cast<uint32_t>(kelm_monotonic_ms());
+}
+
 // Most kernels' queues hold ten lines, so that of a log daemon that is well is full at times. One
 // that is slow is not waited for at each line.
 bool _has_room_soon(int fd)
 {
     if (queue_stuck)
         return false;
-    const int64_t begin_ms = kelm_monotonic_ms();
-    const int64_t owed_ms = std::max<int64_t>(waits_paid_ms, begin_ms) - begin_ms;
-    const int64_t left_ms = std::max<int64_t>(WAIT_MS - owed_ms / WAIT_SHARE, 0);
+    const uint32_t begin_ms = _clock_ms();
+    const auto ahead_ms = static_cast<int32_t>(waits_paid_ms - begin_ms);
+    const int32_t owed_ms = ahead_ms > 0 && ahead_ms <= OWED_MAX ? ahead_ms : 0;
+    const int32_t left_ms = std::max(WAIT_MS - owed_ms / WAIT_SHARE, 0);
     pollfd room = {fd, POLLOUT, 0};
-    const int ready = ::poll(&room, 1, static_cast<int>(left_ms));
-    waits_paid_ms = begin_ms + owed_ms + (kelm_monotonic_ms() - begin_ms) * WAIT_SHARE;
+    const int ready = ::poll(&room, 1, left_ms);
+    const uint32_t waited_ms = _clock_ms() - begin_ms;
+    waits_paid_ms = begin_ms + static_cast<uint32_t>(owed_ms) + waited_ms * WAIT_SHARE;
     return ready > 0 && (room.revents & POLLOUT) != 0;
 }
 

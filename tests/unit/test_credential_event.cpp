@@ -46,7 +46,7 @@ std::string digits_of(const std::string &bytes)
 // One attribute in digits.
 std::string attribute(unsigned type, const std::string &value)
 {
-    char head[9];
+    char head[24];
     snprintf(head, sizeof head, "%04x%04x", type, static_cast<unsigned>(value.size()));
     return head + digits_of(value);
 }
@@ -67,7 +67,7 @@ std::string credential(const std::string &ssid, const std::string &key, unsigned
 
 std::string wrapped(const std::string &attributes)
 {
-    char head[9];
+    char head[24];
     snprintf(head, sizeof head, "100e%04x", static_cast<unsigned>(attributes.size() / 2));
     return head + attributes;
 }
