@@ -46,14 +46,20 @@ def started(scene, *settings, release="25.12"):
     return router
 
 
-def button(scene):
-    router = started(scene)
-    phone = scene.start_client("phone", "2g")
+def let_in_a_phone(scene, router, hears="2g"):
+    """One press: the phone joins on 2.4 GHz, and no other network was opened."""
+    phone = scene.start_client("phone", hears)
     scene.begin()
     router.enrol(phone, "2g")
     router.check_result("joined", PHONE_JOINED)
     router.check_joined(phone, "2g")
     router.check_never_opened("guest", "5g")
+    return phone
+
+
+def button(scene):
+    router = started(scene)
+    phone = let_in_a_phone(scene, router)
     router.wait_waiting()
 
     since = scene.mark()
@@ -71,12 +77,7 @@ def guest(scene):
     router.boot()
     router.install(AP_2G)
     router.wait_waiting()
-    phone = scene.start_client("phone", "both")
-    scene.begin()
-    router.enrol(phone, "2g")
-    router.check_result("joined", PHONE_JOINED)
-    router.check_joined(phone, "2g")
-    router.check_never_opened("guest", "5g")
+    phone = let_in_a_phone(scene, router, "both")
     for name in ("guest", "5g"):
         scene.check("\"%s\" had WPS to offer" % SSIDS[name],
                     "wps_state=configured" in router.hostapd(name, "get_config"),
@@ -234,12 +235,7 @@ def button_24_10(scene):
     before = router.files()
     router.install(AP_2G)
     router.wait_waiting()
-    phone = scene.start_client("phone", "2g")
-    scene.begin()
-    router.enrol(phone, "2g")
-    router.check_result("joined", PHONE_JOINED)
-    router.check_joined(phone, "2g")
-    router.check_never_opened("guest", "5g")
+    phone = let_in_a_phone(scene, router)
     router.wait_waiting()
     since = scene.mark()
     router.reboot()

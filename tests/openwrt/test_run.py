@@ -191,6 +191,16 @@ def test_wps_is_not_opened_with_a_key_that_would_die(router):
                                 'take the key that is to last')
 
 
+def test_wps_is_not_opened_on_an_interface_that_is_not_the_daemons(router):
+    router.run('/usr/libexec/kelm/prepare')
+    router.forget_commands()
+    result = router.run('"$@"', *AP[:-1], 'wlan9', 'wps_pbc', env={
+        'PATH': '/usr/libexec/kelm/bin:/usr/sbin:/usr/bin:/sbin:/bin',
+        'value': 'phy0-ap0'})  # a name that the script has for itself
+    assert (result.status, result.out) == (1, 'FAIL\n')
+    assert router.commands() == []
+
+
 @pytest.mark.parametrize('words', (('wps_cancel',), ('wps_ap_pin', 'disable'), ('get_config',),
                                    ("it's", '$(id)', 'a b', '')))
 def test_other_commands_pass_as_they_are(router, words):

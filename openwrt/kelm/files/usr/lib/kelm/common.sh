@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: ISC
-# What kelm's scripts share. For busybox ash: `. /usr/lib/kelm/common.sh`. A press waits until it is read: what few need is
-# in the files beside it.
+# What kelm's scripts share. For busybox ash: `. /usr/lib/kelm/common.sh`. A press waits until it is read, so what
+# few need is in the files beside it.
 # shellcheck shell=dash
 # shellcheck disable=SC3043  # busybox ash has local
 
