@@ -77,7 +77,7 @@ def guest(scene):
     router.boot()
     router.install(AP_2G)
     router.wait_waiting()
-    phone = let_in_a_phone(scene, router, "both")
+    let_in_a_phone(scene, router, "both")
     for name in ("guest", "5g"):
         scene.check("\"%s\" had WPS to offer" % SSIDS[name],
                     "wps_state=configured" in router.hostapd(name, "get_config"),
