@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: ISC
+// kelm-watch: tells and records what happens around the daemon, and changes nothing.
+#include <cstdio>
+
+#include "watch/options.h"
+#include "watch/outputs.h"
+
+namespace {
+
+constexpr int WRONG_USE = 2;
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    kelm::watch_options options;
+    switch (kelm::watch_read_options(argc, argv, &options)) {
+    case kelm::watch_use::told:
+        return 0;
+    case kelm::watch_use::wrong:
+        return WRONG_USE;
+    case kelm::watch_use::run:
+        break;
+    }
+    if (!kelm::watch_open_outputs(options))
+        return 1;
+    fprintf(stderr, "kelm-watch: there is nothing that it could watch yet\n");
+    kelm::watch_close_outputs();
+    return 1;
+}
