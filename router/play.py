@@ -2,10 +2,11 @@
 """Plays one scenario on a fresh virtual router: for the demonstration and for the tests alike."""
 
 import os
+import re
 import time
 import traceback
 
-from router import image, machine, scene, sentences, timeline
+from router import image, machine, run_file, scene, sentences, timeline
 
 STATUS_FILES = ["/tmp/kelm.info", "/tmp/wps_result", "/tmp/wpsactive", "/tmp/wps_wifi_ap.txt",
                 "/tmp/wps_wifi_sta.txt", "/tmp/_wps_wifi_ap.txt", "/tmp/_wps_wifi_sta.txt",
@@ -22,6 +23,9 @@ class Outcome:
     def __init__(self):
         self.checks = []
         self.files = {}
+        self.modes = {}
+        self.names = {}
+        self.zero_s = None
         self.commands = {}
         self.exits = {}
         self.sentence = ""
@@ -58,6 +62,7 @@ def play(scenario, build_folder, view=None):
     view = view or timeline.Silence()
     outcome = Outcome()
     outcome.log_folder = os.path.join(build_folder, "router", scenario.name)
+    run_file.remove(outcome.log_folder)
     view.heading("%s: %s" % (scenario.name, scenario.sentence))
     steps = view.steps(PREPARATIONS)
     with image.built(build_folder, outcome.log_folder, steps, scenario.face) as (kernel, initrd), \
@@ -74,9 +79,11 @@ def play(scenario, build_folder, view=None):
                 type(error).__name__, error)
             outcome.details = traceback.format_exc()
         outcome.checks = stage.checks
+        outcome.names, outcome.zero_s = dict(view.client_names), stage.zero_s
         _collect(guest, stage, outcome)
         outcome.sentence = sentences.sentence(
             scenario.told, sentences.Evidence(guest.events, view.client_names))
+    run_file.write(outcome.log_folder, scenario, outcome)
     return outcome
 
 
@@ -97,6 +104,9 @@ def _collect(guest, stage, outcome):
             text = guest.read(path)
             if text is not None:
                 outcome.files[path] = text
+        _, output = guest.run("stat -c '%a %n' " + " ".join(STATUS_FILES))
+        modes = re.findall(r"^([0-7]+) (/\S+)$", output, re.M)
+        outcome.modes = {path: mode.zfill(4) for mode, path in modes}
     except machine.MachineError as error:
         outcome.trouble = outcome.trouble or str(error)
     for run in range(1, 10):

@@ -96,6 +96,7 @@ class Scene:
         self._timeline = timeline
         self._clients = 0
         self.checks = []
+        self.zero_s = None
 
     # What goes on in the guest.
 
@@ -138,7 +139,8 @@ class Scene:
 
     def begin(self):
         """From here on the timeline counts the seconds."""
-        self._timeline.zero_at(self._guest.now())
+        self.zero_s = self._guest.now()
+        self._timeline.zero_at(self.zero_s)
 
     def start_broker(self):
         self.must_run("ubusd </dev/null >/dev/null 2>&1 &")
