@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: ISC
 // kelm-watch: tells and records what happens around the daemon, and changes nothing.
-#include <cstdio>
-
 #include "watch/options.h"
 #include "watch/outputs.h"
+#include "watch/sources.h"
 
 namespace {
 
@@ -24,7 +23,7 @@ int main(int argc, char **argv)
     }
     if (!kelm::watch_open_outputs(options))
         return 1;
-    fprintf(stderr, "kelm-watch: there is nothing that it could watch yet\n");
+    const int status = kelm::watch_run(options);
     kelm::watch_close_outputs();
-    return 1;
+    return status;
 }

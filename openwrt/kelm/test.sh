@@ -49,8 +49,14 @@ test_kelm_stock() {
 	says '"status"' /usr/libexec/rpcd/kelm list
 }
 
+test_kelm_watch() {
+	says "kelm-watch" /usr/sbin/kelm-watch --help
+	ldd /usr/sbin/kelm-watch || fails "not all libraries of kelm-watch are there"
+}
+
 case $1 in
 kelm) test_kelm ;;
 kelm-stock) test_kelm_stock ;;
+kelm-watch) test_kelm_watch ;;
 *) fails "no test for package '$1'" ;;
 esac

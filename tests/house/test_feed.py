@@ -93,6 +93,9 @@ def test_the_version_is_one_that_both_package_managers_take():
     ('kelm-stock', {'SECTION': 'net', 'CATEGORY': 'Network',
                     'TITLE': 'WPS button whose key lasts', 'PKGARCH': 'all',
                     'DEPENDS': '+kelm +hostapd-utils +wpa-cli +jsonfilter +rpcd'}),
+    ('kelm-watch', {'SECTION': 'net', 'CATEGORY': 'Network', 'TITLE': 'Recorder of WPS attempts',
+                    'PKGARCH': '',
+                    'DEPENDS': '+libubox +libubus +libblobmsg-json +libjson-c'}),
 ])
 def test_each_package_says_what_it_is_and_needs(described, package, expected):
     assert values(described / f'{package}.fields') == expected
@@ -155,10 +158,14 @@ def test_a_checkout_is_built_as_it_is_with_the_libraries_of_openwrt(tmp_path, mo
     make(FOLDER, out, 'prepare')
     for language in ('C', 'CXX') if shutil.which('ccache') else ():
         monkeypatch.setenv(f'CMAKE_{language}_COMPILER_LAUNCHER', 'ccache')
-    make(FOLDER, out, 'build', 'install-kelm', PREFIX=prefix)
+    make(FOLDER, out, 'build', 'install-kelm', 'install-kelm-watch', PREFIX=prefix)
     assert modes(out / 'kelm') == {'usr/sbin/kelm': 0o755}
     assert needed(out / 'kelm/usr/sbin/kelm') - {'ld-linux-x86-64'} == {
         'libc', 'libjson-c'} | OPENWRT_LIBRARIES
+    assert modes(out / 'kelm-watch') == {'usr/sbin/kelm-watch': 0o755}
+    # No more than its package depends on.
+    assert needed(out / 'kelm-watch/usr/sbin/kelm-watch') - {'ld-linux-x86-64'} <= {
+        'libc', 'libjson-c'} | OPENWRT_LIBRARIES - {'libuci'}
 
 
 def test_without_the_libraries_of_openwrt_nothing_is_built(tmp_path):
