@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: ISC
-// The bus thread with its three event handlers, the mailbox, and the publication.
+// The bus thread's three event handlers, the mailbox, and the publication.
 #include "core/bus.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -15,13 +13,13 @@
 extern "C" {
 #include <libubox/blobmsg.h>
 #include <libubox/blobmsg_json.h>
-#include <libubox/uloop.h>
 #include <libubus.h>
 }
 
 #include <json-c/json.h>
 
 #include "config/json_text.h"
+#include "core/bus_listener.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/status_files.h"
@@ -33,15 +31,8 @@ namespace kelm {
 
 namespace {
 
-constexpr int RETRY_MS = 1000;
-constexpr unsigned RETRY_S = 1;
 constexpr size_t SEND_COMMAND_SIZE = 256;
 constexpr uint32_t NO_SUCH_VALUE = 0xFF;  // neither an action nor a method
-// Small C libraries give a thread 128 KiB, a size for programs that know what they call.
-constexpr size_t STACK_SIZE = size_t{256} * 1024;
-// The formatter calls itself for each level, so that a few kilobytes of nested tables would need
-// more stack than any thread has. What a request nests deeper, json-c does not read either.
-constexpr int DEEPEST_MESSAGE = 32;
 
 pthread_mutex_t mailbox_lock = PTHREAD_MUTEX_INITIALIZER;
 wps_listen_event_t wps_listen_event;
@@ -50,32 +41,11 @@ int wake_fd = -1;
 
 // --- The event handlers: each turns its event into one record. Bus thread only. ---
 
-// Whether a table or an array has more levels than this. What the formatter would leave out does
-// not count.
-// NOLINTNEXTLINE(misc-no-recursion): as deep as levels says, and no deeper.
-bool _is_deeper(blob_attr *container, int levels)
-{
-    if (levels == 0)
-        return true;
-    blob_attr *member;
-    size_t rest;
-    blobmsg_for_each_attr(member, container, rest)
-    {
-        if (!blobmsg_check_attr(member, false))
-            continue;
-        const int type = blobmsg_type(member);
-        if ((type == BLOBMSG_TYPE_TABLE || type == BLOBMSG_TYPE_ARRAY) &&
-            _is_deeper(member, levels - 1))
-            return true;
-    }
-    return false;
-}
-
 // The message as JSON text, logged under the handler's name. Null (logged) when it cannot be
 // formatted.
 unique_text _message_text(blob_attr *message, const char *handler)
 {
-    if (_is_deeper(message, DEEPEST_MESSAGE)) {
+    if (bus_is_too_deep(message)) {
         kelm_log_as(handler, KELM_LOG_ALWAYS, "Invalid Message (nested too deeply).\n");
         return nullptr;
     }
@@ -207,129 +177,28 @@ void wps_ubus_wpscli_cb(ubus_context *, ubus_event_handler *, const char *, blob
     wps_ibus_set_msg(request);
 }
 
-// --- Registration and the connection's life. Bus thread only; uloop keeps the addresses. ---
+// --- The thread. ---
 
-struct listener {
-    uloop_timeout retry;  // first, so that its callback finds the listener
-    ubus_event_handler handler;
-    const char *pattern;
-    ubus_event_handler_t callback;
-};
-
-listener listeners[] = {
+bus_listener listeners[] = {
     {{}, {}, "gpio", wps_ubus_gpio_cb},
     {{}, {}, "wifi", wps_ubus_wifi_cb},
     {{}, {}, "wps_cli", wps_ubus_wpscli_cb},
 };
 
-ubus_context *connection = nullptr;
-bool connection_ended = false;
-
-void _register(listener &which);
-
-void _retry_registration(uloop_timeout *timer)
-{
-    _register(*reinterpret_cast<listener *>(timer));
-}
-
-void _register(listener &which)
-{
-    which.handler.cb = which.callback;
-    if (ubus_register_event_handler(connection, &which.handler, which.pattern) == 0)
-        return;
-    which.retry.cb = _retry_registration;
-    uloop_timeout_set(&which.retry, RETRY_MS);
-}
-
-void wps_ubus_register_event()
-{
-    for (listener &which : listeners) {
-        // An identity from an earlier connection would make the broker refuse the new one.
-        memset(&which.handler, 0, sizeof which.handler);
-        memset(&which.retry, 0, sizeof which.retry);
-        _register(which);
-    }
-}
-
-// The library's own reaction would leave the loop running without its socket, deaf for ever.
-void _connection_lost(ubus_context *)
-{
-    connection_ended = true;
-    uloop_end();
-}
-
-// Serves one connection until it is lost.
-void _serve(ubus_context *context)
-{
-    connection = context;
-    connection_ended = false;
-    context->connection_lost = _connection_lost;
-
-    wps_ubus_register_event();
-    // Without a descriptor left, the loop would turn without ever waiting.
-    const bool waits =
-        uloop_init() == 0 && uloop_fd_add(&context->sock, ULOOP_READ | ULOOP_BLOCKING) == 0;
-    // A loss during the registration came too early to end a loop that only starts now.
-    if (waits && !connection_ended)
-        uloop_run();
-
-    connection = nullptr;
-    ubus_free(context);
-    uloop_done();
-}
-
-// Looks for the broker once a second until it is there.
-ubus_context *_reconnect()
-{
-    ubus_context *context = nullptr;
-    while (context == nullptr) {
-        sleep(RETRY_S);
-        context = ubus_connect(nullptr);
-    }
-    return context;
-}
-
 void *wps_ubus_thread(void *)
 {
-    // Children belong to the main thread, which waits for each itself. Must be set before the first
-    // call.
-    uloop_handle_sigchld = false;
-
-    ubus_context *context = ubus_connect(nullptr);
+    ubus_context *context = bus_connect();
     if (context == nullptr) {
         kelm_log_always("Failed to connect to ubus\n\n");
         return nullptr;
     }
     for (;;) {
-        _serve(context);
+        bus_serve(context, listeners, sizeof listeners / sizeof listeners[0]);
         kelm_log_normal("ubus thread exit\n");
         kelm_log_always("Lost the connection to ubus, trying again every second\n");
-        context = _reconnect();
+        context = bus_reconnect();
         kelm_log_normal("Connected to ubus again\n");
     }
-}
-
-// Signals are the main thread's alone, but for those of a crash: the kernel kills a process that
-// holds one of them back without a word to anybody.
-sigset_t _held_back_by_thread()
-{
-    sigset_t held;
-    sigfillset(&held);
-    for (int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
-        sigdelset(&held, number);
-    return held;
-}
-
-bool _start_thread()
-{
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0)
-        return false;
-    (void)pthread_attr_setstacksize(&attributes, STACK_SIZE);  // else it is the usual one
-    pthread_t thread;
-    const int failed = pthread_create(&thread, &attributes, wps_ubus_thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    return failed == 0;
 }
 
 // --- Publication. Main thread only. ---
@@ -358,14 +227,7 @@ int wps_create_ibus_thread()
     if (wake_fd < 0)
         wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 
-    // The thread inherits the mask.
-    const sigset_t held = _held_back_by_thread();
-    sigset_t own;
-    pthread_sigmask(SIG_SETMASK, &held, &own);
-    const bool made = _start_thread();
-    pthread_sigmask(SIG_SETMASK, &own, nullptr);
-
-    if (!made) {
+    if (!bus_start_thread(wps_ubus_thread)) {
         kelm_log_always("created ibus thread failed\n");
         return -1;
     }

@@ -15,7 +15,7 @@ DAEMON_FOLDERS = ("core", "wlan", "config", "platform", "ctrl")
 # A file may include its own floor and those below. See docs/architecture.md.
 FLOORS = {
     1: ("core/kelm", "core/log", "core/qm_syslog", "core/handle", "core/signals", "core/system_log",
-        "platform/exec", "config/file", "config/trust"),
+        "platform/exec", "config/file", "config/trust", "core/bus_listener"),
     2: ("core/session", "core/switches", "core/text", "ctrl/wpa_ctrl", "config/conf_tree"),
     3: ("wlan/run_mode", "config/band_config", "config/settings", "config/uci_option",
         "config/json_file", "config/json_text", "config/key_mgmt", "config/value_text",
