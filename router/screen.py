@@ -7,8 +7,8 @@ import sys
 import threading
 import time
 
-COLOURS = {"red": "31", "green": "32", "yellow": "33", "blue": "34", "magenta": "35", "cyan": "36",
-           "bold": "1", "dim": "2"}
+from report.words import COLOURS
+
 # How long a program that waits may be silent where no line can be rewritten.
 REMINDER_S = 20.0
 

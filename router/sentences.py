@@ -8,7 +8,8 @@ or nothing when the evidence does not show it.
 import json
 import re
 
-from router.timeline import BANDS, CLOCK_MOVED, CUT, RESTARTED, STARTED, STOPPED
+from report.words import STARTED, STOPPED
+from router.timeline import BANDS, CLOCK_MOVED, CUT, RESTARTED
 
 TRIES = r"(\S+): Trying to associate with \S+ \(SSID='(.*)' freq=(\d+) MHz\)"
 CONNECTED = r"^(\S+): CTRL-EVENT-CONNECTED "
