@@ -310,8 +310,9 @@ def _add_testworld(archive, tree, build_folder):
 
 
 def _add_package(archive):
-    for source, path, mode in feed.installed_files("kelm-stock"):
-        archive.add_file(source, PACKAGE + "/files" + path, mode)
+    for package in ("kelm-doctor", "kelm-stock"):
+        for source, path, mode in feed.installed_files(package):
+            archive.add_file(source, PACKAGE + "/files" + path, mode)
     for name in PACKAGE_SCRIPTS:
         text = feed.script("kelm-stock", name)
         archive.add_bytes(os.path.join(PACKAGE, name), text.encode(), 0o755)

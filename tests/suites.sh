@@ -99,6 +99,12 @@ openwrt() {
         --junitxml="$results/$1-openwrt.xml"
 }
 
+# A router for each test, of a maker's or with stock OpenWrt, without a radio.
+doctor() {
+    /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/doctor --build "$builds_at-$1" \
+        --junitxml="$results/$1-doctor.xml"
+}
+
 # Asks for sudo's password while the terminal can be read, and keeps sudo from forgetting it. Where
 # that fails it is told by what needs it.
 keep_sudo() {

@@ -7,6 +7,7 @@
 # PKG_VERSION is the version without OpenWrt's revision.
 
 case $1 in
+kelm-doctor) echo "kelm-doctor tells no version" ;;
 kelm-watch) /usr/sbin/kelm-watch --version | grep "kelm-watch $PKG_VERSION\$" ;;
 kelm | kelm-stock) tr '\000' '\n' < /usr/sbin/kelm | grep "kelm $PKG_VERSION\$" ;;
 *)

@@ -49,6 +49,14 @@ test_kelm_stock() {
 	says '"status"' /usr/libexec/rpcd/kelm list
 }
 
+test_kelm_doctor() {
+	local file
+	for file in /usr/lib/kelm/doctor/*.sh; do
+		sh -n "$file" || fails "$file cannot be read by this shell"
+	done
+	says "usage: kelm-doctor" /usr/sbin/kelm-doctor --help
+}
+
 test_kelm_watch() {
 	says "kelm-watch" /usr/sbin/kelm-watch --help
 	ldd /usr/sbin/kelm-watch || fails "not all libraries of kelm-watch are there"
@@ -56,6 +64,7 @@ test_kelm_watch() {
 
 case $1 in
 kelm) test_kelm ;;
+kelm-doctor) test_kelm_doctor ;;
 kelm-stock) test_kelm_stock ;;
 kelm-watch) test_kelm_watch ;;
 *) fails "no test for package '$1'" ;;

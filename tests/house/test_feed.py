@@ -20,9 +20,7 @@ STOCK = {
     'etc/init.d/wifi': 0o755,
     'etc/rc.wps/30-kelm': 0o755,
     'usr/lib/kelm/common.sh': 0o644,
-    'usr/lib/kelm/radios.sh': 0o644,
     'usr/lib/kelm/key.sh': 0o644,
-    'usr/lib/kelm/json.sh': 0o644,
     'usr/lib/kelm/learnt.sh': 0o644,
     'usr/libexec/kelm/run': 0o755,
     'usr/libexec/kelm/prepare': 0o755,
@@ -92,7 +90,9 @@ def test_the_version_is_one_that_both_package_managers_take():
               'DEPENDS': '+libubox +libubus +libblobmsg-json +libuci +libjson-c', 'PKGARCH': ''}),
     ('kelm-stock', {'SECTION': 'net', 'CATEGORY': 'Network',
                     'TITLE': 'WPS button whose key lasts', 'PKGARCH': 'all',
-                    'DEPENDS': '+kelm +hostapd-utils +wpa-cli +jsonfilter +rpcd'}),
+                    'DEPENDS': '+kelm +kelm-doctor +hostapd-utils +wpa-cli +jsonfilter +rpcd'}),
+    ('kelm-doctor', {'SECTION': 'net', 'CATEGORY': 'Network', 'PKGARCH': 'all', 'DEPENDS': '',
+                     'TITLE': 'Says why WPS cannot work on this router'}),
     ('kelm-watch', {'SECTION': 'net', 'CATEGORY': 'Network', 'TITLE': 'Recorder of WPS attempts',
                     'PKGARCH': '',
                     'DEPENDS': '+libubox +libubus +libblobmsg-json +libjson-c'}),
@@ -158,8 +158,11 @@ def test_a_checkout_is_built_as_it_is_with_the_libraries_of_openwrt(tmp_path, mo
     make(FOLDER, out, 'prepare')
     for language in ('C', 'CXX') if shutil.which('ccache') else ():
         monkeypatch.setenv(f'CMAKE_{language}_COMPILER_LAUNCHER', 'ccache')
-    make(FOLDER, out, 'build', 'install-kelm', 'install-kelm-watch', PREFIX=prefix)
+    make(FOLDER, out, 'build', 'install-kelm', 'install-kelm-doctor', 'install-kelm-watch',
+         PREFIX=prefix)
     assert modes(out / 'kelm') == {'usr/sbin/kelm': 0o755}
+    assert modes(out / 'kelm-doctor') == {'usr/sbin/kelm-doctor': 0o755, **{
+        f'usr/lib/kelm/doctor/{path.name}': 0o644 for path in (ROOT / 'doctor/lib').iterdir()}}
     assert needed(out / 'kelm/usr/sbin/kelm') - {'ld-linux-x86-64'} == {
         'libc', 'libjson-c'} | OPENWRT_LIBRARIES
     assert modes(out / 'kelm-watch') == {'usr/sbin/kelm-watch': 0o755}

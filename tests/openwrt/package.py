@@ -1,16 +1,24 @@
 # SPDX-License-Identifier: ISC
 """What a package puts where, as the install lines of its Makefile say."""
+import glob
 import os
 import re
 
 MODES = {'INSTALL_BIN': 0o755, 'INSTALL_DATA': 0o644, 'INSTALL_CONF': 0o600}
-LINE = re.compile(r'\t\$\((INSTALL_\w+)\) \./(\S+) \$\(1\)(\S+)')
+LINE = re.compile(r'\t\$\((INSTALL_\w+)\) (\S+) \$\(1\)(\S+)')
+# What CMake installs as it is: where that lies in the tree.
+INSTALLED = {'$(PKG_INSTALL_DIR)/usr/sbin/kelm-doctor': '../../doctor/kelm-doctor',
+             '$(PKG_INSTALL_DIR)/usr/lib/kelm/doctor/*.sh': '../../doctor/lib/*.sh'}
 BEGIN = re.compile(r'define Package/(\S+)/install')
 
 
 def installed_files(makefile, package):
-    """(source, place on the router, mode) of each file that the package brings from its folder."""
+    """(source, place on the router, mode) of each file of the tree that the package brings.
+
+    What a compiler has made is not of the tree.
+    """
     found = []
+    folder = os.path.dirname(makefile)
     with open(makefile, encoding='utf-8') as file:
         inside = False
         for line in file:
@@ -22,7 +30,8 @@ def installed_files(makefile, package):
             install = LINE.match(line)
             if inside and install and install.group(1) in MODES:
                 kind, source, place = install.groups()
-                if place.endswith('/'):
-                    place += os.path.basename(source)
-                found.append((os.path.join(os.path.dirname(makefile), source), place, MODES[kind]))
+                pattern = os.path.normpath(os.path.join(folder, INSTALLED.get(source, source)))
+                for one in sorted(glob.glob(pattern)):
+                    name = os.path.basename(one) if place.endswith('/') else ''
+                    found.append((one, place + name, MODES[kind]))
     return found

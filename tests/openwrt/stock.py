@@ -79,7 +79,8 @@ def two_bands():
     return {'radio0': _radio(0, '2g', '1'), 'radio1': _radio(1, '5g', '36')}
 
 
-def _copy(source, place, mode):
+def put_file(source, place, mode):
+    """A file of this machine, at a place of the router."""
     target = ROOT + place
     os.makedirs(os.path.dirname(target), exist_ok=True)
     shutil.copyfile(source, target)
@@ -105,14 +106,16 @@ def _put_stand_ins():
             os.makedirs(os.path.dirname(ROOT + place), exist_ok=True)
             os.symlink(source[5:], ROOT + place)
         else:
-            _copy(source, place, mode)
+            put_file(source, place, mode)
 
 
-def put_package(package='kelm-stock'):
-    """Again, as an upgrade does; settings are left as they are."""
-    for source, place, mode in installed_files(MAKEFILE, package):
+def put_package(*packages):
+    """The stock one, with what it needs of this tree, unless others are named. Again, as an upgrade
+    does; settings are left as they are."""
+    for source, place, mode in (file for package in packages or ('kelm-doctor', 'kelm-stock')
+                                for file in installed_files(MAKEFILE, package)):
         if not place.startswith('/etc/config/') or not os.path.exists(ROOT + place):
-            _copy(source, place, mode)
+            put_file(source, place, mode)
 
 
 def _put_devices():
@@ -139,33 +142,24 @@ def enter(source_dir, build_dir):
     os.mkdir(ROOT)
 
 
-class StockRouter:
-    """One router. See the head of this file."""
+class Router:
+    """One router with busybox and nothing on it. See the head of this file."""
 
     def __init__(self):
+        self._started = []
         private_world.mount('tmpfs', ROOT, 'tmpfs', 0, 'mode=755')
         for folder in FOLDERS:
             os.makedirs(f'{ROOT}/{folder}')
         os.symlink('tmp', f'{ROOT}/var')
         os.chmod(f'{ROOT}/tmp', 0o1777)
         self._put_machine()
-        _copy(BUSYBOX, BUSYBOX, 0o755)
+        put_file(BUSYBOX, BUSYBOX, 0o755)
         for place in _applets():
             if not os.path.lexists(f'{ROOT}/{place}'):
                 os.symlink(BUSYBOX, f'{ROOT}/{place}')
-        _put_stand_ins()
-        _copy(f'{SOURCE}/tests/world/record', '/mnt/record', 0o755)
-        _copy(f'{BUILD}/kelm', '/usr/sbin/kelm', 0o755)
+        put_file(f'{SOURCE}/tests/world/record', '/mnt/record', 0o755)
+        put_file(f'{BUILD}/kelm', '/usr/sbin/kelm', 0o755)
         _empty_file(ROOT + LOG)
-        put_package()
-        self._started = []
-        _copy(WIRELESS, '/etc/config/wireless', 0o600)
-        self.object('network', reload='', restart='')
-        self.object('network.wireless', status='cat /mnt/wireless')
-        self.set_wireless(two_bands())
-        self.start('/sbin/logd')
-        wait_for(lambda: os.path.exists(self.at('/var/run/testworld/log')), 'the system log')
-        self.run('/etc/init.d/rpcd start')
 
     @staticmethod
     def _put_machine():
@@ -216,7 +210,7 @@ class StockRouter:
                 target = os.readlink(place)
                 rest = '/'.join(parts[index + 1:])
                 base = '' if target.startswith('/') else os.path.dirname(place)[len(ROOT):]
-                return StockRouter.at(os.path.normpath(f'{base}/{target}/{rest}'), follow)
+                return Router.at(os.path.normpath(f'{base}/{target}/{rest}'), follow)
         return place
 
     def read(self, path):
@@ -371,6 +365,22 @@ esac
         """Starts what supervises services; rc.common talks to it."""
         self.start('exec /sbin/procd')
         wait_for(lambda: self.exists('/var/run/testworld/procd'), 'procd')
+
+
+class StockRouter(Router):
+    """One with stock OpenWrt and the package. See the head of this file."""
+
+    def __init__(self):
+        super().__init__()
+        _put_stand_ins()
+        put_package()
+        put_file(WIRELESS, '/etc/config/wireless', 0o600)
+        self.object('network', reload='', restart='')
+        self.object('network.wireless', status='cat /mnt/wireless')
+        self.set_wireless(two_bands())
+        self.start('/sbin/logd')
+        wait_for(lambda: os.path.exists(self.at('/var/run/testworld/log')), 'the system log')
+        self.run('/etc/init.d/rpcd start')
 
 
 def _is_inside(pid):

@@ -42,7 +42,18 @@ def test_an_installed_package_passes(router, package):
     assert f'kelm {cmake_version()}' in result.out
 
 
+def test_the_doctors_package_passes(router):
+    result = run(router, 'test.sh', 'kelm-doctor')
+    assert (result.status, result.err) == (0, '')
+    assert run(router, 'test-version.sh', 'kelm-doctor').status == 0
+
+
 BREAKS = {
+    'no_doctor': ('kelm-doctor', lambda router: router.remove('/usr/sbin/kelm-doctor'),
+                  'kelm-doctor --help does not say: usage: kelm-doctor'),
+    'a_check_that_no_shell_reads': (
+        'kelm-doctor', lambda router: router.write('/usr/lib/kelm/doctor/json.sh', 'case $1 in\n'),
+        '/usr/lib/kelm/doctor/json.sh cannot be read by this shell'),
     'no_daemon': ('kelm', lambda router: router.remove('/usr/sbin/kelm'), 'Usage: kelm'),
     'a_library_is_missing': ('kelm', lambda router: router.fake('ldd', 'exit 1'),
                              'not all libraries of kelm are there'),

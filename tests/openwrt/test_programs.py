@@ -37,7 +37,8 @@ def _read(source):
 @pytest.fixture(name='scripts')
 def read_scripts(private_mounts):
     """Text of each script by its place on the router."""
-    texts = {place: _read(source) for source, place, _ in installed_files(MAKEFILE, 'kelm-stock')}
+    texts = {place: _read(source) for package in ('kelm-doctor', 'kelm-stock')
+             for source, place, _ in installed_files(MAKEFILE, package)}
     found = {place: text for place, text in texts.items()
              if text.startswith('#!/bin/sh') or place.endswith('.sh')}
     assert len(found) == len(texts) - 2  # settings, and the rights of web pages

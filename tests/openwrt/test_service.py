@@ -286,6 +286,7 @@ def test_while_an_image_is_built_only_the_link_is_made(private_mounts, tmp_path)
     image = tmp_path / 'image'
     shutil.copytree(f'{SOURCE}/openwrt/testworld/files', image)
     shutil.copytree(f'{SOURCE}/openwrt/kelm/files', image, dirs_exist_ok=True)
+    shutil.copytree(f'{SOURCE}/doctor/lib', image / 'usr/lib/kelm/doctor')
     (image / 'etc/rc.d').mkdir()
     os.mkdir(tmp_path / 'bin')
     for name in ('ln', 'rm', 'readlink'):

@@ -7,40 +7,12 @@
 # shellcheck disable=SC2034  # for those who source this
 KELM=/usr/libexec/kelm
 KELM_STATE=/var/run/kelm
-KELM_BANDS='2g 5g'
+
+# shellcheck source=doctor/lib/router.sh
+. "$IPKG_INSTROOT/usr/lib/kelm/doctor/router.sh"
 
 # say TEXT...: one line for the system log.
 say() { logger -t kelm -p daemon.notice -- "$*"; }
-
-# kelm_setting NAME [DEFAULT]: prints the option of /etc/config/kelm; the default where there is none.
-kelm_setting() {
-	local value
-	value=$(uci -q get "kelm.main.$1") || value=
-	printf '%s\n' "${value:-$2}"
-}
-
-# kelm_switch NAME [DEFAULT]: status 0 if the option is on.
-kelm_switch() {
-	local value
-	value=$(uci -q get "kelm.main.$1") # not by kelm_setting: a press waits for this, and for each process
-	case ${value:-$2} in
-	1 | on | true | yes | enabled) return 0 ;;
-	esac
-	return 1
-}
-
-# kelm_list NAME: prints the items of a list of UCI section names, one a line. What is no such name is left out.
-kelm_list() {
-	local item
-	for item in $(kelm_setting "$1"); do
-		case $item in
-		*[!A-Za-z0-9_]*) ;;
-		*) printf '%s\n' "$item" ;;
-		esac
-	done
-}
-
-is_repeater() { [ "$(kelm_setting mode ap)" = repeater ]; }
 
 # read_state FILE NAME: sets value to that of a name in a file of the state folder; status 1 if it is not there.
 read_state() {
@@ -63,9 +35,6 @@ state_of() {
 	local value
 	read_state "$1" "$2" && printf '%s\n' "$value"
 }
-
-# is_own FILE: status 0 for a file that is root's alone: nobody else can put another thing in its place.
-is_own() { [ -f "$1" ] && [ ! -L "$1" ] && [ -O "$1" ]; }
 
 # clear_folder PATH: moves a folder away that bars the name of a file. Nothing is removed in it: it may be a
 # stranger's, who could put a link there meanwhile.
@@ -96,42 +65,6 @@ write_state() {
 
 # set_state STATE MESSAGE: what the service does, and in words for a person.
 set_state() { printf 'state=%s\nmessage=%s\n' "$1" "$2" | write_state state; }
-
-# band_words BAND: the band as people call it.
-band_words() {
-	case $1 in
-	2g) printf '2.4 GHz\n' ;;
-	5g) printf '5 GHz\n' ;;
-	*) printf '%s\n' "$1" ;;
-	esac
-}
-
-# kelm_name BAND: the name that the daemon has for the band's interface, without the station's "-vxd".
-kelm_name() {
-	case $1 in
-	2g) printf 'wlan1\n' ;;
-	5g) printf 'wlan0\n' ;;
-	*) return 1 ;;
-	esac
-}
-
-# find_daemon: sets pid to the daemon's process number; status 1 if none lives.
-find_daemon() {
-	local name
-	pid=''
-	is_own /tmp/kelm.pid || return 1
-	read -r pid 2> /dev/null < /tmp/kelm.pid
-	case $pid in
-	'' | *[!0-9]*) return 1 ;;
-	esac
-	read -r name 2> /dev/null < "/proc/$pid/comm" && [ "$name" = kelm ]
-}
-
-# daemon_pid: prints it.
-daemon_pid() {
-	local pid
-	find_daemon && printf '%s\n' "$pid"
-}
 
 # attempt_runs: status 0 while the daemon serves an attempt. A note of a daemon that was killed does not count.
 attempt_runs() {

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-# Which interfaces take part, by /etc/config/wireless and netifd. Needs common.sh.
+# Which interfaces take part, by /etc/config/wireless and netifd. Needs router.sh.
 # shellcheck shell=dash
 # shellcheck disable=SC3043  # busybox ash has local
 
