@@ -1,0 +1,435 @@
+# SPDX-License-Identifier: ISC
+"""Why an attempt ended on a band as it did: rules of the table of causes."""
+
+from report.case import answer
+from report.causes import CONFIG_ERRORS, CURES, CURE_ELSE, MESSAGES
+from report.events import BAND_6G, BANDS
+
+SILENT = 12
+SUCCESS, ERROR, OVERLAP = 2, 3, 8
+WALK_S = 110  # of a failure so late the time-out is the reason; it comes after 120 to 125 seconds
+PIN_ERRORS = {"15": "pin-locked", "18": "wrong-pin"}
+CLI = ("hostapd_cli", "wpa_cli")
+
+
+def _not_stored(case, band):
+    if band == BAND_6G:
+        return None
+    told = case.first("not-stored", band) or case.first("not-stored", "")
+    success = case.first(("registered", "wifi-success", "new-settings"), band)
+    if case.code(band) != ERROR and not (told and success and case.code(band) != SUCCESS):
+        return None
+    # On the bus a repeater's failed exchange has the same number, if SIGTERM ended it.
+    if case.first("failed", band) and not success:
+        return None
+    told = told or case.first("not-written") or case.info(band, "error")
+    reason = told.data.get("reason", "status 3") if told else "status 3"
+    return answer("not-stored", (success, told, case.part.end), reason=reason)
+
+
+def _has_wrong_key(case, band, mac):
+    fact = next((one for one in case.all_of("wrong-key", band, behind=True)
+                 if one.data["mac"] == mac), None)
+    lanes = {one.data["lane"] for one in case.all_of("client-done")}
+    return fact or next((one for one in case.all_of("client-wrong-key", behind=True)
+                         if one.data["lane"] in lanes), None)
+
+
+def _joined(case, band):
+    if case.is_repeater:
+        return None
+    registered = case.first("registered", band)
+    info = case.info(band, "success")
+    info = info if info and info.data["action"] == 2 else None
+    told = case.part.end if case.code(band) == SUCCESS else None
+    said = case.first("succeeded", band)
+    fact = registered or info or said or told
+    if fact is None:
+        return None
+    told_mac = [one.data.get("mac") for one in (registered, info) if one is not None]
+    mac = next((one for one in told_mac if isinstance(one, str) and 0 < len(one) <= 32), "")
+    joined = [one for one in case.all_of("joined", band) if mac and one.data["mac"] == mac
+              and one.index > fact.index]
+    wrong = _has_wrong_key(case, band, mac)
+    at = joined[0] if joined else fact
+    return answer("wrong-key" if wrong else "joined", (registered or info or said, at, told, wrong),
+                  who=case.who(mac), after=case.after(at), mac=mac,
+                  after_s=case.elapsed_s(at))
+
+
+def _is_stored(case):
+    """Whether what a station has learnt was given to the scripts."""
+    script = next((fact for fact in case.all_of("script")
+                   if fact.data["command"].endswith("config_wifi")), None)
+    return case.first("applied") or script
+
+
+def _learnt(case, band):
+    if not case.is_repeater:
+        return None
+    success = case.first("wifi-success", band)
+    told = case.part.end if case.code(band) == SUCCESS else None
+    mirrored = case.first("mirrored", band)
+    if mirrored or not (success or told or case.first("succeeded", band)):
+        return None
+    stored = _is_stored(case) or told
+    if stored is None:
+        return None
+    return answer("learnt", (success, stored, told), after=case.after(success) if success else "",
+                  after_s=case.elapsed_s(success))
+
+
+def _mirrored(case, band):
+    fact = case.first("mirrored", band)
+    if fact is None:
+        return None
+    # 6 GHz only ever takes over.
+    low = case.low_estimate() if band != BAND_6G else None
+    if low is None:
+        return answer("mirrored", (fact,))
+    return answer("given-up", (low, fact), percent=low.data["percent"],
+                  mirror="; it takes over what the other band has learnt")
+
+
+def _given_up(case, band):
+    low = case.low_estimate()
+    if low is None:
+        return None
+    # Where another line of the band tells its end, that is the reason.
+    if case.before_end(case.all_of(("failed", "overlap", "wifi-timeout"), band)):
+        return None
+    return answer("given-up", (low,), percent=low.data["percent"], mirror="")
+
+
+def _not_needed(case, band):
+    """An access point serves one device, which came on the other band."""
+    if case.is_repeater:
+        return None
+    other = next((one for one in BANDS if one != band and _joined(case, one)), None)
+    fact = case.first("registered", other) or case.part.end if other else None
+    return answer("not-needed", (fact,)) if other else None
+
+
+SETTING_CAUSES = (("hidden", "hidden"), ("disabled", "band-off"), ("off", "band-off"),
+                  ("wpa3", "wpa3-only"), ("open", "open-network"), ("wep", "no-wps"),
+                  ("tkip", "no-wps"))
+
+
+def _settings_cause(case, band):
+    """(cause, fact) of what the settings or the service say about a band, or None."""
+    told = [fact for fact in case.before + case.part.facts
+            if fact.kind in ("settings", "unserved") and fact.band == band]
+    if not told:
+        return None
+    fact = told[-1]
+    if fact.kind == "unserved":
+        return fact.data["cause"], fact
+    for word, cause in SETTING_CAUSES:
+        if word in fact.data["words"]:
+            return cause, fact
+    return None
+
+
+def _not_taking_part(case, band):
+    if case.part.started is None or case.part.started.get(band) != SILENT:
+        return None
+    connected = case.first("was-connected", band)
+    if connected:
+        return answer("not-taking-part", (connected,), reason=": it is connected already")
+    known = _settings_cause(case, band)
+    if known:
+        return answer(known[0], (known[1],), reason="")
+    start = case.first("announced")
+    return answer("not-taking-part", (start,), reason=": WPS is off for it, or the band is")
+
+
+def _overlap(case, band):
+    facts = case.before_end(case.all_of("overlap", band))
+    errors = [fact for fact in case.all_of("failed", band) if fact.data.get("number") == "12"]
+    seen = facts + errors[:1] + [case.info(band, "overlap")]
+    seen = [fact for fact in seen if fact is not None]
+    if not seen and case.code(band) != OVERLAP:
+        return None
+    roots = next((fact for fact in facts if fact.data.get("one")), None)
+    if roots:
+        names = [roots.data["one"], roots.data["two"]]
+    else:
+        heard = case.heard().values()
+        names = [case.name_of(fact.data["mac"]) for fact in heard]
+    kind = "root access points" if case.is_repeater else "devices"
+    count = "Two" if len(names) <= 2 else str(len(names))
+    return answer("overlap", (seen or [case.part.end])[:4], count="%s %s" % (count.lower(), kind),
+                  devices=": " + " and ".join(names) if len(names) > 1 else "", who=names)
+
+
+def _wifi_restarted(case, band):
+    down = case.before_end(case.all_of("wifi-down", band))
+    said = case.first("radio-anew")
+    if not down and not said:
+        return None
+    up = [fact for fact in case.all_of("wifi-up", band, behind=True)
+          if down and fact.index > down[0].index]
+    if not up and not said:
+        return answer("wifi-daemon-gone", down[:1], what="")
+    return answer("wifi-restarted", (down[:1] + up[:1]) + [said])
+
+
+def _hung_command(case, names):
+    """Such a command that was killed at its limit."""
+    return next((fact for fact in case.all_of("hung") if fact.data["why"] == "its time limit"
+                 and fact.data["command"].startswith(names)), None)
+
+
+def _wifi_daemon_hung(case, band):
+    fact = case.first("socket-hung", band) or case.first("no-attach")
+    killed = next((one for one in case.all_of("hung") if one.data["command"].startswith(CLI)
+                   and one.band in ("", band)), None)
+    if not fact and not killed:
+        return None
+    what = "; %s was killed after %s s" % (killed.data["command"].split(" ")[0],
+                                           killed.data["seconds"]) if killed else ""
+    return answer("wifi-daemon-hung", (fact, killed), what=what)
+
+
+def _is_silent(case, band):
+    """The command that stops WPS, if its Wi-Fi daemon says nothing behind it, as it always does."""
+    stop = case.first("stops", band)
+    if stop is None or not case.all_of("active", band):
+        return None
+    if not any(fact.event.source in ("hostapd", "station") for fact in case.all_of("active", band)):
+        return None  # the daemon's own log ends before the answer comes
+    said = case.first(("wifi-cancel", "wifi-timeout"), band, behind=True)
+    later = [fact for fact in case.part.facts + case.part.after if fact.index > stop.index + 4]
+    return stop if said is None and later else None
+
+
+def _wifi_daemon_gone(case, band):
+    gone = case.first(("socket-gone", "socket-refuses"), band)
+    if gone:
+        return answer("wifi-daemon-gone", (gone,), what=case.after(gone))
+    silent = _is_silent(case, band)
+    wireless = next((fact for fact in case.all_of("script")
+                     if fact.data["command"].startswith("/etc/init.d/wifi ")), None)
+    missed = None
+    for fact in case.part.after:
+        if fact.kind in ("wifi-down", "script") and fact.data.get("run") == "0" \
+                and "/wifi" in (fact.data.get("command") or "") or fact.kind == "boot":
+            break
+        if fact.kind == "no-socket":
+            missed = fact
+            break
+    if wireless or not silent and not missed:
+        return None
+    if case.first("registered") or case.first("wifi-success"):
+        return None
+    what = " in the middle of the attempt" if silent else " when the daemon looked for it again"
+    return answer("wifi-daemon-gone", (silent, missed), what=what)
+
+
+def _message(fact):
+    number = fact.data.get("message")
+    return MESSAGES.get(int(number), "message %s" % number) if number and len(number) < 5 else ""
+
+
+def _failed(case, band):
+    """The last exchange of the band that ended with WPS-FAIL."""
+    failures = [fact for fact in case.before_end(case.all_of("failed", band))
+                if fact.data.get("number") != "12"]
+    if not failures:
+        return None
+    # One failure is told more than once; the number may stand in the first alone.
+    numbered = [fact for fact in failures if (fact.data.get("number") or "0").strip("0")]
+    fact = (numbered or failures)[-1]
+    number = fact.data.get("number") or "0"
+    message = _message(fact)
+    if number.strip("0") == "":
+        where = " at %s" % message if message else _last_message(case, band)
+        return answer("exchange-broke", failures[-2:], where=where, message=message,
+                      who=_other_side(case, band))
+    by_pin = case.part.method in ("PIN", "registrar")
+    cause = PIN_ERRORS.get(number, "config-error") if by_pin else "config-error"
+    value = int(number) if len(number) < 6 else -1
+    return answer(cause, (fact,), number="error %s" % number if cause == "wrong-pin" else number,
+                  name=CONFIG_ERRORS.get(value, "which has no name"), message=message or "its end",
+                  cure=CURES.get(value, CURE_ELSE))
+
+
+def _other_side(case, band):
+    begun = case.all_of("exchange", band)
+    mac = next((fact.data["mac"] for fact in reversed(begun) if fact.data.get("mac")), "")
+    if case.is_repeater:
+        return "the root access point"
+    return case.name_of(mac)
+
+
+def _last_message(case, band):
+    """Where a daemon with debug output told the messages of the exchange."""
+    told = case.all_of("message", band) or case.all_of("message", "")
+    return " after %s" % told[-1].data["name"] if told else ""
+
+
+def _pin_locked(case, band):
+    fact = case.first("pin-locked", band)
+    return answer("pin-locked", (fact,)) if fact else None
+
+
+def _exchange_ended(case, band):
+    """An exchange without a success, and without a word why."""
+    begun = case.before_end(case.all_of("exchange", band))
+    if not begun or case.first(("registered", "wifi-success", "new-settings"), band):
+        return None
+    last = begun[-1]
+    mac = last.data.get("mac")
+    for fact in case.before_end(case.all_of(("left", "exchange-end"), band)):
+        if fact.index < last.index or mac and fact.data.get("mac") not in (mac, None):
+            continue
+        if fact.kind == "left":
+            return answer("client-left", (last, fact), who=case.name_of(mac))
+        return answer("exchange-broke", (last, fact), who=_other_side(case, band),
+                      where=_last_message(case, band))
+    if case.has_no_outcome():
+        return None
+    return answer("exchange-broke", (last,), who=_other_side(case, band),
+                  where=_last_message(case, band))
+
+
+def _no_offer(case, band):
+    """wps_pbc was told, and the Wi-Fi daemon did not begin."""
+    pushed = case.first("pushes", band)
+    if pushed is None or case.all_of("active", band) or case.has_no_outcome():
+        return None
+    # Only where its words would be seen.
+    if not any(fact.band == band and not fact.second_hand
+               and fact.kind.startswith(("wifi-", "socket-a"))
+               for fact in case.before + case.part.facts):
+        return None
+    known = _settings_cause(case, band)
+    return answer(known[0] if known else "no-wps", (pushed, known[1] if known else None), reason="")
+
+
+def _learnt_words(case, band):
+    if case.is_repeater and case.first("wifi-success", band):
+        return "; what this band had learnt was not stored"
+    return ""
+
+
+def _terminated(case, band):
+    fact = case.first("terminated")
+    if fact is None:
+        return None
+    return answer("terminated", (fact,), learnt=_learnt_words(case, band))
+
+
+def _cancelled(case, band):
+    part = case.part
+    quiet = part.outcome is None and part.stop is not None
+    # A repeater's cancel is told nowhere; its commands show it.
+    told = part.cancel if part.outcome is None or not case.verdict_begun() else None
+    stops = case.first("stops") if part.outcome is None and not case.verdict_begun() else None
+    fact = told or (part.stop if quiet else None) or stops
+    if fact is None:
+        return None
+    return answer("cancelled", (fact, part.stop if part.stop is not fact else None),
+                  after=case.after(fact), learnt=_learnt_words(case, band))
+
+
+def _daemon_killed(case, _band):
+    part = case.part
+    end = part.daemon_end
+    if part.outcome is not None or case.verdict_begun():
+        return None
+    if end is not None and end.data["how"] == "signal":
+        return answer("daemon-killed", (end,), how="was killed by signal %s" % end.data["number"])
+    if end is not None and end.data["number"]:
+        return answer("daemon-killed", (end,), how="ended with status %s" % end.data["number"])
+    if end is not None and end.data["how"] == "gone":
+        return answer("daemon-killed", (end,), how="ended without an outcome")
+    if end is None and part.next_daemon is not None and part.stop is None:
+        return answer("daemon-killed", (part.next_daemon,), how="ended without an outcome")
+    return None
+
+
+def _router_restarted(case, _band):
+    if not case.part.is_cut_by_boot or case.part.outcome is not None:
+        return None
+    return answer("router-restarted", (case.part.facts or [case.part.opener])[-1:])
+
+
+def _timed_out(case, band):
+    """The fact that tells the time-out of a band, or None."""
+    told = case.first("daemon-timeout") or next(
+        iter(case.before_end(case.all_of("wifi-timeout", band))), None)
+    told = told or case.info(band, "timeout")
+    if told:
+        return told
+    late = case.part.end or case.verdict_begun()
+    seconds = case.elapsed_s(late)
+    return late if seconds is not None and seconds >= WALK_S else None
+
+
+def _within(case, fact):
+    times = fact.data.get("from"), fact.data.get("to")
+    if all(times) and len(times[0]) < 12 and len(times[1]) < 12:
+        return " within %d s" % max(int(times[1]) - int(times[0]), 0)
+    seconds = case.elapsed_s(fact)
+    return " within %.0f s" % seconds if seconds is not None and seconds >= WALK_S else ""
+
+
+def _nobody_came(case, band):
+    fact = _timed_out(case, band)
+    if fact is None:
+        return None
+    within = _within(case, fact)
+    heard = case.heard(band)
+    if heard and case.part.method != "PIN":
+        names = [case.name_of(one.data["mac"]) for one in heard.values()]
+        return answer("heard-only", list(heard.values())[:3] + [fact], within=within,
+                      who=" and ".join(names[:3]))
+    return answer("nobody-came", (fact,), within=within)
+
+
+def _still_running(case, band):
+    if not case.has_no_outcome():
+        return None
+    learnt = "; this band had learnt its network" if _learnt_words(case, band) else ""
+    return answer("still-running", (case.part.facts or [case.part.opener])[-1:], learnt=learnt)
+
+
+def script_trouble(case, _band):
+    """A script that kept the outcome from taking effect."""
+    hung = _hung_command(case, ("/etc/init.d/", "/usr/bin/wifi"))
+    if hung:
+        return answer("script-hung", (hung,), command=hung.data["command"])
+    failed = next((fact for fact in case.all_of("command-end") if fact.data["number"]
+                   and (fact.data["line"] or "").startswith("/etc/init.d/")), None)
+    if failed:
+        return answer("script-failed", (failed,), number=failed.data["number"],
+                      command=failed.data["line"])
+    return None
+
+
+def bus_hung(case, _band):
+    fact = _hung_command(case, ("ubus ",))
+    return answer("bus-gone", (fact,)) if fact else None
+
+
+def _new_settings(case, band):
+    if case.part.method != "registrar":
+        return None
+    fact = case.first("new-settings", band)
+    if fact is None:
+        return None
+    return answer("new-settings", (fact, case.first("wifi-success", band)), after=case.after(fact),
+                  after_s=case.elapsed_s(fact))
+
+
+def _unknown(case, _band):
+    end = case.part.end or case.part.daemon_end or case.part.stop
+    return answer("unknown", (case.part.facts or [case.part.opener])[-3:] + [end])
+
+
+# The first that finds something decides.
+RULES = (_not_taking_part, _not_stored, _joined, _new_settings, _learnt, _mirrored, _not_needed,
+         _overlap, _pin_locked, _failed, _wifi_restarted, _wifi_daemon_hung, _wifi_daemon_gone,
+         _no_offer, _exchange_ended, _terminated, _cancelled, _daemon_killed, _router_restarted,
+         _given_up, script_trouble, _nobody_came, bus_hung, _still_running, _unknown)
