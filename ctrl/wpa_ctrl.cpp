@@ -285,6 +285,11 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
     return -2;
 }
 
+int wpa_ctrl_send(wpa_ctrl *ctrl, const char *command, size_t command_len)
+{
+    return send(ctrl->s, command, command_len, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 ? -1 : 0;
+}
+
 int wpa_ctrl_attach(wpa_ctrl *ctrl)
 {
     return _simple_request(ctrl, "ATTACH");

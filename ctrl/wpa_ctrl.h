@@ -36,6 +36,10 @@ void wpa_ctrl_close(wpa_ctrl *ctrl);
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, char *reply,
                      size_t *reply_len, wpa_ctrl_msg_cb callback);
 
+// Sends a command without waiting for anything, the reply neither: that comes among the events. 0;
+// -1 with errno, EAGAIN where the daemon takes nothing now.
+int wpa_ctrl_send(wpa_ctrl *ctrl, const char *command, size_t command_len);
+
 // Asks for events, or for no more. 0; -1 when the daemon refuses; else wpa_ctrl_request's failure.
 int wpa_ctrl_attach(wpa_ctrl *ctrl);
 int wpa_ctrl_detach(wpa_ctrl *ctrl);

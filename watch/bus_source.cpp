@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: ISC
+// The bus: a thread listens, as the daemon's does, since a broker that hangs may not hold the
+// others. What it hears goes through a queue to the main thread, a PIN does not.
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+extern "C" {
+#include <libubox/blobmsg.h>
+}
+
+#include "core/bus_listener.h"
+#include "core/handle.h"
+#include "core/signals.h"
+#include "watch/queue.h"
+#include "watch/source.h"
+#include "watch/tell.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr size_t QUEUE_SIZE = size_t{16} * 1024;
+constexpr size_t LINE_SIZE = 2048;
+constexpr size_t NAME_SHOWN = 32;  // bytes of a member's name
+constexpr size_t WORD_SHOWN = 32;  // bytes of a text that is kept
+constexpr int MEMBERS_MAX = 24;    // the rest is counted
+constexpr int TELL_MAX = 16;       // lines told at a time
+constexpr int64_t HUNG_MS = 5000;  // that the broker's greeting may take
+constexpr int64_t LOOK_MS = 1000;
+constexpr unsigned RETRY_S = 1;
+
+// What a line of the queue is.
+enum : uint32_t { LINE, PRESS, START, END, ATTACHED, GONE };
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+char queue_memory[QUEUE_SIZE];
+watch_queue queue(queue_memory, sizeof queue_memory);  // under the lock
+unsigned lost = 0;                                     // under the lock
+int wake_fd = -1;  // never closed: the thread may write to it until the process ends
+std::atomic<int64_t> connecting_since_ms{0};
+bool told_hung = false;
+bool has_heard = false;
+
+// --- The bus thread ---
+
+void _put(uint32_t tag, const char *text)
+{
+    pthread_mutex_lock(&lock);
+    if (!queue.push(tag, text, strlen(text)))
+        ++lost;
+    pthread_mutex_unlock(&lock);
+    (void)::eventfd_write(wake_fd, 1);
+}
+
+// Members whose values are told. Of any other one, a PIN above all, the length is.
+enum class kept { number, word };
+struct member_row {
+    const char *event;
+    const char *member;
+    kept value;
+};
+constexpr member_row MEMBERS[] = {
+    {"gpio", "type", kept::word},        {"gpio", "pressed", kept::number},
+    {"gpio", "action", kept::word},      {"wifi", "action", kept::number},
+    {"wps_cli", "action", kept::number}, {"wps_cli", "method", kept::number},
+    {"wps", "action", kept::number},     {"wps", "2g_status", kept::number},
+    {"wps", "5g_status", kept::number},  {"wps", "5g2_status", kept::number},
+};
+
+const member_row *_row_of(const char *event, const char *member)
+{
+    for (const member_row &row : MEMBERS) {
+        if (strcmp(row.event, event) == 0 && strcmp(row.member, member) == 0)
+            return &row;
+    }
+    return nullptr;
+}
+
+bool _number_of(blob_attr *member, int64_t *number)
+{
+    switch (blobmsg_type(member)) {
+    case BLOBMSG_TYPE_INT8:
+        *number = static_cast<int8_t>(blobmsg_get_u8(member));
+        return true;
+    case BLOBMSG_TYPE_INT16:
+        *number = static_cast<int16_t>(blobmsg_get_u16(member));
+        return true;
+    case BLOBMSG_TYPE_INT32:
+        *number = static_cast<int32_t>(blobmsg_get_u32(member));
+        return true;
+    case BLOBMSG_TYPE_INT64:
+        *number = static_cast<int64_t>(blobmsg_get_u64(member));
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool _is_letter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
+}
+
+// A PIN is digits: a text that has one is not kept.
+bool _is_word(const char *text)
+{
+    const size_t length = strnlen(text, WORD_SHOWN + 1);
+    for (size_t i = 0; i < length; ++i) {
+        if (!_is_letter(text[i]))
+            return false;
+    }
+    return length > 0 && length <= WORD_SHOWN;
+}
+
+// A line of JSON under way; what finds no room is left out whole.
+struct json_line {
+    char text[LINE_SIZE];
+    size_t length;
+};
+
+__attribute__((format(printf, 2, 3))) void _add(json_line &line, const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    const size_t room = sizeof line.text - line.length;
+    const int added = vsnprintf(line.text + line.length, room, format, values);
+    va_end(values);
+    if (added > 0 && static_cast<size_t>(added) < room)
+        line.length += static_cast<size_t>(added);
+    line.text[line.length] = '\0';
+}
+
+// A member's name is a stranger's text.
+void _add_name(json_line &line, const char *name)
+{
+    char shown[NAME_SHOWN + 1];
+    const size_t length = strnlen(name, NAME_SHOWN);
+    for (size_t i = 0; i < length; ++i)
+        shown[i] =
+            name[i] > ' ' && name[i] <= '~' && name[i] != '"' && name[i] != '\\' ? name[i] : '?';
+    shown[length] = '\0';
+    _add(line, "\"%s\":", shown);
+}
+
+void _add_member(json_line &line, const char *event, blob_attr *member)
+{
+    const member_row *row = _row_of(event, blobmsg_name(member));
+    int64_t number;
+    const bool is_number = _number_of(member, &number);
+    _add_name(line, blobmsg_name(member));
+    if (row != nullptr && row->value == kept::number && is_number) {
+        _add(line, "%lld", static_cast<long long>(number));
+        return;
+    }
+    const bool is_text = blobmsg_type(member) == BLOBMSG_TYPE_STRING;
+    if (row != nullptr && row->value == kept::word && is_text &&
+        _is_word(blobmsg_get_string(member))) {
+        _add(line, "\"%s\"", blobmsg_get_string(member));
+        return;
+    }
+    const size_t length = static_cast<size_t>(blobmsg_len(member));
+    _add(line, "\"[%zu bytes]\"", is_text && length > 0 ? length - 1 : length);
+}
+
+uint32_t _tag_of(const char *event, blob_attr *message)
+{
+    if (strcmp(event, "gpio") == 0 || strcmp(event, "wps_cli") == 0)
+        return PRESS;
+    if (strcmp(event, "wps") != 0)
+        return LINE;
+    blob_attr *member;
+    size_t rest;
+    blobmsg_for_each_attr(member, message, rest)
+    {
+        int64_t number;
+        if (blobmsg_check_attr(member, true) && strcmp(blobmsg_name(member), "action") == 0 &&
+            _number_of(member, &number))
+            return number == 1 ? START : END;
+    }
+    return LINE;
+}
+
+// As `ubus listen` prints it. Nested values are counted, never entered.
+void _hear(ubus_context *, ubus_event_handler *, const char *event, blob_attr *message)
+{
+    json_line line = {};
+    _add(line, "{ \"%s\": {", event);
+    int members = 0;
+    blob_attr *member;
+    size_t rest;
+    blobmsg_for_each_attr(member, message, rest)
+    {
+        if (!blobmsg_check_attr(member, true) || ++members > MEMBERS_MAX)
+            continue;
+        if (members > 1)
+            _add(line, ",");
+        _add_member(line, event, member);
+    }
+    if (members > MEMBERS_MAX)
+        _add(line, ",\"[%d more]\":0", members - MEMBERS_MAX);
+    _add(line, "} }");
+    _put(_tag_of(event, message), line.text);
+}
+
+bus_listener listeners[] = {
+    {{}, {}, "gpio", _hear},
+    {{}, {}, "wifi", _hear},
+    {{}, {}, "wps_cli", _hear},
+    {{}, {}, "wps", _hear},
+};
+
+void _tell_attached()
+{
+    _put(ATTACHED, "bus attached");
+}
+
+ubus_context *_connect()
+{
+    connecting_since_ms = kelm_monotonic_ms();
+    ubus_context *context = bus_connect();
+    connecting_since_ms = 0;
+    return context;
+}
+
+void *_watch_bus(void *)
+{
+    for (bool told_gone = false;;) {
+        ubus_context *context = _connect();
+        if (context != nullptr)
+            bus_serve(context, listeners, sizeof listeners / sizeof listeners[0], _tell_attached);
+        if (context != nullptr || !told_gone)
+            _put(GONE, "bus gone");
+        told_gone = true;
+        sleep(RETRY_S);
+    }
+}
+
+// --- The main thread ---
+
+void _take_line(uint32_t tag, const char *text, size_t length)
+{
+    const bool is_state = tag == ATTACHED || tag == GONE;
+    watch_tell(is_state ? "socket" : "bus", "", text, length);
+    has_heard = has_heard || tag != GONE;
+    told_hung = false;
+    if (tag == PRESS)
+        watch_attempt_asked();
+    else if (tag == START)
+        watch_attempt_started();
+    else if (tag == END)
+        watch_attempt_ended();
+}
+
+// A copy, so that the thread need not wait until it is told.
+bool _next(uint32_t *tag, char (&line)[LINE_SIZE], size_t *length)
+{
+    pthread_mutex_lock(&lock);
+    const char *text;
+    const bool there = queue.front(tag, &text, length);
+    if (there)
+        memcpy(line, text, *length);
+    queue.pop();
+    pthread_mutex_unlock(&lock);
+    return there;
+}
+
+unsigned _take_lost()
+{
+    pthread_mutex_lock(&lock);
+    const unsigned count = lost;
+    lost = 0;
+    pthread_mutex_unlock(&lock);
+    return count;
+}
+
+void _open(const watch_options &)
+{
+    wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (wake_fd < 0 || !bus_start_thread(_watch_bus))
+        watch_say("watch", "", "the bus is not watched: there is no thread for it");
+}
+
+size_t _descriptors(pollfd *set)
+{
+    set[0] = {wake_fd, POLLIN, 0};
+    return 1;
+}
+
+void _take(const pollfd *set, size_t)
+{
+    if (set[0].revents == 0)
+        return;
+    eventfd_t woken;
+    (void)::eventfd_read(wake_fd, &woken);
+    uint32_t tag;
+    char line[LINE_SIZE];
+    size_t length;
+    int told = 0;
+    while (told < TELL_MAX && _next(&tag, line, &length)) {
+        _take_line(tag, line, length);
+        watch_drain_wifi();
+        ++told;
+    }
+    if (told == TELL_MAX)
+        (void)::eventfd_write(wake_fd, 1);  // the rest comes after the others
+    const unsigned count = _take_lost();
+    if (count > 0)
+        watch_say("watch", "", "%u events of the bus lost", count);
+}
+
+int64_t _look(int64_t now_ms)
+{
+    const int64_t since_ms = connecting_since_ms;
+    if (since_ms != 0 && now_ms - since_ms >= HUNG_MS && !told_hung) {
+        watch_say("socket", "", "bus hung");
+        told_hung = true;
+    }
+    return now_ms + LOOK_MS;
+}
+
+void _close() {}
+
+}  // namespace
+
+const watch_source WATCH_BUS = {_open, _descriptors, _take, _look, _close};
+
+bool watch_has_heard_bus()
+{
+    return has_heard;
+}
+
+}  // namespace kelm

@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: ISC
+// The daemon's log, where somebody keeps it: a file that is followed, a FIFO, or standard input.
+// Lines of other programs are passed over.
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/handle.h"
+#include "watch/source.h"
+#include "watch/tell.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr int64_t LOOK_MS = 100;  // at a file, which cannot be waited for
+constexpr int64_t ABSENT_LOOK_MS = 1000;
+constexpr size_t LINE_SIZE = 2048;
+constexpr int READS_MAX = 16;  // of one piece, at a time
+constexpr size_t PIECE_SIZE = 1024;
+
+const char *path = nullptr;
+unique_fd log;
+bool is_file = false;  // of any length: reading it never waits
+bool told_missing = false;
+bool at_end = false;  // what stood in it before the start is not told
+dev_t device = 0;
+ino_t inode = 0;
+char line[LINE_SIZE];
+size_t length = 0;
+bool skipping = false;  // the rest of a line that was cut
+
+// Where "kelm[FUNCTION:NUMBER]: " begins, or null.
+const char *_find_log_text(const char *text, const char *end)
+{
+    for (const char *at = text; at < end; ++at) {
+        at = static_cast<const char *>(memchr(at, 'k', static_cast<size_t>(end - at)));
+        if (at == nullptr || end - at < 6)
+            return nullptr;
+        if (memcmp(at, "kelm[", 5) != 0)
+            continue;
+        const char *mark = at + 5;
+        while (mark < end && *mark != ':' && *mark != ']' && *mark > ' ')
+            ++mark;
+        if (mark < end && *mark == ':')  // else it is the number of a process
+            return at;
+    }
+    return nullptr;
+}
+
+void _end_line()
+{
+    const char *text = _find_log_text(line, line + length);
+    const char *end = line + length;
+    while (text != nullptr && end > text && (end[-1] == '\r' || end[-1] == ' '))
+        --end;
+    if (text != nullptr)
+        watch_tell("console", "", text, static_cast<size_t>(end - text));
+    length = 0;
+}
+
+void _take_bytes(const char *bytes, size_t count)
+{
+    for (size_t i = 0; i < count; ++i) {
+        if (bytes[i] == '\n') {
+            if (!skipping)
+                _end_line();
+            skipping = false;
+        } else if (length < sizeof line) {
+            line[length++] = bytes[i];
+        } else if (!skipping) {
+            _end_line();
+            skipping = true;
+        }
+    }
+}
+
+// False at the end of what is there; "end" of a FIFO or of standard input closes it.
+bool _read_piece()
+{
+    char piece[PIECE_SIZE];
+    const ssize_t count = ::read(log.get(), piece, sizeof piece);
+    if (count > 0)
+        _take_bytes(piece, static_cast<size_t>(count));
+    if (count == 0 && !is_file)
+        log.reset();
+    return count > 0;
+}
+
+void _read_some(int pieces)
+{
+    for (int i = 0; i < pieces && log.valid() && _read_piece(); ++i)
+        watch_drain_wifi();
+}
+
+// The first time from its end on, a new file under the name from its begin.
+void _open_path()
+{
+    // Both ends of a FIFO: it has no end when a writer goes. Neither waits for anybody.
+    struct stat there = {};
+    unique_fd opened(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (opened.valid() && ::fstat(opened.get(), &there) == 0 && S_ISFIFO(there.st_mode))
+        opened.reset(::open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!opened.valid()) {
+        if (!told_missing)
+            watch_say("watch", "", "the log %s cannot be read: %s", path, strerror(errno));
+        told_missing = true;
+        at_end = true;
+        return;
+    }
+    is_file = S_ISREG(there.st_mode);
+    if (is_file && !at_end)
+        (void)::lseek(opened.get(), 0, SEEK_END);
+    at_end = true;
+    told_missing = false;
+    device = there.st_dev;
+    inode = there.st_ino;
+    length = 0;
+    skipping = false;
+    log.reset(opened.release());
+}
+
+// A file that was emptied is read from its begin, one that was put aside up to its end.
+void _follow()
+{
+    struct stat there = {};
+    const off_t at = ::lseek(log.get(), 0, SEEK_CUR);
+    if (::fstat(log.get(), &there) == 0 && there.st_size < at)
+        (void)::lseek(log.get(), 0, SEEK_SET);
+    _read_some(READS_MAX);
+    if (::stat(path, &there) == 0 && (there.st_dev != device || there.st_ino != inode)) {
+        if (::fstat(log.get(), &there) == 0 && ::lseek(log.get(), 0, SEEK_CUR) >= there.st_size)
+            _open_path();
+    }
+}
+
+bool _is_standard_input()
+{
+    return path != nullptr && strcmp(path, "-") == 0;
+}
+
+void _open(const watch_options &options)
+{
+    path = options.log;
+    if (!_is_standard_input())
+        return;
+    struct stat there = {};
+    log.reset(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+    is_file = ::fstat(log.get(), &there) == 0 && S_ISREG(there.st_mode);
+}
+
+size_t _descriptors(pollfd *set)
+{
+    if (!log.valid() || is_file)
+        return 0;
+    set[0] = {log.get(), POLLIN, 0};
+    return 1;
+}
+
+void _take(const pollfd *set, size_t count)
+{
+    // One piece: the second might wait, since standard input may be anything.
+    if (count > 0 && set[0].revents != 0)
+        _read_some(_is_standard_input() ? 1 : READS_MAX);
+}
+
+int64_t _look(int64_t now_ms)
+{
+    if (path == nullptr)
+        return INT64_MAX;
+    if (_is_standard_input()) {
+        if (is_file)
+            _read_some(READS_MAX);
+        return is_file ? now_ms + LOOK_MS : INT64_MAX;
+    }
+    if (!log.valid())
+        _open_path();
+    if (log.valid() && is_file)
+        _follow();
+    return now_ms + (log.valid() && is_file ? LOOK_MS : ABSENT_LOOK_MS);
+}
+
+void _close()
+{
+    if (length > 0 && !skipping)
+        _end_line();
+    log.reset();
+}
+
+}  // namespace
+
+const watch_source WATCH_LOG = {_open, _descriptors, _take, _look, _close};
+
+}  // namespace kelm

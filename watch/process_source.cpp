@@ -1,0 +1,596 @@
+// SPDX-License-Identifier: ISC
+// Processes: the daemon's start and end, the commands that it runs, the scripts that others run.
+// The kernel's process connector tells of each where it is there; else "/proc" is looked at.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/cn_proc.h>
+#include <linux/connector.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "core/handle.h"
+#include "core/text.h"
+#include "watch/source.h"
+#include "watch/tell.h"
+
+namespace kelm {
+
+namespace {
+
+constexpr const char *DAEMON = "kelm";
+// What others run is told for these alone; "0" is said to be their run.
+constexpr const char *SCRIPTS[] = {"/etc/init.d/wps", "/etc/init.d/wifi", "/usr/bin/wifi",
+                                   "/sbin/wifi"};
+constexpr const char *CLIENTS[] = {"hostapd_cli", "wpa_cli"};
+
+constexpr size_t TRACED_MAX = 64;
+constexpr size_t LINE_SIZE = 256;      // of a command that is told again at its end
+constexpr size_t COMMAND_SIZE = 2048;  // bytes of a command line that are looked at
+constexpr size_t WORDS_MAX = 64;
+constexpr int EVENTS_MAX = 64;  // taken at a time
+constexpr int64_t IDLE_LOOK_MS = 500;
+constexpr int64_t ATTEMPT_LOOK_MS = 20;
+constexpr int64_t LOSS_TOLD_MS = 5000;
+
+enum class kind {
+    free_place,
+    child,     // of a daemon or of its command, and no program of its own yet
+    command,   // runs a program
+    starting,  // the daemon's program, which may yet go into the background
+    daemon,
+};
+
+struct traced {
+    kind is;
+    pid_t pid;
+    pid_t parent;
+    int run;
+    bool first;  // started by the daemon itself
+    bool told;
+    bool seen;    // in the look that is under way
+    pid_t ghost;  // a starting one's child that has ended before it, and how
+    int ghost_status;
+    char line[LINE_SIZE];
+};
+
+traced table[TRACED_MAX];
+int runs = 0;
+unique_fd connector;  // none: by looking
+bool lost_some = false;
+int64_t loss_told_ms = -LOSS_TOLD_MS;
+
+traced *_find(pid_t pid)
+{
+    for (traced &one : table) {
+        if (one.is != kind::free_place && one.pid == pid)
+            return &one;
+    }
+    return nullptr;
+}
+
+// Null when there is no place left: then it is none of ours.
+traced *_add(kind is, pid_t pid, pid_t parent, int run)
+{
+    for (traced &one : table) {
+        if (one.is != kind::free_place)
+            continue;
+        one = {};
+        one.is = is;
+        one.pid = pid;
+        one.parent = parent;
+        one.run = run;
+        return &one;
+    }
+    return nullptr;
+}
+
+void _forget(traced &one)
+{
+    one.is = kind::free_place;
+}
+
+// --- Telling ---
+
+void _tell_start(traced &one)
+{
+    one.is = kind::daemon;
+    watch_say("start", "", "%d daemon %d", one.run, static_cast<int>(one.pid));
+}
+
+void _tell_end(int run, pid_t pid, int status)
+{
+    const bool killed = WIFSIGNALED(status);
+    watch_say("exit", "", "%d daemon %d %s %d", run, static_cast<int>(pid),
+              killed ? "signal" : "status", killed ? WTERMSIG(status) : WEXITSTATUS(status));
+    watch_attempt_ended();
+}
+
+void _tell_command(int run, const char *line)
+{
+    watch_say(line[0] == '/' ? "script" : "command", "", "%d %s", run, line);
+}
+
+void _tell_command_end(const traced &one, int status)
+{
+    const bool killed = WIFSIGNALED(status);
+    watch_say("exit", "", "%d command %d %s %d %s", one.run, static_cast<int>(one.pid),
+              killed ? "signal" : "status", killed ? WTERMSIG(status) : WEXITSTATUS(status),
+              one.line);
+}
+
+// --- Command lines ---
+
+struct command_words {
+    char text[COMMAND_SIZE];
+    const char *words[WORDS_MAX];
+    size_t count;
+};
+
+// False for a process that is gone, is not root's or ours, or has no command line.
+bool _read_words(pid_t pid, command_words *command)
+{
+    char path[64];
+    snprintf(path, sizeof path, "/proc/%d/cmdline", static_cast<int>(pid));
+    const unique_fd file(::open(path, O_RDONLY | O_CLOEXEC));
+    struct stat owner = {};
+    if (!file.valid() || ::fstat(file.get(), &owner) != 0 ||
+        (owner.st_uid != 0 && owner.st_uid != ::geteuid()))
+        return false;
+    const ssize_t length = ::read(file.get(), command->text, sizeof command->text - 1);
+    if (length <= 0)
+        return false;
+    command->text[length] = '\0';
+    command->count = 0;
+    for (ssize_t at = 0; at < length && command->count < WORDS_MAX;) {
+        command->words[command->count++] = command->text + at;
+        at += static_cast<ssize_t>(strlen(command->text + at)) + 1;
+    }
+    return true;
+}
+
+const char *_base_name(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    return slash != nullptr ? slash + 1 : path;
+}
+
+bool _is_daemon(const command_words &command)
+{
+    return command.count == 1 && strcmp(_base_name(command.words[0]), DAEMON) == 0;
+}
+
+void _join(const command_words &command, size_t first, char *line, size_t size)
+{
+    size_t used = 0;
+    line[0] = '\0';
+    for (size_t i = first; i < command.count; ++i) {
+        if (used > 0 && used + 1 < size)
+            line[used++] = ' ';
+        if (used >= size || shell_word(line + used, size - used, command.words[i]) != 0)
+            return;
+        used += strlen(line + used);
+    }
+}
+
+// The command that a shell was given, or the program with its words.
+void _daemons_command(const command_words &command, char *line, size_t size)
+{
+    const bool by_shell = command.count >= 3 && strcmp(_base_name(command.words[0]), "sh") == 0 &&
+                          strcmp(command.words[1], "-c") == 0;
+    if (by_shell)
+        snprintf(line, size, "%s", command.words[2]);
+    else
+        _join(command, 0, line, size);
+}
+
+// The word that a stranger's command is told from, or count for one that is not told. A shell
+// stands before its script, and "/etc/rc.common" between the two.
+size_t _told_from(const command_words &command)
+{
+    for (size_t i = 0; i < command.count && i < 3; ++i) {
+        for (const char *script : SCRIPTS) {
+            if (strcmp(command.words[i], script) == 0)
+                return i;
+        }
+    }
+    bool is_client = false;
+    for (const char *client : CLIENTS)
+        is_client = is_client || strcmp(_base_name(command.words[0]), client) == 0;
+    for (size_t i = 1; is_client && i < command.count; ++i) {
+        if (starts_with(command.words[i], "wps_"))
+            return 0;
+    }
+    return command.count;
+}
+
+// --- What happens to a process ---
+
+// It runs as what it is now: nothing that goes into the background has children or threads.
+void _settle(pid_t pid)
+{
+    traced *one = _find(pid);
+    if (one == nullptr)
+        return;
+    if (one->is == kind::starting) {
+        _tell_start(*one);
+        return;
+    }
+    traced *parent = one->is == kind::child ? _find(one->parent) : nullptr;
+    if (parent != nullptr && parent->is == kind::starting) {
+        one->run = parent->run;
+        _forget(*parent);
+        _tell_start(*one);
+    }
+}
+
+void _has_forked(pid_t parent, pid_t child)
+{
+    const traced *one = _find(parent);
+    if (one == nullptr)
+        return;
+    const bool by_daemon = one->is == kind::daemon || one->is == kind::starting;
+    traced *made = _add(kind::child, child, parent, one->run);
+    if (made != nullptr)
+        made->first = by_daemon;
+}
+
+void _note_command(traced &one, const command_words &command)
+{
+    if (one.is == kind::child)
+        _settle(one.parent);
+    one.is = kind::command;
+    if (!one.first || one.told)
+        return;
+    char line[COMMAND_SIZE];
+    _daemons_command(command, line, sizeof line);
+    copy_text(one.line, line);
+    one.told = true;
+    _tell_command(one.run, line);
+}
+
+void _has_begun_program(pid_t pid)
+{
+    command_words command;
+    traced *one = _find(pid);
+    if (!_read_words(pid, &command))
+        return;
+    if (_is_daemon(command)) {
+        if (one == nullptr)
+            one = _add(kind::starting, pid, 0, 0);
+        if (one == nullptr)
+            return;
+        one->is = kind::starting;
+        one->run = ++runs;
+        one->first = one->told = false;
+    } else if (one != nullptr) {
+        _note_command(*one, command);
+    } else if (_told_from(command) < command.count) {
+        char line[COMMAND_SIZE];
+        _join(command, _told_from(command), line, sizeof line);
+        _tell_command(0, line);
+    }
+}
+
+// Its child, which runs on, is the daemon; or it was one itself, and short.
+void _end_of_starting(traced &one, int status)
+{
+    for (traced &child : table) {
+        if (child.is == kind::child && child.parent == one.pid) {
+            child.run = one.run;
+            _tell_start(child);
+            return;
+        }
+    }
+    const bool has_ghost = one.ghost != 0;
+    one.pid = has_ghost ? one.ghost : one.pid;
+    _tell_start(one);
+    _tell_end(one.run, one.pid, has_ghost ? one.ghost_status : status);
+}
+
+void _has_ended(pid_t pid, int status)
+{
+    traced *one = _find(pid);
+    if (one == nullptr)
+        return;
+    traced *parent = one->is == kind::child ? _find(one->parent) : nullptr;
+    if (parent != nullptr && parent->is == kind::starting) {
+        parent->ghost = pid;
+        parent->ghost_status = status;
+    } else if (one->is == kind::starting) {
+        _end_of_starting(*one, status);
+    } else if (one->is == kind::daemon) {
+        _tell_end(one->run, pid, status);
+    } else if (one->is == kind::command && one->told) {
+        _tell_command_end(*one, status);
+    }
+    _forget(*one);
+}
+
+// --- By looking ---
+
+struct folder_closer {
+    void operator()(DIR *folder) const { (void)::closedir(folder); }
+};
+using unique_folder = std::unique_ptr<DIR, folder_closer>;
+
+// -1 for what is gone.
+pid_t _parent_of(pid_t pid)
+{
+    char path[64];
+    char line[512];
+    snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
+    const unique_fd file(::open(path, O_RDONLY | O_CLOEXEC));
+    const ssize_t length = file.valid() ? ::read(file.get(), line, sizeof line - 1) : -1;
+    if (length <= 0)
+        return -1;
+    line[length] = '\0';
+    // A program's name may hold anything, brackets too.
+    const char *end = strrchr(line, ')');
+    return end != nullptr && strlen(end) > 4 ? static_cast<pid_t>(atol(end + 4)) : -1;
+}
+
+// A daemon counts once it was seen twice: by then it is not the one that goes into the background.
+void _see_daemon(pid_t pid, pid_t parent)
+{
+    traced *one = _find(pid);
+    const traced *other = _find(parent);
+    if (one == nullptr && other != nullptr && other->is == kind::daemon)
+        return;  // a child that has no program yet
+    if (one == nullptr)
+        one = _add(kind::starting, pid, parent, 0);
+    else if (one->is == kind::starting) {
+        one->run = ++runs;
+        _tell_start(*one);
+    }
+    if (one != nullptr)
+        one->seen = true;
+}
+
+void _see_child(pid_t pid, const traced &daemon, const command_words &command)
+{
+    traced *one = _find(pid);
+    if (one == nullptr)
+        one = _add(kind::child, pid, daemon.pid, daemon.run);
+    if (one == nullptr)
+        return;
+    one->first = one->seen = true;
+    _note_command(*one, command);
+}
+
+void _see(pid_t pid)
+{
+    const pid_t parent = _parent_of(pid);
+    const traced *daemon = _find(parent);
+    const bool is_child = daemon != nullptr && daemon->is == kind::daemon;
+    traced *known = _find(pid);
+    if (known != nullptr && known->told) {
+        known->seen = true;
+        return;
+    }
+    command_words command;
+    if (parent < 0 || !_read_words(pid, &command))
+        return;
+    if (_is_daemon(command))
+        _see_daemon(pid, parent);
+    else if (is_child)
+        _see_child(pid, *daemon, command);
+}
+
+void _look_at_proc()
+{
+    const unique_folder all(::opendir("/proc"));
+    if (!all)
+        return;
+    for (traced &one : table)
+        one.seen = false;
+    while (const dirent *entry = ::readdir(all.get())) {
+        const long pid = strtol(entry->d_name, nullptr, 10);
+        if (pid > 0)
+            _see(static_cast<pid_t>(pid));
+    }
+    for (traced &one : table) {
+        if (one.is == kind::free_place || one.seen)
+            continue;
+        if (one.is == kind::daemon) {
+            watch_say("exit", "", "%d daemon %d gone", one.run, static_cast<int>(one.pid));
+            watch_attempt_ended();
+        }
+        _forget(one);
+    }
+}
+
+// A daemon that is there already, and those that events were lost of.
+void _look_for_daemons()
+{
+    const unique_folder all(::opendir("/proc"));
+    while (const dirent *entry = all ? ::readdir(all.get()) : nullptr) {
+        const auto pid = static_cast<pid_t>(strtol(entry->d_name, nullptr, 10));
+        command_words command;
+        if (pid <= 0 || _find(pid) != nullptr || !_read_words(pid, &command) ||
+            !_is_daemon(command) || _find(_parent_of(pid)) != nullptr)
+            continue;
+        traced *one = _add(kind::starting, pid, 0, ++runs);
+        if (one != nullptr)
+            _tell_start(*one);
+    }
+    for (traced &one : table) {
+        if (one.is == kind::free_place || _parent_of(one.pid) >= 0)
+            continue;
+        if (one.is == kind::daemon)
+            watch_say("exit", "", "%d daemon %d gone", one.run, static_cast<int>(one.pid));
+        _forget(one);
+    }
+}
+
+// --- By the kernel's connector ---
+
+// The kernel's numbers, which its headers have put in more than one place.
+constexpr uint32_t EVENT_ACKNOWLEDGED = 0;
+constexpr uint32_t EVENT_FORK = 1;
+constexpr uint32_t EVENT_EXEC = 2;
+constexpr uint32_t EVENT_EXIT = 0x80000000;
+
+bool _send_listen(int fd)
+{
+    alignas(nlmsghdr) char bytes[NLMSG_SPACE(sizeof(cn_msg) + sizeof(proc_cn_mcast_op))] = {};
+    nlmsghdr head = {};
+    head.nlmsg_len = sizeof bytes;
+    head.nlmsg_type = NLMSG_DONE;
+    cn_msg message = {};
+    message.id.idx = CN_IDX_PROC;
+    message.id.val = CN_VAL_PROC;
+    message.len = sizeof(proc_cn_mcast_op);
+    const proc_cn_mcast_op operation = PROC_CN_MCAST_LISTEN;
+    memcpy(bytes, &head, sizeof head);
+    memcpy(bytes + NLMSG_HDRLEN, &message, sizeof message);
+    memcpy(bytes + NLMSG_HDRLEN + sizeof message, &operation, sizeof operation);
+    return ::send(fd, bytes, sizeof bytes, MSG_DONTWAIT) == static_cast<ssize_t>(sizeof bytes);
+}
+
+// The next event. False: there is none; from others than the kernel none is taken.
+bool _next_event(int fd, proc_event *event)
+{
+    alignas(nlmsghdr) char bytes[1024];
+    for (;;) {
+        sockaddr_nl sender = {};
+        socklen_t size = sizeof sender;
+        const ssize_t length = ::recvfrom(fd, bytes, sizeof bytes, MSG_DONTWAIT,
+                                          reinterpret_cast<sockaddr *>(&sender), &size);
+        if (length < 0) {
+            lost_some = lost_some || errno == ENOBUFS;
+            if (errno == ENOBUFS || errno == EINTR)
+                continue;
+            return false;
+        }
+        const size_t at = NLMSG_HDRLEN + sizeof(cn_msg);
+        cn_msg message;
+        if (sender.nl_pid != 0 || static_cast<size_t>(length) < at + sizeof event->what)
+            continue;
+        memcpy(&message, bytes + NLMSG_HDRLEN, sizeof message);
+        if (message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC)
+            continue;
+        memset(event, 0, sizeof *event);
+        const size_t there = static_cast<size_t>(length) - at;
+        memcpy(event, bytes + at, there < sizeof *event ? there : sizeof *event);
+        return true;
+    }
+}
+
+// The kernel answers at once, or does not serve this process: in a container of its own kind it
+// says nothing.
+bool _is_acknowledged(int fd)
+{
+    proc_event event;
+    for (int tries = 0; tries < EVENTS_MAX && _next_event(fd, &event); ++tries) {
+        if (static_cast<uint32_t>(event.what) == EVENT_ACKNOWLEDGED)
+            return event.event_data.ack.err == 0;
+    }
+    return false;
+}
+
+unique_fd _open_connector()
+{
+    unique_fd fd(
+        ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_CONNECTOR));
+    sockaddr_nl own = {};
+    own.nl_family = AF_NETLINK;
+    own.nl_groups = CN_IDX_PROC;
+    if (!fd.valid() ||
+        ::bind(fd.get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0 ||
+        !_send_listen(fd.get()) || !_is_acknowledged(fd.get()))
+        return unique_fd();
+    return fd;
+}
+
+void _take_event(const proc_event &event)
+{
+    const auto &data = event.event_data;
+    switch (static_cast<uint32_t>(event.what)) {
+    case EVENT_FORK:
+        if (data.fork.child_pid == data.fork.child_tgid)
+            _has_forked(data.fork.parent_tgid, data.fork.child_pid);
+        else
+            _settle(data.fork.child_tgid);
+        break;
+    case EVENT_EXEC:
+        _has_begun_program(data.exec.process_tgid);
+        break;
+    case EVENT_EXIT:
+        if (data.exit.process_pid == data.exit.process_tgid)
+            _has_ended(data.exit.process_pid, static_cast<int>(data.exit.exit_code));
+        break;
+    default:
+        break;
+    }
+}
+
+// --- What the loop calls ---
+
+void _open(const watch_options &)
+{
+    unique_fd told = _open_connector();
+    connector.reset(told.release());
+}
+
+size_t _descriptors(pollfd *set)
+{
+    set[0] = {connector.get(), POLLIN, 0};
+    return connector.valid() ? 1 : 0;
+}
+
+void _take(const pollfd *set, size_t count)
+{
+    if (count == 0 || set[0].revents == 0)
+        return;
+    proc_event event;
+    for (int taken = 0; taken < EVENTS_MAX && _next_event(connector.get(), &event); ++taken) {
+        _take_event(event);
+        watch_drain_wifi();
+    }
+}
+
+int64_t _look(int64_t now_ms)
+{
+    static int64_t next_ms = 0;
+    static bool has_looked = false;
+    if (connector.valid()) {
+        if (!has_looked || lost_some)
+            _look_for_daemons();
+        has_looked = true;
+        if (lost_some && now_ms - loss_told_ms >= LOSS_TOLD_MS) {
+            watch_say("watch", "", "processes: events lost, more came than could be taken");
+            loss_told_ms = now_ms;
+        }
+        lost_some = false;
+        return now_ms + IDLE_LOOK_MS;
+    }
+    if (now_ms >= next_ms) {
+        _look_at_proc();
+        next_ms = now_ms + (watch_attempt_runs() ? ATTEMPT_LOOK_MS : IDLE_LOOK_MS);
+    }
+    return next_ms;
+}
+
+void _close()
+{
+    connector.reset();
+}
+
+}  // namespace
+
+const watch_source WATCH_PROCESSES = {_open, _descriptors, _take, _look, _close};
+
+const char *watch_process_way()
+{
+    return connector.valid() ? "the kernel tells" : "by looking";
+}
+
+}  // namespace kelm
