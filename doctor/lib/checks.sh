@@ -6,7 +6,28 @@
 # One check a line: the name that it tells its findings under, the routers that it is for (maker, stock or both), the
 # library that it is in, its function. They run in this order, in one shell: what one has learnt the next may use.
 CHECKS='
-root              both   wifi_daemons  check_root
+root              both   wifi_daemons   check_root
+settings-mode     both   settings_files check_mode
+settings-bands    both   settings_files check_bands
+settings-wps      both   settings_files check_wps_conf
+settings-pin      both   settings_files check_pin
+settings-wifi     both   settings_files check_wifi_conf
+settings-link     both   settings_files check_links
+tmp-folder        both   files          check_folder
+tmp-room          both   files          check_room
+memory            both   files          check_memory
+pid-file          both   files          check_pid_file
+start-marker      both   files          check_start_marker
+file-owners       both   files          check_owners
+service-wps       both   service        check_service_wps
+service-wifi      both   service        check_service_wifi
+service-scan      both   service        check_service_scan
+at-boot           both   service        check_at_boot
+programs          both   service        check_programs
+bus               both   bus            check_bus
+daemon            both   bus            check_daemon
+button-script     maker  bus            check_button_script
+button            both   bus            check_button
 '
 
 # run_checks: those of $face. The table comes through descriptor 3: a check may read the standard input.

@@ -27,7 +27,9 @@ private_mounts = _base.private_mounts
 @pytest.fixture
 def stock(private_mounts):
     import stock_face
+    import whole
     router = stock_face.StockFace()
+    whole.make_whole(router)
     yield router
     router.close()
 
@@ -35,7 +37,9 @@ def stock(private_mounts):
 @pytest.fixture
 def maker(private_mounts):
     import maker_face
+    import whole
     router = maker_face.MakerFace()
+    whole.make_whole(router)
     yield router
     router.close()
 

@@ -67,6 +67,7 @@ def test_the_face_may_be_said(router):
 
 def test_stock_without_the_service_is_seen(stock):
     stock.remove('/usr/libexec/kelm/prepare')
+    stock.remove('/tmp/wifi.conf')
     assert face(stock) == 'stock'
 
 
