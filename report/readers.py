@@ -7,9 +7,8 @@ import os
 import re
 import stat
 
-from report import console
+from report import console, kept
 from report.events import (BAND_2G, BAND_5G, BAND_6G, BANDS, CONSOLE, RECORDING, RUN, Event, Log)
-from report.hiding import redacted
 from report.text import decoded, visible, without_escapes
 
 VERSION = 1  # of a recording
@@ -133,7 +132,7 @@ def _text(value, longest=256):
 
 
 def _event(time_s, source, text, number, band="", wall="", iface=""):
-    return Event(time_s, source, band, visible(redacted(source, text)), number, wall, iface)
+    return Event(time_s, source, band, visible(kept.hidden(source, text)), number, wall, iface)
 
 
 # --- Recordings ---
