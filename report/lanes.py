@@ -13,15 +13,18 @@ PRESS, BEGIN, GOOD, BAD, END, NOTE = "press", "begin", "good", "bad", "end", "no
 KINDS = {PRESS: "a press or a request", BEGIN: "something begins", GOOD: "it worked",
          BAD: "it failed", END: "something ends", NOTE: "a note"}
 
+SPAN_KINDS = {"walk": "the walk time", "waiting": "waits for its peer", "command": "a command runs"}
+
 # The first row whose source and text match decides; a line that has no row is a note.
 # A name or an address from the air may hold any of these words, so none is looked for behind them.
 KIND_ROWS = [
     ("button", r"^wps pressed", PRESS),
     ("bus", r'^\{\s*"(gpio|wps_cli)"', PRESS),
     (r"hostapd|root\d+", r"^\S+: (AP-ENABLED|WPS-(PBC|PIN)-ACTIVE)", BEGIN),
-    (r"hostapd|root\d+", r"^\S+: (WPS-REG-SUCCESS|EAPOL-4WAY-HS-COMPLETED|WPS-NEW-AP-SETTINGS)",
-     GOOD),
-    (r"hostapd|root\d+", r"^\S+: (WPS-OVERLAP-DETECTED|WPS-FAIL|WPS-AP-SETUP-LOCKED)", BAD),
+    (r"hostapd|root\d+", r"^\S+: (WPS-REG-SUCCESS|WPS-NEW-AP-SETTINGS|AP-STA-CONNECTED"
+     r"|EAPOL-4WAY-HS-COMPLETED)", GOOD),
+    (r"hostapd|root\d+", r"^\S+: (WPS-OVERLAP-DETECTED|WPS-FAIL|WPS-AP-SETUP-LOCKED"
+     r"|AP-STA-POSSIBLE-PSK-MISMATCH)", BAD),
     (r"hostapd|root\d+", r"^\S+: (AP-DISABLED|WPS-TIMEOUT|WPS-CANCEL|CTRL-EVENT-TERMINATING)",
      END),
     (r"station|client\d+", r"^\S+: WPS-(PBC-ACTIVE|PIN-ACTIVE|AP-AVAILABLE)", BEGIN),
@@ -48,7 +51,7 @@ UNTOLD = r"^\S+: (WPS-(?:FAIL|M2D|CANCEL|AP-SETUP-LOCKED)\b.*|CTRL-EVENT-TERMINA
 # A program waits for its peer from the first of these to the first of those.
 WAITING_BEGINS = r"^(\S+): WPS-(?:PBC|PIN)-ACTIVE"
 WAITING_ENDS = (r"^(\S+): (?:WPS-(?:REG-SUCCESS|SUCCESS|TIMEOUT|CANCEL|OVERLAP-DETECTED"
-                r"|PBC-DISABLE)|AP-DISABLED|CTRL-EVENT-TERMINATING)")
+                r"|PBC-DISABLE)|AP-(?:DISABLED|ENABLED)|CTRL-EVENT-TERMINATING)")
 
 # The daemon's estimate, and under which it gives up: wlan/predict.h has the same number.
 ESTIMATE = r"kelm\[\w+:\d+\]: \**\[WPS predict \d+\] (\d+) percent"
@@ -59,9 +62,13 @@ BUTTON, SCENARIO, DAEMON, SCRIPTS, FILES = "button", "scenario", "daemon", "scri
 TITLES = {BUTTON: "Button", SCENARIO: "The scenario", DAEMON: "kelm", SCRIPTS: "Scripts",
           FILES: "Files"}
 SEQUENCE = (BUTTON, SCENARIO, DAEMON, "hostapd", "station", "client", "root", SCRIPTS, FILES)
+# What stands before some lines in the place of an interface.
+NO_INTERFACES = ("nl80211", "rfkill", "WPS", "WPA", "EAP", "RADIUS", "l2_packet_receive")
 # The lane of a line that is in the table alone.
 ELSEWHERE = "other"
 
+# No picture is of a shorter time: the axis needs two numbers.
+SHORTEST = 1.0
 # How far apart two equal marks are one: programs say some things to two listeners.
 SAME_S = 1.0
 # So long after a press a request is the button's.
@@ -126,7 +133,7 @@ def lane_id(event, who=""):
     """In which lane a line stands; of one without a lane the picture shows nothing."""
     source = event.source
     if source in ("hostapd", "station", "socket"):
-        place = event.band or event.iface
+        place = event.band or (event.iface if event.iface not in NO_INTERFACES else "")
         if source == "socket":
             source = "station" if place and re.search(r"sta\d|-vxd", event.text) else "hostapd"
         return "-".join([source, _slug(place)]) if place else source
@@ -155,7 +162,7 @@ def lane_title(name, log):
 
 def lanes(log, attempt):
     """The picture of one attempt."""
-    moments = _Moments(log, attempt)
+    moments, proofs = _Moments(log, attempt), evidence(attempt)
     found, curve, pressed = {DAEMON: Lane(DAEMON, TITLES[DAEMON])}, [], None
 
     def lane(name):
@@ -167,10 +174,14 @@ def lanes(log, attempt):
             curve.append((moments.of(event), int(estimate.group(1)), event))
             continue
         told = telling(log, event)
+        name = lane_id(event, told[0] if told else "")
         if told:
-            name = lane_id(event, told[0])
             text = in_lane(name, *told, asked_by_button(pressed, event))
-            _add_mark(lane(name), event, text, moments.of(event))
+            _add_mark(lane(name), event, text, kind_of(event), moments.of(event))
+        elif event in proofs and name != ELSEWHERE:
+            kind = kind_of(event)
+            kind = proofs[event] if kind == NOTE else kind
+            _add_mark(lane(name), event, plain(event), kind, moments.of(event))
         if event.source == "button":
             pressed = event
     for name, span in [*_commands(attempt, moments), *_waits(attempt, moments)]:
@@ -181,9 +192,25 @@ def lanes(log, attempt):
         found[DAEMON].spans.insert(0, Span(begin_s, end_s, "walk time", first, "walk"))
     ordered = sorted(found.values(), key=lambda one: (rank(one.id), one.id))
     begin_s, end_s = _ends(ordered, curve)
-    zero = {"press": "press", "PIN": "PIN", "registrar": "registrar"}.get(attempt.method, "request")
+    end_s = max(end_s, begin_s + SHORTEST)
+    zero = attempt.method if attempt.method in ("press", "registrar") else "request"
     return Picture(ordered, begin_s, end_s, Curve(curve, LIMIT_PERCENT) if curve else None,
                    moments.has_times, zero)
+
+
+def evidence(attempt):
+    """{event: kind} of what the verdicts rest on: it has its mark, whether it has words or not."""
+    found = {}
+    for verdict in [*attempt.bands.values(), *attempt.notes]:
+        kind = {True: GOOD, False: BAD}.get(verdict.good, NOTE)
+        for event in verdict.evidence:
+            found.setdefault(event, kind)
+    return found
+
+
+def plain(event):
+    """A line without the name of the interface, the function or the run before it."""
+    return re.sub(r"^(?:kelm\[[^]]*\]|[\w.-]+): |^\d+ ", "", event.text).strip() or event.text
 
 
 def telling(log, event):
@@ -273,12 +300,12 @@ class _Moments:
         return float(self._place[event])
 
 
-def _add_mark(lane, event, text, time_s):
+def _add_mark(lane, event, text, kind, time_s):
     last = lane.marks[-1] if lane.marks else None
     if last and last.words == text and time_s - last.time_s < SAME_S and last.kind != PRESS:
         last.more.append(event)
         return
-    lane.marks.append(Mark(time_s, text, event, kind_of(event)))
+    lane.marks.append(Mark(time_s, text, event, kind))
 
 
 def _ends(found, curve):

@@ -10,6 +10,7 @@ LETTER, BOLD_LETTER = 0.62, 0.69  # of the font's size
 MARK = 14.0  # a mark with a little room
 GAP = 7.0
 BOLD = ("good", "bad")
+MORE_ROWS = 4  # for the words of these
 FEWEST_LETTERS = 9  # that words are cut to
 CURVE_HEIGHT = 112.0
 AXIS_HEIGHT = 34.0
@@ -34,8 +35,8 @@ class Form:
 
 FORMS = (
     Form("wide", 1160, 128, 12, 21, 8, 64, 150, 70),
-    Form("middle", 700, 96, 11.5, 20, 8, 40, 110, 60),
-    Form("narrow", 358, 0, 12, 21, 8, 26, 84, 52),
+    Form("middle", 700, 118, 11.5, 20, 10, 40, 110, 60),
+    Form("narrow", 358, 0, 12, 21, 9, 26, 84, 52),
 )
 
 
@@ -232,7 +233,8 @@ def _with_words(rows, at, mark, form):
     before = at + width > form.width - 4
     if before and at - width < form.titles + 6:
         return None
-    row = _free_row(rows, at - width if before else at - MARK / 2, form)
+    most = form.rows + (MORE_ROWS if mark.kind in BOLD else 0)
+    row = _free_row(rows, at - width if before else at - MARK / 2, most)
     if row is None:
         return None
     if before:
@@ -241,27 +243,27 @@ def _with_words(rows, at, mark, form):
 
 
 def _without_words(rows, at, form):
-    row = _free_row(rows, at - MARK / 2, form)
+    row = _free_row(rows, at - MARK / 2, form.rows)
     return None if row is None else Placed(at, row, [], "", at, at + MARK / 2)
 
 
 def _instead_of_words(rows, at, form):
-    """Takes the room of the words that stand longest."""
-    last = min(rows, key=lambda one: one.left)
-    room = at - MARK / 2 - GAP - (last.left + MARK / 2)
-    if room < 0:
+    """Takes the room of words: of those that tell least, and of them the ones furthest away."""
+    have_room = [one for one in rows if one.left + MARK / 2 + GAP <= at - MARK / 2]
+    if not have_room:
         return None
+    last = min(have_room, key=lambda one: (one.marks[0].kind in BOLD, one.left))
     letters = int((at - MARK / 2 - GAP - last.label_left) / (form.font * BOLD_LETTER))
     keeps = letters >= FEWEST_LETTERS and not last.end
     last.label = cut(last.label, letters) if keeps else ""
     return Placed(at, rows.index(last), [], "", at, at + MARK / 2)
 
 
-def _free_row(rows, begins_at, form):
+def _free_row(rows, begins_at, most):
     for number, last in enumerate(rows):
         if last.label_right + GAP <= begins_at:
             return number
-    return len(rows) if len(rows) < form.rows else None
+    return len(rows) if len(rows) < most else None
 
 
 def _graph(curve, scale, form, top):

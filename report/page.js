@@ -73,7 +73,7 @@
       const wanted = new Set(lanes.filter((box) => box.checked).map((box) => box.name));
       let count = 0;
       for (const row of rows) {
-        row.hidden = !wanted.has(row.dataset.lane) || (told.checked && !row.classList.contains("told"));
+        row.hidden = !wanted.has(row.dataset.lane) || (told.checked && !row.matches(".told, .proof"));
         count += !row.hidden;
       }
       form.querySelector("output").textContent = count + " of " + rows.length + " lines";

@@ -16,7 +16,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 # Longer texts are cut, and of the rest of a huge input only the number of lines is told.
 LONGEST_TEXT = 2000
 MOST_LINES = 20000
-MOST_EVIDENCE = 4
+MOST_EVIDENCE, LONGEST_EVIDENCE = 3, 64
 HEADLINE_FONT = 20
 MOST_TOLD = 12  # lines that one mark's hint holds
 
@@ -54,7 +54,8 @@ def render(logs, title):
     css, script = _asset("page.css"), _asset("page.js")
     return _environment().get_template("page.html.j2").render(
         title=title, logs=views, attempts=[one for view in views for one in view.attempts],
-        css=css, script=script, policy=_policy(css, script), kinds=lanes.KINDS)
+        css=css, script=script, policy=_policy(css, script), kinds=lanes.KINDS,
+        span_kinds=lanes.SPAN_KINDS)
 
 
 def render_svg(log, attempt, title):
@@ -76,9 +77,31 @@ def shown(text):
     return UNSEEN.sub(lambda found: "\\u%04x" % ord(found.group(0)), text)
 
 
+def _kinds(picture):
+    """The kinds of marks and of spans that are in a picture."""
+    return ({mark.kind for lane in picture.lanes for mark in lane.marks}
+            | {span.kind for lane in picture.lanes for span in lane.spans})
+
+
+def _together(verdicts):
+    """Bands of which the same is to be said have one sentence."""
+    found = []
+    for verdict in verdicts:
+        same = next((one for one in found
+                     if (one["cause"], one["sentence"]) == (verdict["cause"], verdict["sentence"])),
+                    None)
+        if same is None:
+            found.append(verdict)
+            continue
+        same["bands"] += verdict["bands"]
+        known = {text for _, _, text in same["evidence"]}
+        same["evidence"] += [one for one in verdict["evidence"] if one[2] not in known]
+    return found
+
+
 def _legend(picture):
     """(place from the left, kind, words) of the kinds of marks that are in the picture."""
-    there, left = {mark.kind for lane in picture.lanes for mark in lane.marks}, 0.0
+    there, left = _kinds(picture), 0.0
     for kind, text in lanes.KINDS.items():
         if kind in there:
             yield left, kind, text
@@ -172,12 +195,14 @@ class _AttemptView:
         self.picture = picture
         self.number = self.count = 1
         shown_events = attempt.events[:most]
-        self.rows = _rows(log, shown_events, name, attempt.start_s)
+        self.rows = _rows(log, shown_events, name, attempt.start_s,
+                          lanes.evidence(attempt))
         self.left_out = len(attempt.events) - len(self.rows)
         self.layouts = [layout.lay_out(picture, form) for form in layout.FORMS]
         self._ids = {event: row["id"] for event, row in zip(shown_events, self.rows)}
         self.filters = _filters(self.rows)
-        self.verdicts = [self._verdict(one) for one in attempt.bands.values()]
+        self.kinds = _kinds(picture)
+        self.verdicts = _together([self._verdict(one) for one in attempt.bands.values()])
         self.notes = [self._verdict(one) for one in attempt.notes]
         self.next = _advice(attempt)
         self.written = [row for row in self.rows if row["event"].source == "file"]
@@ -213,9 +238,14 @@ class _AttemptView:
 
     def _verdict(self, verdict):
         state, word = STATES[verdict.good]
-        evidence = [(self._ids[event], self._moment(event), _plain(event))
-                    for event in verdict.evidence if event in self._ids]
-        return {"band": verdict.band, "state": state, "word": word, "sentence": verdict.sentence,
+        evidence, seen = [], set()
+        for event in verdict.evidence:
+            told = lanes.telling(self.log, event)
+            text = layout.cut(told[2] if told else lanes.plain(event), LONGEST_EVIDENCE)
+            if event in self._ids and text not in seen:
+                seen.add(text)
+                evidence.append((self._ids[event], self._moment(event), text))
+        return {"bands": [verdict.band], "state": state, "word": word, "sentence": verdict.sentence,
                 "cause": verdict.cause, "evidence": evidence[:MOST_EVIDENCE]}
 
     def _moment(self, event):
@@ -245,12 +275,7 @@ def _time_text(event, zero_s):
     return "%.2f s" % (event.time_s - (zero_s or 0.0))
 
 
-def _plain(event):
-    """A line without the interface's name before it."""
-    return layout.cut(re.sub(r"^\S+: ", "", event.text).strip(), 60)
-
-
-def _rows(log, found, name, zero_s):
+def _rows(log, found, name, zero_s, proofs=()):
     """The table's rows."""
     rows, pressed = [], None
     for number, event in enumerate(found, 1):
@@ -264,7 +289,8 @@ def _rows(log, found, name, zero_s):
         rows.append({"id": "%s-line%d" % (name, number), "time": _time_text(event, zero_s),
                      "number": event.number, "lane": lane, "title": title, "words": text,
                      "kind": lanes.kind_of(event) if told else "", "event": event,
-                     "text": event.text.strip(), "source": event.source})
+                     "text": event.text.strip(), "source": event.source,
+                     "proof": event in proofs})
     return rows
 
 

@@ -7,7 +7,8 @@ from dataclasses import dataclass
 QUIET_S = 6.0
 QUIET_SHARE = 0.5  # of the axis, for all quiet times together
 BESIDE_QUIET = 16.0  # room on both sides of one, in pixels
-STEPS_S = (0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1800, 3600, 7200)
+STEPS_S = (0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1800, 3600,
+           7200)
 STEPS = (1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10000)
 
 
