@@ -5,15 +5,18 @@ It is what kelm-watch does before it writes (watch/kept.cpp). Run folders of the
 console logs were not written by kelm-watch, so it is done again for whatever is read.
 """
 
-import json
 import re
 
 from report import patterns
 
 _DEEPEST = 4  # rows that hand the rest to other rows
-_INTEGER_MAX = 2 ** 31
-_WORD = re.compile(r"[A-Za-z0-9_:.-]{0,32}")
-_NAME = re.compile(r"[A-Za-z0-9_]{1,32}")
+_PLAIN_NUMBER = re.compile(r"-?[0-9]{1,9}")
+# A PIN as text is no word.
+_WORD = re.compile(r"(?![0-9]+\Z)[A-Za-z0-9_:.-]{0,32}")
+_BETWEEN = re.compile(r"[ \t\n\r\v\f]*")
+_MEMBER = re.compile(r'[ \t\n\r\v\f]*"([A-Za-z0-9_]{1,32})"[ \t\n\r\v\f]*:[ \t\n\r\v\f]*'
+                     r'(?:"((?:[^"\\]|\\.)*)"|([a-z0-9+.E-]+))[ \t\n\r\v\f]*', re.DOTALL)
+_NEXT_MEMBER = re.compile("," + _MEMBER.pattern, re.DOTALL)
 _MARK = re.compile(r"\[[0-9]{1,6} bytes\]")
 # "Nov 22 12:04:45 (none) daemon.info kelm[283]: ", or as logread has it.
 _SYSTEM_LOG = re.compile(r"((?:[^ ]+ +){1,7}?[a-z]+[0-7]?\.[a-z]+ )([A-Za-z0-9_-]+)(\[[0-9]+\])?: ",
@@ -92,27 +95,28 @@ def _left_out(text):
 
 
 def _members(source, text):
-    """A JSON object with the values of the members that are listed."""
-    try:
-        values = json.loads(text)
-    except (ValueError, RecursionError):
+    """A flat JSON object with the values of the members that are listed."""
+    core = text.strip(patterns.BLANKS)
+    if len(core) < 2 or core[0] != "{" or core[-1] != "}":
         return _left_out(text)
-    if not isinstance(values, dict):
-        return _left_out(text)
-    return "{%s}" % ",".join(
-        '"%s":%s' % (name if _NAME.fullmatch(name) else "?",
-                     _value(value, name in _MEMBERS[source]))
-        for name, value in values.items())
+    out, at = [], 1
+    at = _BETWEEN.match(core, at, len(core) - 1).end()
+    while at < len(core) - 1:
+        found = (_MEMBER if not out else _NEXT_MEMBER).match(core, at, len(core) - 1)
+        if not found:
+            return _left_out(text)
+        out.append('"%s":%s' % (found[1], _value(found[2], found[3],
+                                                 found[1] in _MEMBERS[source])))
+        at = found.end()
+    return "{%s}" % ",".join(out)
 
 
-def _value(value, is_kept):
-    is_text = isinstance(value, str)
-    if is_text and _MARK.fullmatch(value):
-        return '"%s"' % value
-    if is_kept and isinstance(value, int) and not isinstance(value, bool):
-        if abs(value) < _INTEGER_MAX:
-            return str(value)
-    if is_kept and is_text and _WORD.fullmatch(value) and not value.isdigit():
-        return '"%s"' % value
-    text = value if is_text else json.dumps(value, separators=(",", ":"), ensure_ascii=False)
-    return '"[%d bytes]"' % len(text.encode("utf-8", "surrogatepass"))
+def _value(word, bare, is_kept):
+    """word: what stands between quotes, or None where there are none."""
+    if word is None:
+        if is_kept and _PLAIN_NUMBER.fullmatch(bare):
+            return bare
+        return '"[%d bytes]"' % _bytes(bare)
+    if _MARK.fullmatch(word) or (is_kept and _WORD.fullmatch(word)):
+        return '"%s"' % word
+    return '"[%d bytes]"' % _bytes(word)

@@ -52,7 +52,7 @@ def compiled(pattern):
     begins, ends = pattern.startswith("^"), pattern.endswith("$")
     parts = _PLACEHOLDER.split(pattern[begins:len(pattern) - ends])
     texts, kinds = parts[::2], parts[1::2]
-    expression = (r"\A[ \t]*" if begins else "") + re.escape(texts[0])
+    expression = (r"\A[ \t]*+" if begins else "") + re.escape(texts[0])
     for number, kind in enumerate(kinds, 1):
         is_last = number == len(kinds)
         expression += _group(kind, texts[number], is_last and ends)

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: ISC
+// The members of a flat JSON object, as the bus and the status files have them; no memory is asked.
+#pragma once
+
+#include "watch/text.h"
+
+namespace kelm {
+
+struct watch_member {
+    text_span name;   // letters, digits and "_", at most 32
+    text_span value;  // as it is written, without the quotes of a text
+    bool is_text;
+};
+
+// Reads an object member by member.
+class watch_members {
+public:
+    explicit watch_members(text_span object);
+
+    // The next member; false behind the last one, and where the text is not what is read here:
+    // failed() tells which. Objects and arrays within the object are not read.
+    bool next(watch_member *member);
+    bool failed() const { return failed_; }
+
+private:
+    bool _fail();
+    bool _take(char c);
+    void _skip_blanks();
+    bool _take_text(text_span *text);
+    bool _take_value(watch_member *member);
+
+    text_span rest_;
+    bool is_first_ = true;
+    bool failed_ = false;
+};
+
+// The number under name, or fallback where there is none.
+long watch_member_number(text_span object, const char *name, long fallback);
+
+}  // namespace kelm

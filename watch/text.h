@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: ISC
+// Texts that were not made here: a part of one, and the buffer that a new one is put together in.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+namespace kelm {
+
+// A part of somebody's text, any bytes.
+struct text_span {
+    const char *at;
+    size_t length;
+
+    bool is(const char *text) const
+    {
+        return strlen(text) == length && memcmp(at, text, length) == 0;
+    }
+};
+
+inline text_span span_of(const char *text)
+{
+    return {text, strlen(text)};
+}
+
+inline bool is_blank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+inline bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// Without the blanks at both ends.
+text_span stripped(text_span text);
+
+// Puts a text together in a buffer. What does not fit is left out, and full says so. The text is
+// terminated.
+class text_out {
+public:
+    template <size_t size>
+    explicit text_out(char (&buffer)[size]) : text_out(buffer, size)
+    {
+    }
+    text_out(char *buffer, size_t size);
+
+    void add(text_span text);
+    void add(const char *text) { add(span_of(text)); }
+    void add(char c) { add(text_span{&c, 1}); }
+    void add_number(unsigned long long number);
+    void clear();
+
+    text_span span() const { return {buffer_, length_}; }
+    bool full() const { return full_; }
+
+private:
+    char *buffer_;
+    size_t size_;
+    size_t length_ = 0;
+    bool full_ = false;
+};
+
+}  // namespace kelm
