@@ -186,7 +186,7 @@ check_bands() {
 # The keys that are known, without the band.
 KNOWN_KEYS='enabled apwpsavailable stawpsavailable pinenabled pincode wlansectype_ apbssenabledapmode_ apbssenabled_ stabssenabled_'
 
-# parse_settings: sets parsed to a line "NUMBER BLOCK KEY=VALUE|" for each line of the text that names a known key, or
+# parse_settings: sets parsed to a line "NUMBER BLOCK |KEY=VALUE|" for each line of the text that names a known key, or
 # nearly so. The value is the one that the daemon takes: without its last character, whatever that is.
 parse_settings() {
 	local ended=''
@@ -216,7 +216,7 @@ parse_settings() {
 			}
 			at = index(piece, "=")
 			if (at && is_known(substr(piece, 1, at - 1)))
-				print NR - 1 + last, block + 0, substr(piece, 1, length(piece) - 1) "|"
+				print NR - 1 + last, block + 0, "|" substr(piece, 1, length(piece) - 1) "|"
 		}
 		function take_line(line) {
 			for (; line != ""; line = substr(line, 2048))
@@ -241,7 +241,7 @@ setting() {
 	while IFS=' ' read -r line block pair; do
 		[ -z "$2" ] || [ $((block % 5)) = "$2" ] || continue
 		case $pair in
-		"$1="*)
+		"|$1="*)
 			value=${pair#*=}
 			value=${value%|}
 			number=$line
@@ -274,6 +274,7 @@ read_flat() {
 	parse_settings
 	while IFS=' ' read -r line block pair; do
 		key=${pair%%=*}
+		key=${key#|}
 		[ -z "$key" ] || is_exact "$key" ||
 			warning "$1" '' "line $line of $2 begins with $(quoted "$key"), which is no key; mind blanks and capitals"
 	done << EOT

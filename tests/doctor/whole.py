@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""What surrounds the Wi-Fi daemons on a router on which WPS works: the bus, the service scripts, the
-settings files, a daemon that runs."""
+"""What surrounds the Wi-Fi daemons where WPS works: bus, scripts, settings files, a daemon."""
 import contextlib
 import os
 
