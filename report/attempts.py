@@ -110,6 +110,11 @@ class _Splitter:
             self._announce_end(fact)
 
     def _announce_start(self, fact):
+        if self.now and self.now.started is not None and not self.now.is_over:
+            # A daemon that serves an attempt starts no other: this is the next one.
+            self.now.next_daemon = fact
+            self.request = self.now.presses.pop() if self.now.presses else None
+            self.request_method = "press" if self.request else "request"
         if self.now is None or self.now.started is not None or self.now.is_over:
             by_script = self.parts[-1].by_script if self.parts else False
             self._open(self.request or fact, self.request_method)

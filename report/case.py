@@ -1,9 +1,19 @@
 # SPDX-License-Identifier: ISC
 """An attempt as the rules look at it: its facts, and what was known before and behind it."""
 
+import datetime
+
 PUSH_BUTTON = "4"  # the password of a device whose button was pressed
 GIVE_UP_PERCENT = 15
 HEARD_S = 120  # so long a device that was heard counts as pushed
+
+
+def _moment(wall):
+    """The time of day in a recording, or None."""
+    try:
+        return datetime.datetime.strptime(wall, "%Y-%m-%dT%H:%M:%S.%fZ")
+    except ValueError:
+        return None
 
 
 class Case:
@@ -45,6 +55,16 @@ class Case:
         if fact is None or fact.time_s is None or start_s is None:
             return None
         return max(fact.time_s - start_s, 0.0)
+
+    def waited_s(self, fact):
+        """The same by the time of day, if that went further: by that the daemon waits."""
+        seconds = self.elapsed_s(fact)
+        if seconds is None:
+            return None
+        first, last = _moment(self.part.opener.event.wall), _moment(fact.event.wall)
+        if first is None or last is None:
+            return seconds
+        return max(seconds, (last - first).total_seconds())
 
     def after(self, fact):
         """" after 2.4 s", or nothing where there are no times."""

@@ -30,7 +30,7 @@ CAUSES = [
     Cause("joined", True, "WPS-REG-SUCCESS of hostapd, WPS-SUCCESS of a station whose settings "
           "were "
           "stored, or status 2",
-          "{who} joined{after}"),
+          "{who} {did}{after}"),
     Cause("learnt", True, "WPS-SUCCESS of a station, and config_wifi or status 2 behind it",
           "the repeater learnt the network of its root access point{after}"),
     Cause("new-settings", True, "WPS-NEW-AP-SETTINGS while no attempt of the daemon's runs",
@@ -41,6 +41,9 @@ CAUSES = [
           "Remove the network from the device and join once more. If it comes back, the access "
           "point "
           "does not keep the keys that it hands out by WPS."),
+    Cause("no-fit", False, "a client finds no network for the key that it has received",
+          "{who} received a key{after}, but then found no network that the key fits",
+          "See whether the network is WPA3 only: WPS hands out keys for WPA2."),
     Cause("not-stored", False, "status 3, or a line of the daemon that nothing was stored",
           "the exchange succeeded, but its result could not be stored ({reason})",
           "Make room in /tmp and on the flash, then press again."),
@@ -63,7 +66,7 @@ CAUSES = [
           "Bring the device nearer to the router and press again.",
           repeater_advice="Bring the repeater nearer to the root access point and press again."),
     Cause("client-left", False, "the device leaves, or is put out, in its exchange",
-          "{who} left in the middle of the exchange",
+          "{who} {left} in the middle of the exchange",
           "Bring the device nearer to the router, and wait until it says that it is done."),
     Cause("wifi-restarted", False, "AP-DISABLED and AP-ENABLED in mid-attempt",
           "the radio was set up anew in the middle of the attempt, which made it forget the "
@@ -75,15 +78,16 @@ CAUSES = [
           "unanswered",
           "the Wi-Fi daemon ({daemon}) did not answer{what}", LOOK_AT_WIFI),
     Cause("script-hung", False, "a script killed at its limit, or begun without an end",
-          "a script did not end: {command}",
+          "{before}a script did not end: {command}",
           "Run the script by hand on the router and see what it waits for."),
     Cause("script-failed", False, "a script that ends with a status other than 0",
-          "a script failed with status {number}: {command}",
+          "{before}a script failed with status {number}: {command}",
           "Run the script by hand on the router and read what it says."),
     Cause("hidden", False, "the settings, or the service's line, before or after the press",
           "the network is hidden; WPS does not serve hidden networks",
           "Show the network (hidden '0'), then press again."),
-    Cause("wpa3-only", False, "the same", "the network is WPA3 only; WPS cannot hand out its key",
+    Cause("wpa3-only", False, "the same",
+          "{before}the network is WPA3 only; WPS cannot hand out its key",
           "Allow WPA2 beside WPA3, then press again."),
     Cause("no-wps", False, "the same, or no WPS-PBC-ACTIVE after wps_pbc",
           "the Wi-Fi daemon does not offer WPS here{reason}",
@@ -119,11 +123,11 @@ CAUSES = [
           "the two nearer to each other."),
     Cause("given-up", False, "estimates below the limit, and another band that has learnt a "
           "network",
-          "given up at an estimate of {percent} percent{mirror}",
+          "given up{estimate}{mirror}",
           "Press the root's button on both bands if they are to be learnt each for itself."),
     Cause("bus-gone", False, "the daemon's line that it has no ubus, and a press that it does not "
           "hear",
-          "the daemon had no connection to ubus and heard no press",
+          "the daemon had no connection to ubus{heard}",
           "See whether ubusd runs, then restart the service: a daemon that starts without ubus "
           "does not "
           "look for it again."),

@@ -6,8 +6,12 @@ from report.causes import CONFIG_ERRORS, CURES, CURE_ELSE, MESSAGES
 from report.events import BAND_6G, BANDS
 
 SILENT = 12
+SIGKILL = 9
 SUCCESS, ERROR, OVERLAP = 2, 3, 8
 WALK_S = 110  # of a failure so late the time-out is the reason; it comes after 120 to 125 seconds
+RECEIVED = "a device received a key, but "
+USE_S = 5  # a device uses its key at once
+SCRIPT_S = 30  # no script takes so long by itself
 PIN_ERRORS = {"15": "pin-locked", "18": "wrong-pin"}
 CLI = ("hostapd_cli", "wpa_cli")
 
@@ -35,6 +39,42 @@ def _has_wrong_key(case, band, mac):
                          if one.data["lane"] in lanes), None)
 
 
+def _came_to_nothing(case, band, mac, joined):
+    """(cause, fact): what became of a device that has received a key."""
+    wrong = _has_wrong_key(case, band, mac)
+    if wrong:
+        return "wrong-key", wrong
+    known = _settings_cause(case, band)
+    if known and known[0] == "wpa3-only" and not joined:
+        return known
+    lost = case.first("client-finds-none", behind=True)
+    if lost and not joined and case.first("client-done") \
+            and not case.first("client-connected", behind=True):
+        return "no-fit", lost
+    return "joined", None
+
+
+def _unapplied(case, band):
+    """A success whose new settings no script has taken."""
+    success = case.first(("registered", "wifi-success", "new-settings"), band)
+    trouble = script_trouble(case, band) if success else None
+    if trouble is None or not trouble[1]["command"].endswith("config_wifi"):
+        return None
+    cause, details, evidence = trouble
+    before = "the exchange succeeded, but its result was not stored: "
+    return cause, {**details, "before": before}, [success.event] + evidence
+
+
+def _what_it_did(case, registered, joined):
+    """In words: where hostapd is heard itself, the use of the key is seen."""
+    if joined or registered is None or registered.event.source != "hostapd":
+        return "joined"
+    last_s = case.log.events[-1].time_s
+    if last_s is None or last_s - registered.time_s < USE_S:
+        return "joined"
+    return "received the key, but was not seen to use it,"
+
+
 def _joined(case, band):
     if case.is_repeater:
         return None
@@ -50,9 +90,9 @@ def _joined(case, band):
     mac = next((one for one in told_mac if isinstance(one, str) and 0 < len(one) <= 32), "")
     joined = [one for one in case.all_of("joined", band) if mac and one.data["mac"] == mac
               and one.index > fact.index]
-    wrong = _has_wrong_key(case, band, mac)
     at = joined[0] if joined else fact
-    return answer("wrong-key" if wrong else "joined", (registered or info or said, at, told, wrong),
+    cause, why = _came_to_nothing(case, band, mac, joined)
+    return answer(cause, (registered or info or said, at, told, why), before=RECEIVED, did=_what_it_did(case, registered, joined),
                   who=case.who(mac), after=case.after(at), mac=mac,
                   after_s=case.elapsed_s(at))
 
@@ -61,7 +101,12 @@ def _is_stored(case):
     """Whether what a station has learnt was given to the scripts."""
     script = next((fact for fact in case.all_of("script")
                    if fact.data["command"].endswith("config_wifi")), None)
-    return case.first("applied") or script
+    stored = case.first("applied") or script or case.first("stored")
+    if stored or case.first("asked-cancel") or case.first("terminated"):
+        return stored
+    # Where the bus is seen, a stop that nobody asked for is the verdict's.
+    sees_bus = any(event.source == "bus" for event in case.log.events)
+    return case.first("stops") if sees_bus else None
 
 
 def _learnt(case, band):
@@ -87,18 +132,29 @@ def _mirrored(case, band):
     low = case.low_estimate() if band != BAND_6G else None
     if low is None:
         return answer("mirrored", (fact,))
-    return answer("given-up", (low, fact), percent=low.data["percent"],
+    return answer("given-up", (low, fact), estimate=_percent(low),
                   mirror="; it takes over what the other band has learnt")
 
 
 def _given_up(case, band):
     low = case.low_estimate()
-    if low is None:
+    if low is None and not _is_left_behind(case, band):
         return None
     # Where another line of the band tells its end, that is the reason.
     if case.before_end(case.all_of(("failed", "overlap", "wifi-timeout"), band)):
         return None
-    return answer("given-up", (low,), percent=low.data["percent"], mirror="")
+    return answer("given-up", (low or case.first("wifi-success"),), estimate=_percent(low),
+                  mirror="")
+
+
+def _percent(low):
+    return " at an estimate of %s percent" % low.data["percent"] if low else ""
+
+
+def _is_left_behind(case, band):
+    """A repeater's other band that comes to nothing once one has learnt; its log tells more."""
+    return case.is_repeater and not case.has_no_outcome() and any(
+        _learnt(case, one) for one in BANDS if one != band)
 
 
 def _not_needed(case, band):
@@ -111,16 +167,26 @@ def _not_needed(case, band):
 
 
 SETTING_CAUSES = (("hidden", "hidden"), ("disabled", "band-off"), ("off", "band-off"),
-                  ("wpa3", "wpa3-only"), ("open", "open-network"), ("wep", "no-wps"),
-                  ("tkip", "no-wps"))
+                  ("wpa3", "wpa3-only"), ("no wps", "no-wps"), ("owe", "no-wps"),
+                  ("wep", "no-wps"), ("tkip", "no-wps"))
+
+
+def _forced_off(known, band):
+    """hostapd says it of the radio that it sets up next, and does not name it."""
+    said = None
+    for place, fact in enumerate(known):
+        if fact.kind == "forced-off":
+            up = next((one for one in known[place:] if one.kind == "wifi-up"), None)
+            said = ("hidden", fact) if up and up.band == band else said
+    return said
 
 
 def _settings_cause(case, band):
     """(cause, fact) of what the settings or the service say about a band, or None."""
-    told = [fact for fact in case.before + case.part.facts
-            if fact.kind in ("settings", "unserved") and fact.band == band]
+    known = case.before + case.part.facts
+    told = [fact for fact in known if fact.kind in ("settings", "unserved") and fact.band == band]
     if not told:
-        return None
+        return _forced_off(known, band)
     fact = told[-1]
     if fact.kind == "unserved":
         return fact.data["cause"], fact
@@ -154,8 +220,11 @@ def _overlap(case, band):
     if roots:
         names = [roots.data["one"], roots.data["two"]]
     else:
-        heard = case.heard().values()
-        names = [case.name_of(fact.data["mac"]) for fact in heard]
+        macs = [fact.data["mac"] for fact in case.heard().values()]
+        if len(macs) < 2:
+            begun = case.all_of("exchange")
+            macs = sorted({fact.data["mac"] for fact in begun if fact.data.get("mac")})
+        names = [case.name_of(mac) for mac in macs]
     kind = "root access points" if case.is_repeater else "devices"
     count = "Two" if len(names) <= 2 else str(len(names))
     return answer("overlap", (seen or [case.part.end])[:4], count="%s %s" % (count.lower(), kind),
@@ -174,20 +243,31 @@ def _wifi_restarted(case, band):
     return answer("wifi-restarted", (down[:1] + up[:1]) + [said])
 
 
+def _killed_commands(case):
+    """Commands that were killed: as the daemon says, or as their end shows."""
+    ends = [fact for fact in case.all_of("command-end")
+            if fact.data["how"] == "signal" and fact.data["number"] == SIGKILL]
+    return [fact for fact in case.all_of("hung") if fact.data["why"] != "the daemon ends"] + ends
+
+
+def _how_long(fact):
+    return " after %s s" % fact.data["seconds"] if fact.data.get("seconds") else ""
+
+
 def _hung_command(case, names):
     """Such a command that was killed at its limit."""
-    return next((fact for fact in case.all_of("hung") if fact.data["why"] == "its time limit"
-                 and fact.data["command"].startswith(names)), None)
+    return next((fact for fact in _killed_commands(case)
+                 if fact.data["command"].startswith(names)), None)
 
 
 def _wifi_daemon_hung(case, band):
     fact = case.first("socket-hung", band) or case.first("no-attach")
-    killed = next((one for one in case.all_of("hung") if one.data["command"].startswith(CLI)
+    killed = next((one for one in _killed_commands(case) if one.data["command"].startswith(CLI)
                    and one.band in ("", band)), None)
     if not fact and not killed:
         return None
-    what = "; %s was killed after %s s" % (killed.data["command"].split(" ")[0],
-                                           killed.data["seconds"]) if killed else ""
+    what = "; %s was killed%s" % (killed.data["command"].split(" ")[0], _how_long(killed)) \
+        if killed else ""
     return answer("wifi-daemon-hung", (fact, killed), what=what)
 
 
@@ -280,11 +360,12 @@ def _exchange_ended(case, band):
         return None
     last = begun[-1]
     mac = last.data.get("mac")
-    for fact in case.before_end(case.all_of(("left", "exchange-end"), band)):
+    for fact in case.before_end(case.all_of(("left", "fell-silent", "exchange-end"), band)):
         if fact.index < last.index or mac and fact.data.get("mac") not in (mac, None):
             continue
-        if fact.kind == "left":
-            return answer("client-left", (last, fact), who=case.name_of(mac))
+        if fact.kind != "exchange-end":
+            return answer("client-left", (last, fact), who=_other_side(case, band),
+                          left="left" if fact.kind == "left" else "fell silent")
         return answer("exchange-broke", (last, fact), who=_other_side(case, band),
                       where=_last_message(case, band))
     if case.has_no_outcome():
@@ -298,10 +379,11 @@ def _no_offer(case, band):
     pushed = case.first("pushes", band)
     if pushed is None or case.all_of("active", band) or case.has_no_outcome():
         return None
-    # Only where its words would be seen.
-    if not any(fact.band == band and not fact.second_hand
-               and fact.kind.startswith(("wifi-", "socket-a"))
-               for fact in case.before + case.part.facts):
+    # Only where its words would be seen: those of this band are, or those of the other one.
+    seen = case.all_of("active") or [
+        fact for fact in case.before + case.part.facts if fact.band == band
+        and not fact.second_hand and fact.kind.startswith(("wifi-", "socket-a"))]
+    if not seen:
         return None
     known = _settings_cause(case, band)
     return answer(known[0] if known else "no-wps", (pushed, known[1] if known else None), reason="")
@@ -313,8 +395,21 @@ def _learnt_words(case, band):
     return ""
 
 
+def _ended_without_restart(case):
+    """The end of a daemon that told a failure at once and did not have itself restarted."""
+    end, told = case.part.daemon_end, case.part.end
+    if end is None or told is None or end.data["how"] != "status" or end.data["number"]:
+        return None
+    seconds = case.waited_s(told)
+    sees_commands = any(fact.data.get("run") not in ("", "0", None)
+                        for fact in case.all_of(("pushes", "takes-pin")))
+    restarts = [fact for fact in case.all_of("script") if fact.data["run"] not in ("", "0")]
+    early = seconds is not None and seconds < WALK_S and not case.first("daemon-timeout")
+    return end if sees_commands and not restarts and early else None
+
+
 def _terminated(case, band):
-    fact = case.first("terminated")
+    fact = case.first("terminated") or _ended_without_restart(case)
     if fact is None:
         return None
     return answer("terminated", (fact,), learnt=_learnt_words(case, band))
@@ -325,7 +420,9 @@ def _cancelled(case, band):
     quiet = part.outcome is None and part.stop is not None
     # A repeater's cancel is told nowhere; its commands show it.
     told = part.cancel if part.outcome is None or not case.verdict_begun() else None
-    stops = case.first("stops") if part.outcome is None and not case.verdict_begun() else None
+    sees_bus = any(event.source == "bus" for event in case.log.events)
+    stops = case.first("stops") if part.outcome is None and not case.verdict_begun() \
+        and not sees_bus else None
     fact = told or (part.stop if quiet else None) or stops
     if fact is None:
         return None
@@ -363,7 +460,7 @@ def _timed_out(case, band):
     if told:
         return told
     late = case.part.end or case.verdict_begun()
-    seconds = case.elapsed_s(late)
+    seconds = case.waited_s(late)
     return late if seconds is not None and seconds >= WALK_S else None
 
 
@@ -371,7 +468,7 @@ def _within(case, fact):
     times = fact.data.get("from"), fact.data.get("to")
     if all(times) and len(times[0]) < 12 and len(times[1]) < 12:
         return " within %d s" % max(int(times[1]) - int(times[0]), 0)
-    seconds = case.elapsed_s(fact)
+    seconds = case.waited_s(fact)
     return " within %.0f s" % seconds if seconds is not None and seconds >= WALK_S else ""
 
 
@@ -400,12 +497,26 @@ def script_trouble(case, _band):
     hung = _hung_command(case, ("/etc/init.d/", "/usr/bin/wifi"))
     if hung:
         return answer("script-hung", (hung,), command=hung.data["command"])
-    failed = next((fact for fact in case.all_of("command-end") if fact.data["number"]
-                   and (fact.data["line"] or "").startswith("/etc/init.d/")), None)
+    failed = next((fact for fact in case.all_of("command-end")
+                   if fact.data["number"] and fact.data["how"] == "status"
+                   and fact.data["command"].startswith("/etc/init.d/")), None)
     if failed:
         return answer("script-failed", (failed,), number=failed.data["number"],
-                      command=failed.data["line"])
-    return None
+                      command=failed.data["command"])
+    return _without_end(case)
+
+
+def _without_end(case):
+    """A script that was begun long before the input ends, where the ends of others are told."""
+    if not case.all_of("command-end") or not case.has_no_outcome():
+        return None
+    begun = case.all_of("script")
+    last_s = case.log.events[-1].time_s
+    if not begun or last_s is None or last_s - begun[-1].time_s < SCRIPT_S:
+        return None
+    ended = [fact for fact in case.all_of("command-end")
+             if fact.index > begun[-1].index and fact.data["command"] == begun[-1].data["command"]]
+    return None if ended else answer("script-hung", begun[-1:], command=begun[-1].data["command"])
 
 
 def bus_hung(case, _band):
@@ -429,7 +540,8 @@ def _unknown(case, _band):
 
 
 # The first that finds something decides.
-RULES = (_not_taking_part, _not_stored, _joined, _new_settings, _learnt, _mirrored, _not_needed,
-         _overlap, _pin_locked, _failed, _wifi_restarted, _wifi_daemon_hung, _wifi_daemon_gone,
-         _no_offer, _exchange_ended, _terminated, _cancelled, _daemon_killed, _router_restarted,
-         _given_up, script_trouble, _nobody_came, bus_hung, _still_running, _unknown)
+RULES = (_not_taking_part, _not_stored, _unapplied, _joined, _new_settings, _learnt, _mirrored,
+         _not_needed, _overlap, _pin_locked, _failed, _wifi_restarted, _wifi_daemon_hung,
+         _wifi_daemon_gone, _no_offer, _exchange_ended, _terminated, _cancelled, _daemon_killed,
+         _router_restarted, _given_up, script_trouble, _nobody_came, bus_hung, _still_running,
+         _unknown)

@@ -53,7 +53,8 @@ WIFI_ROWS = [(kind, re.compile(pattern)) for kind, pattern in (
     ("pin-needed", r"WPS-PIN-NEEDED"),
     ("exchange", r"CTRL-EVENT-EAP-STARTED (?P<mac>%s)" % MAC),
     ("exchange", r"CTRL-EVENT-EAP-STARTED EAP authentication started()"),
-    ("exchange-end", r"CTRL-EVENT-EAP-(?:TIMEOUT-)?FAILURE2?(?: (?P<mac>%s))?" % MAC),
+    ("fell-silent", r"CTRL-EVENT-EAP-TIMEOUT-FAILURE2?(?: (?P<mac>%s))?" % MAC),
+    ("exchange-end", r"CTRL-EVENT-EAP-FAILURE2?(?: (?P<mac>%s))?" % MAC),
     ("message", r"WPS: (?:Received|Building Message) (?:WSC_)?(?P<name>M\d|M2D|NACK|ACK|Done)"),
     ("joined", r"EAPOL-4WAY-HS-COMPLETED (?P<mac>%s)" % MAC),
     ("joined", r"AP-STA-CONNECTED (?P<mac>%s)" % MAC),
@@ -63,6 +64,7 @@ WIFI_ROWS = [(kind, re.compile(pattern)) for kind, pattern in (
     ("connected", r"CTRL-EVENT-CONNECTED"),
     ("wifi-down", r"(?:AP-DISABLED|CTRL-EVENT-TERMINATING)"),
     ("wifi-up", r"AP-ENABLED"),
+    ("forced-off", r"WPS: ignore_broadcast_ssid configuration forced WPS to be disabled"),
     ("trying", r"(?:SME: )?Trying to (?:authenticate|associate) with"),
 )]
 
@@ -128,6 +130,7 @@ SERVICE_REASONS = {
 _NO_WPS = re.compile(r"(?:hostapd|wpa_supplicant) has no WPS")
 _SERVICE_BAND = re.compile(r"(2\.4|5) GHz: ")
 _SOCKET = re.compile(r"(?:hostapd|wpa_supplicant|station) (\S+) (attached|gone|refuses|hung)")
+_BROKER = re.compile(r"bus (attached|gone|hung)")
 _COMMAND = re.compile(r"(?:(?P<run>\d+) )?(?P<line>.*)", re.S)
 _EXIT = re.compile(r"(?P<run>\d+) (?P<what>daemon|parent|command) (?P<pid>\d+) "
                    r"(?P<how>status|signal|gone)(?: (?P<number>\d+))?(?: (?P<line>.*))?")
@@ -228,7 +231,8 @@ def _of_exit(event):
     if not found:
         return
     data = found.groupdict()
-    data["number"] = int(data["number"]) if data["number"] else None
+    data["number"] = int(data["number"]) if data["number"] and len(data["number"]) < 6 else None
+    data["command"] = data.pop("line") or ""
     yield ENDS[data["what"]], event.band, data, False
 
 
@@ -280,6 +284,8 @@ def _of_file(event):
     found = re.match(r"/tmp/wps_result (-?\d+)", event.text)
     if found:
         yield "result", "", {"number": found.group(1)}, False
+    if re.match(r"/tmp/wps_wifi_sta\.txt \d+ \d+ bytes: .*ssid", event.text):
+        yield "stored", "", {}, False
     found = re.match(r"/tmp/kelm\.info (\{.*\})", event.text)
     if not found:
         return
@@ -296,6 +302,9 @@ def _of_file(event):
 
 
 def _of_socket(event):
+    broker = _BROKER.match(event.text)
+    if broker:
+        yield "broker-" + broker.group(1), "", {}, False
     found = _SOCKET.match(event.text)
     if found:
         band = event.band or BAND_NAMES.get(found.group(1), "")
@@ -327,6 +336,8 @@ def _of_client(event):
         yield "client-wrong-key", event.band, data, False
     elif text.startswith("CTRL-EVENT-CONNECTED"):
         yield "client-connected", event.band, data, False
+    elif text.startswith("CTRL-EVENT-NETWORK-NOT-FOUND"):
+        yield "client-finds-none", event.band, data, False
 
 
 def _of_boot(event):

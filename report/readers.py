@@ -196,6 +196,8 @@ def _read_recording(path, lines, log):
             continue
         time_s, anew = clock.seconds(ms)
         _note_boot(log, anew, time_s, number)
+        if source == "console":
+            text = console.parse(text).text or text
         band = row.get("band") if row.get("band") in BANDS else ""
         if not band and source in ("command", "script", "console", "exit"):
             band = band_of_text(text)

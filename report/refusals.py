@@ -61,16 +61,20 @@ def _stopped_at_check(case):
 
 
 def _deaf(case):
+    """A daemon that starts without ubus never looks for it again."""
     if case.first("taken"):
         return None
-    lost = None
+    lost, has_daemon = None, False
     for fact in case.before:
-        if fact.kind == "no-bus":
+        if fact.kind == "no-bus" or fact.kind == "broker-attached" and has_daemon:
             lost = fact
-        elif fact.kind in ("bus-back", "daemon-start", "taken"):
+        elif fact.kind in ("bus-back", "daemon-start", "taken", "announced"):
             lost = None
-    lost = lost or case.first("no-bus")
-    return {"": answer("bus-gone", (lost,))} if lost else None
+            has_daemon = fact.kind == "daemon-start" or has_daemon
+        elif fact.kind in ("daemon-end", "broker-gone"):
+            has_daemon = False
+    lost = lost or case.first(("no-bus", "broker-gone"))
+    return {"": answer("bus-gone", (lost,), heard=" and heard no press")} if lost else None
 
 
 def _no_daemon(case):

@@ -22,7 +22,8 @@ def _verdict(case, band, found):
     row = BY_ID[cause]
     words = _Words({"daemon": case.daemon, "kind": KINDS[case.log.kind]}, **details)
     good = row.good
-    if cause == "given-up" and details["mirror"]:
+    # Without the daemon's log nobody knows whether the band takes over what another has learnt.
+    if cause == "given-up" and (details["mirror"] or not details["estimate"]):
         good = None
     order = {id(event): place for place, event in enumerate(case.log.events)}
     evidence = sorted({id(event): event for event in evidence}.values(),

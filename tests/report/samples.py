@@ -2,6 +2,7 @@
 """Samples of the virtual router's scenarios, and what else can be made of them."""
 
 import json
+import re
 from pathlib import Path
 
 RUNS = Path(__file__).resolve().parents[1] / "data/report/runs"
@@ -29,6 +30,11 @@ def row(time_s, source, text, band="", **members):
                        "source": source, "band": band, "text": text, **members})
 
 
+def _wall(seconds):
+    """A time of day of the router's, so many seconds after noon."""
+    return "2026-11-22T12:%02d:%06.3fZ" % (seconds // 60, seconds % 60)
+
+
 def _band(text):
     for names, band in ((("wlan1", "phy0-ap0", "phy0-sta0"), "2.4 GHz"),
                         (("wlan0", "phy1-ap0", "phy1-sta0"), "5 GHz")):
@@ -40,13 +46,17 @@ def _band(text):
 def as_recording(name):
     """What kelm-watch would have written down, without the daemon's log: lines of text."""
     yield header()
+    ahead_s = 0
     for time_s, source, text in run_lines(name):
+        moved = re.match(r"moves the router's clock forward by (\d+) seconds", text)
+        if source == "demo" and moved:
+            ahead_s += int(moved.group(1))
         if source.rstrip("0123456789") in UNSEEN:
             continue
         if source == "exit" and " parent " in text:
             run, _, pid = text.split(" ")[:3]
             source, text = "start", "%s daemon %s" % (run, pid)
-        yield row(time_s, source, text, _band(text))
+        yield row(time_s, source, text, _band(text), at=_wall(time_s + ahead_s))
 
 
 def as_console(name):
