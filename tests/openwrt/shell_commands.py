@@ -116,7 +116,8 @@ class _Reader:
         """Behind a dollar sign."""
         rest = self.text[self.at:]
         if rest.startswith('(('):
-            self.at = self.text.index('))', self.at) + 2
+            self.at += 2
+            self.arithmetic()
         elif rest.startswith('('):
             self.at += 1
             self.script(')')
@@ -125,6 +126,16 @@ class _Reader:
             self.quoted('}')
         else:
             self.at += len(re.match(r'\w*|.', rest)[0]) or 1
+
+    def arithmetic(self):
+        """Up to the end of a `$((`; commands may stand in it."""
+        depth = 2
+        while depth:
+            char = self.text[self.at]
+            self.at += 1
+            if char == '$':
+                self.expansion()
+            depth += {'(': 1, ')': -1}.get(char, 0)
 
     def redirection(self):
         start = self.at - 1

@@ -18,7 +18,7 @@ SHELL = set('. : [ break cd command continue echo eval exit export false for kil
 BUSYBOX = set('awk basename cat chgrp chmod chown cmp cp cut date dd df dirname du env expr find '
               'flock grep head hexdump id ln logger ls md5sum mkdir mkfifo mktemp mv nice pgrep '
               'pidof ps readlink rm rmdir sed seq sha256sum sleep sort sync tail tee touch tr '
-              'uniq uptime wc which xargs'.split())
+              'sh uniq uptime wc which xargs'.split())
 # Of packages that each image has, or that this one asks for.
 OTHERS = {'hostapd', 'hostapd_cli', 'jsonfilter', 'ubus', 'uci', 'wpa_cli', 'wpa_supplicant'}
 # Of /lib/functions.sh and /lib/functions/procd.sh.
@@ -76,6 +76,7 @@ SCRIPTS = {
     'a | od -x && b || c; d & e': {'a', 'od', 'b', 'c', 'd', 'e'},
     'x=$(realpath "$y")': {'realpath'},
     'say "it is $(fold x) $((1 + 2)) ${v:-$(tac z)}"': {'say', 'fold', 'tac'},
+    '[ $((x & (y | $(stat z)))) = 0 ] || od': {'[', 'stat', 'od'},
     "awk '{ stat }' x": {'awk'},
     '# stat\na # stat': {'a'},
     'case $1 in\nstat | od) comm ;;\n*) paste ;;\nesac\nnohup x': {'comm', 'paste', 'nohup'},
