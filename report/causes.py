@@ -30,9 +30,12 @@ CAUSES = [
     Cause("joined", True, "WPS-REG-SUCCESS of hostapd, WPS-SUCCESS of a station whose settings "
           "were "
           "stored, or status 2",
-          "{who} {did}{after}"),
+          "{who} joined{after}"),
     Cause("learnt", True, "WPS-SUCCESS of a station, and config_wifi or status 2 behind it",
           "the repeater learnt the network of its root access point{after}"),
+    Cause("key-unused", None, "WPS-REG-SUCCESS, and no 4-way handshake within seconds",
+          "{who} received the key{after}, but was not seen to use it",
+          "See on the device whether it is connected."),
     Cause("new-settings", True, "WPS-NEW-AP-SETTINGS while no attempt of the daemon's runs",
           "a device that knows the access point's PIN gave it new settings{after}"),
     Cause("wrong-key", False, "AP-STA-POSSIBLE-PSK-MISMATCH, or a client's WRONG_KEY, after it "
@@ -91,7 +94,8 @@ CAUSES = [
           "Allow WPA2 beside WPA3, then press again."),
     Cause("no-wps", False, "the same, or no WPS-PBC-ACTIVE after wps_pbc",
           "the Wi-Fi daemon does not offer WPS here{reason}",
-          "Look at the encryption, at the WPS settings, and whether {daemon} was built with WPS."),
+          "Show the network if it is hidden. Look at its encryption, at the WPS settings, and "
+          "whether {daemon} was built with WPS."),
     Cause("open-network", False, "the same", "the network is open; there is no key to hand out",
           "Give the network a key, then press again."),
     Cause("band-off", False, "the same", "the radio or the network is switched off",

@@ -51,7 +51,15 @@ def _came_to_nothing(case, band, mac, joined):
     if lost and not joined and case.first("client-done") \
             and not case.first("client-connected", behind=True):
         return "no-fit", lost
-    return "joined", None
+    return ("joined" if joined or not _would_be_used(case, band) else "key-unused"), None
+
+
+def _would_be_used(case, band):
+    """Whether hostapd is heard itself, and for so long that a device would have used its key."""
+    registered = case.first("registered", band)
+    if registered is None or registered.event.source != "hostapd" or registered.time_s is None:
+        return False
+    return case.log.events[-1].time_s - registered.time_s >= USE_S
 
 
 def _unapplied(case, band):
@@ -63,16 +71,6 @@ def _unapplied(case, band):
     cause, details, evidence = trouble
     before = "the exchange succeeded, but its result was not stored: "
     return cause, {**details, "before": before}, [success.event] + evidence
-
-
-def _what_it_did(case, registered, joined):
-    """In words: where hostapd is heard itself, the use of the key is seen."""
-    if joined or registered is None or registered.event.source != "hostapd":
-        return "joined"
-    last_s = case.log.events[-1].time_s
-    if last_s is None or last_s - registered.time_s < USE_S:
-        return "joined"
-    return "received the key, but was not seen to use it,"
 
 
 def _joined(case, band):
@@ -92,7 +90,7 @@ def _joined(case, band):
               and one.index > fact.index]
     at = joined[0] if joined else fact
     cause, why = _came_to_nothing(case, band, mac, joined)
-    return answer(cause, (registered or info or said, at, told, why), before=RECEIVED, did=_what_it_did(case, registered, joined),
+    return answer(cause, (registered or info or said, at, told, why), before=RECEIVED,
                   who=case.who(mac), after=case.after(at), mac=mac,
                   after_s=case.elapsed_s(at))
 
@@ -459,7 +457,7 @@ def _timed_out(case, band):
     told = told or case.info(band, "timeout")
     if told:
         return told
-    late = case.part.end or case.verdict_begun()
+    late = case.part.end or case.verdict_begun() or case.part.daemon_end
     seconds = case.waited_s(late)
     return late if seconds is not None and seconds >= WALK_S else None
 

@@ -112,7 +112,7 @@ OWN_ROWS = [(kind, re.compile(pattern)) for kind, pattern in (
 _OWN = re.compile(r"kelm\[")
 _CARRIED = re.compile(r"kelm\[rtk_process_wpas_msg:\d+\]: (?:processing|Ignore) "
                       r"wpsEvent\[[\d.]+G\d?\]: (?:IFNAME=\S+ )?(?:<\d>)?")
-_LEVEL = re.compile(r"(?:[A-Za-z][\w.-]{0,31}: )?(?:<\d>)?")
+_LEVEL = re.compile(r"(?:(?!WPS: )[A-Za-z][\w.-]{0,31}: )?(?:<\d>)?")
 
 # What the scripts of stock OpenWrt say: why a band cannot be served.
 SERVICE_REASONS = {

@@ -3,9 +3,14 @@
 
 import json
 import re
+import sys
 from pathlib import Path
 
-RUNS = Path(__file__).resolve().parents[1] / "data/report/runs"
+TOP = Path(__file__).resolve().parents[2]
+if str(TOP) not in sys.path:
+    sys.path.insert(0, str(TOP))  # the programs under test are packages of the tree's root
+
+RUNS = TOP / "tests/data/report/runs"
 NAMES = sorted(path.name for path in RUNS.iterdir())
 
 # What kelm-watch cannot see: clients and roots, the button of a stock router, the scenario itself.
