@@ -40,15 +40,6 @@ check_bus() {
 
 # --- The daemon ---
 
-# daemons: prints the numbers of the processes that are a kelm of this router, and of no container on it.
-daemons() {
-	local number
-	for number in $(pidof kelm); do
-		# shellcheck disable=SC3013  # busybox has -ef
-		[ ! "/proc/$number/root" -ef / ] || printf '%s\n' "$number"
-	done
-}
-
 # check_daemon: one that waits for its last restart script beside the next one is as it should be, and so is a command
 # that begins.
 check_daemon() {

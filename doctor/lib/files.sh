@@ -42,7 +42,7 @@ tell_pid_file() {
 	local cure="it bars each start of kelm; rm -f $PID_FILE"
 	if [ "$name" = kelm ]; then
 		ok pid-file '' "$PID_FILE has the number of the kelm that runs"
-	elif [ -z "$text" ] && pidof kelm > /dev/null; then
+	elif [ -z "$text" ] && [ -n "$(daemons)" ]; then
 		warning pid-file '' "$PID_FILE is empty: kelm starts at this moment, or had no room for its number; look again"
 	elif [ "$text" != "$pid" ] || [ -z "$pid" ]; then
 		fault pid-file '' "$PID_FILE holds no process number, and $cure"
@@ -76,7 +76,7 @@ check_start_marker() {
 
 check_folder() {
 	local mode kind links owner
-	if ! look_at /tmp/. || [ ! -w /tmp ]; then
+	if ! look_at /tmp/. || is_read_only /tmp; then
 		fault tmp-folder '' '/tmp cannot be written to, and kelm has its files there; mount a tmpfs'
 	elif [ "$owner" != 0 ]; then
 		fault tmp-folder '' "/tmp belongs to user $owner, who may take away any file there; chown root /tmp"

@@ -17,7 +17,7 @@ limited() {
 	child=$!
 	{
 		# Before the sleep begins, the newest process is still the child.
-		trap '[ $! = $child ] || kill $!; exit' TERM
+		trap '[ $! = $child ] || kill -9 $!; exit' TERM
 		sleep "$seconds" &
 		wait $!
 		kill -9 $child
@@ -131,4 +131,24 @@ EOT
 	text=${text%.}
 	[ "$bytes" -gt "$2" ] || [ "$bytes" -le ${#text} ] || has_zero=1
 	[ "$bytes" -gt "$2" ] || bytes=${#text}
+}
+
+# may_open_to_write FILE: status 0 if it can be opened for that. It is opened, and left as it is. A test of its mode
+# would not see a file system that nobody may write to.
+may_open_to_write() { [ -f "$1" ] && (: >> "$1") 2> /dev/null; }
+
+# is_read_only FOLDER: status 0 if it is on such a file system.
+is_read_only() {
+	awk -v path="$1/" '
+		index(path, $2 == "/" ? "/" : $2 "/") == 1 && length($2) >= length(point) { point = $2; options = $4 }
+		END { exit options !~ /^ro(,|$)/ }' /proc/mounts 2> /dev/null
+}
+
+# daemons: prints the numbers of the processes that are a kelm of this router, and of no container on it.
+daemons() {
+	local number
+	for number in $(pidof kelm); do
+		# shellcheck disable=SC3013  # busybox has -ef
+		[ ! "/proc/$number/root" -ef / ] || printf '%s\n' "$number"
+	done
 }

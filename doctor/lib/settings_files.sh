@@ -152,33 +152,27 @@ check_mode() {
 
 # check_bands: sets device_bands to the bands of the device.
 check_bands() {
+	local before=$((warnings + faults))
 	device_bands=''
 	settings_are_due || return 0
 	read_json settings-bands '' $BANDS_FILE $BANDS_LIMIT RFBand 'kelm does not start' '{"RFBand": 2} for 2.4 and 5 GHz' ||
 		return
-	if [ ! -w $BANDS_FILE ]; then
+	may_open_to_write "$real" ||
 		fault settings-bands '' "$BANDS_FILE cannot be written to, and then it counts as missing: kelm does not start; put it where root may write"
-	fi
 	case $type:$value in
-	int:[0-5]) ;;
-	int:*)
-		fault settings-bands '' "$BANDS_FILE says RFBand $(quoted "$value"), which is no number from 0 to 5: the device counts as one without bands; write the right one"
-		return
-		;;
+	int:0) device_bands=2g ;;
+	int:1) device_bands=5g ;;
+	int:2) device_bands='2g 5g' ;;
+	int:3) device_bands='2g 5g 5g2' ;;
+	int:4) device_bands='2g 5g 6g' ;;
+	int:5) device_bands=$ALL_BANDS ;;
+	int:*) fault settings-bands '' "$BANDS_FILE says RFBand $(quoted "$value"), which is no number from 0 to 5: the device counts as one without bands; write the right one" ;;
 	*)
 		warning settings-bands '' "$BANDS_FILE has no number \"RFBand\": it counts as 0, which is 2.4 GHz alone; write the right one"
-		value=0
+		device_bands=2g
 		;;
 	esac
-	case $value in
-	0) device_bands=2g ;;
-	1) device_bands=5g ;;
-	2) device_bands='2g 5g' ;;
-	3) device_bands='2g 5g 5g2' ;;
-	4) device_bands='2g 5g 6g' ;;
-	5) device_bands=$ALL_BANDS ;;
-	esac
-	[ "$type" != int ] || [ ! -w $BANDS_FILE ] || ok settings-bands '' "$BANDS_FILE names the bands $(bands_words "$device_bands")"
+	! is_clean_since "$before" || ok settings-bands '' "$BANDS_FILE names the bands $(bands_words "$device_bands")"
 }
 
 # --- The flat files ---
