@@ -10,7 +10,8 @@ import re
 from report import patterns
 
 _DEEPEST = 4  # rows that hand the rest to other rows
-_PLAIN_NUMBER = re.compile(r"-?[0-9]{1,9}")
+# Fewer digits than a PIN has.
+_PLAIN_NUMBER = re.compile(r"-?[0-9]{1,6}")
 # A PIN as text is no word.
 _WORD = re.compile(r"(?![0-9]+\Z)[A-Za-z0-9_:.-]{0,32}")
 _BETWEEN = re.compile(r"[ \t\n\r\v\f]*")

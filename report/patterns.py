@@ -15,7 +15,7 @@ FOLDER = Path(__file__).resolve().parents[1] / "watch"
 
 BLANKS = " \t\n\r\v\f"
 _RUN = r"[^ \t\n\r\v\f]+"
-_PAIR = r"[A-Za-z0-9_]+=\[[0-9]{1,6}\]"
+_PAIR = r"[A-Za-z0-9_?]+=\[[0-9]{1,6}\]"
 # What a placeholder covers; a trailing "?" is put behind each that is not at the end.
 _COVERS = {
     "iface": _RUN, "word": _RUN, "number": r"[0-9]+", "rest": r".*", "network": r".*",

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int DEEPEST = 4;  // rows that hand the rest to other rows
 constexpr size_t WORD_MAX_LENGTH = 32;
-constexpr size_t DIGITS_MAX = 9;
+constexpr size_t DIGITS_MAX = 6;  // fewer than a PIN has
 constexpr int LOG_WORDS_MAX = 8;  // before the name of the program, in a line of the system's log
 
 struct kept_row {

@@ -61,7 +61,7 @@ bool _is_event_character(char c)
 
 bool _is_name_character(char c)
 {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || is_digit(c) || c == '_';
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || is_digit(c) || c == '_' || c == '?';
 }
 
 // How far characters of a kind go at most.
