@@ -104,9 +104,10 @@ def _collect(guest, stage, outcome):
             text = guest.read(path)
             if text is not None:
                 outcome.files[path] = text
-        _, output = guest.run("stat -c '%a %n' " + " ".join(STATUS_FILES))
-        modes = re.findall(r"^([0-7]+) (/\S+)$", output, re.M)
-        outcome.modes = {path: mode.zfill(4) for mode, path in modes}
+        if outcome.files:
+            _, output = guest.run("stat -c '%a %n' " + " ".join(outcome.files))
+            modes = re.findall(r"^([0-7]+) (/\S+)$", output, re.M)
+            outcome.modes = {path: mode.zfill(4) for mode, path in modes}
     except machine.MachineError as error:
         outcome.trouble = outcome.trouble or str(error)
     for run in range(1, 10):

@@ -56,6 +56,7 @@ def write(folder, scenario, outcome):
            "files": {path: file_row(text, outcome.modes.get(path, NO_MODE))
                      for path, text in outcome.files.items()},
            "checks": [[check.statement, check.holds] for check in outcome.checks]}
+    os.makedirs(folder, exist_ok=True)
     with open(os.path.join(folder, NAME), "w", encoding="utf-8") as out:
         json.dump(run, out, ensure_ascii=False, indent=1)
         out.write("\n")

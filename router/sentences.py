@@ -228,8 +228,11 @@ def registrar_joined(name):
     return part
 
 
-def gave_up(why):
-    """That the daemon ended an attempt without anybody, and when by the router's clock."""
+def gave_up(why, start_word=""):
+    """That the daemon ended an attempt without anybody, and when by the router's clock.
+
+    start_word: what started it, where nobody has come whose PIN it could be.
+    """
     def part(evidence):
         start = evidence.starts[0] if evidence.starts else None
         end_s = evidence.end_s(start[0]) if start else None
@@ -239,7 +242,8 @@ def gave_up(why):
         if joins:
             return "somebody joined " + joins[0].place()
         ran_s = evidence.clock_s(start[0], end_s)
-        text = "%s; the daemon gave up %.1f s after %s" % (why, ran_s, start[1])
+        text = "%s; the daemon gave up %.1f s after %s" % (
+            why, ran_s, start_word or start[1])
         moved = round(ran_s - (end_s - start[0])) > 0
         return text + (" by the router's clock, which was moved" if moved else "")
     return part

@@ -14,6 +14,8 @@ TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))
 NAMES = ["push-button", "push-button-5g", "hostapd-user", "unconfigured", "client-pin",
          "access-point-pin", "overlap", "neighbour", "nobody-comes", "cancel",
          "press-cancel-press", "second-press", "terminated", "hostapd-dies", "no-broker",
+         "wrong-pin", "client-leaves", "wrong-key", "hidden", "wpa3-only", "disk-full",
+         "script-hangs", "broker-dies", "hostapd-hangs", "start-marker", "daemon-killed",
          "repeater", "repeater-2g", "repeater-near", "repeater-5g", "repeater-alone",
          "repeater-silent", "repeater-connected", "repeater-factory", "repeater-mesh",
          "repeater-no-mesh", "repeater-open-wpa3", "repeater-overlap", "repeater-rogue",

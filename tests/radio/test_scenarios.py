@@ -38,6 +38,26 @@ TOLD = {
                     'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
     "no-broker": 'Without the bus at its start the daemon did not hear the first press; '
                  'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "wrong-pin": 'The printer refused the PIN that was entered; nobody joined; the daemon gave up '
+                 "T s after the PIN was entered by the router's clock, which was moved.",
+    "client-leaves": 'The phone fell silent in the middle of the exchange; nobody joined; '
+                     "the daemon gave up T s after the press by the router's clock, which was "
+                     'moved.',
+    "wrong-key": 'The daemon told a success; but the phone was told that its key is wrong; '
+                 'the phone joined no network.',
+    "hidden": "There is no WPS for the hidden network; nobody joined; the daemon gave up T s "
+              "after the press by the router's clock, which was moved.",
+    "wpa3-only": "The daemon told a success; but the phone's key is for WPA2; "
+                 "the phone joined no network.",
+    "disk-full": 'The new key could not be stored; the next daemon found no access point.',
+    "script-hangs": 'The script hung until the attempt was over; the wireless was not restarted.',
+    "broker-dies": 'The daemon lost the bus in the middle of the attempt; nobody joined.',
+    "hostapd-hangs": 'The daemon got no answer from hostapd and refused the press; '
+                     'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "start-marker": 'The daemon refused the press; '
+                    'the phone joined "Elm House" on 2.4 GHz T s after the next press.',
+    "daemon-killed": 'The daemon was killed by signal 9; its pid file kept the next one from '
+                     'starting; nobody joined.',
     "repeater": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press.',
     "repeater-2g": 'The router joined "Great Oak" on 2.4 GHz and 5 GHz T s after the press; '
                    'only 2.4 GHz enrolled; 5 GHz was given the same key.',

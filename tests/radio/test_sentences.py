@@ -10,6 +10,7 @@ PRESS = 'bus { "gpio": {"type":"wps","pressed":1} }'
 STARTED = 'bus { "wps": {"action":1,"2g_status":11,"5g_status":11,"5g2_status":0} }'
 STOPPED = 'bus { "wps": {"action":2,"2g_status":12,"5g_status":12,"5g2_status":0} }'
 TIMED_OUT = 'bus { "wps": {"action":2,"2g_status":4,"5g_status":4,"5g2_status":0} }'
+JOINED_2G = 'bus { "wps": {"action":2,"2g_status":2,"5g_status":4,"5g2_status":0} }'
 CANCELLED = 'bus { "wps_cli": {"action":2,"method":1} }'
 PREDICTS = "console kelm[x:1]: [WPS predict 7] %d percent"
 PIN_ENTERED = 'bus { "wps_cli": {"action":1,"method":2,"pin":"12345670"} }'
@@ -193,6 +194,19 @@ ROWS = [
       (3.0, "log x daemon.notice kelm: 2.4 GHz: the network is hidden"),
       (4.0, "log x daemon.notice kelm: no WPS: 2.4 GHz: the network is open")],
      "Nobody can join; kelm says: 2.4 GHz: the network is hidden."),
+    # Nobody came whose PIN it could be.
+    ("wrong-pin",
+     [(10.0, PIN_ENTERED), (10.5, STARTED),
+      (12.0, "client0 sta0: WPS-FAIL msg=8 config_error=18"), (20.0, STOPPED), (21.0, TIMED_OUT)],
+     "The printer refused the PIN that was entered; nobody joined; the daemon gave up 11.0 s after "
+     "the PIN was entered.", {"client0": "printer"}),
+    ("daemon-killed",
+     [(10.0, PRESS), (10.5, STARTED), (12.0, "exit 1 daemon 99 signal 9")],
+     "The daemon was killed by signal 9; nobody joined."),
+    ("wrong-key",
+     [(10.0, PRESS), (10.5, STARTED), (12.0, STOPPED), (13.0, JOINED_2G), (14.0, PHONE_TRIES),
+      (15.0, PHONE_IS_ON)],
+     'The daemon told a success; the phone joined "Elm House" on 2.4 GHz 5.0 s after the press.'),
 ]
 
 
