@@ -541,5 +541,5 @@ def _unknown(case, _band):
 RULES = (_not_taking_part, _not_stored, _unapplied, _joined, _new_settings, _learnt, _mirrored,
          _not_needed, _overlap, _pin_locked, _failed, _wifi_restarted, _wifi_daemon_hung,
          _wifi_daemon_gone, _no_offer, _exchange_ended, _terminated, _cancelled, _daemon_killed,
-         _router_restarted, _given_up, script_trouble, _nobody_came, bus_hung, _still_running,
+         _router_restarted, _given_up, _nobody_came, script_trouble, bus_hung, _still_running,
          _unknown)
