@@ -104,7 +104,8 @@ check_button() {
 		fault button '' 'a press cannot be seen while ubus does not answer; see the line of the bus'
 		return
 	fi
-	heard=$(listen_for_press "$button")
+	# Of the end of the listener the shell itself would tell.
+	heard=$(listen_for_press "$button" 4>&2 2> /dev/null)
 	while IFS= read -r line; do
 		case $line in
 		hears) hears=1 ;;
@@ -142,9 +143,9 @@ tell_press() {
 
 # listen_for_press SECONDS: prints a line for each thing that is heard: "hears" for our own event, which nobody else
 # looks at and which shows that the bus brings events; press:TYPE, page, bare, other:NAME. Asks for the press once it
-# hears, and listens a moment longer after one, for the release may come as one, too.
+# hears, on descriptor 4, and listens a moment longer after one, for the release may come as one, too.
 listen_for_press() {
-	sh -c 'echo $$; exec ubus -t "$0" listen 2> /dev/null' $(($1 + BUS_LIMIT + RELEASE_WAIT)) < /dev/null | {
+	sh -c 'echo $$; exec ubus -t "$0" listen' $(($1 + BUS_LIMIT + RELEASE_WAIT)) < /dev/null | {
 		read -r process
 		hear "$1" "$process"
 		kill "$process" 2> /dev/null
@@ -177,7 +178,7 @@ hear() {
 			hears=1
 			echo hears
 			end=$(($(seconds_up) + $1))
-			echo "kelm-doctor: press the WPS button now, within $1 seconds" >&2
+			echo "kelm-doctor: press the WPS button now, within $1 seconds" >&4
 			continue
 			;;
 		esac

@@ -120,17 +120,22 @@ find_file() {
 # read_text PATH LIMIT: sets text to what the daemon would read of it, as far as LIMIT bytes, and bytes to how many
 # there are; has_zero is 1 where a zero byte is among them, which no shell can hold. Or why, and status 1.
 read_text() {
+	text=''
+	find_file "$1" && load_text "$2"
+}
+
+# load_text LIMIT: the same of the file that was found.
+load_text() {
 	local rest
 	text='' bytes=0 has_zero=''
-	find_file "$1" || return 1
 	# The size as it is told: what stands in /proc has none.
 	read -r rest rest rest rest bytes rest << EOT
 $(ls -ldn "$real" 2> /dev/null)
 EOT
-	text=$(limited $READ_LIMIT head -c "$2" "$real" 2> /dev/null || exit && echo .) || { why='cannot be read' && return 1; }
+	text=$(limited $READ_LIMIT head -c "$1" "$real" 2> /dev/null || exit && echo .) || { why='cannot be read' && return 1; }
 	text=${text%.}
-	[ "$bytes" -gt "$2" ] || [ "$bytes" -le ${#text} ] || has_zero=1
-	[ "$bytes" -gt "$2" ] || bytes=${#text}
+	[ "$bytes" -gt "$1" ] || [ "$bytes" -le ${#text} ] || has_zero=1
+	[ "$bytes" -gt "$1" ] || bytes=${#text}
 }
 
 # may_open_to_write FILE: status 0 if it can be opened for that. It is opened, and left as it is. A test of its mode

@@ -41,14 +41,15 @@ scan_program() {
 
 # --- A program as a file ---
 
-# check_runnable CHECK PATH: tells why it cannot be run, or who else could change it. Status 1 if it cannot be run.
+# check_runnable CHECK PATH: tells why it cannot be run, or who else could change it. Status 1 if there is no use in
+# reading it.
 check_runnable() {
 	if ! find_file "$2"; then
 		case $why in
 		*'hard link'*) ;; # such as those of busybox
 		*'belongs to user'*)
 			fault "$1" '' "$2 belongs to user $owner, who so chooses what root runs; $ROOTS_CURE $2"
-			return
+			return 1
 			;;
 		*) fault "$1" '' "$2 $why; install it" && return 1 ;;
 		esac
@@ -112,7 +113,7 @@ check_script() {
 	local check=$1 path=$2 verb before=$((warnings + faults))
 	shift 2
 	check_runnable "$check" "$path" || return
-	read_text "$path" $SCRIPT_MAX || { fault "$check" '' "$path $why; write it anew" && return; }
+	load_text $SCRIPT_MAX || { fault "$check" '' "$path $why; write it anew" && return; }
 	if [ -z "$text" ]; then
 		fault "$check" '' "$path is empty, so it does nothing; write it"
 		return
