@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "config/json_text.h"
 #include "watch/tell.h"
@@ -19,7 +20,8 @@ namespace {
 constexpr int VERSION = 1;
 constexpr size_t ESCAPE_LENGTH = 6;  // "\u0000", for a byte
 constexpr size_t FRAME_SIZE = 512;   // what stands around a text
-constexpr size_t LINE_SIZE = WATCH_TEXT_SIZE * ESCAPE_LENGTH + FRAME_SIZE;
+// A text without its secrets may be a little longer than it was.
+constexpr size_t LINE_SIZE = (WATCH_TEXT_SIZE + 1024) * ESCAPE_LENGTH + FRAME_SIZE;
 constexpr size_t LAST_LINE_SIZE = 256;
 constexpr uint64_t MS_PER_S = 1000;
 constexpr long NS_PER_MS = 1000000;
@@ -181,8 +183,7 @@ const char *watch_recording::add(watch_moment now, const char *source, const cha
     return _write(line.span());
 }
 
-// A line that could not be written whole ends the recording: a reader skips it, having no end, and
-// nothing is put behind it.
+// A line that could not be written whole ends the recording, and what there is of it is taken away.
 const char *watch_recording::_write(text_span line)
 {
     ssize_t written;
@@ -194,6 +195,9 @@ const char *watch_recording::_write(text_span line)
         return nullptr;
     }
     const int reason = written < 0 ? errno : ENOSPC;
+    const off_t end = lseek(file_.get(), 0, SEEK_END);
+    if (written > 0 && end >= written)
+        (void)(ftruncate(file_.get(), end - written) != 0);  // else readers skip what has no end
     file_.reset();
     errno = reason;
     (void)snprintf(trouble_, sizeof trouble_, "the recording ends here: %s", strerror(reason));

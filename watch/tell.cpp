@@ -171,7 +171,9 @@ bool watch_recording_ended()
 
 bool watch_open_outputs(const watch_options &options)
 {
-    (void)signal(SIGPIPE, SIG_IGN);  // whoever reads the screen may go
+    // Whoever reads the screen may go, and a file may reach a limit of the user's.
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);
     is_anonymous = options.anonymous;
     watch_take_band_options(options);
     screen.open(STDOUT_FILENO, options.quiet, options.no_colour);

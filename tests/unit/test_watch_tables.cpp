@@ -18,7 +18,7 @@ namespace {
 
 std::vector<std::string> lines_of(const char *name)
 {
-    std::ifstream file(std::string(KELM_SOURCE_DIR "/tests/data/watch/") + name);
+    std::ifstream file(std::string("/mnt/src/tests/data/watch/") + name);
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);)
         lines.push_back(line);

@@ -152,6 +152,11 @@ void cover_dev()
     }
     check(symlink("/proc/self/fd", "/mnt/dev/fd") == 0, "symlink /dev/fd");
     make_folders("/mnt/dev/shm");
+    // Terminals of its own, for what is shown on one.
+    make_folders("/mnt/dev/pts");
+    mount_or_fail("devpts", "/mnt/dev/pts", "devpts", MS_NOSUID | MS_NOEXEC,
+                  "newinstance,ptmxmode=0666");
+    check(symlink("pts/ptmx", "/mnt/dev/ptmx") == 0, "symlink /dev/ptmx");
     mount_or_fail("/mnt/dev", "/dev", nullptr, MS_MOVE, nullptr);
 }
 

@@ -4,7 +4,7 @@
 // Layout, all of it in memory and seen by this process and its children alone:
 //   /tmp, /run, /var/run   empty; /var/run is the folder /tmp/run, as on a router
 //   /etc, /usr/bin         the machine's own with a writable layer; /etc/config is empty
-//   /dev                   the usual few devices; /dev/console is a FIFO that the test reads
+//   /dev                   a few devices, terminals; /dev/console is a FIFO that the test reads
 //   /mnt/src, /mnt/build   the source and the build tree, which may themselves lie under /tmp
 //   /mnt/bin               first in PATH: hostapd_cli, wpa_cli, ubus, nvram, killall
 // Those five, /etc/init.d/wps, /etc/init.d/wifi and /usr/bin/wifi note each call and answer nothing
