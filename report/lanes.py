@@ -16,6 +16,8 @@ KINDS = {PRESS: "a press or a request", BEGIN: "something begins", GOOD: "it wor
 SPAN_KINDS = {"walk": "the walk time", "waiting": "waits for its peer", "command": "a command runs"}
 
 # The first row whose source and text match decides; a line that has no row is a note.
+# Before a line of the daemon's in the system's log stands what the log adds.
+LOGGED = r"^(?:(?:[^\[]* )?kelm\[\d+\]: )?kelm"
 # A name or an address from the air may hold any of these words, so none is looked for behind them.
 KIND_ROWS = [
     ("button", r"^wps pressed", PRESS),
@@ -41,7 +43,7 @@ KIND_ROWS = [
     ("start", r"", BEGIN),
     ("exit", r"^\d+ \w+ \d+ status 0\b", END),
     ("exit", r"^\d+ \w+ \d+ (status|signal)\b", BAD),
-    ("console|log", r"kelm\[[^]]*\]: (wps Timeout|Failed to|Can't |worker socket init failed"
+    ("console|log", LOGGED + r"\[[^]]*\]: (wps Timeout|Failed to|Can't |worker socket init failed"
      r"|kelm open failed|Rebuild worker socket failed|WPS is processing, close)", BAD),
 ]
 
@@ -54,18 +56,19 @@ WAITING_ENDS = (r"^(\S+): (?:WPS-(?:REG-SUCCESS|SUCCESS|TIMEOUT|CANCEL|OVERLAP-D
                 r"|PBC-DISABLE)|AP-(?:DISABLED|ENABLED)|CTRL-EVENT-TERMINATING)")
 
 # The daemon's estimate, and under which it gives up: wlan/predict.h has the same number.
-ESTIMATE = r"kelm\[\w+:\d+\]: \**\[WPS predict \d+\] (\d+) percent"
+ESTIMATE = LOGGED + r"\[get_wps_predict_score:\d+\]: \**\[WPS predict \d+\] (\d+) percent"
 LIMIT_PERCENT = 15
 
 # Lanes, from top to bottom; those with a band, a client or a root in their name come per name.
 BUTTON, SCENARIO, DAEMON, SCRIPTS, FILES = "button", "scenario", "daemon", "scripts", "files"
+# The recorder's own lines; and those that are in the table alone.
+SETTINGS, WATCH, ELSEWHERE = "settings", "watch", "other"
 TITLES = {BUTTON: "Button", SCENARIO: "The scenario", DAEMON: "kelm", SCRIPTS: "Scripts",
-          FILES: "Files"}
-SEQUENCE = (BUTTON, SCENARIO, DAEMON, "hostapd", "station", "client", "root", SCRIPTS, FILES)
-# What stands before some lines in the place of an interface.
+          FILES: "Files", SETTINGS: "Settings", WATCH: "Recorder", ELSEWHERE: "Other"}
+SEQUENCE = (BUTTON, SCENARIO, DAEMON, "hostapd", "station", "client", "root", SCRIPTS, FILES,
+            SETTINGS, WATCH)
+# What stands in the place of an interface before some lines.
 NO_INTERFACES = ("nl80211", "rfkill", "WPS", "WPA", "EAP", "RADIUS", "l2_packet_receive")
-# The lane of a line that is in the table alone.
-ELSEWHERE = "other"
 
 # No picture is of a shorter time: the axis needs two numbers.
 SHORTEST = 1.0
@@ -132,10 +135,11 @@ class Picture:
 def lane_id(event, who=""):
     """In which lane a line stands; of one without a lane the picture shows nothing."""
     source = event.source
-    if source in ("hostapd", "station", "socket"):
+    if source == "socket":
+        program = event.text.split(" ")[0]
+        source = {"bus": "bus-socket", "hostapd": "hostapd"}.get(program, "station")
+    if source in ("hostapd", "station"):
         place = event.band or (event.iface if event.iface not in NO_INTERFACES else "")
-        if source == "socket":
-            source = "station" if place and re.search(r"sta\d|-vxd", event.text) else "hostapd"
         return "-".join([source, _slug(place)]) if place else source
     if re.fullmatch(r"(client|root)\d+", source):
         return source
@@ -144,7 +148,8 @@ def lane_id(event, who=""):
     if source == "button":
         return SCRIPTS if who in ("procd", "script") else BUTTON
     return {"command": DAEMON, "exit": DAEMON, "start": DAEMON, "console": DAEMON, "log": DAEMON,
-            "script": SCRIPTS, "file": FILES, "demo": SCENARIO}.get(source, ELSEWHERE)
+            "bus-socket": DAEMON, "script": SCRIPTS, "file": FILES, "demo": SCENARIO,
+            "settings": SETTINGS, "watch": WATCH}.get(source, ELSEWHERE)
 
 
 def lane_title(name, log):

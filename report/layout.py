@@ -10,10 +10,12 @@ LETTER, BOLD_LETTER = 0.62, 0.69  # of the font's size
 MARK = 14.0  # a mark with a little room
 GAP = 7.0
 BOLD = ("good", "bad")
+MOST_REPEATS = 3  # of the same words in a lane; after them the mark says it all
 MORE_ROWS = 4  # for the words of these
 FEWEST_LETTERS = 9  # that words are cut to
 CURVE_HEIGHT = 112.0
 AXIS_HEIGHT = 34.0
+EDGE = 20.0  # words whose middle were so near to the left edge begin there
 PERCENT_WIDTH = 34.0
 HIGHEST_PERCENT = 50  # that the axis of a curve reaches at least: all estimates begin there
 
@@ -34,8 +36,8 @@ class Form:
 
 
 FORMS = (
-    Form("wide", 1160, 128, 12, 21, 8, 64, 150, 70),
-    Form("middle", 700, 118, 11.5, 20, 10, 40, 110, 60),
+    Form("wide", 1160, 138, 12, 21, 8, 64, 150, 70),
+    Form("middle", 700, 130, 11.5, 20, 10, 40, 110, 60),
     Form("narrow", 358, 0, 12, 21, 9, 26, 84, 52),
 )
 
@@ -122,10 +124,20 @@ class Layout:
     graph: Graph | None
     has_zero: bool
 
+    @property
+    def edge(self):
+        """What stands further left begins at its place: its middle has no room there."""
+        return EDGE
+
+    @property
+    def title_left(self):
+        """Where the lanes' titles begin: beside the line of the press, where they stand above."""
+        return 10 if self.form.titles else self.track[0] + 8
+
     def title_of(self, lane):
         """A lane's title, as long as it has room."""
-        return cut(lane.title, int((self.form.titles - 8) / (self.form.font * LETTER))
-                   if self.form.titles else 60)
+        room = (self.form.titles or self.width) - self.title_left
+        return cut(lane.title, int(room / (self.form.font * BOLD_LETTER)))
 
 
 def lay_out(picture, form):
@@ -175,10 +187,20 @@ def _lasting(seconds):
 
 
 def _ticks(picture, scale, form):
+    """(place, text) of the numbers on the axis that have room; the press goes before them."""
     if not picture.has_times:
         return [(place, "%d" % (number + 1)) for place, number in scale.ticks(form.ticks, STEPS)]
-    return [(place, "%g" % time_s if time_s else picture.zero)
-            for place, time_s in scale.ticks(form.ticks, STEPS_S)]
+    found = [(place, "%g" % time_s if time_s else picture.zero)
+             for place, time_s in scale.ticks(form.ticks, STEPS_S)]
+    zero = scale.place(0.0)
+    room = text_width(picture.zero, form.font, bold=True) + GAP
+    # At the picture's edge the word begins where it else has its middle.
+    left, right = (zero, zero + room) if zero < EDGE else (zero - room / 2, zero + room / 2)
+
+    def covers(place, text):
+        half = text_width(text, form.font) / 2
+        return place != zero and left < place + half and place - half < right
+    return [one for one in found if not covers(*one)]
 
 
 def _strip(lane, scale, form, top):
@@ -213,10 +235,12 @@ def _place_marks(marks, scale, form):
     Where all rows are taken by words they become shorter; where they are taken by marks, the mark
     that is in the way tells for both.
     """
-    rows, placed = [], []
+    rows, placed, said = [], [], {}
     for mark in sorted(marks, key=lambda one: one.time_s):
         at = scale.place(mark.time_s)
-        one = (_with_words(rows, at, mark, form)
+        said[mark.words] = said.get(mark.words, 0) + 1
+        is_new = said[mark.words] <= MOST_REPEATS
+        one = (is_new and _with_words(rows, at, mark, form)
                or _without_words(rows, at, form) or _instead_of_words(rows, at, form))
         if one is None:
             max((row for row in rows), key=lambda last: last.left).marks.append(mark)

@@ -53,7 +53,8 @@ def report(arguments):
 
 def _attempt(log, arguments):
     from report import attempts, readers
-    found, number = attempts.attempts(log), arguments.attempt or 1
+    found = attempts.attempts(log)
+    number = 1 if arguments.attempt is None else arguments.attempt
     if not 1 <= number <= len(found):
         raise readers.ReadError("%s has no attempt %d; it has %d" % (
             arguments.inputs[0], number, len(found)))

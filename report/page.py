@@ -154,15 +154,17 @@ class _LogView:
         self.kind = KIND_NAMES.get(log.kind, log.kind)
         self.trouble = list(log.trouble)
         found = finder.attempts(log)
+        inside = {event for attempt in found for event in attempt.events}
+        outside = [event for event in log.events if event not in inside]
+        ids = {event: "%s-outside-line%d" % (self.id, number)
+               for number, event in enumerate(outside[:MOST_LINES], 1)}
         self.attempts, self.line_count = [], 0
         for place, attempt in enumerate(found, 1):
             view = _AttemptView(log, attempt, "%s-attempt%d" % (self.id, place),
-                                lanes.lanes(log, attempt), max(left - self.line_count, 0))
+                                lanes.lanes(log, attempt), max(left - self.line_count, 0), ids)
             view.number, view.count = place, len(found)
             self.attempts.append(view)
             self.line_count += len(view.rows)
-        inside = {event for attempt in found for event in attempt.events}
-        outside = [event for event in log.events if event not in inside]
         self.outside_count = len(outside)
         outside = outside[:max(left - self.line_count, 0)]
         first = found[0].start_s if found else None
@@ -188,7 +190,7 @@ class _LogView:
 class _AttemptView:
     """An attempt as the template sees it."""
 
-    def __init__(self, log, attempt, name, picture, most):
+    def __init__(self, log, attempt, name, picture, most, ids_outside=None):
         self.id = name
         self.log = log
         self.attempt = attempt
@@ -199,11 +201,14 @@ class _AttemptView:
                           lanes.evidence(attempt))
         self.left_out = len(attempt.events) - len(self.rows)
         self.layouts = [layout.lay_out(picture, form) for form in layout.FORMS]
-        self._ids = {event: row["id"] for event, row in zip(shown_events, self.rows)}
+        self._ids = dict(ids_outside or {})
+        self._ids.update((event, row["id"]) for event, row in zip(shown_events, self.rows))
         self.filters = _filters(self.rows)
         self.kinds = _kinds(picture)
         self.verdicts = _together([self._verdict(one) for one in attempt.bands.values()])
         self.notes = [self._verdict(one) for one in attempt.notes]
+        if not self.verdicts:
+            self.verdicts, self.notes = self.notes, []
         self.next = _advice(attempt)
         self.written = [row for row in self.rows if row["event"].source == "file"]
         walls = [event.wall for event in attempt.events if event.wall]
@@ -245,8 +250,9 @@ class _AttemptView:
             if event in self._ids and text not in seen:
                 seen.add(text)
                 evidence.append((self._ids[event], self._moment(event), text))
-        return {"bands": [verdict.band], "state": state, "word": word, "sentence": verdict.sentence,
-                "cause": verdict.cause, "evidence": evidence[:MOST_EVIDENCE]}
+        return {"bands": [verdict.band] if verdict.band else [], "state": state, "word": word,
+                "sentence": verdict.sentence, "cause": verdict.cause,
+                "evidence": evidence[:MOST_EVIDENCE]}
 
     def _moment(self, event):
         return _time_text(event, self.attempt.start_s) or "line %d" % event.number
@@ -285,7 +291,7 @@ def _rows(log, found, name, zero_s, proofs=()):
         text = lanes.in_lane(lane, *told, lanes.asked_by_button(pressed, event)) if told else ""
         if event.source == "button":
             pressed = event
-        title = "Other" if lane == lanes.ELSEWHERE else lanes.lane_title(lane, log)
+        title = lanes.lane_title(lane, log)
         rows.append({"id": "%s-line%d" % (name, number), "time": _time_text(event, zero_s),
                      "number": event.number, "lane": lane, "title": title, "words": text,
                      "kind": lanes.kind_of(event) if told else "", "event": event,

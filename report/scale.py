@@ -33,6 +33,8 @@ class Scale:
                 if quiet_width and second - first > QUIET_S]
         quiet_width = min(quiet_width or 0.0, QUIET_SHARE * (right - left) / max(len(gaps), 1))
         busy_s = times[-1] - times[0] - sum(end_s - begin_s for begin_s, end_s in gaps)
+        if gaps and busy_s <= 0:
+            quiet_width = (right - left) / len(gaps)
         beside = 2 * min(BESIDE_QUIET, quiet_width / 4)
         room = right - left - quiet_width * len(gaps)
         self.pixels_per_s = room / busy_s if busy_s > 0 else 0.0
@@ -43,7 +45,7 @@ class Scale:
             at = known + (begin_s - known_s) * self.pixels_per_s
             self._knots += [(begin_s, at), (end_s, at + quiet_width)]
             self.quiet.append(Quiet(begin_s, end_s, at + beside / 2, at + quiet_width - beside / 2))
-        self._knots.append((times[-1], right if busy_s > 0 or gaps else left))
+        self._knots.append((times[-1], right if len(times) > 1 else left))
 
     def place(self, time_s):
         """Where a moment is; one outside of the picture is at its edge."""
