@@ -166,7 +166,9 @@ def text_width(text, font, bold=False):
 
 def cut(text, letters):
     """A text that is not longer."""
-    return text if len(text) <= letters else text[:letters - 1].rstrip(" ,;:") + "…"
+    if len(text) <= letters:
+        return text
+    return text[:letters - 1].rstrip(" ,;:") + "…" if letters > 0 else ""
 
 
 def _times(picture):
@@ -252,11 +254,16 @@ def _place_marks(marks, scale, form):
 
 
 def _with_words(rows, at, mark, form):
+    letter = form.font * (BOLD_LETTER if mark.kind in BOLD else LETTER)
+    beside = MARK / 2 + 4
+    right, left = form.width - 4 - at - beside, at - beside - form.titles - 6
     text = cut(mark.words, form.letters)
-    width = text_width(text, form.font, mark.kind in BOLD) + MARK / 2 + 4
-    before = at + width > form.width - 4
-    if before and at - width < form.titles + 6:
+    # Behind the mark if there is room, else before it; where there is none the longer side decides.
+    before = len(text) * letter > right and left > right
+    text = cut(text, max(int((left if before else right) / letter), 0))
+    if len(text) < min(FEWEST_LETTERS, len(mark.words)):
         return None
+    width = len(text) * letter + beside
     most = form.rows + (MORE_ROWS if mark.kind in BOLD else 0)
     row = _free_row(rows, at - width if before else at - MARK / 2, most)
     if row is None:
