@@ -112,6 +112,7 @@ def press(browser, *keys):
 
 def test_the_line_behind_a_mark_is_shown_to_a_keyboard(browser):
     browser.show(sample_page("push-button"))
+    assert card(browser) is None
     steps = 0
     while not browser.run("return document.activeElement.matches('.mark')") and steps < 20:
         press(browser, Keys.TAB)
