@@ -100,12 +100,12 @@ def _together(verdicts):
 
 
 def _legend(picture):
-    """(place from the left, kind, words) of the kinds of marks that are in the picture."""
+    """(place from the left, kind, words) of the kinds of marks and spans in the picture."""
     there, left = _kinds(picture), 0.0
-    for kind, text in lanes.KINDS.items():
+    for kind, text in [*lanes.KINDS.items(), *lanes.SPAN_KINDS.items()]:
         if kind in there:
             yield left, kind, text
-            left += layout.text_width(text, layout.FORMS[0].font) + 40
+            left += layout.text_width(text, layout.FORMS[0].font) + 30
 
 
 def _finalize(value):
