@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The bus: a thread listens, as the daemon's does, since a broker that hangs may not hold the
 // others. What it hears goes through a queue to the main thread, a PIN does not.
-#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -44,7 +43,7 @@ char queue_memory[QUEUE_SIZE];
 watch_queue queue(queue_memory, sizeof queue_memory);  // under the lock
 unsigned lost = 0;                                     // under the lock
 int wake_fd = -1;  // never closed: the thread may write to it until the process ends
-std::atomic<int64_t> connecting_since_ms{0};
+int64_t connecting_since_ms = 0;  // under the lock: not each machine has an atomic of 64 bits
 bool told_hung = false;
 bool has_heard = false;
 
@@ -221,11 +220,18 @@ void _tell_attached()
     _put(ATTACHED, "bus attached");
 }
 
+void _note_connecting(int64_t since_ms)
+{
+    pthread_mutex_lock(&lock);
+    connecting_since_ms = since_ms;
+    pthread_mutex_unlock(&lock);
+}
+
 ubus_context *_connect()
 {
-    connecting_since_ms = kelm_monotonic_ms();
+    _note_connecting(kelm_monotonic_ms());
     ubus_context *context = bus_connect();
-    connecting_since_ms = 0;
+    _note_connecting(0);
     return context;
 }
 
@@ -317,7 +323,9 @@ void _take(const pollfd *set, size_t)
 
 int64_t _look(int64_t now_ms)
 {
+    pthread_mutex_lock(&lock);
     const int64_t since_ms = connecting_since_ms;
+    pthread_mutex_unlock(&lock);
     if (since_ms != 0 && now_ms - since_ms >= HUNG_MS && !told_hung) {
         watch_say("socket", "", "bus hung");
         told_hung = true;
