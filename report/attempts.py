@@ -280,7 +280,7 @@ def attempts(log):
     found = facts(log)
     places = [fact.index for fact in found]
     parts = _Splitter(found).run()
-    result, free = [], 0
+    result, free, sources = [], 0, {event.source for event in log.events}
     for place, part in enumerate(parts):
         next_part = parts[place + 1] if place + 1 < len(parts) else None
         first = bisect.bisect_left(places, part.opener.index)
@@ -291,7 +291,8 @@ def attempts(log):
         attempt.walk_s = _walk(part, end.time_s)
         attempt.events = _events(log, part, end, next_part, free)
         free = end.index + 1
-        judge(Case(log, part, before, attempt, is_last=next_part is None), attempt)
+        judge(Case(log, part, before, attempt, sources, next_part is None),
+              attempt)
         attempt.bands = {band: attempt.bands[band] for band in BANDS if band in attempt.bands}
         result.append(attempt)
     return result

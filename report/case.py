@@ -19,8 +19,10 @@ def _moment(wall):
 class Case:
     """An attempt with its facts, and what was known before and behind it."""
 
-    def __init__(self, log, part, before, attempt, is_last):
+    def __init__(self, log, part, before, attempt, sources, is_last):
         self.log, self.part, self.before, self.attempt = log, part, before, attempt
+        self.sources = sources  # of the whole log
+        self._names = None
         self.is_last = is_last
         self.mode = attempt.mode
         self.is_repeater = attempt.mode == "repeater"
@@ -99,9 +101,11 @@ class Case:
 
     def name_of(self, mac):
         """A device's address, and what it calls itself."""
-        heard = [fact for fact in self.before + self.part.facts if fact.kind == "heard"]
-        name = next((fact.data["name"] for fact in reversed(heard)
-                     if fact.data["mac"] == mac and fact.data.get("name")), "")
+        if self._names is None:
+            self._names = {fact.data["mac"]: fact.data["name"]
+                           for fact in self.before + self.part.facts
+                           if fact.kind == "heard" and fact.data.get("name")}
+        name = self._names.get(mac, "")
         if not mac:
             return "a device"
         return '%s ("%s")' % (mac, name[:32]) if name else mac
@@ -116,4 +120,4 @@ class Case:
 
 
 def answer(cause, evidence=(), **details):
-    return cause, details, [fact.event for fact in evidence if fact is not None]
+    return cause, details, [fact for fact in evidence if fact is not None]

@@ -11,6 +11,7 @@ SUCCESS, ERROR, OVERLAP = 2, 3, 8
 WALK_S = 110  # of a failure so late the time-out is the reason; it comes after 120 to 125 seconds
 RECEIVED = "a device received a key, but "
 USE_S = 5  # a device uses its key at once
+SHOWN = 4  # devices in a sentence
 SCRIPT_S = 30  # no script takes so long by itself
 PIN_ERRORS = {"15": "pin-locked", "18": "wrong-pin"}
 CLI = ("hostapd_cli", "wpa_cli")
@@ -70,7 +71,7 @@ def _unapplied(case, band):
         return None
     cause, details, evidence = trouble
     before = "the exchange succeeded, but its result was not stored: "
-    return cause, {**details, "before": before}, [success.event] + evidence
+    return cause, {**details, "before": before}, [success] + evidence
 
 
 def _joined(case, band):
@@ -103,8 +104,7 @@ def _is_stored(case):
     if stored or case.first("asked-cancel") or case.first("terminated"):
         return stored
     # Where the bus is seen, a stop that nobody asked for is the verdict's.
-    sees_bus = any(event.source == "bus" for event in case.log.events)
-    return case.first("stops") if sees_bus else None
+    return case.first("stops") if "bus" in case.sources else None
 
 
 def _learnt(case, band):
@@ -224,9 +224,11 @@ def _overlap(case, band):
             macs = sorted({fact.data["mac"] for fact in begun if fact.data.get("mac")})
         names = [case.name_of(mac) for mac in macs]
     kind = "root access points" if case.is_repeater else "devices"
-    count = "Two" if len(names) <= 2 else str(len(names))
-    return answer("overlap", (seen or [case.part.end])[:4], count="%s %s" % (count.lower(), kind),
-                  devices=": " + " and ".join(names) if len(names) > 1 else "", who=names)
+    count = "two" if len(names) <= 2 else str(len(names))
+    more = ["%d more" % (len(names) - SHOWN)] if len(names) > SHOWN else []
+    names = names[:SHOWN]
+    return answer("overlap", (seen or [case.part.end])[:4], count="%s %s" % (count, kind),
+                  devices=": " + " and ".join(names + more) if len(names) > 1 else "", who=names)
 
 
 def _wifi_restarted(case, band):
@@ -418,9 +420,8 @@ def _cancelled(case, band):
     quiet = part.outcome is None and part.stop is not None
     # A repeater's cancel is told nowhere; its commands show it.
     told = part.cancel if part.outcome is None or not case.verdict_begun() else None
-    sees_bus = any(event.source == "bus" for event in case.log.events)
     stops = case.first("stops") if part.outcome is None and not case.verdict_begun() \
-        and not sees_bus else None
+        and "bus" not in case.sources else None
     fact = told or (part.stop if quiet else None) or stops
     if fact is None:
         return None

@@ -25,14 +25,12 @@ def _verdict(case, band, found):
     # Without the daemon's log nobody knows whether the band takes over what another has learnt.
     if cause == "given-up" and (details["mirror"] or not details["estimate"]):
         good = None
-    order = {id(event): place for place, event in enumerate(case.log.events)}
-    evidence = sorted({id(event): event for event in evidence}.values(),
-                      key=lambda event: order.get(id(event), 0))
+    facts = sorted({fact.index: fact for fact in evidence}.items())
     sentence, advice = row.sentence, row.advice
     if case.is_repeater:
         sentence, advice = row.repeater_sentence or sentence, row.repeater_advice or advice
     return Verdict(band, cause, good, sentence.format_map(words), advice.format_map(words),
-                   evidence, details)
+                   [fact.event for _, fact in facts], details)
 
 
 def _served_bands(case):
