@@ -390,6 +390,30 @@ def test_a_second_press_is_told_beside_the_outcome(tmp_path):
         "the button was pressed again after 1.5 s; that changed nothing, an attempt was running"]
 
 
+CARRIED = "processing wpsEvent[2.4G]: <3>WPS-REG-SUCCESS %s %s" % (MAC, UUID)
+
+
+def test_a_log_that_is_late_tells_nothing_twice(tmp_path):
+    """What hostapd itself has said of the first attempt is no success of the second."""
+    again = [(20.0, *GPIO)] + BOTH + [own(CARRIED, "rtk_process_wpas_msg:254")]
+    found = attempts(read(write(tmp_path / "it.jsonl", BEGUN + JOINED + ended(2, 4) + again)))
+    assert [one.cause for one in found] == ["joined", "still-running"]
+
+
+def test_a_log_that_is_late_ends_no_attempt(tmp_path):
+    """The daemon's first line, in a system log that is a second behind."""
+    lines = DAEMON[1:] + PRESS + BOTH + [own("kelm 0.9.0", "main:51")] + FAILED_LATE
+    found = attempts(read(write(tmp_path / "it.jsonl", lines)))
+    assert [one.cause for one in found] == ["nobody-came"]
+
+
+def test_without_hostapds_own_words_the_log_tells_of_it(tmp_path):
+    lines = [line for line in BEGUN if line[0] not in ("hostapd", "socket")]
+    lines += [own(CARRIED, "rtk_process_wpas_msg:254")]
+    found = last_attempt(write(tmp_path / "it.jsonl", lines))
+    assert [verdict.cause for verdict in found.bands.values()] == ["joined", "not-needed"]
+
+
 def test_a_device_that_finds_no_network_for_its_key(tmp_path):
     """Only in a run of the virtual router, which sees the device, too."""
     lines = BEGUN[3:] + JOINED[:-1] + [

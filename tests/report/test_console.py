@@ -84,9 +84,11 @@ def test_what_a_terminal_saves_beside_the_lines(tmp_path, change):
     assert not log.has_times and log.trouble == []
 
 
-def test_a_night_has_a_midnight_in_it(tmp_path):
-    log = read(save(tmp_path, ["[23:59:59] " + OWN, "[00:00:01] " + OWN]))
-    assert log.events[1].time_s - log.events[0].time_s == 2
+def test_nights_have_a_midnight_in_them(tmp_path):
+    clock_times = ("23:59:59", "00:00:01", "13:00:01", "23:59:59", "00:00:04")
+    log = read(save(tmp_path, ["[%s] %s" % (time, OWN) for time in clock_times]))
+    assert [event.time_s - log.events[0].time_s for event in log.events] == [
+        0, 2, 13 * 3600 + 2, 86400, 86405]
 
 
 def test_a_line_without_a_time_has_that_of_the_one_before(tmp_path):
