@@ -4,9 +4,9 @@
 import bisect
 
 from report.case import Case
-from report.events import BANDS, BAND_2G, BAND_5G, Attempt
-from report.facts import facts
-from report.verdicts import judge
+from report.events import BANDS, BAND_2G, BAND_5G, Attempt, Event
+from report.facts import Fact, facts
+from report.verdicts import judge, standing
 
 STARTED, SILENT, IDLE = 11, 12, 0
 REPEATED_S = 12  # so long the scripts of stock OpenWrt send a request again that nothing came of
@@ -296,3 +296,15 @@ def attempts(log):
         attempt.bands = {band: attempt.bands[band] for band in BANDS if band in attempt.bands}
         result.append(attempt)
     return result
+
+
+def without_attempt(log):
+    """Verdicts on a log in which nothing was pressed: why a press would come to nothing. Mostly
+    there are none."""
+    found = facts(log)
+    nobody = Fact("press", Event(None, "", "", ""), index=len(log.events))
+    part = _Part(nobody, "press")
+    before = found[-MOST_BEFORE:]
+    attempt = Attempt("press", _mode(part, before))
+    sources = {event.source for event in log.events}
+    return standing(Case(log, part, before, attempt, sources, True))

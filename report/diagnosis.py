@@ -284,7 +284,8 @@ def _is_silent(case, band):
 
 
 def _wifi_daemon_gone(case, band):
-    gone = case.first(("socket-gone", "socket-refuses"), band)
+    lost = case.before_end(case.all_of(("socket-gone", "socket-refuses"), band))
+    gone = next((fact for fact in lost if fact.data["of_stations"] == case.is_repeater), None)
     if gone:
         return answer("wifi-daemon-gone", (gone,), what=case.after(gone))
     silent = _is_silent(case, band)

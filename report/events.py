@@ -19,7 +19,10 @@ class Event:
     """
 
     time_s: float | None
-    source: str  # "hostapd", "bus", "console" ...: the sources of a recording and of a run folder
+    # "hostapd", "bus", "console" ...: the sources of a recording and of a run folder. "console" is
+    # the daemon's log wherever it was kept, "log" what the scripts of stock OpenWrt say ("kelm: ..."),
+    # "boot" the begin of a router's time.
+    source: str
     band: str  # one of BANDS, or "" where a line is of no band or of an unknown one
     text: str
     number: int = 0

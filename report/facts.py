@@ -129,7 +129,7 @@ SERVICE_REASONS = {
     "hostapd does not take the key that is to last": "not-stored"}
 _NO_WPS = re.compile(r"(?:hostapd|wpa_supplicant) has no WPS")
 _SERVICE_BAND = re.compile(r"(2\.4|5) GHz: ")
-_SOCKET = re.compile(r"(?:hostapd|wpa_supplicant|station) (\S+) (attached|gone|refuses|hung)")
+_SOCKET = re.compile(r"(hostapd|wpa_supplicant|station) (\S+) (attached|gone|refuses|hung)")
 _BROKER = re.compile(r"bus (attached|gone|hung)")
 _COMMAND = re.compile(r"(?:(?P<run>\d+) )?(?P<line>.*)", re.S)
 _EXIT = re.compile(r"(?P<run>\d+) (?P<what>daemon|parent|command) (?P<pid>\d+) "
@@ -307,8 +307,9 @@ def _of_socket(event):
         yield "broker-" + broker.group(1), "", {}, False
     found = _SOCKET.match(event.text)
     if found:
-        band = event.band or BAND_NAMES.get(found.group(1), "")
-        yield "socket-" + found.group(2), band, {"iface": found.group(1)}, False
+        daemon, iface, state = found.groups()
+        band = event.band or BAND_NAMES.get(iface, "")
+        yield "socket-" + state, band, {"iface": iface, "of_stations": daemon != "hostapd"}, False
 
 
 def _of_settings(event):

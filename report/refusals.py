@@ -100,6 +100,7 @@ def _no_answer(case):
     return {"": answer("no-answer", (case.part.opener,))}
 
 
+ROLES = {True: "repeater", False: "access point"}
 SOCKETS = {"socket-gone": "wifi-daemon-gone", "socket-refuses": "wifi-daemon-gone",
            "socket-hung": "wifi-daemon-hung"}
 
@@ -108,11 +109,14 @@ def _wifi_daemon_away(case):
     """A control socket that the recorder could not use either."""
     latest = {}
     for fact in case.before + case.part.facts:
-        if fact.kind.startswith("socket-"):
-            latest[fact.data.get("iface", fact.band)] = fact
+        if fact.kind.startswith("socket-") and \
+                case.mode in ("", ROLES[fact.data["of_stations"]]):
+            latest[fact.data["iface"]] = fact
     away = [fact for fact in latest.values() if fact.kind in SOCKETS]
     return {"": answer(SOCKETS[away[0].kind], away[:2], what=" at the press")} if away else None
 
 
+# What is so without a press, too.
+STANDING = (_refused_by_service, _deaf, _no_daemon, _wifi_daemon_away)
 RULES = (_refused_by_service, _refused_by_daemon, _deaf, _no_daemon, _wifi_daemon_away,
          _stopped_at_check, _no_answer)

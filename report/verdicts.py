@@ -74,6 +74,12 @@ def _notes(case, attempt):
         attempt.notes.append(_verdict(case, "", answer("bus-gone", (lost,))))
 
 
+def standing(case):
+    """What would keep a press from working, as a log without a press tells it."""
+    found = next(filter(None, (rule(case) for rule in refusals.STANDING)), {})
+    return [_verdict(case, band, one) for band, one in found.items()]
+
+
 def judge(case, attempt):
     """Fills in the verdicts of an attempt: each band's, the headline, the advice."""
     if case.part.begun:

@@ -4,7 +4,7 @@
 import pytest
 import recorded
 
-from report.attempts import attempts
+from report.attempts import attempts, without_attempt
 from report.causes import BY_ID, CAUSES, CONFIG_ERRORS, MESSAGES
 from report.readers import read
 
@@ -388,6 +388,19 @@ def test_a_second_press_is_told_beside_the_outcome(tmp_path):
     assert found.cause == "nobody-came"
     assert [note.sentence for note in found.notes] == [
         "the button was pressed again after 1.5 s; that changed nothing, an attempt was running"]
+
+
+@pytest.mark.parametrize("lines, causes", [
+    (DAEMON, []),
+    (DAEMON[:1] + [("exit", "1 daemon 283 status 255")], ["no-daemon"]),
+    (DAEMON + [own("Failed to connect to ubus")], ["bus-gone"]),
+    (DAEMON + [("socket", "hostapd wlan1 hung")], ["wifi-daemon-hung"]),
+    ([], []),
+])
+def test_a_log_without_a_press(lines, causes, tmp_path):
+    log = read(write(tmp_path / "it.jsonl", lines))
+    assert attempts(log) == []
+    assert [verdict.cause for verdict in without_attempt(log)] == causes
 
 
 CARRIED = "processing wpsEvent[2.4G]: <3>WPS-REG-SUCCESS %s %s" % (MAC, UUID)
