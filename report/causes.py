@@ -33,9 +33,10 @@ CAUSES = [
           "{who} joined{after}"),
     Cause("learnt", True, "WPS-SUCCESS of a station, and config_wifi or status 2 behind it",
           "the repeater learnt the network of its root access point{after}"),
-    Cause("key-unused", None, "WPS-REG-SUCCESS, and no 4-way handshake within seconds",
+    Cause("key-unused", None, "WPS-REG-SUCCESS of hostapd itself, no AP-STA-CONNECTED behind it",
           "{who} received the key{after}, but was not seen to use it",
-          "See on the device whether it is connected."),
+          "See on the device whether it is connected. If it is not, see whether the network is "
+          "WPA3 only: WPS hands out keys for WPA2."),
     Cause("new-settings", True, "WPS-NEW-AP-SETTINGS while no attempt of the daemon's runs",
           "a device that knows the access point's PIN gave it new settings{after}"),
     Cause("wrong-key", False, "AP-STA-POSSIBLE-PSK-MISMATCH, or a client's WRONG_KEY, after it "

@@ -10,7 +10,6 @@ SIGKILL = 9
 SUCCESS, ERROR, OVERLAP = 2, 3, 8
 WALK_S = 110  # of a failure so late the time-out is the reason; it comes after 120 to 125 seconds
 RECEIVED = "a device received a key, but "
-USE_S = 5  # a device uses its key at once
 SHOWN = 4  # devices in a sentence
 SCRIPT_S = 30  # no script takes so long by itself
 PIN_ERRORS = {"15": "pin-locked", "18": "wrong-pin"}
@@ -52,15 +51,13 @@ def _came_to_nothing(case, band, mac, joined):
     if lost and not joined and case.first("client-done") \
             and not case.first("client-connected", behind=True):
         return "no-fit", lost
-    return ("joined" if joined or not _would_be_used(case, band) else "key-unused"), None
+    return ("joined" if joined or not _would_be_seen(case, band) else "key-unused"), None
 
 
-def _would_be_used(case, band):
-    """Whether hostapd is heard itself, and for so long that a device would have used its key."""
+def _would_be_seen(case, band):
+    """Whether hostapd itself is heard, which tells of each device that uses its key."""
     registered = case.first("registered", band)
-    if registered is None or registered.event.source != "hostapd" or registered.time_s is None:
-        return False
-    return case.log.events[-1].time_s - registered.time_s >= USE_S
+    return registered is not None and registered.event.source == "hostapd"
 
 
 def _unapplied(case, band):
@@ -87,8 +84,8 @@ def _joined(case, band):
         return None
     told_mac = [one.data.get("mac") for one in (registered, info) if one is not None]
     mac = next((one for one in told_mac if isinstance(one, str) and 0 < len(one) <= 32), "")
-    joined = [one for one in case.all_of("joined", band) if mac and one.data["mac"] == mac
-              and one.index > fact.index]
+    joined = [one for one in case.all_of("joined", band, behind=True)
+              if mac and one.data["mac"] == mac and one.index > fact.index]
     at = joined[0] if joined else fact
     cause, why = _came_to_nothing(case, band, mac, joined)
     return answer(cause, (registered or info or said, at, told, why), before=RECEIVED,

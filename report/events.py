@@ -20,8 +20,8 @@ class Event:
 
     time_s: float | None
     # "hostapd", "bus", "console" ...: the sources of a recording and of a run folder. "console" is
-    # the daemon's log wherever it was kept, "log" what the scripts of stock OpenWrt say ("kelm: ..."),
-    # "boot" the begin of a router's time.
+    # the daemon's log wherever it was kept, "log" what the scripts of stock OpenWrt say
+    # ("kelm: ..."), "boot" the begin of a router's time.
     source: str
     band: str  # one of BANDS, or "" where a line is of no band or of an unknown one
     text: str

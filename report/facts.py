@@ -81,7 +81,7 @@ OWN_ROWS = [(kind, re.compile(pattern)) for kind, pattern in (
     ("terminated", r"\w+:\d+\]: WPS is processing, close it anyway"),
     ("starting", r"\w+:\d+\]: wps do nothing because of wifi starting"),
     ("link-unknown", r"\w+:\d+\]: Get wlan status failed"),
-    ("socket-refused", r"\w+:\d+\]: Rebuild worker socket failed"),
+    ("press-refused", r"\w+:\d+\]: Rebuild worker socket failed"),
     ("no-socket", r"\w+:\d+\]: Can't open event ctrl"),
     ("no-attach", r"\w+:\d+\]: Can't attach event ctrl"),
     ("start-failed", r"main:\d+\]: kelm open failed\."),

@@ -39,7 +39,7 @@ REFUSALS = (("starting", "refused-starting"), ("link-unknown", "refused-link"),
 
 
 def _refused_by_daemon(case):
-    refused = case.first("socket-refused")
+    refused = case.first("press-refused")
     if refused:
         hung = case.first("no-attach")
         cause = "wifi-daemon-hung" if hung else "wifi-daemon-gone"
