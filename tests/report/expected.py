@@ -23,6 +23,13 @@ RUNS = {
          "It was cancelled after 0.9 s.",
          []),
     ],
+    "client-leaves": [
+        ("press", "access point", "client-left",
+         {"2.4 GHz": "client-left", "5 GHz": "nobody-came"},
+         '2.4 GHz: 02:00:00:00:02:00 ("phone") fell silent in the middle of the exchange. 5 '
+         "GHz: nobody came within 148 s.",
+         []),
+    ],
     "client-pin": [
         ("PIN", "access point", "joined",
          {"2.4 GHz": "joined", "5 GHz": "not-needed"},
@@ -367,6 +374,13 @@ RUNS = {
          "2.4 GHz: the phone joined after 2.7 s. 5 GHz: not needed.",
          []),
     ],
+    "wpa3-only": [
+        ("press", "access point", "key-unused",
+         {"2.4 GHz": "key-unused", "5 GHz": "not-needed"},
+         "2.4 GHz: the phone received the key after 1.6 s, but was not seen to use it. 5 GHz: "
+         "not needed.",
+         []),
+    ],
     "wrong-key": [
         ("press", "access point", "wrong-key",
          {"2.4 GHz": "wrong-key", "5 GHz": "not-needed"},
@@ -388,6 +402,7 @@ CONSOLES = {
     "access-point-pin": ["registrar: 2.4 GHz new-settings"],
     "broker-dies": ["press: 2.4 GHz nobody-came, 5 GHz nobody-came; bus-gone"],
     "cancel": ["press: 2.4 GHz cancelled, 5 GHz cancelled"],
+    "client-leaves": ["press: 2.4 GHz client-left, 5 GHz nobody-came"],
     "client-pin": ["PIN: 2.4 GHz joined, 5 GHz not-needed"],
     "daemon-killed": ["press: 2.4 GHz daemon-killed, 5 GHz daemon-killed"],
     "disk-full": ["press: 2.4 GHz not-stored, 5 GHz not-needed"],
@@ -433,6 +448,7 @@ CONSOLES = {
     ],
     "terminated": ["press: 2.4 GHz terminated, 5 GHz terminated"],
     "unconfigured": ["press: 2.4 GHz joined, 5 GHz not-needed"],
+    "wpa3-only": ["press: 2.4 GHz joined, 5 GHz not-needed"],
     "wrong-key": ["press: 2.4 GHz wrong-key, 5 GHz not-needed"],
     "wrong-pin": ["PIN: 2.4 GHz wrong-pin, 5 GHz nobody-came"],
 }
@@ -442,6 +458,7 @@ RECORDINGS = {
     "access-point-pin": ["registrar: 2.4 GHz new-settings"],
     "broker-dies": ["press: 2.4 GHz nobody-came, 5 GHz nobody-came"],
     "cancel": ["press: 2.4 GHz cancelled, 5 GHz cancelled"],
+    "client-leaves": ["press: 2.4 GHz client-left, 5 GHz nobody-came"],
     "client-pin": ["PIN: 2.4 GHz joined, 5 GHz not-needed"],
     "daemon-killed": ["press: 2.4 GHz daemon-killed, 5 GHz daemon-killed"],
     "disk-full": ["press: 2.4 GHz not-stored, 5 GHz not-needed"],
@@ -513,6 +530,7 @@ RECORDINGS = {
     "stock-wpa3-only": [],
     "terminated": ["press: 2.4 GHz terminated, 5 GHz terminated"],
     "unconfigured": ["press: 2.4 GHz joined, 5 GHz not-needed"],
+    "wpa3-only": ["press: 2.4 GHz key-unused, 5 GHz not-needed"],
     "wrong-key": ["press: 2.4 GHz wrong-key, 5 GHz not-needed"],
     "wrong-pin": ["PIN: 2.4 GHz wrong-pin, 5 GHz nobody-came"],
 }
