@@ -42,7 +42,7 @@ pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 char queue_memory[QUEUE_SIZE];
 watch_queue queue(queue_memory, sizeof queue_memory);  // under the lock
 unsigned lost = 0;                                     // under the lock
-int wake_fd = -1;  // never closed: the thread may write to it until the process ends
+int wake_fd = -1;                 // never closed: the thread may write to it until the process ends
 int64_t connecting_since_ms = 0;  // under the lock: not each machine has an atomic of 64 bits
 bool told_hung = false;
 bool has_heard = false;
