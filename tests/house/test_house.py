@@ -33,9 +33,28 @@ FLOORS = {
 }
 FLOOR_OF = {room: floor for floor, rooms in FLOORS.items() for room in rooms}
 
+# The recorder's own floors, and what it takes from the daemon.
+WATCH_FLOORS = {
+    1: ("watch/text", "watch/options", "watch/queue"),
+    2: ("watch/pattern", "watch/members", "watch/aliases"),
+    3: ("watch/kept", "watch/words"),
+    4: ("watch/bands", "watch/recording", "watch/screen", "watch/tell", "watch/outputs"),
+    5: ("watch/source", "watch/sources", "watch/run", "watch/bus_source", "watch/ctrl_sources",
+        "watch/file_source", "watch/log_source", "watch/process_source"),
+    6: ("watch/main",),
+}
+WATCH_FLOOR_OF = {room: floor for floor, rooms in WATCH_FLOORS.items() for room in rooms}
+SHARED_WITH_WATCH = {
+    "core/handle", "core/text", "core/signals", "core/bus_listener", "ctrl/wpa_ctrl",
+    "config/json_text", "config/json_file", "config/credentials", "config/settings"}
+
 
 def daemon_files():
     return sorted(path for folder in DAEMON_FOLDERS for path in (ROOT / folder).rglob("*.[ch]*"))
+
+
+def watch_files():
+    return sorted(path for path in (ROOT / "watch").rglob("*.[ch]*"))
 
 
 def room(path):
@@ -64,8 +83,25 @@ def test_no_file_includes_a_floor_above_its_own():
     assert not upward
 
 
+def test_every_file_of_the_recorder_has_a_floor():
+    assert sorted({room(path) for path in watch_files()}) == sorted(WATCH_FLOOR_OF)
+
+
+def test_the_recorder_takes_what_it_shares_and_nothing_of_the_daemon_needs_it():
+    shared = {name for path in watch_files() for name in includes(path)
+              if name not in WATCH_FLOOR_OF}
+    assert shared <= SHARED_WITH_WATCH
+    upward = [f"{path.relative_to(ROOT)} includes {name}" for path in watch_files()
+              for name in includes(path) if name in WATCH_FLOOR_OF
+              and WATCH_FLOOR_OF[name] > WATCH_FLOOR_OF[room(path)]]
+    assert not upward
+    assert [path for path in daemon_files() for name in includes(path)
+            if name.startswith("watch/")] == []
+
+
 def test_headers_do_not_include_each_other_in_a_circle():
-    graph = {room(path): includes(path) for path in daemon_files() if path.suffix == ".h"}
+    graph = {room(path): includes(path) for path in daemon_files() + watch_files()
+             if path.suffix == ".h"}
 
     def circle(name, trail):
         if name in trail:
