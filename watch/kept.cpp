@@ -2,6 +2,9 @@
 // The allow-list at work.
 #include "watch/kept.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "watch/members.h"
 #include "watch/pattern.h"
 
@@ -19,6 +22,7 @@ struct kept_row {
     const char *pattern;
 };
 
+// NOLINTBEGIN(cppcoreguidelines-macro-usage): tables that Python reads too
 constexpr kept_row KEPT[] = {
 #define KEEP(source, pattern) {source, pattern},
 #include "watch/kept.inc"
@@ -33,6 +37,7 @@ constexpr member_row MEMBERS[] = {
 #define MEMBER(source, name) {source, name},
 #include "watch/kept.inc"
 };
+// NOLINTEND(cppcoreguidelines-macro-usage)
 
 // A line on its way.
 struct keeper {
@@ -67,6 +72,7 @@ void _name(keeper *to, alias_kind kind, text_span name)
         to->aliases->add_alias(kind, name, to->out);
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): as deep as DEEPEST says, and no deeper.
 void _add_covered(keeper *to, const watch_covered &covered, int depth)
 {
     switch (covered.kind) {
@@ -98,6 +104,7 @@ void _add_covered(keeper *to, const watch_covered &covered, int depth)
     }
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): as deep as DEEPEST says, and no deeper.
 void _rewrite(keeper *to, const watch_match &found, text_span text, int depth)
 {
     const char *at = found.all.at;
@@ -115,20 +122,15 @@ void _rewrite(keeper *to, const watch_match &found, text_span text, int depth)
 
 bool _has_members(text_span source)
 {
-    for (const member_row &row : MEMBERS) {
-        if (source.is(row.source))
-            return true;
-    }
-    return false;
+    return std::any_of(std::begin(MEMBERS), std::end(MEMBERS),
+                       [&](const member_row &row) { return source.is(row.source); });
 }
 
 bool _is_kept_member(text_span source, text_span name)
 {
-    for (const member_row &row : MEMBERS) {
-        if (source.is(row.source) && name.is(row.name))
-            return true;
-    }
-    return false;
+    return std::any_of(std::begin(MEMBERS), std::end(MEMBERS), [&](const member_row &row) {
+        return source.is(row.source) && name.is(row.name);
+    });
 }
 
 // A number, or a word that is none: a PIN as text is no word.
@@ -144,7 +146,7 @@ bool _may_be_kept(const watch_member &member)
         }
         ++others;
         const bool is_letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-        if (!is_letter && memchr("_:.-", c, 4) == nullptr)
+        if (!is_letter && (c == '\0' || strchr("_:.-", c) == nullptr))
             return false;
     }
     if (member.is_text)
@@ -178,7 +180,7 @@ void _add_member(keeper *to, text_span source, const watch_member &member)
 void _keep_members(keeper *to, text_span source, text_span text)
 {
     watch_members check(text);
-    watch_member member;
+    watch_member member = {};
     while (check.next(&member))
         continue;
     if (check.failed()) {
@@ -202,8 +204,8 @@ void _keep(keeper *to, text_span source, text_span text, int depth)
         _keep_members(to, source, text);
         return;
     }
+    watch_match found = {};
     for (const kept_row &row : KEPT) {
-        watch_match found;
         if (depth < DEEPEST && source.is(row.source) && watch_fits(row.pattern, text, &found)) {
             _rewrite(to, found, text, depth);
             return;
@@ -264,7 +266,7 @@ text_span watch_console_line(text_span line)
     for (int i = 0; i < LOG_WORDS_MAX && rest.length > 0; ++i) {
         if (!_is_facility(_take_word(&rest)))
             continue;
-        watch_match found;
+        watch_match found = {};
         if (!watch_fits("^kelm[{number}]: kelm[{word}]: {rest}", rest, &found))
             return line;
         const char *begin = found.covered[1].text.at - strlen("kelm[");

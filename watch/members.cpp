@@ -19,6 +19,11 @@ bool _is_name(text_span text)
     return text.length > 0 && text.length <= NAME_MAX_LENGTH;
 }
 
+bool _is_object(text_span text)
+{
+    return text.length >= 2 && text.at[0] == '{' && text.at[text.length - 1] == '}';
+}
+
 bool _is_bare(char c)
 {
     return (c >= 'a' && c <= 'z') || is_digit(c) || c == '-' || c == '+' || c == '.' || c == 'E';
@@ -39,9 +44,9 @@ bool _is_plain_number(text_span text)
 
 }  // namespace
 
-watch_members::watch_members(text_span object) : rest_(stripped(object))
+watch_members::watch_members(text_span object)
+    : rest_(stripped(object)), failed_(!_is_object(rest_))
 {
-    failed_ = rest_.length < 2 || rest_.at[0] != '{' || rest_.at[rest_.length - 1] != '}';
     if (failed_)
         return;
     ++rest_.at;
@@ -121,7 +126,7 @@ bool watch_members::_take_value(watch_member *member)
 long watch_member_number(text_span object, const char *name, long fallback)
 {
     watch_members members(object);
-    watch_member member;
+    watch_member member = {};
     while (members.next(&member)) {
         if (member.is_text || !member.name.is(name) || !_is_plain_number(member.value))
             continue;

@@ -31,7 +31,7 @@ private:
 
     text_span rest_;
     bool is_first_ = true;
-    bool failed_ = false;
+    bool failed_;
 };
 
 // The number under name, or fallback where there is none.

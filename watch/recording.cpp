@@ -68,7 +68,7 @@ void _add_moment(watch_moment now, text_out *out)
     char wall[32];
     (void)strftime(wall, sizeof wall, "%Y-%m-%dT%H:%M:%S", &parts);
     char text[96];
-    (void)snprintf(text, sizeof text, "\"ms\":%llu,\"at\":\"%s.%03uZ\"",
+    (void)snprintf(text, sizeof text, R"("ms":%llu,"at":"%s.%03uZ")",
                    static_cast<unsigned long long>(now.ms), wall,
                    static_cast<unsigned>(now.wall_ms % MS_PER_S));
     out->add(text);
@@ -159,7 +159,7 @@ recording_result watch_recording::open(const char *path, unsigned limit_kib, boo
 
     char buffer[FRAME_SIZE];
     text_out line(buffer);
-    line.add("{\"recording\":\"kelm\",\"version\":");
+    line.add(R"({"recording":"kelm","version":)");
     line.add_number(VERSION);
     line.add(',');
     _add_moment(now, &line);

@@ -2,10 +2,12 @@
 // Lines for a person, who may look at them through a serial line, or not at all.
 #include "watch/screen.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -58,11 +60,9 @@ uint32_t _code_of(text_span character)
 bool _is_shown(text_span character)
 {
     const uint32_t code = _code_of(character);
-    for (const code_range &range : NOT_SHOWN) {
-        if (code >= range.first && code <= range.last)
-            return false;
-    }
-    return true;
+    return std::none_of(
+        std::begin(NOT_SHOWN), std::end(NOT_SHOWN),
+        [code](const code_range &range) { return code >= range.first && code <= range.last; });
 }
 
 size_t _columns(int file)
@@ -97,11 +97,9 @@ void watch_add_shown(text_span text, text_out *out)
         const size_t length = _character_length(text);
         const size_t taken = length > 0 ? length : 1;
         // A zero byte is a character too, and one that no reader takes.
-        if (text.at[0] == '\0')
-            out->add('?');
-        else if (length == 0)
+        if (length == 0 && text.at[0] != '\0')
             out->add("\xef\xbf\xbd");
-        else if (_is_shown({text.at, length}))
+        else if (length > 0 && _is_shown({text.at, length}))
             out->add(text_span{text.at, length});
         else
             out->add('?');

@@ -26,7 +26,7 @@ namespace {
 
 constexpr size_t KEPT_SIZE =
     WATCH_TEXT_SIZE + 1024;  // "[1 bytes]" is longer than what it stands for
-constexpr uint64_t LONGEST_ATTEMPT_MS = 150 * 1000;  // with the commands of its end
+constexpr uint64_t LONGEST_ATTEMPT_MS = uint64_t{150} * 1000;  // with the commands of its end
 constexpr size_t WAITING_SIZE = 128;
 constexpr unsigned DOTS_MAX = 3;
 constexpr long BUS_START = 1;
@@ -59,7 +59,7 @@ void _note_press(uint64_t now_ms)
 
 void _follow_attempt(const char *source, text_span text, uint64_t now_ms)
 {
-    watch_match found;
+    watch_match found = {};
     if (strcmp(source, "exit") == 0 && watch_fits("^{number} daemon {number} ", text, &found))
         attempt_runs = false;
     if (strcmp(source, "bus") != 0 || !watch_fits("^{ \"{word}\": {rest} }$", text, &found))
@@ -98,7 +98,7 @@ void _show_waiting(uint64_t now_ms)
 
 void _show(uint64_t now_ms, const char *source, const char *iface, text_span text)
 {
-    watch_told told;
+    watch_told told = {};
     if (!watch_describe(source, text, &told))
         return;
     const char *name = told.iface[0] != '\0' ? told.iface : iface;

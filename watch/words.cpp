@@ -33,6 +33,7 @@ struct name_row {
     const char *text;
 };
 
+// NOLINTBEGIN(cppcoreguidelines-macro-usage): tables that Python reads too
 // Each table takes its rows; the file leaves out the others and forgets the macro.
 constexpr word_row WORDS[] = {
 #define WORD(source, pattern, who, text) {source, pattern, who, text},
@@ -88,6 +89,8 @@ constexpr name_row COLOURS[] = {
 #define COLOUR(name, number) {name, number},
 #include "watch/words.inc"
 };
+
+// NOLINTEND(cppcoreguidelines-macro-usage)
 
 constexpr long NO_NUMBER = -1000000000;  // more digits than a member's number may have
 constexpr long STOPPED = 2;
@@ -182,7 +185,7 @@ void _announcement(text_span state, text_out *out)
 
 bool _describe_bus(text_span text, watch_told *told)
 {
-    watch_match found;
+    watch_match found = {};
     if (!watch_fits("^{ \"{word}\": {rest} }$", text, &found))
         return false;
     const text_span members = found.covered[1].text;
@@ -213,8 +216,8 @@ bool watch_describe(const char *source, text_span text, watch_told *told)
     told->iface[0] = '\0';
     if (strcmp(source, "bus") == 0)
         return _describe_bus(text, told);
+    watch_match found = {};
     for (const word_row &row : WORDS) {
-        watch_match found;
         if (strcmp(row.source, source) != 0 || !watch_fits(row.pattern, text, &found))
             continue;
         text_span parts[WATCH_COVERED_MAX];

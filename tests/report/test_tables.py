@@ -50,8 +50,8 @@ def test_the_words_of_a_line(source, line, who, iface, text):
 @pytest.mark.parametrize("source, line, left", [
     ("client0", "sta0: WPS-CRED-RECEIVED 100e004c", "sta0: WPS-CRED-RECEIVED [8 bytes]"),
     ("root1", "root1-2g: WPS-SUCCESS ", "root1-2g: WPS-SUCCESS "),
-    ("log", "Nov 22 12:04:45 (none) daemon.info kelm[283]: kelm[kelm_check_pin:1]: pinCode: 12345670, "
-            "len = 8",
+    ("log", "Nov 22 12:04:45 (none) daemon.info kelm[283]: kelm[kelm_check_pin:1]: pinCode: "
+            "12345670, len = 8",
      "Nov 22 12:04:45 (none) daemon.info kelm[283]: kelm[kelm_check_pin:1]: pinCode: [8 bytes], "
      "len = 8"),
     ("log", "Sun Nov 22 12:04:45 2026 daemon.notice kelm: ready on 2.4 GHz",
@@ -99,8 +99,8 @@ SHOWN = [
     r"--------------------band %d localApSsid %s", r"Invalid pin \(%s\)",
     r"(processing|Ignore) wpsEvent\[%s\]: %s",
 ]
-CALL = re.compile(r'kelm_log(?:_as|_always|_normal|_detail)\((?:[^;"]*?)((?:"(?:[^"\\]|\\.)*"\s*)+)',
-                  re.DOTALL)
+CALL = re.compile(r'kelm_log(?:_as|_always|_normal|_detail)\([^;"]*?'
+                  r'((?:"(?:[^"\\]|\\.)*"\s*)+)', re.DOTALL)
 CONVERSION = re.compile(r"%[-0-9.]*(?:l|ll|z)?([sdiuxc])")
 
 
