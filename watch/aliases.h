@@ -24,7 +24,7 @@ public:
 
 private:
     // What is known of each: enough to know it again, and not the text itself.
-    uint64_t seen_[WATCH_ALIAS_KINDS][WATCH_ALIASES_MAX];
+    uint64_t seen_[WATCH_ALIAS_KINDS][WATCH_ALIASES_MAX] = {};
     size_t counts_[WATCH_ALIAS_KINDS] = {};
 };
 

@@ -181,8 +181,8 @@ void _keep_members(keeper *to, text_span source, text_span text)
 {
     watch_members check(text);
     watch_member member = {};
-    while (check.next(&member))
-        continue;
+    while (check.next(&member)) {
+    }
     if (check.failed()) {
         _leave_out(to, text);
         return;

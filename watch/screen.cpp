@@ -120,28 +120,28 @@ void watch_screen::open(int file, bool quiet, bool no_colour)
 void watch_screen::line(const char *stamp, const char *who, const char *band, const char *text)
 {
     char buffer[LINE_SIZE];
-    text_out line(buffer, sizeof buffer - 1);
+    text_out made(buffer, sizeof buffer - 1);
     if (rewrites_)
-        line.add(TAKE_AWAY);
-    line.add(stamp);
-    line.add("  ");
+        made.add(TAKE_AWAY);
+    made.add(stamp);
+    made.add("  ");
     const char *colour = colours_ ? watch_colour(who) : nullptr;
     if (colour != nullptr) {
-        line.add("\033[");
-        line.add(colour);
-        line.add('m');
+        made.add("\033[");
+        made.add(colour);
+        made.add('m');
     }
-    _add_padded(who, WHO_WIDTH, &line);
+    _add_padded(who, WHO_WIDTH, &made);
     if (colour != nullptr)
-        line.add("\033[0m");
-    line.add(' ');
-    _add_padded(band, BAND_WIDTH, &line);
-    line.add(' ');
-    watch_add_shown(span_of(text), &line);
+        made.add("\033[0m");
+    made.add(' ');
+    _add_padded(band, BAND_WIDTH, &made);
+    made.add(' ');
+    watch_add_shown(span_of(text), &made);
     // What is cut keeps its end of line.
-    text_out whole(buffer + line.span().length, 2);
+    text_out whole(buffer + made.span().length, 2);
     whole.add('\n');
-    _write({buffer, line.span().length + 1}, true);
+    _write({buffer, made.span().length + 1}, true);
     is_rewritten_ = false;
 }
 
@@ -158,11 +158,11 @@ void watch_screen::rewrite(const char *stamp, const char *waiting)
     const size_t columns = _columns(file_);
     const size_t length = text.span().length < columns ? text.span().length : columns - 1;
     char buffer[LINE_SIZE + 8];
-    text_out line(buffer);
-    line.add('\r');
-    line.add(text_span{shown, length});
-    line.add("\033[K");
-    _write(line.span(), false);
+    text_out made(buffer);
+    made.add('\r');
+    made.add(text_span{shown, length});
+    made.add("\033[K");
+    _write(made.span(), false);
     is_rewritten_ = true;
 }
 
@@ -183,18 +183,16 @@ void watch_screen::_write(text_span text, bool is_line)
         return;
     }
     is_slow_ = false;
-    char told[96];
-    const unsigned missed = missed_;
-    missed_ = 0;
-    if (missed > 0) {
+    if (missed_ > 0) {
+        char told[96];
         const int length =
             snprintf(told, sizeof told, "%s(%u lines are missing here: nobody read them in time)\n",
-                     rewrites_ ? TAKE_AWAY : "", missed);
-        if (write(file_, told, static_cast<size_t>(length)) < 0 && errno == EPIPE)
-            file_ = -1;
+                     rewrites_ ? TAKE_AWAY : "", missed_);
+        missed_ = 0;
+        (void)(write(file_, told, static_cast<size_t>(length)) < 0);  // the next one says as much
     }
     // A reader that is gone is no trouble of the recording's.
-    if (file_ >= 0 && write(file_, text.at, text.length) < 0 && errno != EINTR && errno != EAGAIN)
+    if (write(file_, text.at, text.length) < 0 && errno != EINTR && errno != EAGAIN)
         file_ = -1;
 }
 

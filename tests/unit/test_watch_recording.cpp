@@ -40,7 +40,7 @@ protected:
         (void)system(("rm -rf " + folder_).c_str());
     }
 
-    recording_result open(unsigned limit_kib = PLENTY_KIB, bool anonymous = false)
+    recording_result begin(unsigned limit_kib = PLENTY_KIB, bool anonymous = false)
     {
         return file_.open(path_.c_str(), limit_kib, anonymous, NOON);
     }
@@ -77,7 +77,7 @@ std::string json(const std::string &text)
 
 TEST_F(recording, begins_with_its_version_and_goes_on_line_by_line)
 {
-    ASSERT_EQ(open(), recording_result::ok);
+    ASSERT_EQ(begin(), recording_result::ok);
     EXPECT_EQ(add("wlan1: WPS-PBC-ACTIVE "), nullptr);
     EXPECT_EQ(file_.add({90000, 1795348808999}, "bus", "", "", span_of("{ \"gpio\": {} }")),
               nullptr);
@@ -95,14 +95,14 @@ TEST_F(recording, begins_with_its_version_and_goes_on_line_by_line)
 
 TEST_F(recording, says_that_it_is_anonymous)
 {
-    ASSERT_EQ(open(PLENTY_KIB, true), recording_result::ok);
+    ASSERT_EQ(begin(PLENTY_KIB, true), recording_result::ok);
     EXPECT_NE(written().find("\"anonymous\":true}\n"), std::string::npos);
 }
 
 TEST_F(recording, is_for_its_owner_alone_whatever_the_umask)
 {
     const mode_t before = umask(0);
-    ASSERT_EQ(open(), recording_result::ok);
+    ASSERT_EQ(begin(), recording_result::ok);
     umask(before);
     struct stat there = {};
     ASSERT_EQ(stat(path_.c_str(), &there), 0);
@@ -113,7 +113,7 @@ TEST_F(recording, takes_an_empty_file_of_its_own_and_makes_it_private)
 {
     put("");
     ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
-    ASSERT_EQ(open(), recording_result::ok);
+    ASSERT_EQ(begin(), recording_result::ok);
     struct stat there = {};
     ASSERT_EQ(stat(path_.c_str(), &there), 0);
     EXPECT_EQ(there.st_mode & 07777, 0600U);
@@ -123,7 +123,7 @@ TEST_F(recording, takes_an_empty_file_of_its_own_and_makes_it_private)
 TEST_F(recording, leaves_a_file_that_holds_something_alone)
 {
     put("mine");
-    EXPECT_EQ(open(), recording_result::exists);
+    EXPECT_EQ(begin(), recording_result::exists);
     EXPECT_EQ(written(), "mine");
     EXPECT_FALSE(file_.is_open());
 }
@@ -135,7 +135,7 @@ TEST_F(recording, follows_no_link)
         if (is_there)
             std::ofstream(target) << "";
         ASSERT_EQ(symlink(target.c_str(), path_.c_str()), 0);
-        EXPECT_EQ(open(), recording_result::exists);
+        EXPECT_EQ(begin(), recording_result::exists);
         EXPECT_EQ(access(target.c_str(), F_OK) == 0, is_there);
         ASSERT_EQ(unlink(path_.c_str()), 0);
     }
@@ -146,16 +146,16 @@ TEST_F(recording, takes_no_file_with_another_name)
     const std::string target = folder_ + "/target";
     std::ofstream(target) << "";
     ASSERT_EQ(link(target.c_str(), path_.c_str()), 0);
-    EXPECT_EQ(open(), recording_result::exists);
+    EXPECT_EQ(begin(), recording_result::exists);
 }
 
 TEST_F(recording, waits_for_no_reader_of_a_fifo_and_writes_into_no_folder)
 {
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
-    EXPECT_EQ(open(), recording_result::exists);
+    EXPECT_EQ(begin(), recording_result::exists);
     ASSERT_EQ(unlink(path_.c_str()), 0);
     ASSERT_EQ(mkdir(path_.c_str(), 0700), 0);
-    EXPECT_EQ(open(), recording_result::exists);
+    EXPECT_EQ(begin(), recording_result::exists);
 }
 
 TEST_F(recording, takes_no_file_of_another_user)
@@ -164,19 +164,19 @@ TEST_F(recording, takes_no_file_of_another_user)
         GTEST_SKIP() << "needs root";
     put("");
     ASSERT_EQ(chown(path_.c_str(), 65534, 65534), 0);
-    EXPECT_EQ(open(), recording_result::exists);
+    EXPECT_EQ(begin(), recording_result::exists);
 }
 
 TEST_F(recording, tells_why_a_file_cannot_be_made)
 {
     path_ = folder_ + "/none/record.jsonl";
-    EXPECT_EQ(open(), recording_result::failed);
+    EXPECT_EQ(begin(), recording_result::failed);
     EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(recording, ends_at_its_limit_with_a_line_that_says_so)
 {
-    ASSERT_EQ(open(1), recording_result::ok);
+    ASSERT_EQ(begin(1), recording_result::ok);
     const char *trouble = nullptr;
     int lines = 0;
     for (; trouble == nullptr && lines < 100; ++lines)
@@ -198,7 +198,7 @@ TEST_F(recording, ends_at_its_limit_with_a_line_that_says_so)
 // A short text may find room where a long one did not; the recording has ended all the same.
 TEST_F(recording, nothing_is_recorded_behind_the_limit)
 {
-    ASSERT_EQ(open(1), recording_result::ok);
+    ASSERT_EQ(begin(1), recording_result::ok);
     EXPECT_NE(add(std::string(WATCH_TEXT_SIZE, 'x')), nullptr);
     const std::string text = written();
     EXPECT_EQ(add("y"), nullptr);
@@ -207,7 +207,7 @@ TEST_F(recording, nothing_is_recorded_behind_the_limit)
 
 TEST_F(recording, a_full_disk_is_told_once_and_leaves_whole_lines)
 {
-    ASSERT_EQ(open(), recording_result::ok);
+    ASSERT_EQ(begin(), recording_result::ok);
     (void)signal(SIGXFSZ, SIG_IGN);
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
@@ -224,7 +224,7 @@ TEST_F(recording, a_full_disk_is_told_once_and_leaves_whole_lines)
 
 TEST_F(recording, the_longest_hostile_text_is_one_whole_line)
 {
-    ASSERT_EQ(open(), recording_result::ok);
+    ASSERT_EQ(begin(), recording_result::ok);
     EXPECT_EQ(add(std::string(WATCH_TEXT_SIZE + 1024, '\x01')), nullptr);
     const std::string text = written();
     EXPECT_EQ(text.back(), '\n');
