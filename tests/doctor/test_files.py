@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: ISC
 """What lies in /tmp: what bars a start or a press, room, and files that somebody has planted."""
 import os
-import subprocess
 import time
 
 import pytest
@@ -14,26 +13,21 @@ from whole import pid_in_file
 
 PID = '/tmp/kelm.pid'
 MARKER = '/tmp/wifid_is_starting'
+# No kernel gives a process this number.
+DEAD = 4194305
 BARS = f'it bars each start of kelm; rm -f {PID}'
 
 
 # The pid file
-
-def dead_process():
-    child = subprocess.Popen(['/bin/true'])
-    child.wait()
-    return child.pid
-
 
 def test_the_pid_file_of_the_daemon_that_runs(router):
     assert told(router, 'pid-file') == ok(f'{PID} has the number of the kelm that runs')
 
 
 def test_the_pid_file_of_a_dead_process(router):
-    pid = dead_process()
-    router.write(PID, f'{pid}\n')
+    router.write(PID, f'{DEAD}\n')
     assert told(router, 'pid-file') == fault(
-        f'{PID} has the number {pid} of a process that is gone, and {BARS}')
+        f'{PID} has the number {DEAD} of a process that is gone, and {BARS}')
 
 
 def test_the_pid_file_of_another_program(router):
@@ -243,8 +237,7 @@ def test_what_is_planted(maker, row):
 
 
 def test_sockets_of_dead_processes(maker):
-    pid = dead_process()
-    do(maker, f': > /tmp/wpa_ctrl_{pid}-1; : > /tmp/wpa_ctrl_{pid}-2')
+    do(maker, f': > /tmp/wpa_ctrl_{DEAD}-1; : > /tmp/wpa_ctrl_{DEAD}-2')
     assert told(maker, 'file-owners') == warning(
         '2 sockets of processes that are gone are left as /tmp/wpa_ctrl_NUMBER; something was '
         'killed: remove them')
