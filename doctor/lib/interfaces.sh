@@ -76,8 +76,11 @@ see_parts_of_stock() {
 	# shellcheck source=doctor/lib/stock_networks.sh
 	. "$lib/stock_networks.sh"
 	wireless=$(wireless_status)
-	if [ -z "$wireless" ] && [ -z "$is_root" ]; then
-		warning chosen '' 'netifd does not tell this user what the radios do; run kelm-doctor as root'
+	if [ -z "$is_root" ] && { [ -z "$wireless" ] || [ ! -r /etc/config/wireless ]; }; then
+		warning chosen '' 'this user is not told what the radios do; run kelm-doctor as root'
+		return
+	elif [ ! -f /etc/config/wireless ]; then
+		fault chosen '' 'there is no /etc/config/wireless, so no radio does anything; make one: wifi config'
 		return
 	elif [ -z "$wireless" ]; then
 		fault chosen '' 'netifd does not say what the radios do; is it there: ubus call network.wireless status'

@@ -24,6 +24,8 @@ answer=/mnt/answers/$PROGRAM/$name/$question
 cat "$answer"
 """
 
+CLIENTS = {'hostapd': 'hostapd_cli', 'wpa_supplicant': 'wpa_cli'}
+
 ACCESS_POINT = {
     'ping': 'PONG\n',
     'get_config': ('bssid={mac}\nssid={name}\nwps_state=configured\npassphrase=seven green elms\n'
@@ -41,8 +43,7 @@ STATION = {
 def put_programs(router):
     for name in ('hostapd', 'wpa_supplicant'):
         router.fake(name, '[ "$1" = -vwps ]')
-        router.fake(f'{name.replace("wpa_supplicant", "wpa").replace("hostapd", "hostapd")}_cli',
-                    f'PROGRAM={name}\n{CLI}')
+        router.fake(CLIENTS[name], f'PROGRAM={name}\n{CLI}')
 
 
 def put_interface(router, name, flags='0x1003'):

@@ -253,7 +253,7 @@ class Router:
         streams = streams or {'stdout': subprocess.DEVNULL, 'stderr': subprocess.DEVNULL}
         process = subprocess.Popen(
             ['/bin/sh', '-c', script, 'test', *arguments], env=self._environment(env), stdin=stdin,
-            preexec_fn=_into_root, start_new_session=True, errors='surrogateescape', text=True,
+            preexec_fn=enter_root, start_new_session=True, errors='surrogateescape', text=True,
             encoding='utf-8', **streams)
         self._started.append(process)
         return process
@@ -392,6 +392,6 @@ def _is_inside(pid):
         return False
 
 
-def _into_root():
+def enter_root():
     os.chroot(ROOT)
     os.chdir('/')
