@@ -26,6 +26,7 @@ hidden            both   networks       check_hidden
 backhaul          both   networks       check_backhaul
 encryption        both   networks       check_encryption
 wps               both   networks       check_wps
+learnt            maker  stations       check_learnt
 uuid              both   identity       check_uuid
 independent       both   identity       check_independent
 key               both   keys           check_key

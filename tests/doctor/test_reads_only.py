@@ -85,4 +85,4 @@ def test_nothing_is_written_to_a_file(scripts):
         text = text.replace(OPENS, '')
         code = re.sub(r"awk[^']*'[^']*'|'[^'\n]*'|\"[^\"\n]*\"|\$\(\([^\n]*?\)\)", 'QUOTED', text)
         targets |= set(REDIRECTION.findall(code))
-    assert targets == {'/dev/null', '&1', '&2'}
+    assert {target for target in targets if not re.fullmatch(r'&\d', target)} == {'/dev/null'}
