@@ -36,9 +36,10 @@ LEGACY_PROVIDER = "usr/lib/x86_64-linux-gnu/ossl-modules/legacy.so"
 
 # What the project builds, and where each kind of router has it.
 BUILT_PROGRAMS = {
-    "firmware": [("kelm", "usr/sbin/kelm"), ("hostlibs/ubusd", "sbin/ubusd"),
-                 ("hostlibs/ubus", "bin/ubus")],
-    "stock": [("kelm", "usr/lib/router/package/files/usr/sbin/kelm")],
+    "firmware": [("kelm", "usr/sbin/kelm"), ("kelm-watch", "usr/sbin/kelm-watch"),
+                 ("hostlibs/ubusd", "sbin/ubusd"), ("hostlibs/ubus", "bin/ubus")],
+    "stock": [("kelm", "usr/lib/router/package/files/usr/sbin/kelm"),
+              ("kelm-watch", "usr/sbin/kelm-watch")],
 }
 
 # Every Debian has them. busybox's setpriv cannot change the user; OpenWrt's busybox has nice,

@@ -6,7 +6,7 @@ import re
 import time
 import traceback
 
-from router import image, machine, run_file, scene, sentences, timeline
+from router import image, machine, recorder, run_file, scene, sentences, timeline
 
 STATUS_FILES = ["/tmp/kelm.info", "/tmp/wps_result", "/tmp/wpsactive", "/tmp/wps_wifi_ap.txt",
                 "/tmp/wps_wifi_sta.txt", "/tmp/_wps_wifi_ap.txt", "/tmp/_wps_wifi_sta.txt",
@@ -26,6 +26,7 @@ class Outcome:
         self.modes = {}
         self.names = {}
         self.zero_s = None
+        self.recorder_s = None
         self.commands = {}
         self.exits = {}
         self.sentence = ""
@@ -62,7 +63,8 @@ def play(scenario, build_folder, view=None):
     view = view or timeline.Silence()
     outcome = Outcome()
     outcome.log_folder = os.path.join(build_folder, "router", scenario.name)
-    run_file.remove(outcome.log_folder)
+    for kept in (run_file, recorder):
+        kept.remove(outcome.log_folder)
     view.heading("%s: %s" % (scenario.name, scenario.sentence))
     steps = view.steps(PREPARATIONS)
     with image.built(build_folder, outcome.log_folder, steps, scenario.face) as (kernel, initrd), \
@@ -71,6 +73,7 @@ def play(scenario, build_folder, view=None):
         stage = scene.Scene(guest, view)
         try:
             boot(stage, steps)
+            recorder.start(stage, scenario.face)
             scenario.play(stage)
         except machine.MachineError as error:
             outcome.trouble, outcome.details = str(error), error.details
@@ -110,8 +113,17 @@ def _collect(guest, stage, outcome):
             outcome.modes = {path: mode.zfill(4) for mode, path in modes}
     except machine.MachineError as error:
         outcome.trouble = outcome.trouble or str(error)
+    _keep_recording(guest, outcome)
     for run in range(1, 10):
         commands = stage.commands_of(run)
         if commands:
             outcome.commands[run] = commands
             outcome.exits[run] = stage.exit_of(run)
+
+
+def _keep_recording(guest, outcome):
+    try:
+        trouble, outcome.recorder_s = recorder.fetch(guest, outcome.log_folder)
+    except machine.MachineError as error:
+        trouble = str(error)
+    outcome.trouble = outcome.trouble or trouble

@@ -52,7 +52,8 @@ def write(folder, scenario, outcome):
     """Written at the end of a run, whatever it came to."""
     run = {"version": VERSION, "scenario": scenario.name, "face": scenario.face,
            "sentence": scenario.sentence, "outcome": outcome.last_line(),
-           "names": outcome.names, "zero_s": outcome.zero_s,
+           "passed": not outcome.failures(),
+           "names": outcome.names, "zero_s": outcome.zero_s, "recorder_s": outcome.recorder_s,
            "files": {path: file_row(text, outcome.modes.get(path, NO_MODE))
                      for path, text in outcome.files.items()},
            "checks": [[check.statement, check.holds] for check in outcome.checks]}

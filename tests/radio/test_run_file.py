@@ -34,14 +34,15 @@ def test_of_a_file_names_and_modes_are_told_and_nothing_else(text, wanted):
 def test_run_file_tells_the_scenario_and_what_it_came_to(tmp_path):
     outcome = play.Outcome()
     outcome.checks = [scene.Check("it works", True, "yes"), scene.Check("it lasts", False, "no")]
-    outcome.names, outcome.zero_s = {"client0": "phone"}, 12.5
+    outcome.names, outcome.zero_s, outcome.recorder_s = {"client0": "phone"}, 12.5, 0.25
     outcome.files, outcome.modes = {"/tmp/wps_result": "0\n", "/tmp/x": "{}"}, {"/tmp/x": "0644"}
     run_file.write(str(tmp_path), attempt.Scenario("one", "It shows.", None, [], face="stock"),
                    outcome)
     assert json.loads((tmp_path / "run.json").read_text(encoding="utf-8")) == {
         "version": 1, "scenario": "one", "face": "stock", "sentence": "It shows.",
-        "outcome": "1 of 2 checks failed: it lasts.", "names": {"client0": "phone"},
-        "zero_s": 12.5,
+        "outcome": "1 of 2 checks failed: it lasts.", "passed": False,
+        "names": {"client0": "phone"},
+        "zero_s": 12.5, "recorder_s": 0.25,
         "files": {"/tmp/wps_result": {"mode": "", "keys": [], "values": {}, "number": 0},
                   "/tmp/x": {"mode": "0644", "keys": [], "values": {}}},
         "checks": [["it works", True], ["it lasts", False]]}
