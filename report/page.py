@@ -70,6 +70,14 @@ def render_svg(log, attempt, title):
         legend=list(_legend(picture)))
 
 
+def render_index(runs, title, headline):
+    """The page that leads to those of several runs, with their pictures in it."""
+    css = _asset("page.css") + _asset("index.css")
+    policy = "%s; img-src data:" % _policy(css, "")
+    return _environment().get_template("index.html.j2").render(
+        title=title, headline=headline, runs=runs, css=css, policy=policy)
+
+
 def shown(text):
     """A text as it can be shown: nothing in it acts, and what cannot be seen is spelt."""
     if len(text) > LONGEST_TEXT:

@@ -12,7 +12,8 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
 
-from router import image, machine, packages, play, scenarios, scene, timeline  # noqa: E402
+from router import (all_scenarios, image, machine, packages, pages, play, scenarios,  # noqa: E402
+                    scene, timeline)
 
 EXIT_FAILED, EXIT_USAGE, EXIT_INTERRUPTED = 1, 2, 130
 SHELL_RADIOS = 4
@@ -31,6 +32,8 @@ def parse(arguments):
         epilog="scenarios (the first one when none is named):\n" + listing())
     parser.add_argument("scenario", nargs="?", metavar="NAME", default=scenarios.SCENARIOS[0].name)
     parser.add_argument("--list", action="store_true", help="name the scenarios and stop")
+    parser.add_argument("--all", action="store_true",
+                        help="play every scenario and make a page of all their pictures")
     parser.add_argument("--verbose", action="store_true",
                         help="show the daemon's commands and its files as well")
     parser.add_argument("--shell", action="store_true",
@@ -74,7 +77,7 @@ def shown_path(path):
 
 
 def print_outcome(view, outcome, seconds):
-    """The checks, where the logs are, and in the last line what happened."""
+    """The checks, where the logs are, what happened, and in the last line where its picture is."""
     if view.verbose:
         print_evidence(view, outcome)
     if outcome.checks:
@@ -91,6 +94,19 @@ def print_outcome(view, outcome, seconds):
     view.text("\n%s; %.0f seconds in all. Logs: %s"
               % (count_of(outcome), seconds, shown_path(outcome.log_folder)))
     view.last_line(not outcome.failures(), outcome.last_line())
+    view.text(page_line(outcome.log_folder))
+
+
+def page_line(folder):
+    """Makes the page of a run; says where it is, or why there is none."""
+    try:
+        return "The picture of it: %s" % shown_path(pages.write_page(folder))
+    except pages.PageError as error:
+        return first_capital("%s." % error)
+
+
+def first_capital(text):
+    return text[:1].upper() + text[1:]
 
 
 def started_at(environ, now):
@@ -108,6 +124,16 @@ def play_on_screen(options, started):
     outcome = play.play(scenarios.find(options.scenario), options.build, view)
     print_outcome(view, outcome, time.time() - started)
     return EXIT_FAILED if outcome.failures() else 0
+
+
+def play_all(options):
+    """Every scenario, a line each, and the page of all their pictures."""
+    player = all_scenarios.Player(options.build, timeline.Timeline().screen)
+    try:
+        player.play(scenarios.SCENARIOS)
+    finally:
+        player.finish(shown_path)
+    return EXIT_FAILED if player.failed else 0
 
 
 def shell(build_folder):
@@ -167,6 +193,8 @@ def main():
     try:
         if options.shell:
             return shell(options.build)
+        if options.all:
+            return play_all(options)
         return play_on_screen(options, started)
     except (packages.PackageError, image.ImageError, machine.MachineError, OSError) as error:
         print("script/demo: %s." % str(error).rstrip("."), file=sys.stderr)

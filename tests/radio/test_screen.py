@@ -206,7 +206,8 @@ def test_reader_that_left_does_not_end_the_run():
 ])
 def test_last_line_says_how_it_ended(outcome, last, status, monkeypatch):
     lines = printed(outcome).splitlines()
-    assert lines[-1] == last
+    assert lines[-2] == last
+    assert lines[-1].startswith("There is no page: ")
     monkeypatch.setattr(play, "play", lambda *_: outcome)
     monkeypatch.setattr("sys.stdout", io.StringIO())
     options = demo.parse(["push-button"])
@@ -273,6 +274,12 @@ def test_fault_of_a_scenario_is_a_sentence_too(monkeypatch, tmp_path):
 
         def read(self, _path):
             return None
+
+        def run(self, _script, **_):
+            return 1, ""
+
+        def must_run(self, _script, **_):
+            return ""
 
     class Built:
         def __init__(self, *_):
