@@ -51,6 +51,7 @@ struct watched_file {
     const char *band;  // of a hostapd file
     // What was seen last, so that only a change is told.
     bool was_there;
+    bool was_read;
     bool look_again;
     bool told_refused;
     struct stat seen;
@@ -58,26 +59,27 @@ struct watched_file {
 };
 
 watched_file files[] = {
-    {"/tmp/wps_result", content::status, "", false, false, false, {}, 0},
-    {"/tmp/kelm.info", content::status, "", false, false, false, {}, 0},
-    {"/tmp/wpsactive", content::status, "", false, false, false, {}, 0},
-    {"/tmp/kelm.pid", content::status, "", false, false, false, {}, 0},
-    {WPS_AP_FILE, content::credentials, "", false, false, false, {}, 0},
-    {WPS_STA_FILE, content::credentials, "", false, false, false, {}, 0},
-    {WPS_AP_FILE_MESH, content::credentials, "", false, false, false, {}, 0},
-    {WPS_STA_FILE_MESH, content::credentials, "", false, false, false, {}, 0},
-    {WPS_AP_BH_FILE, content::credentials, "", false, false, false, {}, 0},
-    {WPS_AP_BACKUP, content::credentials, "", false, false, false, {}, 0},
-    {WPS_STA_BACKUP, content::credentials, "", false, false, false, {}, 0},
-    {WPS_CONF_PATH, content::wps, "", false, false, false, {}, 0},
-    {WIFI_CONF_PATH, content::wifi, "", false, false, false, {}, 0},
-    {"/tmp/run/hostapd-wlan1.conf", content::network, "2g", false, false, false, {}, 0},
-    {"/tmp/run/hostapd-wlan0.conf", content::network, "5g", false, false, false, {}, 0},
+    {"/tmp/wps_result", content::status, "", false, false, false, false, {}, 0},
+    {"/tmp/kelm.info", content::status, "", false, false, false, false, {}, 0},
+    {"/tmp/wpsactive", content::status, "", false, false, false, false, {}, 0},
+    {"/tmp/kelm.pid", content::status, "", false, false, false, false, {}, 0},
+    {WPS_AP_FILE, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_STA_FILE, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_AP_FILE_MESH, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_STA_FILE_MESH, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_AP_BH_FILE, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_AP_BACKUP, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_STA_BACKUP, content::credentials, "", false, false, false, false, {}, 0},
+    {WPS_CONF_PATH, content::wps, "", false, false, false, false, {}, 0},
+    {WIFI_CONF_PATH, content::wifi, "", false, false, false, false, {}, 0},
+    {"/tmp/run/hostapd-wlan1.conf", content::network, "2g", false, false, false, false, {}, 0},
+    {"/tmp/run/hostapd-wlan0.conf", content::network, "5g", false, false, false, false, {}, 0},
 };
 
 // --- Settings: what the files say of each band ---
 
 constexpr int NOT_TOLD = -1;
+constexpr unsigned SIX_GHZ = 8;
 
 struct band_settings {
     const char *name;  // in keys
@@ -95,7 +97,7 @@ struct band_settings {
 band_settings bands[] = {
     {"2g", "2.4 GHz", 1, NOT_TOLD, NOT_TOLD, NOT_TOLD, false, false, false, false},
     {"5g", "5 GHz", 2, NOT_TOLD, NOT_TOLD, NOT_TOLD, false, false, false, false},
-    {"6g", "6 GHz", 8, NOT_TOLD, NOT_TOLD, NOT_TOLD, false, false, false, false},
+    {"6g", "6 GHz", SIX_GHZ, NOT_TOLD, NOT_TOLD, NOT_TOLD, false, false, false, false},
 };
 constexpr size_t BAND_COUNT = sizeof bands / sizeof bands[0];
 constexpr size_t LINE_SIZE = 128;
@@ -201,6 +203,8 @@ void _settings_line(const band_settings &band, char (&line)[LINE_SIZE])
     };
     size_t length = 0;
     line[0] = '\0';
+    if (band.bit == SIX_GHZ && band.enabled != 1)
+        return;  // few devices have it
     for (const char *part : parts) {
         if (part[0] == '\0')
             continue;
@@ -279,6 +283,8 @@ void _tell_status(const watched_file &file, size_t length)
 {
     while (length > 0 && (text[length - 1] == '\n' || text[length - 1] == '\r'))
         --length;
+    if (length == 0)
+        return;  // it is about to be written
     watch_say("file", "", "%s %.*s", file.path,
               static_cast<int>(length < STATUS_SHOWN ? length : STATUS_SHOWN), text);
 }
@@ -366,12 +372,19 @@ void _tell_refused(watched_file &file, const char *reason, int64_t now_ms)
 
 void _note_removed(watched_file &file)
 {
-    const bool told =
-        file.was_there && (file.holds == content::status || file.holds == content::credentials);
-    if (told && (file.seen.st_uid == 0 || file.seen.st_uid == ::geteuid()))
+    const bool is_told = file.holds == content::status || file.holds == content::credentials;
+    if (file.was_read && is_told)
         watch_say("file", "", "%s removed", file.path);
-    file.was_there = false;
+    file.was_there = file.was_read = false;
     file.seen = {};
+}
+
+// The same text, with another mode or a name less.
+bool _has_same_text(const watched_file &file, const struct stat &there)
+{
+    return file.was_read && file.holds == content::status && file.seen.st_ino == there.st_ino &&
+           file.seen.st_size == there.st_size && file.seen.st_mtim.tv_sec == there.st_mtim.tv_sec &&
+           file.seen.st_mtim.tv_nsec == there.st_mtim.tv_nsec;
 }
 
 void _look_at(watched_file &file, int64_t now_ms)
@@ -390,14 +403,15 @@ void _look_at(watched_file &file, int64_t now_ms)
         file.look_again = true;
         return;
     }
-    const bool unchanged = file.was_there && _is_unchanged(file.seen, there);
+    const bool same = _has_same_text(file, there);
     char reason[64];
     _why_not_read(there, reason, sizeof reason);
     file.seen = there;
     file.was_there = true;
-    if (reason[0] != '\0')
+    file.was_read = reason[0] == '\0';
+    if (!file.was_read)
         _tell_refused(file, reason, now_ms);
-    else if (!unchanged)
+    else if (!same)
         _tell_content(file);
 }
 

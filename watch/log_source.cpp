@@ -69,7 +69,7 @@ void _take_bytes(const char *bytes, size_t count)
             if (!skipping)
                 _end_line();
             skipping = false;
-        } else if (length < sizeof line) {
+        } else if (!skipping && length < sizeof line) {
             line[length++] = bytes[i];
         } else if (!skipping) {
             _end_line();
@@ -105,9 +105,6 @@ void _open_path()
     if (opened.valid() && ::fstat(opened.get(), &there) == 0 && S_ISFIFO(there.st_mode))
         opened.reset(::open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened.valid()) {
-        if (!told_missing)
-            watch_say("watch", "", "the log %s cannot be read: %s", path, strerror(errno));
-        told_missing = true;
         at_end = true;
         return;
     }
@@ -115,7 +112,6 @@ void _open_path()
     if (is_file && !at_end)
         (void)::lseek(opened.get(), 0, SEEK_END);
     at_end = true;
-    told_missing = false;
     device = there.st_dev;
     inode = there.st_ino;
     length = 0;
@@ -145,6 +141,8 @@ bool _is_standard_input()
 void _open(const watch_options &options)
 {
     path = options.log;
+    if (path != nullptr && !_is_standard_input())
+        _open_path();
     if (!_is_standard_input())
         return;
     struct stat there = {};
@@ -178,6 +176,9 @@ int64_t _look(int64_t now_ms)
     }
     if (!log.valid())
         _open_path();
+    if (!log.valid() && !told_missing)
+        watch_say("watch", "", "the log %s cannot be read: %s", path, strerror(errno));
+    told_missing = !log.valid();
     if (log.valid() && is_file)
         _follow();
     return now_ms + (log.valid() && is_file ? LOOK_MS : ABSENT_LOOK_MS);

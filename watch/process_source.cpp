@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "core/handle.h"
+#include "core/signals.h"
 #include "core/text.h"
 #include "watch/source.h"
 #include "watch/tell.h"
@@ -31,19 +32,22 @@ constexpr const char *SCRIPTS[] = {"/etc/init.d/wps", "/etc/init.d/wifi", "/usr/
                                    "/sbin/wifi"};
 constexpr const char *CLIENTS[] = {"hostapd_cli", "wpa_cli"};
 
-constexpr size_t TRACED_MAX = 64;
+constexpr size_t TRACED_MAX = 128;
 constexpr size_t LINE_SIZE = 256;      // of a command that is told again at its end
 constexpr size_t COMMAND_SIZE = 2048;  // bytes of a command line that are looked at
 constexpr size_t WORDS_MAX = 64;
-constexpr int EVENTS_MAX = 64;  // taken at a time
+constexpr int EVENTS_MAX = 64;               // taken at a time
+constexpr int CONNECTOR_ROOM = 1024 * 1024;  // the kernel's; a busy device starts many programs
 constexpr int64_t IDLE_LOOK_MS = 500;
 constexpr int64_t ATTEMPT_LOOK_MS = 20;
+constexpr int64_t SETTLED_MS = 400;  // what goes into the background has done so by then
 constexpr int64_t LOSS_TOLD_MS = 5000;
 
 enum class kind {
     free_place,
     child,     // of a daemon or of its command, and no program of its own yet
     command,   // runs a program
+    vanished,  // a program that ended before it could be looked at
     starting,  // the daemon's program, which may yet go into the background
     daemon,
 };
@@ -55,8 +59,9 @@ struct traced {
     int run;
     bool first;  // started by the daemon itself
     bool told;
-    bool seen;    // in the look that is under way
-    pid_t ghost;  // a starting one's child that has ended before it, and how
+    bool seen;         // in the look that is under way
+    int64_t since_ms;  // that it is starting
+    pid_t ghost;       // a starting one's child that has ended before it, and how
     int ghost_status;
     char line[LINE_SIZE];
 };
@@ -102,6 +107,7 @@ void _forget(traced &one)
 void _tell_start(traced &one)
 {
     one.is = kind::daemon;
+    one.run = ++runs;
     watch_say("start", "", "%d daemon %d", one.run, static_cast<int>(one.pid));
 }
 
@@ -134,26 +140,51 @@ struct command_words {
     size_t count;
 };
 
-// False for a process that is gone, is not root's or ours, or has no command line.
-bool _read_words(pid_t pid, command_words *command)
+enum class look { read, gone, not_ours };
+
+// What lives in a container or a jail has files of its own, and another "/tmp".
+look _look_at_mounts(pid_t pid)
+{
+    static struct stat own = {};
+    char path[64];
+    struct stat there = {};
+    if (own.st_ino == 0 && ::stat("/proc/self/ns/mnt", &own) != 0)
+        return look::read;  // a kernel that keeps no such files knows one kind of folders only
+    snprintf(path, sizeof path, "/proc/%d/ns/mnt", static_cast<int>(pid));
+    if (::stat(path, &there) != 0)
+        return look::gone;
+    return there.st_ino == own.st_ino ? look::read : look::not_ours;
+}
+
+// A process that ends has no command line any more.
+look _look_at_words(pid_t pid, command_words *command)
 {
     char path[64];
+    const look mounts = _look_at_mounts(pid);
+    if (mounts != look::read)
+        return mounts;
     snprintf(path, sizeof path, "/proc/%d/cmdline", static_cast<int>(pid));
     const unique_fd file(::open(path, O_RDONLY | O_CLOEXEC));
     struct stat owner = {};
-    if (!file.valid() || ::fstat(file.get(), &owner) != 0 ||
-        (owner.st_uid != 0 && owner.st_uid != ::geteuid()))
-        return false;
+    if (!file.valid() || ::fstat(file.get(), &owner) != 0)
+        return look::gone;
+    if (owner.st_uid != 0 && owner.st_uid != ::geteuid())
+        return look::not_ours;
     const ssize_t length = ::read(file.get(), command->text, sizeof command->text - 1);
     if (length <= 0)
-        return false;
+        return look::gone;
     command->text[length] = '\0';
     command->count = 0;
     for (ssize_t at = 0; at < length && command->count < WORDS_MAX;) {
         command->words[command->count++] = command->text + at;
         at += static_cast<ssize_t>(strlen(command->text + at)) + 1;
     }
-    return true;
+    return look::read;
+}
+
+bool _read_words(pid_t pid, command_words *command)
+{
+    return _look_at_words(pid, command) == look::read;
 }
 
 const char *_base_name(const char *path)
@@ -180,15 +211,28 @@ void _join(const command_words &command, size_t first, char *line, size_t size)
     }
 }
 
-// The command that a shell was given, or the program with its words.
-void _daemons_command(const command_words &command, char *line, size_t size)
+bool _is_watched_script(const char *word)
 {
-    const bool by_shell = command.count >= 3 && strcmp(_base_name(command.words[0]), "sh") == 0 &&
-                          strcmp(command.words[1], "-c") == 0;
-    if (by_shell)
-        snprintf(line, size, "%s", command.words[2]);
-    else
-        _join(command, 0, line, size);
+    for (const char *script : SCRIPTS) {
+        if (strcmp(word, script) == 0)
+            return true;
+    }
+    return false;
+}
+
+// The command that a shell was given. Who comes late finds the program in the shell's place: then
+// it is told as the shell was, by its name, without the shell that reads a script.
+void _daemons_command(command_words *command, char *line, size_t size)
+{
+    const bool by_shell = command->count >= 2 && strcmp(_base_name(command->words[0]), "sh") == 0;
+    if (by_shell && command->count >= 3 && strcmp(command->words[1], "-c") == 0) {
+        snprintf(line, size, "%s", command->words[2]);
+        return;
+    }
+    const char *&program = command->words[by_shell ? 1 : 0];
+    if (!_is_watched_script(program))
+        program = _base_name(program);
+    _join(*command, by_shell ? 1 : 0, line, size);
 }
 
 // The word that a stranger's command is told from, or count for one that is not told. A shell
@@ -196,10 +240,8 @@ void _daemons_command(const command_words &command, char *line, size_t size)
 size_t _told_from(const command_words &command)
 {
     for (size_t i = 0; i < command.count && i < 3; ++i) {
-        for (const char *script : SCRIPTS) {
-            if (strcmp(command.words[i], script) == 0)
-                return i;
-        }
+        if (_is_watched_script(command.words[i]))
+            return i;
     }
     bool is_client = false;
     for (const char *client : CLIENTS)
@@ -225,7 +267,6 @@ void _settle(pid_t pid)
     }
     traced *parent = one->is == kind::child ? _find(one->parent) : nullptr;
     if (parent != nullptr && parent->is == kind::starting) {
-        one->run = parent->run;
         _forget(*parent);
         _tell_start(*one);
     }
@@ -242,13 +283,16 @@ void _has_forked(pid_t parent, pid_t child)
         made->first = by_daemon;
 }
 
-void _note_command(traced &one, const command_words &command)
+void _note_command(traced &one, command_words *command)
 {
     if (one.is == kind::child)
         _settle(one.parent);
     one.is = kind::command;
     if (!one.first || one.told)
         return;
+    const traced *daemon = _find(one.parent);
+    if (daemon != nullptr)
+        one.run = daemon->run;
     char line[COMMAND_SIZE];
     _daemons_command(command, line, sizeof line);
     copy_text(one.line, line);
@@ -256,22 +300,32 @@ void _note_command(traced &one, const command_words &command)
     _tell_command(one.run, line);
 }
 
+// one: the process, if it is known. One that was found by looking is known before its event comes.
+void _has_begun_daemon(pid_t pid, traced *one)
+{
+    if (one != nullptr && (one->is == kind::daemon || one->is == kind::starting))
+        return;
+    if (one != nullptr)
+        _forget(*one);
+    one = _add(kind::starting, pid, 0, 0);
+    if (one != nullptr)
+        one->since_ms = kelm_monotonic_ms();
+}
+
 void _has_begun_program(pid_t pid)
 {
     command_words command;
     traced *one = _find(pid);
-    if (!_read_words(pid, &command))
+    const look seen = _look_at_words(pid, &command);
+    // It may have been the daemon, which goes into the background at once: its child tells.
+    if (seen == look::gone && one == nullptr)
+        (void)_add(kind::vanished, pid, 0, 0);
+    if (seen != look::read)
         return;
     if (_is_daemon(command)) {
-        if (one == nullptr)
-            one = _add(kind::starting, pid, 0, 0);
-        if (one == nullptr)
-            return;
-        one->is = kind::starting;
-        one->run = ++runs;
-        one->first = one->told = false;
+        _has_begun_daemon(pid, one);
     } else if (one != nullptr) {
-        _note_command(*one, command);
+        _note_command(*one, &command);
     } else if (_told_from(command) < command.count) {
         char line[COMMAND_SIZE];
         _join(command, _told_from(command), line, sizeof line);
@@ -284,7 +338,6 @@ void _end_of_starting(traced &one, int status)
 {
     for (traced &child : table) {
         if (child.is == kind::child && child.parent == one.pid) {
-            child.run = one.run;
             _tell_start(child);
             return;
         }
@@ -293,6 +346,19 @@ void _end_of_starting(traced &one, int status)
     one.pid = has_ghost ? one.ghost : one.pid;
     _tell_start(one);
     _tell_end(one.run, one.pid, has_ghost ? one.ghost_status : status);
+}
+
+void _end_of_vanished(const traced &one)
+{
+    for (traced &child : table) {
+        command_words command;
+        if (child.is != kind::child || child.parent != one.pid)
+            continue;
+        if (_read_words(child.pid, &command) && _is_daemon(command))
+            _tell_start(child);
+        else
+            _forget(child);
+    }
 }
 
 void _has_ended(pid_t pid, int status)
@@ -304,6 +370,8 @@ void _has_ended(pid_t pid, int status)
     if (parent != nullptr && parent->is == kind::starting) {
         parent->ghost = pid;
         parent->ghost_status = status;
+    } else if (one->is == kind::vanished) {
+        _end_of_vanished(*one);
     } else if (one->is == kind::starting) {
         _end_of_starting(*one, status);
     } else if (one->is == kind::daemon) {
@@ -346,15 +414,13 @@ void _see_daemon(pid_t pid, pid_t parent)
         return;  // a child that has no program yet
     if (one == nullptr)
         one = _add(kind::starting, pid, parent, 0);
-    else if (one->is == kind::starting) {
-        one->run = ++runs;
+    else if (one->is == kind::starting)
         _tell_start(*one);
-    }
     if (one != nullptr)
         one->seen = true;
 }
 
-void _see_child(pid_t pid, const traced &daemon, const command_words &command)
+void _see_child(pid_t pid, const traced &daemon, command_words *command)
 {
     traced *one = _find(pid);
     if (one == nullptr)
@@ -381,7 +447,7 @@ void _see(pid_t pid)
     if (_is_daemon(command))
         _see_daemon(pid, parent);
     else if (is_child)
-        _see_child(pid, *daemon, command);
+        _see_child(pid, *daemon, &command);
 }
 
 void _look_at_proc()
@@ -417,9 +483,7 @@ void _look_for_daemons()
         if (pid <= 0 || _find(pid) != nullptr || !_read_words(pid, &command) ||
             !_is_daemon(command) || _find(_parent_of(pid)) != nullptr)
             continue;
-        traced *one = _add(kind::starting, pid, 0, ++runs);
-        if (one != nullptr)
-            _tell_start(*one);
+        _has_begun_daemon(pid, nullptr);
     }
     for (traced &one : table) {
         if (one.is == kind::free_place || _parent_of(one.pid) >= 0)
@@ -503,6 +567,9 @@ unique_fd _open_connector()
     sockaddr_nl own = {};
     own.nl_family = AF_NETLINK;
     own.nl_groups = CN_IDX_PROC;
+    const int room = CONNECTOR_ROOM;
+    if (fd.valid())
+        (void)::setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
     if (!fd.valid() ||
         ::bind(fd.get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0 ||
         !_send_listen(fd.get()) || !_is_acknowledged(fd.get()))
@@ -559,7 +626,7 @@ void _take(const pollfd *set, size_t count)
 
 int64_t _look(int64_t now_ms)
 {
-    static int64_t next_ms = 0;
+    static int64_t looked_ms = -IDLE_LOOK_MS;
     static bool has_looked = false;
     if (connector.valid()) {
         if (!has_looked || lost_some)
@@ -570,13 +637,18 @@ int64_t _look(int64_t now_ms)
             loss_told_ms = now_ms;
         }
         lost_some = false;
+        for (traced &one : table) {
+            if (one.is == kind::starting && now_ms - one.since_ms >= SETTLED_MS)
+                _tell_start(one);
+        }
         return now_ms + IDLE_LOOK_MS;
     }
-    if (now_ms >= next_ms) {
+    const int64_t pause_ms = watch_attempt_runs() ? ATTEMPT_LOOK_MS : IDLE_LOOK_MS;
+    if (now_ms >= looked_ms + pause_ms) {
         _look_at_proc();
-        next_ms = now_ms + (watch_attempt_runs() ? ATTEMPT_LOOK_MS : IDLE_LOOK_MS);
+        looked_ms = now_ms;
     }
-    return next_ms;
+    return looked_ms + pause_ms;
 }
 
 void _close()

@@ -34,6 +34,7 @@ constexpr int64_t LONGEST_ATTEMPT_MS = 180'000;  // the walk time, and the scrip
 enum class stage { idle, asked, running, ended };
 
 stage attempt = stage::idle;
+bool look_now = false;  // the stage has changed, and with it how closely some things are looked at
 int64_t attempt_since_ms = 0;
 
 struct source_wait {
@@ -77,6 +78,7 @@ const char *_waits_for()
 void _enter(stage next)
 {
     attempt = next;
+    look_now = true;
     attempt_since_ms = kelm_monotonic_ms();
     watch_waiting(_waits_for());
 }
@@ -117,6 +119,8 @@ private:
     {
         size_t count = 0;
         set_[count++] = {signals_.get(), POLLIN, 0};
+        if (look_now)
+            until_ms = 0;
         if (tick_ms_ < until_ms)
             until_ms = tick_ms_;
         for (size_t i = 0; i < SOURCE_COUNT; ++i) {
@@ -135,11 +139,13 @@ private:
         signalfd_siginfo which = {};
         if (set_[0].revents != 0 && ::read(signals_.get(), &which, sizeof which) > 0)
             ended_ = true;
+        const bool look_at_all = look_now;
+        look_now = false;
         for (size_t i = 0; i < SOURCE_COUNT; ++i) {
             SOURCES[i]->take(set_ + waits_[i].first, waits_[i].count);
             watch_drain_wifi();
             const int64_t now_ms = kelm_monotonic_ms();
-            if (waits_[i].look_ms <= now_ms || _has_news(waits_[i]))
+            if (look_at_all || waits_[i].look_ms <= now_ms || _has_news(waits_[i]))
                 waits_[i].look_ms = SOURCES[i]->look(now_ms);
             watch_drain_wifi();
         }
