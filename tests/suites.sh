@@ -93,6 +93,11 @@ attempt() {
         --junitxml="$results/$1-attempt.xml"
 }
 
+watch() {
+    /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/watch --build "$builds_at-$1" \
+        --junitxml="$results/$1-watch.xml"
+}
+
 # A router with stock OpenWrt for each test, without a radio.
 openwrt() {
     /usr/bin/python3 -m pytest -q -n 4 -p no:cacheprovider tests/openwrt --build "$builds_at-$1" \
