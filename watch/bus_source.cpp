@@ -86,7 +86,7 @@ bool _number_of(blob_attr *member, int64_t *number)
 {
     switch (blobmsg_type(member)) {
     case BLOBMSG_TYPE_INT8:
-        *number = static_cast<int8_t>(blobmsg_get_u8(member));
+        *number = blobmsg_get_u8(member);
         return true;
     case BLOBMSG_TYPE_INT16:
         *number = static_cast<int16_t>(blobmsg_get_u16(member));
@@ -164,7 +164,7 @@ void _add_member(json_line &line, const char *event, blob_attr *member)
         _add(line, "\"%s\"", blobmsg_get_string(member));
         return;
     }
-    const size_t length = static_cast<size_t>(blobmsg_len(member));
+    const auto length = static_cast<size_t>(blobmsg_len(member));
     _add(line, "\"[%zu bytes]\"", is_text && length > 0 ? length - 1 : length);
 }
 

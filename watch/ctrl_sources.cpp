@@ -62,22 +62,22 @@ struct socket_folder {
 socket_folder folders[] = {{"hostapd", nullptr}, {"station", nullptr}};
 
 struct wifi_socket {
-    const socket_folder *folder;  // null: the place is free
-    char iface[IFACE_SIZE];
-    dev_t device;
-    ino_t inode;
-    timespec made;
+    const socket_folder *folder = nullptr;  // null: the place is free
+    char iface[IFACE_SIZE] = {};
+    dev_t device = 0;
+    ino_t inode = 0;
+    timespec made = {};
     unique_wpa_ctrl ctrl;
-    state now;
-    bool sent;  // ATTACH has left us
-    bool told_dead;
-    bool told_hung;
-    bool told_trouble;
-    bool was_full;  // more came than its queue holds: the daemon may have given us up
-    bool here;      // seen in the look that is under way
-    int64_t asked_ms;
-    int64_t full_ms;
-    int64_t loss_told_ms;
+    state now = state::closed;
+    bool sent = false;  // ATTACH has left us
+    bool told_dead = false;
+    bool told_hung = false;
+    bool told_trouble = false;
+    bool was_full = false;  // more came than its queue holds: the daemon may have given us up
+    bool here = false;      // seen in the look that is under way
+    int64_t asked_ms = 0;
+    int64_t full_ms = 0;
+    int64_t loss_told_ms = 0;
 };
 
 wifi_socket sockets[WATCH_WIFI_SOCKETS_MAX];

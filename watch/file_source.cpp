@@ -47,33 +47,33 @@ enum class content {
 
 struct watched_file {
     const char *path;
-    content holds;
     const char *band;  // of a hostapd file
+    content holds;
     // What was seen last, so that only a change is told.
+    struct stat seen;
+    int64_t told_ms;
     bool was_there;
     bool was_read;
     bool look_again;
     bool told_refused;
-    struct stat seen;
-    int64_t told_ms;
 };
 
 watched_file files[] = {
-    {"/tmp/wps_result", content::status, "", false, false, false, false, {}, 0},
-    {"/tmp/kelm.info", content::status, "", false, false, false, false, {}, 0},
-    {"/tmp/wpsactive", content::status, "", false, false, false, false, {}, 0},
-    {"/tmp/kelm.pid", content::status, "", false, false, false, false, {}, 0},
-    {WPS_AP_FILE, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_STA_FILE, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_AP_FILE_MESH, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_STA_FILE_MESH, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_AP_BH_FILE, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_AP_BACKUP, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_STA_BACKUP, content::credentials, "", false, false, false, false, {}, 0},
-    {WPS_CONF_PATH, content::wps, "", false, false, false, false, {}, 0},
-    {WIFI_CONF_PATH, content::wifi, "", false, false, false, false, {}, 0},
-    {"/tmp/run/hostapd-wlan1.conf", content::network, "2g", false, false, false, false, {}, 0},
-    {"/tmp/run/hostapd-wlan0.conf", content::network, "5g", false, false, false, false, {}, 0},
+    {"/tmp/wps_result", "", content::status, {}, 0, false, false, false, false},
+    {"/tmp/kelm.info", "", content::status, {}, 0, false, false, false, false},
+    {"/tmp/wpsactive", "", content::status, {}, 0, false, false, false, false},
+    {"/tmp/kelm.pid", "", content::status, {}, 0, false, false, false, false},
+    {WPS_AP_FILE, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_STA_FILE, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_AP_FILE_MESH, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_STA_FILE_MESH, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_AP_BH_FILE, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_AP_BACKUP, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_STA_BACKUP, "", content::credentials, {}, 0, false, false, false, false},
+    {WPS_CONF_PATH, "", content::wps, {}, 0, false, false, false, false},
+    {WIFI_CONF_PATH, "", content::wifi, {}, 0, false, false, false, false},
+    {"/tmp/run/hostapd-wlan1.conf", "2g", content::network, {}, 0, false, false, false, false},
+    {"/tmp/run/hostapd-wlan0.conf", "5g", content::network, {}, 0, false, false, false, false},
 };
 
 // --- Settings: what the files say of each band ---

@@ -23,7 +23,7 @@ struct watch_options {
     const char *log = nullptr;        // the daemon's log: a file, "-" for standard input, or null
     const char *hostapd_folder = "/var/run/hostapd";
     const char *supplicant_folder = "/var/run/wpa_supplicant";
-    watch_band_option bands[WATCH_BAND_OPTIONS_MAX];
+    watch_band_option bands[WATCH_BAND_OPTIONS_MAX] = {};
     size_t band_count = 0;
     unsigned seconds = 0;  // ends after so many; 0: when it is told to
     bool once = false;     // ends after the first attempt

@@ -140,6 +140,8 @@ struct command_words {
     size_t count;
 };
 
+command_words command;  // of the process that was looked at last
+
 enum class look { read, gone, not_ours };
 
 // What lives in a container or a jail has files of its own, and another "/tmp".
@@ -157,7 +159,7 @@ look _look_at_mounts(pid_t pid)
 }
 
 // A process that ends has no command line any more.
-look _look_at_words(pid_t pid, command_words *command)
+look _look_at_words(pid_t pid)
 {
     char path[64];
     const look mounts = _look_at_mounts(pid);
@@ -170,21 +172,21 @@ look _look_at_words(pid_t pid, command_words *command)
         return look::gone;
     if (owner.st_uid != 0 && owner.st_uid != ::geteuid())
         return look::not_ours;
-    const ssize_t length = ::read(file.get(), command->text, sizeof command->text - 1);
+    const ssize_t length = ::read(file.get(), command.text, sizeof command.text - 1);
     if (length <= 0)
         return look::gone;
-    command->text[length] = '\0';
-    command->count = 0;
-    for (ssize_t at = 0; at < length && command->count < WORDS_MAX;) {
-        command->words[command->count++] = command->text + at;
-        at += static_cast<ssize_t>(strlen(command->text + at)) + 1;
+    command.text[length] = '\0';
+    command.count = 0;
+    for (ssize_t at = 0; at < length && command.count < WORDS_MAX;) {
+        command.words[command.count++] = command.text + at;
+        at += static_cast<ssize_t>(strlen(command.text + at)) + 1;
     }
     return look::read;
 }
 
-bool _read_words(pid_t pid, command_words *command)
+bool _read_words(pid_t pid)
 {
-    return _look_at_words(pid, command) == look::read;
+    return _look_at_words(pid) == look::read;
 }
 
 const char *_base_name(const char *path)
@@ -193,12 +195,12 @@ const char *_base_name(const char *path)
     return slash != nullptr ? slash + 1 : path;
 }
 
-bool _is_daemon(const command_words &command)
+bool _is_daemon()
 {
     return command.count == 1 && strcmp(_base_name(command.words[0]), DAEMON) == 0;
 }
 
-void _join(const command_words &command, size_t first, char *line, size_t size)
+void _join(size_t first, char *line, size_t size)
 {
     size_t used = 0;
     line[0] = '\0';
@@ -213,31 +215,30 @@ void _join(const command_words &command, size_t first, char *line, size_t size)
 
 bool _is_watched_script(const char *word)
 {
-    for (const char *script : SCRIPTS) {
-        if (strcmp(word, script) == 0)
-            return true;
-    }
-    return false;
+    bool found = false;
+    for (const char *script : SCRIPTS)
+        found = found || strcmp(word, script) == 0;
+    return found;
 }
 
 // The command that a shell was given. Who comes late finds the program in the shell's place: then
 // it is told as the shell was, by its name, without the shell that reads a script.
-void _daemons_command(command_words *command, char *line, size_t size)
+void _daemons_command(char *line, size_t size)
 {
-    const bool by_shell = command->count >= 2 && strcmp(_base_name(command->words[0]), "sh") == 0;
-    if (by_shell && command->count >= 3 && strcmp(command->words[1], "-c") == 0) {
-        snprintf(line, size, "%s", command->words[2]);
+    const bool by_shell = command.count >= 2 && strcmp(_base_name(command.words[0]), "sh") == 0;
+    if (by_shell && command.count >= 3 && strcmp(command.words[1], "-c") == 0) {
+        snprintf(line, size, "%s", command.words[2]);
         return;
     }
-    const char *&program = command->words[by_shell ? 1 : 0];
+    const char *&program = command.words[by_shell ? 1 : 0];
     if (!_is_watched_script(program))
         program = _base_name(program);
-    _join(*command, by_shell ? 1 : 0, line, size);
+    _join(by_shell ? 1 : 0, line, size);
 }
 
 // The word that a stranger's command is told from, or count for one that is not told. A shell
 // stands before its script, and "/etc/rc.common" between the two.
-size_t _told_from(const command_words &command)
+size_t _told_from()
 {
     for (size_t i = 0; i < command.count && i < 3; ++i) {
         if (_is_watched_script(command.words[i]))
@@ -283,7 +284,7 @@ void _has_forked(pid_t parent, pid_t child)
         made->first = by_daemon;
 }
 
-void _note_command(traced &one, command_words *command)
+void _note_command(traced &one)
 {
     if (one.is == kind::child)
         _settle(one.parent);
@@ -294,7 +295,7 @@ void _note_command(traced &one, command_words *command)
     if (daemon != nullptr)
         one.run = daemon->run;
     char line[COMMAND_SIZE];
-    _daemons_command(command, line, sizeof line);
+    _daemons_command(line, sizeof line);
     copy_text(one.line, line);
     one.told = true;
     _tell_command(one.run, line);
@@ -314,21 +315,20 @@ void _has_begun_daemon(pid_t pid, traced *one)
 
 void _has_begun_program(pid_t pid)
 {
-    command_words command;
     traced *one = _find(pid);
-    const look seen = _look_at_words(pid, &command);
+    const look seen = _look_at_words(pid);
     // It may have been the daemon, which goes into the background at once: its child tells.
     if (seen == look::gone && one == nullptr)
         (void)_add(kind::vanished, pid, 0, 0);
     if (seen != look::read)
         return;
-    if (_is_daemon(command)) {
+    if (_is_daemon()) {
         _has_begun_daemon(pid, one);
     } else if (one != nullptr) {
-        _note_command(*one, &command);
-    } else if (_told_from(command) < command.count) {
+        _note_command(*one);
+    } else if (_told_from() < command.count) {
         char line[COMMAND_SIZE];
-        _join(command, _told_from(command), line, sizeof line);
+        _join(_told_from(), line, sizeof line);
         _tell_command(0, line);
     }
 }
@@ -351,10 +351,9 @@ void _end_of_starting(traced &one, int status)
 void _end_of_vanished(const traced &one)
 {
     for (traced &child : table) {
-        command_words command;
         if (child.is != kind::child || child.parent != one.pid)
             continue;
-        if (_read_words(child.pid, &command) && _is_daemon(command))
+        if (_read_words(child.pid) && _is_daemon())
             _tell_start(child);
         else
             _forget(child);
@@ -420,7 +419,7 @@ void _see_daemon(pid_t pid, pid_t parent)
         one->seen = true;
 }
 
-void _see_child(pid_t pid, const traced &daemon, command_words *command)
+void _see_child(pid_t pid, const traced &daemon)
 {
     traced *one = _find(pid);
     if (one == nullptr)
@@ -428,7 +427,7 @@ void _see_child(pid_t pid, const traced &daemon, command_words *command)
     if (one == nullptr)
         return;
     one->first = one->seen = true;
-    _note_command(*one, command);
+    _note_command(*one);
 }
 
 void _see(pid_t pid)
@@ -441,13 +440,12 @@ void _see(pid_t pid)
         known->seen = true;
         return;
     }
-    command_words command;
-    if (parent < 0 || !_read_words(pid, &command))
+    if (parent < 0 || !_read_words(pid))
         return;
-    if (_is_daemon(command))
+    if (_is_daemon())
         _see_daemon(pid, parent);
     else if (is_child)
-        _see_child(pid, *daemon, &command);
+        _see_child(pid, *daemon);
 }
 
 void _look_at_proc()
@@ -479,9 +477,8 @@ void _look_for_daemons()
     const unique_folder all(::opendir("/proc"));
     while (const dirent *entry = all ? ::readdir(all.get()) : nullptr) {
         const auto pid = static_cast<pid_t>(strtol(entry->d_name, nullptr, 10));
-        command_words command;
-        if (pid <= 0 || _find(pid) != nullptr || !_read_words(pid, &command) ||
-            !_is_daemon(command) || _find(_parent_of(pid)) != nullptr)
+        if (pid <= 0 || _find(pid) != nullptr || !_read_words(pid) || !_is_daemon() ||
+            _find(_parent_of(pid)) != nullptr)
             continue;
         _has_begun_daemon(pid, nullptr);
     }
@@ -535,7 +532,7 @@ bool _next_event(int fd, proc_event *event)
             return false;
         }
         const size_t at = NLMSG_HDRLEN + sizeof(cn_msg);
-        cn_msg message;
+        cn_msg message = {};
         if (sender.nl_pid != 0 || static_cast<size_t>(length) < at + sizeof event->what)
             continue;
         memcpy(&message, bytes + NLMSG_HDRLEN, sizeof message);
@@ -552,7 +549,7 @@ bool _next_event(int fd, proc_event *event)
 // says nothing.
 bool _is_acknowledged(int fd)
 {
-    proc_event event;
+    proc_event event = {};
     for (int tries = 0; tries < EVENTS_MAX && _next_event(fd, &event); ++tries) {
         if (static_cast<uint32_t>(event.what) == EVENT_ACKNOWLEDGED)
             return event.event_data.ack.err == 0;
@@ -617,7 +614,7 @@ void _take(const pollfd *set, size_t count)
 {
     if (count == 0 || set[0].revents == 0)
         return;
-    proc_event event;
+    proc_event event = {};
     for (int taken = 0; taken < EVENTS_MAX && _next_event(connector.get(), &event); ++taken) {
         _take_event(event);
         watch_drain_wifi();

@@ -40,7 +40,7 @@ bool watch_queue::front(uint32_t *tag, const char **text, size_t *length) const
 {
     if (empty())
         return false;
-    head what;
+    head what = {};
     memcpy(&what, memory_ + begin_, sizeof what);
     *tag = what.tag;
     *text = memory_ + begin_ + sizeof what;
