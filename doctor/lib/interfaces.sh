@@ -6,6 +6,7 @@
 # The next checks ask of each band by these: "for band in $parts; do part $band ...".
 #   role     ap or sta, what the device is
 #   parts    the bands that take part, 2g and 5g
+#   idle_parts  stock: those of them whose radio does not run, so that nobody need be asked
 #   wireless, section_2g, section_5g   stock: what netifd says, and the sections
 
 # part BAND: sets ifname and section to those of the band; empty where there is none.
@@ -18,12 +19,13 @@ part() {
 
 check_interfaces() {
 	local band ifname section
-	role=ap parts='' ifname_2g='' ifname_5g='' section_2g='' section_5g='' wireless=''
+	role=ap parts='' idle_parts='' ifname_2g='' ifname_5g='' section_2g='' section_5g='' wireless=''
 	"see_parts_of_$face"
 	for band in $parts; do
 		part "$band"
-		"look_at_interface_of_$face" "$band" || continue
-		if is_up "$ifname"; then
+		if ! "look_at_interface_of_$face" "$band"; then
+			idle_parts="$idle_parts $band"
+		elif is_up "$ifname"; then
 			ok interface "$band" "$ifname is there and up"
 		elif [ -d "/sys/class/net/$ifname" ]; then
 			fault interface "$band" "$ifname is down; switch the Wi-Fi on, or: ip link set $ifname up"

@@ -48,7 +48,9 @@ check_answers() {
 	[ "$role" = ap ] || program=wpa_supplicant question=status
 	for band in $parts; do
 		part "$band"
-		[ -n "$ifname" ] || continue
+		case " $idle_parts " in
+		*" $band "*) continue ;;
+		esac
 		{ can_ask $program "$band" && answers $program "$band"; } || continue
 		answer=$(ask $program "$ifname" $question)
 		case $band in

@@ -27,7 +27,7 @@ def first_cells(heading):
 
 def scripts_text():
     return '\n'.join((ROOT / name).read_text(encoding='utf-8')
-                     for name in tracked('openwrt/kelm/files'))
+                     for folder in ('openwrt/kelm/files', 'doctor/lib') for name in tracked(folder))
 
 
 @pytest.mark.parametrize('cell', first_cells('## When it fails'))
