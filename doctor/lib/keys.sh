@@ -13,6 +13,8 @@ check_key() { each_net look_at_keys; }
 look_at_keys() {
 	local kind mode links owner
 	[ -n "$bss_file" ] || return 0
+	# The service sees to the keys of what it can serve.
+	[ "$face" = maker ] || ! has_word "$bad_networks" "$1" || return 0
 	if [ -z "$bss_psk_file" ]; then
 		ok key "$1" 'each device gets the key of the network, which lasts'
 	elif ! look_at "$bss_psk_file"; then

@@ -37,18 +37,29 @@ end_telling() {
 	return $status
 }
 
-# tell_check RESULT CHECK BAND SENTENCE
+# tell_check RESULT CHECK BAND SENTENCE: where nothing strange is in the sentence no other process is started, for there
+# are many.
 tell_check() {
-	local band='' comma=,
-	[ -z "$3" ] || band=$(band_words "$3")
+	local band=$3 text=$4 comma=,
+	case $band in
+	2g) band='2.4 GHz' ;;
+	5g) band='5 GHz' ;;
+	?*) band=$(band_words "$band") ;;
+	esac
 	if [ -z "$tells_json" ]; then
-		printf '%-8s %-8s %s\n' "$1" "$band" "$(printable "$4")"
+		case $text in
+		*[!\ -~]*) text=$(printable "$text") ;;
+		esac
+		printf '%-8s %-8s %s\n' "$1" "$band" "$text"
 		return
 	fi
+	case $text in
+	*[!\ !#-Z^-~[]*) text=$(json_text "$text") ;;
+	*) text="\"$text\"" ;;
+	esac
 	[ "$told" != 0 ] || comma=''
 	told=$((told + 1))
-	printf '%s\n    { "check": "%s", "band": "%s", "result": "%s", "text": %s }' "$comma" "$2" "$band" "$1" \
-		"$(json_text "$4")"
+	printf '%s\n    { "check": "%s", "band": "%s", "result": "%s", "text": %s }' "$comma" "$2" "$band" "$1" "$text"
 }
 
 # quoted NAME: prints a name of a stranger's, cut, for a sentence.

@@ -295,6 +295,8 @@ def test_what_follows_from_a_fault_is_not_told_again(router, case):
     """hostapd switches WPS off by itself then."""
     check, change, _, _ = {'maker': MAKER, 'stock': STOCK}[router.face][case]
     says('wps_state=configured', 'wps_state=disabled')(router)
+    if router.face == 'stock':
+        empty_keys_file()(router)  # as it is while the service cannot serve the network
     change(router)
     assert [one.check for one in examine(router).findings if one.result == 'fault'] == [check]
 
