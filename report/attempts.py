@@ -53,6 +53,7 @@ class _Splitter:
 
     def __init__(self, found):
         self.found = found
+        self.sees_bus = any(fact.event.source == "bus" for fact in found)
         self.parts = []
         self.now = None
         self.last_exchange = None
@@ -76,6 +77,7 @@ class _Splitter:
 
     def _open(self, fact, method):
         self._close()
+        self.request, self.request_method = None, "request"
         self.now = _Part(fact, method)
         self.parts.append(self.now)
 
@@ -98,6 +100,7 @@ class _Splitter:
         if self._is_repeat(fact):
             part = self.now or self.parts[-1]
             part.method = method if not part.begun else part.method
+            self.request, self.request_method = fact, method
         elif self.now and self.now.begun and not self.now.is_over:
             self.now.presses.append(fact)
         else:
@@ -113,13 +116,15 @@ class _Splitter:
         if self.now and self.now.started is not None and not self.now.is_over:
             # A daemon that serves an attempt starts no other: this is the next one.
             self.now.next_daemon = fact
-            self.request = self.now.presses.pop() if self.now.presses else None
-            self.request_method = "press" if self.request else "request"
+            if self.now.presses:
+                self.request, self.request_method = self.now.presses.pop(), "press"
         if self.now is None or self.now.started is not None or self.now.is_over:
             by_script = self.parts[-1].by_script if self.parts else False
-            self._open(self.request or fact, self.request_method)
+            asked = self.request
+            is_near = asked is not None and (
+                fact.time_s is None or fact.time_s - asked.time_s < REPEATED_S)
+            self._open(asked if is_near else fact, self.request_method if is_near else "request")
             self.now.by_script = by_script
-            self.request, self.request_method = None, "request"
         self.now.begun = True
         self.now.started = _codes(fact)
 
@@ -160,6 +165,8 @@ class _Splitter:
 
     def taken(self, fact, _place):
         """Whether it starts an attempt, or cancels one, the daemon's next lines tell."""
+        if self.sees_bus:
+            return
         if fact.data["code"] == BUS_REQUEST and (self.now is None or self.now.is_over):
             self.request, self.request_method = fact, "press"
 
@@ -228,9 +235,9 @@ def _mode(part, before):
     for fact in part.facts + part.after + before[::-1]:
         command = fact.data.get("command") or ""
         if fact.kind in ("estimate", "was-connected") or fact.data.get("role") == "station" \
-                and fact.kind == "active" or "wpa_cli -p " in command:
+                and fact.kind == "active" or "wpa_cli -p /var/run/wpa_supplicant " in command:
             return "repeater"
-        if "hostapd_cli -p " in command or fact.data.get("role") == "hostapd" and \
+        if "hostapd_cli -p /var/run/hostapd " in command or fact.data.get("role") == "hostapd" and \
                 fact.kind in ("active", "registered", "new-settings"):
             return "access point"
         if fact.kind == "verdict":

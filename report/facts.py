@@ -131,6 +131,11 @@ _NO_WPS = re.compile(r"(?:hostapd|wpa_supplicant) has no WPS")
 _SERVICE_BAND = re.compile(r"(2\.4|5) GHz: ")
 _SOCKET = re.compile(r"(hostapd|wpa_supplicant|station) (\S+) (attached|gone|refuses|hung)")
 _BROKER = re.compile(r"bus (attached|gone|hung)")
+# To one of the router's own Wi-Fi daemons: on the virtual router run those of other devices, too.
+_CLI = re.compile(r"(?:\S*/)?(?:hostapd_cli|wpa_cli) "
+                  r"(?:-p /(?:var/)?run/(?:hostapd|wpa_supplicant) )?-i \S+ "
+                  r"(?:-- )?(?P<verb>wps_\w+)")
+CLI_KINDS = {"wps_pbc": "pushes", "wps_pin": "takes-pin", "wps_cancel": "stops"}
 _COMMAND = re.compile(r"(?:(?P<run>\d+) )?(?P<line>.*)", re.S)
 _EXIT = re.compile(r"(?P<run>\d+) (?P<what>daemon|parent|command) (?P<pid>\d+) "
                    r"(?P<how>status|signal|gone)(?: (?P<number>\d+))?(?: (?P<line>.*))?")
@@ -208,12 +213,9 @@ def _of_bus(event):
 
 def _of_command_line(event, line, run):
     data = {"run": run, "command": line}
-    if re.search(r" wps_pbc\b", line):
-        kind = "pushes"
-    elif re.search(r" wps_pin ", line):
-        kind = "takes-pin"
-    elif line.endswith(" wps_cancel"):
-        kind = "stops"
+    asked = _CLI.match(line)
+    if asked:
+        kind = CLI_KINDS.get(asked.group("verb"), "command")
     elif line.startswith("/etc/init.d/wps ") or line.startswith("/etc/init.d/wifi "):
         kind = "script"
     else:

@@ -11,6 +11,7 @@ if str(TOP) not in sys.path:
     sys.path.insert(0, str(TOP))  # the programs under test are packages of the tree's root
 
 RUNS = TOP / "tests/data/report/runs"
+RECORDINGS = TOP / "tests/data/report/recordings"  # of kelm-watch itself
 NAMES = sorted(path.name for path in RUNS.iterdir())
 
 # What kelm-watch cannot see: clients and roots, the button of a stock router, the scenario itself.

@@ -28,6 +28,8 @@ def in_short(log):
 
 def test_every_sample_has_its_verdicts():
     assert sorted(expected.RUNS) == recorded.NAMES == sorted(expected.RECORDINGS)
+    assert sorted(expected.BY_KELM_WATCH) == sorted(
+        path.stem for path in recorded.RECORDINGS.iterdir())
     assert sorted(expected.CONSOLES) == [name for name in recorded.NAMES
                                          if recorded.as_console(name)]
 
@@ -47,6 +49,12 @@ def test_console(name, tmp_path):
 def test_recording(name, tmp_path):
     path = recorded.write_lines(tmp_path / "it.jsonl", recorded.as_recording(name))
     assert in_short(read(path)) == expected.RECORDINGS[name]
+
+
+@pytest.mark.parametrize("name", sorted(expected.BY_KELM_WATCH))
+def test_what_kelm_watch_has_recorded(name):
+    log = read(recorded.RECORDINGS / (name + ".jsonl"))
+    assert log.trouble == [] and in_short(log) == expected.BY_KELM_WATCH[name]
 
 
 @pytest.mark.parametrize("name", recorded.NAMES)
