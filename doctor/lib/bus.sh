@@ -31,6 +31,8 @@ check_bus() {
 	*)
 		if [ $status -gt 128 ] && [ $status -lt 160 ] || [ $status = $TIMED_OUT ]; then
 			fault bus '' "ubusd does not answer within $BUS_LIMIT seconds, so kelm hears no press; restart ubusd, then kelm: /etc/init.d/wps restart"
+		elif [ -n "$NOT_ROOT" ]; then
+			warning bus '' "ubus cannot be asked$NOT_ROOT"
 		else
 			fault bus '' 'ubusd is not there, so kelm hears no press; start ubusd, then kelm: /etc/init.d/wps restart'
 		fi
@@ -44,6 +46,10 @@ check_bus() {
 # that begins.
 check_daemon() {
 	local pid other start='/etc/init.d/wps start'
+	if [ -n "$NOT_ROOT" ]; then
+		warning daemon '' "whether kelm runs cannot be seen$NOT_ROOT"
+		return
+	fi
 	[ "$face" = maker ] || start='service wps start'
 	if ! find_daemon; then
 		other=$(daemons | head -n 1)

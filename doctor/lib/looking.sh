@@ -1,11 +1,13 @@
 # SPDX-License-Identifier: ISC
 # How a file is looked at: whose it is and what, before it is opened; and its text, as the daemon would see it.
 # shellcheck shell=dash
-# shellcheck disable=SC3043,SC2034  # busybox ash has local; what is set is for those who source this
+# shellcheck disable=SC3043,SC2034,SC2154  # busybox ash has local; what is set is for those who source this
 
 LINKS_MAX=8    # on the way to one file, as the daemon follows them
 READ_LIMIT=3   # seconds, for what is a file and yet never ends
 TEXT_MAX=65536 # bytes of a settings file that are looked at
+NOT_ROOT=''
+[ -n "$is_root" ] || NOT_ROOT=' by this user; run kelm-doctor as root'
 
 # limited SECONDS COMMAND...: runs it, and ends it when the time is over. Returns its status, above 128 if it was
 # ended. Its standard input is the caller's.
@@ -132,7 +134,10 @@ load_text() {
 	read -r rest rest rest rest bytes rest << EOT
 $(ls -ldn "$real" 2> /dev/null)
 EOT
-	text=$(limited $READ_LIMIT head -c "$1" "$real" 2> /dev/null || exit && echo .) || { why='cannot be read' && return 1; }
+	text=$(limited $READ_LIMIT head -c "$1" "$real" 2> /dev/null || exit && echo .) || {
+		why="cannot be read$NOT_ROOT"
+		return 1
+	}
 	text=${text%.}
 	[ "$bytes" -gt "$1" ] || [ "$bytes" -le ${#text} ] || has_zero=1
 	[ "$bytes" -gt "$1" ] || bytes=${#text}

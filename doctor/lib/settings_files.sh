@@ -24,6 +24,14 @@ settings_cure() {
 	fi
 }
 
+# tell_unread CHECK BAND PATH CONSEQUENCE CURE: why it was not read. What this user may not see need be no fault.
+tell_unread() {
+	case $why in
+	*"${NOT_ROOT:-by nobody}") warning "$1" "$2" "$3 $why" ;;
+	*) fault "$1" "$2" "$3 $why: $4; $5" ;;
+	esac
+}
+
 # settings_are_due: on stock OpenWrt the service takes them away while it is off.
 settings_are_due() { [ "$face" = maker ] || kelm_switch enabled; }
 
@@ -102,7 +110,7 @@ read_json() {
 	if ! command -v jsonfilter > /dev/null; then
 		warning "$1" "$2" "$3 $JSON_LOOKED"
 	elif ! read_text "$3" "$limit"; then
-		fault "$1" "$2" "$3 $why: $6; $cure"
+		tell_unread "$1" "$2" "$3" "$6" "$cure"
 	elif [ -z "$text" ]; then
 		fault "$1" "$2" "$3 is empty: $6; $cure"
 	elif [ -n "$has_zero" ]; then
@@ -157,7 +165,7 @@ check_bands() {
 	settings_are_due || return 0
 	read_json settings-bands '' $BANDS_FILE $BANDS_LIMIT RFBand 'kelm does not start' '{"RFBand": 2} for 2.4 and 5 GHz' ||
 		return
-	may_open_to_write "$real" ||
+	[ -z "$is_root" ] || may_open_to_write "$real" ||
 		fault settings-bands '' "$BANDS_FILE cannot be written to, and then it counts as missing: kelm does not start; put it where root may write"
 	case $type:$value in
 	int:0) device_bands=2g ;;
@@ -253,7 +261,10 @@ EOT
 read_flat() {
 	local line block pair key
 	parsed=''
-	read_text "$2" "$TEXT_MAX" || { fault "$1" '' "$2 $why: $3; $(settings_cure it)" && return 1; }
+	read_text "$2" "$TEXT_MAX" || {
+		tell_unread "$1" '' "$2" "$3" "$(settings_cure it)"
+		return 1
+	}
 	if [ -z "$text" ]; then
 		fault "$1" '' "$2 is empty: $3; $(settings_cure it)"
 		return 1

@@ -272,3 +272,16 @@ def test_nothing_is_written_and_nothing_left_running(router):
     assert examine(router).status == 0
     assert everything(router) == before
     assert router.processes() == processes
+
+
+def test_what_another_user_cannot_see_is_no_fault(maker):
+    if os.geteuid() != 0:
+        pytest.skip('only root can become another user')
+    maker.run('chmod 700 /var/run/ubus /var/run/ubus/ubus.sock /var/run/ubus.sock')
+    maker.write('/etc/passwd', 'other:x:1000:1000::/:/bin/sh\n')
+    result = maker.run('start-stop-daemon -S -c 1000:1000 -x /usr/sbin/kelm-doctor')
+    assert [line for line in result.out.splitlines() if line.startswith('fault')] == []
+    assert (result.status, result.err) == (1, '')
+    for text in ('/tmp/wps.conf cannot be read', 'ubus cannot be asked',
+                 'whether kelm runs cannot be seen'):
+        assert f'warning           {text} by this user; run kelm-doctor as root\n' in result.out
