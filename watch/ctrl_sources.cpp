@@ -246,7 +246,7 @@ void _note_full(wifi_socket &which)
         return;
     which.loss_told_ms = now_ms;
     watch_say("watch", which.iface,
-              "%s %s: events may be lost, more came at once than its queue holds",
+              "%s %s: more events came at once than its queue holds: some may be lost",
               which.folder->source, which.iface);
 }
 
@@ -523,7 +523,11 @@ int64_t _look(int64_t now_ms)
     return queue.empty() ? next_ms : now_ms;
 }
 
-void _close_all()
+}  // namespace
+
+const watch_source WATCH_CTRL = {_open_all, _descriptors, _take, _look, watch_leave_wifi};
+
+void watch_leave_wifi()
 {
     watch_drain_wifi();
     _tell_all();
@@ -531,11 +535,8 @@ void _close_all()
         if (which.folder != nullptr)
             _leave(which);
     }
+    look_now = true;
 }
-
-}  // namespace
-
-const watch_source WATCH_CTRL = {_open_all, _descriptors, _take, _look, _close_all};
 
 void watch_drain_wifi()
 {

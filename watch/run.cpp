@@ -24,7 +24,9 @@ constexpr const watch_source *SOURCES[] = {&WATCH_CTRL, &WATCH_BUS, &WATCH_PROCE
                                            &WATCH_LOG};
 constexpr size_t SOURCE_COUNT = sizeof SOURCES / sizeof SOURCES[0];
 
-constexpr int ENDING_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int HEARD_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGTSTP};
+// Whoever writes to a terminal from the background would be stopped by them.
+constexpr int UNHEARD_SIGNALS[] = {SIGTTOU, SIGTTIN};
 constexpr int64_t NEVER = INT64_MAX;
 constexpr int64_t TICK_MS = 500;                 // of the line that tells what is waited for
 constexpr int64_t REFUSED_MS = 15'000;           // a press that nothing followed
@@ -52,12 +54,15 @@ unique_fd _claim_signals()
     taken.sa_flags = SA_RESTART;
     sigset_t held;
     sigemptyset(&held);
-    for (int number : ENDING_SIGNALS) {
+    for (int number : HEARD_SIGNALS) {
         sigaction(number, &taken, nullptr);
         sigaddset(&held, number);
     }
+    sigset_t all = held;
+    for (int number : UNHEARD_SIGNALS)
+        sigaddset(&all, number);
     sigaction(SIGPIPE, &taken, nullptr);
-    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     return unique_fd(::signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
@@ -81,6 +86,16 @@ void _enter(stage next)
     look_now = true;
     attempt_since_ms = kelm_monotonic_ms();
     watch_waiting(_waits_for());
+}
+
+// Ctrl-Z. hostapd waits for a client that takes nothing: nobody may be attached who is stopped.
+void _pause()
+{
+    watch_say("watch", "", "stopped by SIGTSTP: nothing is heard from here on");
+    watch_leave_wifi();
+    (void)raise(SIGSTOP);
+    watch_say("watch", "", "goes on");
+    look_now = true;
 }
 
 // When the options want the end, or NEVER.
@@ -137,8 +152,11 @@ private:
     void _take()
     {
         signalfd_siginfo which = {};
-        if (set_[0].revents != 0 && ::read(signals_.get(), &which, sizeof which) > 0)
+        if (set_[0].revents != 0 && ::read(signals_.get(), &which, sizeof which) > 0) {
+            if (which.ssi_signo == SIGTSTP)
+                return _pause();
             ended_ = true;
+        }
         const bool look_at_all = look_now;
         look_now = false;
         for (size_t i = 0; i < SOURCE_COUNT; ++i) {

@@ -44,6 +44,9 @@ extern const watch_source WATCH_LOG;
 // this comes between any two things that may take time.
 void watch_drain_wifi();
 
+// Says goodbye to all Wi-Fi daemons; the next look attaches anew.
+void watch_leave_wifi();
+
 // Whether a Wi-Fi daemon or the bus has ever been heard.
 bool watch_has_heard_wifi();
 bool watch_has_heard_bus();

@@ -79,7 +79,9 @@ class Watch:
 
     def freeze(self):
         self.process.send_signal(signal.SIGSTOP)
+        self.wait_stopped()
 
+    def wait_stopped(self):
         def stopped():
             with open(f'/proc/{self.pid}/stat', encoding='utf-8') as file:
                 return file.read().rsplit(')', 1)[1].split()[0] == 'T'

@@ -11,7 +11,7 @@ from world import wait_for
 
 FLOOD = 100_000
 QUEUE_FULL = (errno.EAGAIN, errno.ENOBUFS)
-LOST = 'hostapd wlan1: events may be lost'
+LOST = 'hostapd wlan1: more events came at once'
 
 
 def flood(server, count):

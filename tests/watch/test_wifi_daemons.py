@@ -60,6 +60,21 @@ def test_each_signal_of_an_end_leaves_no_socket_behind(server, watch, number):
     assert own_sockets() == []
 
 
+def test_who_is_stopped_at_the_terminal_is_attached_to_nobody(server, watch):
+    """hostapd waits for a client that takes nothing."""
+    ap = server()
+    seen = watch()
+    seen.wait_attached('hostapd wlan1')
+    seen.process.send_signal(signal.SIGTSTP)
+    wait_for(lambda: ap.requests == ['ATTACH', 'DETACH'], 'the goodbye')
+    seen.wait_stopped()
+    assert own_sockets() == []
+    seen.thaw()
+    seen.wait('socket', 'hostapd wlan1 attached', 2)
+    ap.send(f'<3>{ACTIVE}')
+    seen.wait('hostapd', f'wlan1: {ACTIVE}')
+
+
 def test_a_socket_that_appears_later_is_attached_to(server, watch):
     seen = watch()
     server()
