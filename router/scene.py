@@ -271,6 +271,9 @@ class Scene:
 
     # What was seen.
 
+    def events(self):
+        return list(self._guest.events)
+
     def texts(self, source, pattern, since=0):
         """The texts of a source's events that hold the pattern."""
         return [event.text for event in self._guest.events[since:]

@@ -1,12 +1,16 @@
 # SPDX-License-Identifier: ISC
 """Whole attempts on the virtual router, one test for each scenario of script/demo."""
 
+import os
 import re
 import shutil
 
 import pytest
 
-from router import play, scenarios
+import causes
+import secrets_of_runs
+from report import attempts, readers
+from router import play, recorder, run_file, scenarios
 
 # The sentence that each scenario ends with; T stands for a time in seconds.
 TOLD = {
@@ -122,3 +126,30 @@ def test_scenario(scenario, build_folder):
     if failures:
         pytest.fail("%s\n(logs: %s)" % ("\n".join(failures), outcome.log_folder), pytrace=False)
     assert re.fullmatch(pattern_of(TOLD[scenario.name]), outcome.last_line()), outcome.last_line()
+    check_no_secret(outcome)
+    check_causes(scenario.name, outcome.log_folder)
+
+
+def content(outcome, name):
+    with open(os.path.join(outcome.log_folder, name), encoding="utf-8") as file:
+        return file.read()
+
+
+def check_no_secret(outcome):
+    """What may leave the router, and what is told of a run, holds none of its keys and PINs."""
+    known = secrets_of_runs.of_run(content(outcome, "events.log"), outcome.files)
+    for name in (recorder.NAME, run_file.NAME):
+        text = content(outcome, name)
+        assert text.count("\n") > 1, "%s is empty" % name
+        assert secrets_of_runs.in_text(text, known) == [], name
+
+
+def check_causes(name, folder):
+    """What script/report makes of the run, and of its recording alone."""
+    assert causes_of(folder) == causes.RUNS[name]
+    if name in causes.RECORDINGS:
+        assert causes_of(os.path.join(folder, recorder.NAME)) == causes.RECORDINGS[name]
+
+
+def causes_of(path):
+    return [attempt.cause for attempt in attempts.attempts(readers.read(path))]
