@@ -106,6 +106,13 @@ class _Splitter:
         else:
             self._open(fact, method)
 
+    def refused(self, fact, _place):
+        """The service says so at a press alone, which a system log does not show by itself."""
+        if self.now is None or self.now.is_over:
+            self._open(fact, "request")
+        elif self.now.begun and not self.now.presses:
+            self.now.presses.append(fact)
+
     def announced(self, fact, _place):
         if fact.data["action"] == 1:
             self._announce_start(fact)
@@ -221,7 +228,8 @@ class _Splitter:
         self._close()
 
 
-STEPS = {"press": _Splitter.press, "asked": _Splitter.press, "asked-pin": _Splitter.press,
+STEPS = {"service-refuses": _Splitter.refused,
+         "press": _Splitter.press, "asked": _Splitter.press, "asked-pin": _Splitter.press,
          "announced": _Splitter.announced, "pushes": _Splitter.push, "takes-pin": _Splitter.push,
          "active": _Splitter.active, "method-pin": _Splitter.pin_method, "taken": _Splitter.taken,
          "new-settings": _Splitter.registrar, "failed": _Splitter.registrar,

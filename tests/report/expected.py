@@ -545,3 +545,30 @@ BY_KELM_WATCH = {
     ],
     "wrong-pin": ["PIN: 2.4 GHz wrong-pin, 5 GHz nobody-came"],
 }
+
+# What `logread` shows of them on a stock router.
+LOGREADS = {
+    "stock-button": ["press: 2.4 GHz joined"],
+    "stock-button-24.10": ["press: 2.4 GHz joined"],
+    "stock-crash": [
+        "press: 2.4 GHz daemon-killed",
+        "press: 2.4 GHz joined",
+    ],
+    "stock-guest": ["press: 2.4 GHz joined"],
+    "stock-hidden": ["request: 2.4 GHz hidden"],
+    "stock-led": ["press: 2.4 GHz joined"],
+    "stock-no-wps": ["request: no-wps"],
+    "stock-pin": ["PIN: 2.4 GHz joined"],
+    "stock-radio-off": [],
+    "stock-reload": [
+        "press: 2.4 GHz wifi-restarted",
+        "press: 2.4 GHz joined",
+    ],
+    "stock-repeater": ["press: 2.4 GHz learnt"],
+    "stock-web": [
+        "press: 2.4 GHz cancelled",
+        "press: 2.4 GHz joined",
+    ],
+    "stock-without-kelm": [],
+    "stock-wpa3-only": ["request: 2.4 GHz wpa3-only"],
+}

@@ -70,6 +70,12 @@ def as_console(name):
     return [text for _, source, text in run_lines(name) if source == "console"]
 
 
+def as_logread(name):
+    """The system's log of a stock router, as `logread` prints it: lines of text."""
+    return [re.sub(r"^(\w{3} +\d+ [\d:]{8}) \S+ ", r"Sun \1 2026 ", text)
+            for _, source, text in run_lines(name) if source == "log"]
+
+
 def write_lines(path, lines):
     path.write_text("".join(line + "\n" for line in lines), encoding="utf-8")
     return path

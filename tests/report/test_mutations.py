@@ -11,7 +11,7 @@ import recorded
 
 from report.attempts import attempts
 from report.events import Log
-from report.readers import read
+from report.readers import ReadError, read
 
 # The lines without which nobody has joined, read once more and by other means than the program's.
 _ENROLLED = re.compile(r"(?:\S+: )?(?:<\d>)?(?:WPS-REG-SUCCESS|WPS-NEW-AP-SETTINGS)")
@@ -180,3 +180,37 @@ def test_a_thousand_attempts(tmp_path):
                                    for number in range(1000) for row in one]
     found = attempts(read(recorded.write_lines(tmp_path / "it.jsonl", lines)))
     assert [one.cause for one in found] == ["cancelled"] * 1000
+
+
+def scrambled(data, random_source):
+    """Bytes with some of them gone, doubled, changed or put in."""
+    data = bytearray(data)
+    for _ in range(random_source.choice((1, 3, 10))):
+        begin = random_source.randrange(len(data))
+        end = begin + random_source.choice((1, 30, 300))
+        change = random_source.randrange(4)
+        if change == 0:
+            del data[begin:end]
+        elif change == 1:
+            data[begin:begin] = data[random_source.randrange(len(data)):][:end - begin]
+        elif change == 2:
+            data[begin] = random_source.randrange(256)
+        else:
+            data[begin:begin] = random_source.choice(
+                (b"\n", b"\xff", b'"', b"9" * 30, b"-1", b" config_error=9999999999999", b"\0"))
+    return bytes(data)
+
+
+@pytest.mark.parametrize("name", recorded.NAMES)
+def test_scrambled_bytes(name, tmp_path):
+    random_source = random.Random(name)
+    kinds = [recording_of(name, tmp_path).read_bytes(),
+             (recorded.RUNS / name / "events.log").read_bytes(),
+             "\n".join(recorded.as_console(name) or recorded.as_logread(name)).encode()]
+    for data in kinds * 4:
+        path = tmp_path / ("events.log" if data is kinds[1] else "it")
+        path.write_bytes(scrambled(data, random_source))
+        try:
+            claims_success(read(tmp_path if data is kinds[1] else path))
+        except ReadError as error:
+            assert str(error).endswith(".") is False and len(str(error)) < 400

@@ -30,6 +30,8 @@ def test_every_sample_has_its_verdicts():
     assert sorted(expected.RUNS) == recorded.NAMES == sorted(expected.RECORDINGS)
     assert sorted(expected.BY_KELM_WATCH) == sorted(
         path.stem for path in recorded.RECORDINGS.iterdir())
+    assert sorted(expected.LOGREADS) == [name for name in recorded.NAMES
+                                         if recorded.as_logread(name)]
     assert sorted(expected.CONSOLES) == [name for name in recorded.NAMES
                                          if recorded.as_console(name)]
 
@@ -49,6 +51,13 @@ def test_console(name, tmp_path):
 def test_recording(name, tmp_path):
     path = recorded.write_lines(tmp_path / "it.jsonl", recorded.as_recording(name))
     assert in_short(read(path)) == expected.RECORDINGS[name]
+
+
+@pytest.mark.parametrize("name", sorted(expected.LOGREADS))
+def test_the_system_log_of_a_stock_router(name, tmp_path):
+    path = recorded.write_lines(tmp_path / "logread.txt", recorded.as_logread(name))
+    log = read(path)
+    assert log.has_times and in_short(log) == expected.LOGREADS[name]
 
 
 @pytest.mark.parametrize("name", sorted(expected.BY_KELM_WATCH))
