@@ -60,6 +60,16 @@ def _of_client(world, tools):
         client.close()
 
 
+def private_kib(pid):
+    """What the process shares with nobody."""
+    return _memory(pid)[2]
+
+
+def idle_client_kib(world, tools):
+    """The private memory of an attached hostapd_cli."""
+    return _of_client(world, tools)[0][2]
+
+
 def measure(world, tools):
     scene.use_records()
     client_idle, client_end = _of_client(world, tools)

@@ -52,6 +52,8 @@ def measure(tools):
                    tools.hostapd_cli, smaller),
         _file_size('stripped file, as shipped', shipped, 'wpa_cli', tools.wpa_cli),
     ]
+    figures.append(_file_size('stripped file of kelm-watch', f'{tools.build}/stage/sbin/kelm-watch',
+                              'hostapd_cli', tools.hostapd_cli))
     for name, own, peer in zip(('text', 'data', 'bss'), _sections(shipped),
                                _sections(tools.hostapd_cli)):
         figures.append(Figure(name, Samples(own, 'bytes'), 'hostapd_cli', Samples(peer, 'bytes')))

@@ -99,6 +99,16 @@ def test_the_recorder_takes_what_it_shares_and_nothing_of_the_daemon_needs_it():
             if name.startswith("watch/")] == []
 
 
+def test_the_recorder_uses_the_lowest_floors_and_nothing_uses_the_recorder():
+    files = sorted((ROOT / "watch").glob("*.[ch]*"))
+    assert files
+    assert [f"{path.relative_to(ROOT)} includes {name}" for path in files
+            for name in includes(path)
+            if not name.startswith("watch/") and FLOOR_OF[name] > 3] == []
+    assert [f"{path.relative_to(ROOT)} includes {name}" for path in daemon_files()
+            for name in includes(path) if name.startswith("watch/")] == []
+
+
 def test_headers_do_not_include_each_other_in_a_circle():
     graph = {room(path): includes(path) for path in daemon_files() + watch_files()
              if path.suffix == ".h"}

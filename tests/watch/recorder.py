@@ -21,6 +21,7 @@ class Line:
         self.source = fields.get('source', '')
         self.text = fields.get('text', '')
         self.ms = fields.get('ms', 0)
+        self.band = fields.get('band', '')
 
     def __repr__(self):
         return f'{self.source}: {self.text}'

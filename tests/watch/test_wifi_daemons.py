@@ -170,6 +170,8 @@ def test_a_link_to_a_socket_is_no_second_socket(server, watch):
     seen.wait('hostapd', f'phy0-ap0: {ACTIVE}')
     assert seen.end() == 0
     assert seen.texts('hostapd') == [f'phy0-ap0: {ACTIVE}']
+    # The link says which band it is.
+    assert [line.band for line in seen.lines('hostapd')] == ['2.4 GHz']
 
 
 def test_hundreds_of_sockets_are_bounded(server, watch):

@@ -1,0 +1,77 @@
+# SPDX-License-Identifier: ISC
+"""An attempt with kelm-watch beside it and without, in turns; what the recorder itself takes."""
+import os
+import signal
+import subprocess
+import time
+
+import attempts
+import memory
+import scene
+from figures import Figure, Goal, Samples
+
+PROGRAM = '/mnt/build/stage/sbin/kelm-watch'
+RECORDING = '/tmp/recording'
+# A recorder changes nothing; a busy machine can spoil a ratio.
+UNCHANGED = Goal(1.05, limit=1.5)
+
+
+def _start_watch():
+    return subprocess.Popen([PROGRAM, '-o', RECORDING, '--quiet'], stdin=subprocess.DEVNULL)
+
+
+def _cpu_ns(pid):
+    with open(f'/proc/{pid}/stat', encoding='utf-8') as file:
+        fields = file.read().rsplit(')', 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) * 1_000_000_000 // os.sysconf('SC_CLK_TCK')
+
+
+def _attempt(world, watched):
+    """From the press to the daemon's end, in nanoseconds; the recorder's private KiB and its time
+    on a processor."""
+    world.reset()
+    router = scene.Kelm(world)
+    watch, cost = None, (0, 0)
+    try:
+        attempts.begin_access_point(router)
+        if watched:
+            watch = _start_watch()
+            for server in router.hostapd.values():
+                server.wait_attached(2)
+        begin = time.monotonic_ns()
+        attempts.play_access_point(router)
+        assert router.end(poke=False) == 0
+        taken = time.monotonic_ns() - begin
+        if watched:
+            cost = memory.private_kib(watch.pid), _cpu_ns(watch.pid)
+            watch.send_signal(signal.SIGINT)
+            assert watch.wait(20) == 0
+    finally:
+        if watch is not None and watch.poll() is None:
+            watch.kill()
+        router.close()
+    return taken, cost
+
+
+def measure(world, tools, rounds):
+    """A ratio in one run: the two take turns."""
+    scene.use_records()
+    times, costs = {True: [], False: []}, []
+    for number in range(rounds + 1):
+        for watched in (True, False):
+            taken, cost = _attempt(world, watched)
+            if number == 0:
+                continue  # the first of each fills caches
+            times[watched].append(taken)
+            if watched:
+                costs.append(cost)
+    client = memory.idle_client_kib(world, tools)
+    return [
+        Figure('attempt with kelm-watch, press to end', Samples(times[True], 'ns'), 'without it',
+               Samples(times[False], 'ns'), UNCHANGED),
+        Figure('private memory of kelm-watch after an attempt',
+               Samples([private for private, _ in costs], 'KiB'), 'hostapd_cli -a',
+               Samples(client, 'KiB')),
+        Figure('time on a processor of kelm-watch, one attempt',
+               Samples([cpu for _, cpu in costs], 'ns')),
+    ]
