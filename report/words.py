@@ -84,9 +84,10 @@ def bus_line(text):
 
 
 def _number(members, name):
-    """None for what is no number."""
+    """None for what is no integer of up to nine digits."""
     value = members.get(name)
-    return value if isinstance(value, int) and not isinstance(value, bool) else None
+    is_number = isinstance(value, int) and not isinstance(value, bool)
+    return value if is_number and abs(value) < 10 ** 9 else None
 
 
 def announcement(action, codes):

@@ -143,9 +143,9 @@ bool _covers(const kind_row &row, text_span text)
     case watch_kind::iface:
     case watch_kind::word:
     case watch_kind::number:
-        return _run(row.kind, text) == text.length;
+        break;
     }
-    return false;
+    return _run(row.kind, text) == text.length;
 }
 
 bool _begins_with(text_span text, text_span with)

@@ -180,19 +180,15 @@ bool watch_open_outputs(const watch_options &options)
     wants_recording = options.recording != nullptr;
     if (!wants_recording)
         return true;
-    switch (recording.open(options.recording, options.limit_kib, options.anonymous, watch_now())) {
-    case recording_result::ok:
-        return true;
-    case recording_result::exists:
+    const recording_result result =
+        recording.open(options.recording, options.limit_kib, options.anonymous, watch_now());
+    if (result == recording_result::exists)
         (void)fprintf(stderr, "kelm-watch: %s is there already; name another file\n",
                       options.recording);
-        return false;
-    case recording_result::failed:
+    else if (result == recording_result::failed)
         (void)fprintf(stderr, "kelm-watch: %s cannot be written: %s\n", options.recording,
                       strerror(errno));
-        return false;
-    }
-    return false;
+    return result == recording_result::ok;
 }
 
 void watch_close_outputs()

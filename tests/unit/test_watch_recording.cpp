@@ -2,6 +2,7 @@
 // The recording: whose file it is, what stands in it, and how it ends.
 #include "watch/recording.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -220,6 +221,29 @@ TEST_F(recording, a_full_disk_is_told_once_and_leaves_whole_lines)
     EXPECT_EQ(std::string(trouble).rfind("the recording ends here: ", 0), 0U);
     EXPECT_EQ(add("more"), nullptr);
     EXPECT_EQ(written().size(), begun);
+}
+
+// So is one on which not even the beginning finds room, or the line about the limit.
+TEST_F(recording, a_disk_that_was_full_before_is_told_too)
+{
+    (void)signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+    const recording_result result = begin();
+    const int reason = errno;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(result, recording_result::failed);
+    EXPECT_EQ(reason, EFBIG);
+
+    ASSERT_EQ(unlink(path_.c_str()), 0);
+    ASSERT_EQ(begin(1), recording_result::ok);
+    const rlimit small = {written().size(), before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const char *trouble = add(std::string(WATCH_TEXT_SIZE, 'x'));
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_STREQ(trouble, "the recording ends here: File too large");
 }
 
 TEST_F(recording, the_longest_hostile_text_is_one_whole_line)

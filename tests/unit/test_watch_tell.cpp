@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,13 +47,13 @@ std::string text_of(const std::string &path)
 }
 
 // What a process of its own prints that opens the outputs and does this. Its clock stands still.
-seen outputs_of(const watch_options &options, const std::function<void()> &act)
+seen outputs_of(const watch_options &options, const std::function<void()> &act, int terminal = -1)
 {
     const pid_t child = fork();
     if (child == 0) {
         const int screen = open("/tmp/screen", O_WRONLY | O_CREAT | O_TRUNC, 0600);
         const int errors = open("/tmp/errors", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        (void)dup2(screen, STDOUT_FILENO);
+        (void)dup2(terminal >= 0 ? terminal : screen, STDOUT_FILENO);
         (void)dup2(errors, STDERR_FILENO);
         stop_clocks();
         if (!watch_open_outputs(options))
@@ -175,6 +176,61 @@ TEST_F(told, the_command_line_knows_the_bands_best_and_the_sources_last)
               "           hostapd   5 GHz    stops waiting for clients\n"
               "           hostapd   2.4 GHz  stops waiting for clients\n"
               "           hostapd   eth7     stops waiting for clients\n");
+}
+
+TEST_F(told, a_band_that_finds_no_room_costs_nothing)
+{
+    EXPECT_EQ(screen_of([] {
+                  watch_set_band(std::string(40, 'x').c_str(), "5 GHz");
+                  watch_set_band("strange", "50 GHz");
+                  for (int i = 0; i < 100; ++i)
+                      watch_set_band(("ap" + std::to_string(i)).c_str(), "5 GHz");
+                  watch_set_band("ap0", "2.4 GHz");
+                  for (const char *iface : {"ap0", "ap1", "ap99", "strange"})
+                      tell("hostapd", iface, std::string(iface) + ": WPS-TIMEOUT ");
+              }),
+              "           hostapd   2.4 GHz  stops waiting for clients\n"
+              "           hostapd   5 GHz    stops waiting for clients\n"
+              "           hostapd   ap99     stops waiting for clients\n"
+              "           hostapd   strange  stops waiting for clients\n");
+}
+
+TEST_F(told, what_is_waited_for_is_rewritten_on_a_terminal)
+{
+    int ours = -1;
+    int theirs = -1;
+    ASSERT_EQ(openpty(&ours, &theirs, nullptr, nullptr, nullptr), 0);
+    setenv("TERM", "xterm", 1);
+    setenv("NO_COLOR", "1", 1);
+    (void)outputs_of(
+        options_,
+        [] {
+            watch_waiting("a press");
+            watch_tick();
+            tell("bus", "", PRESS);
+            sleep(1);
+            watch_waiting("the end");
+            for (int i = 0; i < 4; ++i)
+                watch_tick();
+            watch_waiting("");
+        },
+        theirs);
+    (void)fcntl(ours, F_SETFL, O_NONBLOCK);
+    char text[4096] = {};
+    ASSERT_GT(read(ours, text, sizeof text - 1), 0);
+    close(ours);
+    close(theirs);
+    EXPECT_STREQ(text,
+                 "\r           ... waiting for a press\033[K"
+                 "\r           ... waiting for a press.\033[K"
+                 "\r\033[K   0.00 s  button             the WPS button is pressed\r\n"
+                 "\r   0.00 s  ... waiting for a press.\033[K"
+                 "\r   1.00 s  ... waiting for the end\033[K"
+                 "\r   1.00 s  ... waiting for the end.\033[K"
+                 "\r   1.00 s  ... waiting for the end..\033[K"
+                 "\r   1.00 s  ... waiting for the end...\033[K"
+                 "\r   1.00 s  ... waiting for the end.\033[K"
+                 "\r\033[K");
 }
 
 TEST_F(told, the_band_of_a_line_is_that_of_the_interface_that_it_names)
