@@ -13,7 +13,7 @@ WPS_FILE=/tmp/wps.conf
 WIFI_FILE=/tmp/wifi.conf
 LINK_FILE=/tmp/wifi_runtime_info LINK_LIMIT=512
 LONGEST_LINE=2046
-JSON_LOOKED='cannot be looked into without jsonfilter; install jsonfilter'
+UNSEEN='may be no JSON: that cannot be seen without jsonfilter; install jsonfilter'
 
 # settings_cure WHAT: who writes the settings files, as the end of a sentence.
 settings_cure() {
@@ -102,19 +102,27 @@ EOT
 	[ -n "$found" ]
 }
 
+# likely_number TEXT KEY: the same where there is no jsonfilter: the number that stands behind the key.
+likely_number() {
+	type='' value=$(printf '%s' "$1" | tr '\n' ' ' | sed -n "s/.*\"$2\"[[:blank:]]*:[[:blank:]]*\(-\{0,1\}[0-9]\{1,9\}\)[^0-9.].*/\1/p")
+	[ -z "$value" ] || type=int
+}
+
 # read_json CHECK BAND PATH LIMIT KEY CONSEQUENCE EXAMPLE: tells why the daemon cannot read it, and returns 1; else as
 # json_number.
 read_json() {
 	local limit=$4 cure
 	cure=$(settings_cure "$7")
-	if ! command -v jsonfilter > /dev/null; then
-		warning "$1" "$2" "$3 $JSON_LOOKED"
-	elif ! read_text "$3" "$limit"; then
+	if ! read_text "$3" "$limit"; then
 		tell_unread "$1" "$2" "$3" "$6" "$cure"
 	elif [ -z "$text" ]; then
 		fault "$1" "$2" "$3 is empty: $6; $cure"
 	elif [ -n "$has_zero" ]; then
 		fault "$1" "$2" "$3 holds a zero byte, and what is behind it is not read: $6; $cure"
+	elif ! command -v jsonfilter > /dev/null; then
+		warning "$1" "$2" "$3 $UNSEEN"
+		likely_number "$text" "$5"
+		return 0
 	elif json_number "$text" "$5"; then
 		warn_of_writers "$1" "$2" "$3"
 		return 0

@@ -91,11 +91,23 @@ def test_a_file_with_one_number(maker, row):
     assert told(maker, CHECKS[path]) == expected
 
 
-@pytest.mark.parametrize('check, path', [('settings-mode', MODE), ('settings-bands', BANDS)])
-def test_without_jsonfilter_it_is_said_so(maker, check, path):
+UNSEEN = 'may be no JSON: that cannot be seen without jsonfilter; install jsonfilter'
+
+
+@pytest.mark.parametrize('text, mode', [
+    ('{"mode": 1}', 'access point'), ('{"mode":0,"x":1}\n', 'repeater'),
+    ('{ "a": 1,\n  "mode" :\n 1\n}\n', 'access point')])
+def test_without_jsonfilter_the_numbers_are_found_all_the_same(maker, text, mode):
     maker.remove('/usr/bin/jsonfilter')
-    assert told(maker, check) == warning(
-        f'{path} cannot be looked into without jsonfilter; install jsonfilter')
+    maker.write(MODE, text)
+    assert told(maker, 'settings-mode') == warning(f'{MODE} {UNSEEN}') + ok(f'{MODE} says {mode}')
+    assert told(maker, 'settings-bands') == warning(f'{BANDS} {UNSEEN}')
+
+
+def test_without_jsonfilter_a_file_that_is_missing_is_told(maker):
+    maker.remove('/usr/bin/jsonfilter')
+    maker.remove(BANDS)
+    assert told(maker, 'settings-bands') == fault(f'{BANDS} is missing: {NO_START}; {BANDS_CURE}')
 
 
 # What stands in wps.conf; what is told of the file, and of single bands.
