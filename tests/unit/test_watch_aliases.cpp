@@ -2,6 +2,7 @@
 // What an anonymous recording tells in place of addresses and names.
 #include "watch/aliases.h"
 
+#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -78,6 +79,26 @@ TEST_F(aliases, names_on_the_air_are_known_by_their_place)
               "kelm[dump_rootap_info:342]: \trootap ssid: ");
     EXPECT_EQ(kept("station", "wlan1-vxd: CTRL-EVENT-SSID-REENABLED id=1 ssid=\"Elm House\""),
               "wlan1-vxd: CTRL-EVENT-SSID-REENABLED id=1 ssid=\"network-1\"");
+}
+
+// Lines of every kind that the scenarios print; clients, roots and the demo's notes are not seen.
+TEST_F(aliases, no_line_tells_whose_devices_these_are)
+{
+    std::ifstream file("/mnt/src/tests/data/watch/lines.txt");
+    size_t lines = 0;
+    for (std::string line; std::getline(file, line);) {
+        const size_t blank = line.find(' ');
+        const std::string source = line.substr(0, blank);
+        if (source == "demo" || source.rfind("client", 0) == 0 || source.rfind("root", 0) == 0)
+            continue;
+        ++lines;
+        const std::string left = kept(source.c_str(), line.substr(blank + 1));
+        for (const char *name :
+             {"Elm", "Oak", "Laptop", "STRANGER", "02:00:00", "02-00-00", "02:11:22", "02-11-22",
+              "a134bcd4", "[phone", "[tablet", "[laptop"})
+            EXPECT_EQ(left.find(name), std::string::npos) << left;
+    }
+    EXPECT_GT(lines, 300U);
 }
 
 // A neighbour who sends ever new addresses costs no memory, and takes no alias away.
