@@ -37,7 +37,7 @@ CAUSES = [
           "{who} received the key{after}, but was not seen to use it",
           "See on the device whether it is connected. If it is not, see whether the network is "
           "WPA3 only: WPS hands out keys for WPA2."),
-    Cause("new-settings", True, "WPS-NEW-AP-SETTINGS while no attempt of the daemon's runs",
+    Cause("new-settings", True, "WPS-NEW-AP-SETTINGS, and no WPS-REG-SUCCESS",
           "a device that knows the access point's PIN gave it new settings{after}"),
     Cause("wrong-key", False, "AP-STA-POSSIBLE-PSK-MISMATCH, or a client's WRONG_KEY, after it "
           "joined",
@@ -75,6 +75,12 @@ CAUSES = [
     Cause("wifi-restarted", False, "AP-DISABLED and AP-ENABLED in mid-attempt",
           "the radio was set up anew in the middle of the attempt, which made it forget the "
           "press", AGAIN),
+    Cause("ended-by-itself", False, "WPS-SUCCESS or WPS-PBC-DISABLE of hostapd without a client, "
+          "and the daemon's end without an outcome",
+          "the Wi-Fi daemon ended its WPS by itself, and no device had joined", AGAIN),
+    Cause("pin-at-repeater", False, "a start with a PIN, and no command behind it",
+          "a repeater takes no PIN; nothing was started",
+          "Press the button of this device and that of the root access point."),
     Cause("wifi-daemon-gone", False, "the control socket is gone or refuses, or {daemon} is "
           "silent from "
           "some moment on", "the Wi-Fi daemon ({daemon}) was gone{what}", LOOK_AT_WIFI),
@@ -142,7 +148,7 @@ CAUSES = [
     Cause("refused-starting", False, "the daemon's line, or a press that came as far as the check "
           "of the "
           "wireless",
-          "the press was refused: the wireless was still starting",
+          "the press was refused: the wireless was still starting{or_link}",
           "Wait until the wireless is up, then press again."),
     Cause("refused-busy", None, "a press while an attempt runs",
           "the button was pressed again{after}; that changed nothing, an attempt was running"),

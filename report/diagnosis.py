@@ -10,6 +10,7 @@ SIGKILL = 9
 SUCCESS, ERROR, OVERLAP = 2, 3, 8
 WALK_S = 110  # of a failure so late the time-out is the reason; it comes after 120 to 125 seconds
 RECEIVED = "a device received a key, but "
+ANSWER_S = 15  # so long after a request its commands need not have come
 SHOWN = 4  # devices in a sentence
 SCRIPT_S = 30  # no script takes so long by itself
 PIN_ERRORS = {"15": "pin-locked", "18": "wrong-pin"}
@@ -104,6 +105,14 @@ def _is_stored(case):
     return case.first("stops") if "bus" in case.sources else None
 
 
+def _is_told_at_sigterm(case):
+    """A repeater's daemon tells a success itself only where it is ended; else a script does it."""
+    runs = [fact.data.get("run") for fact in case.all_of("script")]
+    sees_commands = case.first("pushes") is not None and case.first("pushes").data["run"]
+    return bool(case.first("terminated") or sees_commands and not any(
+        run not in ("", "0", None) for run in runs))
+
+
 def _learnt(case, band):
     if not case.is_repeater:
         return None
@@ -112,7 +121,7 @@ def _learnt(case, band):
     mirrored = case.first("mirrored", band)
     if mirrored or not (success or told or case.first("succeeded", band)):
         return None
-    stored = _is_stored(case) or told
+    stored = _is_stored(case) or (None if _is_told_at_sigterm(case) else told)
     if stored is None:
         return None
     return answer("learnt", (success, stored, told), after=case.after(success) if success else "",
@@ -156,8 +165,9 @@ def _not_needed(case, band):
     """An access point serves one device, which came on the other band."""
     if case.is_repeater:
         return None
-    other = next((one for one in BANDS if one != band and _joined(case, one)), None)
-    fact = case.first("registered", other) or case.part.end if other else None
+    other = next((one for one in BANDS if one != band
+                  and (_joined(case, one) or _new_settings(case, one))), None)
+    fact = case.first(("registered", "new-settings"), other) or case.part.end if other else None
     return answer("not-needed", (fact,)) if other else None
 
 
@@ -522,13 +532,32 @@ def bus_hung(case, _band):
 
 
 def _new_settings(case, band):
-    if case.part.method != "registrar":
-        return None
     fact = case.first("new-settings", band)
     if fact is None:
         return None
     return answer("new-settings", (fact, case.first("wifi-success", band)), after=case.after(fact),
                   after_s=case.elapsed_s(fact))
+
+
+def _ended_by_itself(case, _band):
+    part = case.part
+    if case.is_repeater or part.outcome is not None or part.stop is not None \
+            or part.daemon_end is None and part.next_daemon is None:
+        return None
+    fact = case.first(("wifi-disabled", "wifi-success"))
+    return answer("ended-by-itself", (fact, part.daemon_end)) if fact else None
+
+
+def _pin_at_repeater(case, _band):
+    if case.part.method != "PIN" or case.mode == "access point" or case.part.outcome is not None:
+        return None
+    known = case.is_repeater or case.attempt.end_s is not None and case.first("announced")
+    if not known or case.first(("takes-pin", "exchange")):
+        return None
+    last_s = case.log.events[-1].time_s
+    if last_s is not None and last_s - case.part.opener.time_s < ANSWER_S:
+        return None
+    return answer("pin-at-repeater", (case.part.opener, case.first("announced")))
 
 
 def _unknown(case, _band):
@@ -539,6 +568,6 @@ def _unknown(case, _band):
 # The first that finds something decides.
 RULES = (_not_taking_part, _not_stored, _unapplied, _joined, _new_settings, _learnt, _mirrored,
          _not_needed, _overlap, _pin_locked, _failed, _wifi_restarted, _wifi_daemon_hung,
-         _wifi_daemon_gone, _no_offer, _exchange_ended, _terminated, _cancelled, _daemon_killed,
-         _router_restarted, _given_up, _nobody_came, script_trouble, bus_hung, _still_running,
-         _unknown)
+         _wifi_daemon_gone, _pin_at_repeater, _no_offer, _ended_by_itself, _exchange_ended,
+         _terminated, _cancelled, _daemon_killed, _router_restarted, _given_up, _nobody_came,
+         script_trouble, bus_hung, _still_running, _unknown)

@@ -45,6 +45,7 @@ WIFI_ROWS = [(kind, re.compile(pattern)) for kind, pattern in (
     ("told-error", r"WPS-M2D dev_password_id=\d+ config_error=(?P<number>[1-9]\d*)"),
     ("wifi-timeout", r"WPS-TIMEOUT"),
     ("wifi-cancel", r"WPS-CANCEL"),
+    ("wifi-disabled", r"WPS-PBC-DISABLE"),
     ("credential", r"WPS-CRED-RECEIVED"),
     ("wifi-success", r"WPS-SUCCESS"),
     ("found-root", r"WPS-AP-AVAILABLE-PBC"),

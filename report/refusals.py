@@ -56,8 +56,8 @@ def _stopped_at_check(case):
     fact = next((one for one in case.all_of("result") if one.data["number"] == "-1"), None)
     if fact is None:
         return None
-    return {"": answer("refused-link" if case.is_repeater and case.first("link-unknown")
-                       else "refused-starting", (fact,))}
+    or_link = ", or the state of a station's link could not be read" if case.is_repeater else ""
+    return {"": answer("refused-starting", (fact,), or_link=or_link)}
 
 
 def _deaf(case):

@@ -191,6 +191,19 @@ CASES = {
                                 wifi("AP-DISABLED", "wlan0"), wifi("AP-ENABLED"),
                                 wifi("AP-ENABLED", "wlan0")] + FAILED_LATE,
                        "wifi-restarted wifi-restarted", None),
+    "ended-by-itself": (BEGUN + [wifi("WPS-PBC-DISABLE"), wifi("WPS-SUCCESS"),
+                                 ("script", "1 /etc/init.d/wps restart"),
+                                 ("exit", "1 daemon 283 status 0")],
+                        "ended-by-itself ended-by-itself", None),
+    "new-settings in mid-attempt": (
+        BEGUN + [wifi("WPS-NEW-AP-SETTINGS [90 bytes]"), wifi("WPS-SUCCESS"),
+                 ("script", "1 /etc/init.d/wps config_wifi"), ("exit", "1 daemon 283 status 0")],
+        "new-settings not-needed", None),
+    "pin-at-repeater": (
+        REPEATER + [(10.0, "bus", '{ "wps_cli": {"action":1,"method":2,"pin":"[8 bytes]"} }'),
+                    ("bus", bus_wps(1, 11, 11)), (60.0, "watch", "stopped")],
+        "pin-at-repeater pin-at-repeater", "A repeater takes no PIN; nothing was started."),
+    "a PIN whose commands have not come yet": (PIN_BEGUN[:-2], "still-running still-running", None),
     "wifi-daemon-gone by its socket": (
         BEGUN + [("socket", "hostapd wlan1 gone"), ("socket", "hostapd wlan0 gone")] + FAILED_LATE,
         "wifi-daemon-gone wifi-daemon-gone",
@@ -262,6 +275,11 @@ CASES = {
                    "The service was stopped in the middle of the attempt."),
     "terminated, without the log": (BEGUN + FAILED[:-2] + FAILED[-1:], "terminated terminated",
                                     None),
+    "terminated, with what a repeater had learnt": (
+        REPEATER + STATIONS + [wifi("WPS-SUCCESS", "wlan1-vxd"), ("bus", bus_wps(2, 2, 4)),
+                               ("exit", "1 daemon 283 status 0")], "terminated terminated",
+        "2.4 GHz: the service was stopped in the middle of the attempt; what this band had learnt "
+        "was not stored. 5 GHz: the service was stopped in the middle of the attempt."),
     "daemon-killed": (BEGUN + [("exit", "1 daemon 283 signal 11")], "daemon-killed daemon-killed",
                       "The daemon was killed by signal 11 in the middle of the attempt."),
     "daemon-killed, seen by the next one": (BEGUN + [("start", "2 daemon 300")],
