@@ -161,10 +161,9 @@ TEST_F(recording, waits_for_no_reader_of_a_fifo_and_writes_into_no_folder)
 
 TEST_F(recording, takes_no_file_of_another_user)
 {
-    if (geteuid() != 0)
-        GTEST_SKIP() << "needs root";
     put("");
-    ASSERT_EQ(chown(path_.c_str(), 65534, 65534), 0);
+    if (chown(path_.c_str(), 65534, 65534) != 0)
+        GTEST_SKIP() << "whoever runs this may give no file away";
     EXPECT_EQ(begin(), recording_result::exists);
 }
 
