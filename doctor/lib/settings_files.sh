@@ -13,7 +13,7 @@ WPS_FILE=/tmp/wps.conf
 WIFI_FILE=/tmp/wifi.conf
 LINK_FILE=/tmp/wifi_runtime_info LINK_LIMIT=512
 LONGEST_LINE=2046
-UNSEEN='may be no JSON: that cannot be seen without jsonfilter; install jsonfilter'
+UNSEEN='whether a file is JSON cannot be seen without jsonfilter; install jsonfilter'
 
 # settings_cure WHAT: who writes the settings files, as the end of a sentence.
 settings_cure() {
@@ -120,7 +120,8 @@ read_json() {
 	elif [ -n "$has_zero" ]; then
 		fault "$1" "$2" "$3 holds a zero byte, and what is behind it is not read: $6; $cure"
 	elif ! command -v jsonfilter > /dev/null; then
-		warning "$1" "$2" "$3 $UNSEEN"
+		[ -z "$UNSEEN" ] || warning "$1" "$2" "$UNSEEN"
+		UNSEEN='' # said once
 		likely_number "$text" "$5"
 		return 0
 	elif json_number "$text" "$5"; then
