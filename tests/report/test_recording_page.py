@@ -58,7 +58,7 @@ def test_what_the_page_shows_of_a_source_is_kept_as_it_is():
         text = re.search(r"\| `(.*)`$", rest)[1]
         assert kept.hidden(source, text) == text
     for text in re.search(r"^```text\n(.*?)^```", PAGE, re.MULTILINE | re.DOTALL)[1].splitlines():
-        source = "hostapd" if text.startswith("wlan1") else "bus" if text[0] == "{" else "command"
+        source = "station" if text.startswith("phy") else "bus" if text[0] == "{" else "command"
         assert kept.hidden(source, text) == text
 
 
