@@ -42,9 +42,9 @@ def test_the_example_has_the_members_that_the_page_tells():
 
 
 def test_the_lines_of_the_page_are_those_of_the_example():
-    text = EXAMPLE.read_text(encoding="utf-8")
-    assert block("first") in text and text.startswith(block("first"))
-    assert block("line") in text
+    first, *lines = example()
+    assert json.loads(block("first")) == first
+    assert json.loads(block("line")) in lines
 
 
 def test_each_source_of_the_page_is_kept_and_each_kept_one_is_on_the_page():
