@@ -36,7 +36,7 @@ PARTS = {
     'reaction': lambda world, tools, quick: reaction.measure(world, tools, 12 if quick else 40),
     'parsing': lambda world, tools, quick: parsing.measure(world, 10 if quick else 30),
     'instructions': lambda world, tools, quick: instructions.measure(world, 1 if quick else 3),
-    'watch': lambda world, tools, quick: watch.measure(world, tools, 4 if quick else 12),
+    'watch': lambda world, tools, quick: watch.measure(world, tools, 12 if quick else 40),
     'stock': lambda world, tools, quick: stock.measure(tools.stock_router),
 }
 # Not in a quick run: it boots the virtual router, and a busy machine is slow at that.

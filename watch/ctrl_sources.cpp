@@ -365,9 +365,14 @@ wifi_socket *_free_place()
     return nullptr;
 }
 
-void _note_stranger(const socket_folder &folder, const char *name, uid_t owner)
+void _note_stranger(const socket_folder &folder, const char *name, uid_t owner, bool safe)
 {
-    if (notes_told++ < NOTES_MAX)
+    if (notes_told++ >= NOTES_MAX)
+        return;
+    if (!safe)
+        watch_say("watch", "", "%s %s is passed over: others may write to its folder",
+                  folder.source, name);
+    else
         watch_say("watch", "", "%s %s is passed over: it belongs to user %u", folder.source, name,
                   static_cast<unsigned>(owner));
 }
@@ -446,7 +451,7 @@ void _look_into(const socket_folder &from)
         if (safe && theirs)
             _take_up(from, entry->d_name, there);
         else
-            _note_stranger(from, entry->d_name, there.st_uid);
+            _note_stranger(from, entry->d_name, there.st_uid, safe);
     }
 }
 

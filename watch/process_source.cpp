@@ -36,7 +36,8 @@ constexpr size_t TRACED_MAX = 128;
 constexpr size_t LINE_SIZE = 256;      // of a command that is told again at its end
 constexpr size_t COMMAND_SIZE = 2048;  // bytes of a command line that are looked at
 constexpr size_t WORDS_MAX = 64;
-constexpr int EVENTS_MAX = 64;               // taken at a time
+constexpr int EVENTS_MAX = 64;  // taken at a time
+constexpr int EVENTS_BETWEEN_DRAINS = 8;
 constexpr int CONNECTOR_ROOM = 1024 * 1024;  // the kernel's; a busy device starts many programs
 constexpr int64_t IDLE_LOOK_MS = 500;
 constexpr int64_t ATTEMPT_LOOK_MS = 20;
@@ -617,7 +618,8 @@ void _take(const pollfd *set, size_t count)
     proc_event event = {};
     for (int taken = 0; taken < EVENTS_MAX && _next_event(connector.get(), &event); ++taken) {
         _take_event(event);
-        watch_drain_wifi();
+        if (taken % EVENTS_BETWEEN_DRAINS == 0)
+            watch_drain_wifi();
     }
 }
 

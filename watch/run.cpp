@@ -160,11 +160,13 @@ private:
         const bool look_at_all = look_now;
         look_now = false;
         for (size_t i = 0; i < SOURCE_COUNT; ++i) {
+            const bool has_news = _has_news(waits_[i]);
             SOURCES[i]->take(set_ + waits_[i].first, waits_[i].count);
-            watch_drain_wifi();
             const int64_t now_ms = kelm_monotonic_ms();
-            if (look_at_all || waits_[i].look_ms <= now_ms || _has_news(waits_[i]))
-                waits_[i].look_ms = SOURCES[i]->look(now_ms);
+            const bool is_due = look_at_all || has_news || waits_[i].look_ms <= now_ms;
+            if (!is_due)
+                continue;
+            waits_[i].look_ms = SOURCES[i]->look(now_ms);
             watch_drain_wifi();
         }
     }

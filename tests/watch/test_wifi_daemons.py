@@ -161,6 +161,58 @@ def test_what_is_no_interface_is_passed_over(server, watch, name):
     assert other.requests == []
 
 
+WIFI_USER, STRANGER = 101, 65534
+
+
+STRANGERS = f'it belongs to user {STRANGER}'
+OPEN_FOLDER = 'others may write to its folder'
+
+
+@pytest.mark.parametrize('folder_owner, mode, owner, refused', [
+    (0, 0o755, 0, None),
+    (0, 0o770, 0, None),
+    (0, 0o755, STRANGER, STRANGERS),
+    (WIFI_USER, 0o755, WIFI_USER, None),
+    (WIFI_USER, 0o755, 0, None),
+    (WIFI_USER, 0o755, STRANGER, STRANGERS),
+    (WIFI_USER, 0o777, WIFI_USER, OPEN_FOLDER),
+    (0, 0o1777, 0, None),
+    (0, 0o1777, STRANGER, STRANGERS),
+    (0, 0o777, 0, OPEN_FOLDER),
+])
+def test_a_socket_counts_where_no_stranger_can_have_put_it(server, watch, folder_owner, mode, owner,
+                                                           refused):
+    other, ap = server('/var/run/wpa_supplicant/wlan0-vxd'), server()
+    try:
+        os.chown(ap.path, owner, owner)
+        os.chown('/var/run/hostapd', folder_owner, folder_owner)
+    except OSError:
+        pytest.skip('only root gives files away')
+    os.chmod('/var/run/hostapd', mode)
+    seen = watch()
+    if refused is None:
+        seen.wait_attached('hostapd wlan1')
+        return
+    seen.wait('watch', f'hostapd wlan1 is passed over: {refused}')
+    seen.wait_attached('station wlan0-vxd')
+    assert seen.end() == 0
+    wait_for(lambda: len(other.requests) == 2, 'the goodbye')
+    assert ap.requests == []
+
+
+def test_a_folder_that_a_stranger_made_is_none_of_the_wifi_daemons(server, watch):
+    """In a folder that all may write to, its owner says nothing."""
+    ap = server('/tmp/radios/wlan1')
+    try:
+        os.chown('/tmp/radios', STRANGER, STRANGER)
+        os.chown(ap.path, STRANGER, STRANGER)
+    except OSError:
+        pytest.skip('only root gives files away')
+    seen = watch('--hostapd', '/tmp/radios')
+    seen.wait('watch', 'hostapd wlan1 is passed over')
+    assert ap.requests == []
+
+
 def test_a_link_to_a_socket_is_no_second_socket(server, watch):
     ap = server('/var/run/hostapd/phy0-ap0')
     os.symlink('phy0-ap0', '/var/run/hostapd/wlan1')
