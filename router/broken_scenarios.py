@@ -105,7 +105,7 @@ def disk_full(scene):
     scene.start_router()
     client = scene.start_client("phone", "2g")
     scene.say("/tmp has no room left")
-    scene.must_run("mount -o remount,size=1m /tmp; ! cat /dev/zero >/tmp/full")
+    scene.must_run("mount -o remount,size=1m /tmp && ! cat /dev/zero >/tmp/full")
     scene.begin()
     press(scene, "wlan1")
     client.tell("wps_pbc")

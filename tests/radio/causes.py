@@ -63,6 +63,15 @@ RUNS = {
 # without the devices' own words.
 RECORDINGS = {
     "push-button": ["joined"],
+    "overlap": ["overlap"],
+    "cancel": ["cancelled"],
     "wrong-pin": ["wrong-pin"],
+    "client-leaves": ["client-left"],
+    "wrong-key": ["wrong-key"],
+    "hidden": ["hidden"],
+    "wpa3-only": ["wpa3-only"],
+    "disk-full": ["not-stored"],
+    "broker-dies": ["nobody-came"],
+    "stock-button": ["joined"],
     "stock-crash": ["daemon-killed", "joined"],
 }
