@@ -142,6 +142,9 @@ CAUSES = [
           "See whether ubusd runs, then restart the service: a daemon that starts without ubus "
           "does not "
           "look for it again."),
+    Cause("bus-hung", False, "`ubus send` killed at its limit",
+          "ubus did not take a message of the daemon's in time",
+          "Others may not have heard of the outcome; it stands in /tmp/kelm.info."),
     Cause("no-daemon", False, "the daemon ended, or its start failed, before the press",
           "the daemon was not running{reason}", "Start the service and read its first lines in "
           "the log."),

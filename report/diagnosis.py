@@ -15,6 +15,8 @@ SHOWN = 4  # devices in a sentence
 SCRIPT_S = 30  # no script takes so long by itself
 PIN_ERRORS = {"15": "pin-locked", "18": "wrong-pin"}
 CLI = ("hostapd_cli", "wpa_cli")
+COMMANDS = ("command", "pushes", "takes-pin", "stops", "script")
+LEAST_LIMIT_S = 2.5  # no command is killed sooner at its limit
 
 
 def _not_stored(case, band):
@@ -253,8 +255,17 @@ def _wifi_restarted(case, band):
 def _killed_commands(case):
     """Commands that were killed: as the daemon says, or as their end shows."""
     ends = [fact for fact in case.all_of("command-end")
-            if fact.data["how"] == "signal" and fact.data["number"] == SIGKILL]
+            if fact.data["how"] == "signal" and fact.data["number"] == SIGKILL
+            and _ran_long(case, fact)]
     return [fact for fact in case.all_of("hung") if fact.data["why"] != "the daemon ends"] + ends
+
+
+def _ran_long(case, end):
+    """Not so where the daemon's own end came in between: it waits for no command then."""
+    begun = [fact for fact in case.all_of(COMMANDS) if fact.index < end.index
+             and fact.data["command"] == end.data["command"]]
+    return not begun or begun[-1].time_s is None or \
+        end.time_s - begun[-1].time_s >= LEAST_LIMIT_S
 
 
 def _how_long(fact):
@@ -514,21 +525,23 @@ def script_trouble(case, _band):
 
 
 def _without_end(case):
-    """A script that was begun long before the input ends, where the ends of others are told."""
-    if not case.all_of("command-end") or not case.has_no_outcome():
-        return None
-    begun = case.all_of("script")
+    """A script of the daemon's that was begun and has no end, where the ends of others are told."""
+    ends = [fact.data["command"] for fact in case.all_of("command-end", behind=True)]
+    begun = [fact for fact in case.all_of("script") if fact.data["run"] not in ("", "0")
+             and fact.data["command"].endswith(("config_wifi", "re_kelm_info"))]
     last_s = case.log.events[-1].time_s
-    if not begun or last_s is None or last_s - begun[-1].time_s < SCRIPT_S:
-        return None
-    ended = [fact for fact in case.all_of("command-end")
-             if fact.index > begun[-1].index and fact.data["command"] == begun[-1].data["command"]]
-    return None if ended else answer("script-hung", begun[-1:], command=begun[-1].data["command"])
+    for fact in begun:
+        same = [one for one in begun if one.data["command"] == fact.data["command"]]
+        is_over = not case.has_no_outcome() or last_s is None \
+            or last_s - same[-1].time_s >= SCRIPT_S
+        if ends and is_over and len(same) > ends.count(fact.data["command"]):
+            return answer("script-hung", (fact,), command=fact.data["command"])
+    return None
 
 
 def bus_hung(case, _band):
     fact = _hung_command(case, ("ubus ",))
-    return answer("bus-gone", (fact,)) if fact else None
+    return answer("bus-hung", (fact,)) if fact else None
 
 
 def _new_settings(case, band):

@@ -69,7 +69,7 @@ def _notes(case, attempt):
     trouble = diagnosis.script_trouble(case, "") or diagnosis.bus_hung(case, "")
     if trouble and trouble[0] != attempt.cause:
         attempt.notes.append(_verdict(case, "", trouble))
-    lost = case.first("no-bus")
+    lost = case.first(("no-bus", "broker-gone"))
     if lost and attempt.cause != "bus-gone":
         attempt.notes.append(_verdict(case, "", answer("bus-gone", (lost,))))
 

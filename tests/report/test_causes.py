@@ -229,7 +229,7 @@ CASES = {
         "2.4 GHz: the Wi-Fi daemon (hostapd) did not answer; hostapd_cli was killed after 15 s. "
         "5 GHz: nobody came within 125 s."),
     "wifi-daemon-hung without the log": (
-        BEGUN + [("exit", "1 command 290 signal 9 " + CLI[2:] + "wlan1 wps_pbc")]
+        BEGUN + [(25.5, "exit", "1 command 290 signal 9 " + CLI[2:] + "wlan1 wps_pbc")]
         + FAILED_LATE, "wifi-daemon-hung nobody-came", None),
     "wifi-daemon-hung at the press": (
         DAEMON + PRESS + [own("Can't attach event ctrl"), own("Rebuild worker socket failed.")],
@@ -242,6 +242,18 @@ CASES = {
                                wifi("WPS-TIMEOUT", "wlan0-vxd"), ("bus", bus_wps(2, 2, 4)),
                                ("exit", "1 daemon 283 status 0")], "script-hung nobody-came",
         None),
+    "script-hung, seen by its missing end": (
+        BEGUN + JOINED + [("exit", "1 command 290 status 0 " + CLI[2:] + "wlan1 wps_pbc"),
+                          ("script", "1 /etc/init.d/wps config_wifi")] + ended(2, 4),
+        "script-hung not-needed", None),
+    "a script that ends": (
+        BEGUN + JOINED + [("script", "1 /etc/init.d/wps config_wifi"),
+                          ("exit", "1 command 290 status 0 /etc/init.d/wps config_wifi")]
+        + ended(2, 4), "joined not-needed", None),
+    "a command that is killed for the daemon's end is not hung": (
+        BEGUN + FAILED_LATE[:-4] + [("command", "1 ubus send wps '{}'"),
+                                    ("exit", "1 command 290 signal 9 ubus send wps '{}'")]
+        + FAILED_LATE[-3:], "nobody-came nobody-came", NOBODY),
     "script-failed": (
         BEGUN + JOINED + [wifi("WPS-NEW-AP-SETTINGS [90 bytes]"),
                           ("script", "1 /etc/init.d/wps config_wifi"),
@@ -359,7 +371,7 @@ BY_SERVICE = {
     "refused-starting": "2.4 GHz: radio is still starting",
     "no-daemon": "the daemon is not running",
     "no-answer": "the daemon did not begin", "refused-busy": "an attempt runs already"}
-BESIDE = {"refused-busy", "no-fit"}  # tried by a test of their own
+BESIDE = {"refused-busy", "no-fit", "bus-hung"}  # tried by a test of their own
 
 
 def write(path, lines):
@@ -399,6 +411,12 @@ def test_cause_by_the_service(cause, tmp_path):
 def test_every_row_of_the_table_is_tried():
     tried = {cause for _, causes, _ in CASES.values() for cause in causes.split()}
     assert tried | set(BY_SERVICE) | BESIDE == {row.id for row in CAUSES}
+
+
+def test_a_bus_that_hangs_is_told_beside_the_outcome(tmp_path):
+    lines = BEGUN + [own("killed after 3 s (its time limit): ubus send wps '{}'", "kelm_system:1")]
+    found = last_attempt(write(tmp_path / "it.jsonl", lines + FAILED_LATE))
+    assert (found.cause, [note.cause for note in found.notes]) == ("nobody-came", ["bus-hung"])
 
 
 def test_a_second_press_is_told_beside_the_outcome(tmp_path):
