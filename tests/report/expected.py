@@ -537,12 +537,26 @@ RECORDINGS = {
 
 # Recordings that kelm-watch made on the virtual router; on stock OpenWrt with the system log.
 BY_KELM_WATCH = {
+    "broker-dies": ["press: 2.4 GHz nobody-came, 5 GHz nobody-came; bus-gone"],
+    "cancel": ["press: 2.4 GHz cancelled, 5 GHz cancelled"],
+    "client-leaves": ["press: 2.4 GHz client-left, 5 GHz nobody-came"],
+    "disk-full": ["press: 2.4 GHz not-stored, 5 GHz not-needed"],
+    "hidden": ["press: 2.4 GHz hidden, 5 GHz nobody-came"],
+    "hostapd-hangs": [
+        "press: no-answer",
+        "press: 2.4 GHz joined, 5 GHz not-needed; bus-hung",
+    ],
+    "overlap": ["press: 2.4 GHz overlap, 5 GHz overlap"],
     "push-button": ["press: 2.4 GHz joined, 5 GHz not-needed"],
+    "script-hangs": ["press: 2.4 GHz script-hung, 5 GHz not-needed"],
     "stock-button": ["press: 2.4 GHz joined"],
     "stock-crash": [
         "press: 2.4 GHz daemon-killed",
         "press: 2.4 GHz joined",
     ],
+    "unconfigured": ["press: 2.4 GHz joined, 5 GHz not-needed"],
+    "wpa3-only": ["press: 2.4 GHz wpa3-only, 5 GHz not-needed"],
+    "wrong-key": ["press: 2.4 GHz wrong-key, 5 GHz not-needed"],
     "wrong-pin": ["PIN: 2.4 GHz wrong-pin, 5 GHz nobody-came"],
 }
 
