@@ -32,8 +32,23 @@ tell_unread() {
 	esac
 }
 
-# settings_are_due: on stock OpenWrt the service takes them away while it is off.
-settings_are_due() { [ "$face" = maker ] || kelm_switch enabled; }
+# settings_are_due: on stock OpenWrt the service takes them away while it is off, and writes none while it can serve no
+# band.
+settings_are_due() { [ "$face" = maker ] || { kelm_switch enabled && ! serves_nothing; }; }
+
+# serves_nothing: whether the service says so. Sets why to its reason.
+serves_nothing() {
+	local name value state=''
+	why=''
+	[ -f /var/run/kelm/state ] || return
+	while IFS='=' read -r name value; do
+		case $name in
+		state) state=$value ;;
+		message) why=$value ;;
+		esac
+	done < /var/run/kelm/state
+	[ "$state" = not-ready ]
+}
 
 # is_clean_since COUNT: whether nothing was found since there were so many findings. A check that has found nothing says
 # so.
@@ -145,6 +160,10 @@ warn_of_writers() {
 # check_mode: sets run_mode to ap, sta, or nothing where it cannot be known.
 check_mode() {
 	run_mode=''
+	if [ "$face" = stock ] && kelm_switch enabled && serves_nothing; then
+		fault settings-mode '' "the service is not ready: $why; mend that, and it goes on by itself"
+		return
+	fi
 	settings_are_due || { ok settings-mode '' 'kelm is switched off, so there are no settings files yet' && return; }
 	read_json settings-mode '' $MODE_FILE $MODE_LIMIT mode 'kelm does not start' \
 		'{"mode": 1} for an access point, {"mode": 0} for a repeater,' || return
