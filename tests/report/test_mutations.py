@@ -31,6 +31,8 @@ def tells_success(event):
         return bool(_LEARNT.match(event.text))
     if event.source == "console":
         return bool(_CONSOLE.match(event.text))
+    if event.source == "file":
+        return event.text.startswith("/tmp/kelm.info ") and '_status":"success"' in event.text
     return event.source in ("bus", "command") and bool(_BUS.search(event.text)) or \
         event.source == "log" and event.text.endswith("WPS succeeded.")
 
@@ -88,6 +90,15 @@ def test_each_line_left_out(name, tmp_path):
         for number, event in enumerate(log.events):
             rest = log.events[:number] + log.events[number + 1:]
             assert not claims_success(with_events(log, rest)) or told > tells_success(event)
+
+
+@pytest.mark.parametrize("path", sorted(recorded.RECORDINGS.iterdir()), ids=lambda path: path.stem)
+def test_what_kelm_watch_has_recorded_is_cut(path):
+    log, told = read(path), False
+    for number, event in enumerate(log.events, 1):
+        told = told or tells_success(event)
+        assert not claims_success(with_events(log, log.events[:number])) or told
+        claims_success(with_events(log, log.events[number:]))
 
 
 @pytest.mark.parametrize("name", recorded.NAMES)
