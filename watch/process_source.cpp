@@ -626,8 +626,8 @@ void _take(const pollfd *set, size_t count)
 int64_t _look(int64_t now_ms)
 {
     static int64_t looked_ms = -IDLE_LOOK_MS;
-    static bool has_looked = false;
     if (connector.valid()) {
+        static bool has_looked = false;
         if (!has_looked || lost_some)
             _look_for_daemons();
         has_looked = true;

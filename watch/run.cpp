@@ -93,7 +93,7 @@ void _pause()
 {
     watch_say("watch", "", "stopped by SIGTSTP: nothing is heard from here on");
     watch_leave_wifi();
-    (void)raise(SIGSTOP);
+    (void)kill(getpid(), SIGSTOP);
     watch_say("watch", "", "goes on");
     look_now = true;
 }

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: ISC
-"""The daemon's runs, the commands that it runs, the scripts of others; told by the kernel or seen."""
+"""The daemon's runs, its commands, the scripts of others; told by the kernel or seen."""
 import ctypes
 import os
 import signal

@@ -129,8 +129,8 @@ def test_a_daemon_that_answers_late_is_attached_to_after_all(server, watch):
 
 def test_a_daemon_whose_queue_is_full_is_asked_again(watch):
     os.makedirs('/var/run/hostapd', exist_ok=True)
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as hung, \
-            socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as others:
+    kind = (socket.AF_UNIX, socket.SOCK_DGRAM)
+    with socket.socket(*kind) as hung, socket.socket(*kind) as others:
         hung.bind('/var/run/hostapd/wlan1')
         others.setblocking(False)
         with pytest.raises(BlockingIOError):
@@ -180,8 +180,8 @@ OPEN_FOLDER = 'others may write to its folder'
     (0, 0o1777, STRANGER, STRANGERS),
     (0, 0o777, 0, OPEN_FOLDER),
 ])
-def test_a_socket_counts_where_no_stranger_can_have_put_it(server, watch, folder_owner, mode, owner,
-                                                           refused):
+def test_a_socket_counts_where_no_stranger_can_have_put_it(
+        server, watch, folder_owner, mode, owner, refused):
     other, ap = server('/var/run/wpa_supplicant/wlan0-vxd'), server()
     try:
         os.chown(ap.path, owner, owner)
