@@ -72,6 +72,8 @@ RECORDINGS = {
     "wpa3-only": ["wpa3-only"],
     "disk-full": ["not-stored"],
     "broker-dies": ["nobody-came"],
+    "start-marker": ["refused-starting", "joined"],
+    "daemon-killed": ["daemon-killed"],
     "stock-button": ["joined"],
     "stock-crash": ["daemon-killed", "joined"],
 }
