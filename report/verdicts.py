@@ -7,6 +7,7 @@ from report.causes import BY_ID, IMPORTANCE
 from report.events import BANDS, Verdict
 
 STARTED, SILENT = 11, 12
+MOST_SHOWN = 5  # lines as the evidence of a note
 KINDS = {"recording": "recording", "run": "recording", "console": "log"}
 
 
@@ -51,9 +52,7 @@ def _capital(text):
 
 def _summary(verdicts):
     """(headline, the verdict that stands for all)"""
-    chief = min(verdicts, key=lambda one: (one.good is None, IMPORTANCE[one.cause])) \
-        if any(one.good is not None for one in verdicts) else \
-        min(verdicts, key=lambda one: IMPORTANCE[one.cause])
+    chief = min(verdicts, key=lambda one: (one.good is None, IMPORTANCE[one.cause]))
     if len({one.sentence for one in verdicts}) == 1 and chief.good is not True:
         return _capital(chief.sentence) + ".", chief
     told = ["%s: %s." % (one.band, one.sentence) if one.band else _capital(one.sentence) + "."
@@ -63,9 +62,11 @@ def _summary(verdicts):
 
 def _notes(case, attempt):
     """What else happened, beside the outcome."""
-    for press in case.part.presses:
-        found = answer("refused-busy", (press,), after=case.after(press))
-        attempt.notes.append(_verdict(case, "", found))
+    presses = case.part.presses
+    if presses:
+        more = " and %d more times" % (len(presses) - 1) if len(presses) > 1 else ""
+        attempt.notes.append(_verdict(case, "", answer(
+            "refused-busy", presses[:MOST_SHOWN], after=case.after(presses[0]), more=more)))
     trouble = diagnosis.script_trouble(case, "") or diagnosis.bus_hung(case, "")
     if trouble and trouble[0] != attempt.cause:
         attempt.notes.append(_verdict(case, "", trouble))

@@ -132,6 +132,17 @@ CASES = {
                 + FAILED, "overlap overlap",
                 'Two devices were in push-button mode at once: %s ("phone") and %s ("tablet").'
                 % (MAC, OTHER)),
+    "overlap in an anonymous recording": (
+        BEGUN + [seen("device-1", "uuid-1", name="name-1"),
+                 seen("device-2", "uuid-2", name="name-2"),
+                 wifi("WPS-OVERLAP-DETECTED"), wifi("WPS-OVERLAP-DETECTED", "wlan0")] + FAILED,
+        "overlap overlap", 'Two devices were in push-button mode at once: device-1 ("name-1") and '
+        'device-2 ("name-2").'),
+    "joined in an anonymous recording": (
+        BEGUN + [seen("device-1", "uuid-1", name="name-1"),
+                 (12.4, *wifi("WPS-REG-SUCCESS device-1 uuid-1")),
+                 wifi("EAPOL-4WAY-HS-COMPLETED device-1")] + ended(2, 4), "joined not-needed",
+        '2.4 GHz: device-1 ("name-1") joined after 2.5 s. 5 GHz: not needed.'),
     "overlap by its error alone": (BEGUN + [wifi("WPS-FAIL msg=4 config_error=12")] + FAILED_LATE,
                                    "overlap nobody-came", None),
     "overlap on one band": (BEGUN + [wifi("WPS-OVERLAP-DETECTED")] + FAILED_LATE,
@@ -411,6 +422,15 @@ def test_cause_by_the_service(cause, tmp_path):
 def test_every_row_of_the_table_is_tried():
     tried = {cause for _, causes, _ in CASES.values() for cause in causes.split()}
     assert tried | set(BY_SERVICE) | BESIDE == {row.id for row in CAUSES}
+
+
+def test_many_presses_are_one_note(tmp_path):
+    presses = [(11.5 + number / 100, *GPIO) for number in range(1000)]
+    found = last_attempt(write(tmp_path / "it.jsonl", BEGUN + presses + FAILED_LATE))
+    note, = found.notes
+    assert note.sentence == ("the button was pressed again after 1.5 s and 999 more times; that "
+                             "changed nothing, an attempt was running")
+    assert len(note.evidence) == 5
 
 
 def test_a_bus_that_hangs_is_told_beside_the_outcome(tmp_path):
