@@ -154,7 +154,8 @@ CAUSES = [
           "the press was refused: the wireless was still starting{or_link}",
           "Wait until the wireless is up, then press again."),
     Cause("refused-busy", None, "a press while an attempt runs",
-          "the button was pressed again{after}{more}; that changed nothing, an attempt was running"),
+          "the button was pressed again{after}{more}; that changed nothing, an attempt was "
+          "running"),
     Cause("refused-link", False, "the daemon's line that a station's link is unknown",
           "the press was refused: the state of a station's link could not be read",
           "See that the service writes /tmp/wifi_runtime_info.2g and .5g."),
