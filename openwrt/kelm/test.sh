@@ -58,7 +58,7 @@ test_kelm_doctor() {
 }
 
 test_kelm_watch() {
-	says "kelm-watch" /usr/sbin/kelm-watch --help
+	says "Usage: kelm-watch" /usr/sbin/kelm-watch --help
 	ldd /usr/sbin/kelm-watch || fails "not all libraries of kelm-watch are there"
 }
 

@@ -9,7 +9,7 @@ import shutil
 
 import pytest
 
-from stock import MAKEFILE, SOURCE
+from stock import BUILD, MAKEFILE, SOURCE
 
 
 @pytest.fixture(name='router')
@@ -48,7 +48,16 @@ def test_the_doctors_package_passes(router):
     assert run(router, 'test-version.sh', 'kelm-doctor').status == 0
 
 
+def test_an_installed_recorder_passes(router):
+    shutil.copy(f'{BUILD}/kelm-watch', router.at('/usr/sbin/kelm-watch'))
+    result = run(router, 'test.sh', 'kelm-watch')
+    assert (result.status, result.err) == (0, '')
+    result = run(router, 'test-version.sh', 'kelm-watch')
+    assert (result.status, result.out) == (0, f'kelm-watch {cmake_version()}\n')
+
+
 BREAKS = {
+    'no_recorder': ('kelm-watch', lambda router: None, '/usr/sbin/kelm-watch --help does not say'),
     'no_doctor': ('kelm-doctor', lambda router: router.remove('/usr/sbin/kelm-doctor'),
                   'kelm-doctor --help does not say: usage: kelm-doctor'),
     'a_check_that_no_shell_reads': (

@@ -103,8 +103,8 @@ def test_a_daemon_that_was_killed_and_left_its_name_is_gone(server, watch):
     os.unlink(first.path)
     server()
     seen.wait('socket', 'hostapd wlan1 attached', 2)
-    assert seen.states('hostapd wlan1') == ['hostapd wlan1 attached', 'hostapd wlan1 gone',
-                                             'hostapd wlan1 attached']
+    assert seen.states('hostapd wlan1') == [
+        f'hostapd wlan1 {state}' for state in ('attached', 'gone', 'attached')]
 
 
 def test_a_daemon_that_does_not_answer_holds_nobody_and_is_told(server, watch):
