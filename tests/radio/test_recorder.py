@@ -29,6 +29,9 @@ def test_nothing_but_attach_and_detach_goes_to_hostapd(build_folder, tmp_path):
         stage.must_run("sed -i 's/hostapd -f/hostapd -dd -f/' /etc/init.d/wifi")
         stage.start_broker()
         stage.must_run("/etc/init.d/wifi start")
+        # What hostapd has logged of this stands behind all that the service asked.
+        stage.must_run("hostapd_cli -p /var/run/hostapd -i wlan0 get_config")
+        stage.expect("hostapd", "^ .* GET_CONFIG", "hostapd's log")
         since = len([one for one in stage.events() if one.source == "hostapd"])
         recorder.start(stage, "firmware")
         stage.must_run(". /lib/functions/router.sh; wait_until 60 sh -c "
