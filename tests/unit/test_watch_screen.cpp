@@ -58,10 +58,14 @@ protected:
         theirs_.reset(both[1]);
     }
 
-    // All that has come so far.
+    // All that a pipe holds; all that came to a terminal, which ends with that: what was written to
+    // one arrives in pieces, and only the end says that it was all.
     std::string shown()
     {
-        (void)fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
+        if (isatty(theirs_.get()) == 1)
+            theirs_.reset();
+        else
+            (void)fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
         std::string text;
         char buffer[65536];
         for (;;) {
