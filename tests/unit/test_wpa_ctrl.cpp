@@ -138,6 +138,19 @@ TEST_F(wpa_ctrl_client, connects_and_sends_from_a_path_of_its_own)
     EXPECT_STREQ(server_path, both.client->dest.sun_path);
 }
 
+TEST_F(wpa_ctrl_client, a_command_that_is_only_sent_never_waits)
+{
+    const pair_of_sockets both;
+    ASSERT_TRUE(both.client);
+    EXPECT_EQ(0, wpa_ctrl_send(both.client.get(), "ATTACH", 6));
+    EXPECT_EQ("ATTACH", both.server.take());
+    int result = 0;
+    for (int sent = 0; sent < 10000 && result == 0; ++sent)
+        result = wpa_ctrl_send(both.client.get(), "ATTACH", 6);
+    EXPECT_EQ(-1, result) << "its queue is never full";
+    EXPECT_EQ(EAGAIN, errno);
+}
+
 TEST_F(wpa_ctrl_client, the_first_opens_of_a_process_count_from_1)
 {
     const std::string start = "/tmp/wpa_ctrl_" + std::to_string(getpid());
