@@ -6,6 +6,7 @@ import datetime
 PUSH_BUTTON = "4"  # the password of a device whose button was pressed
 GIVE_UP_PERCENT = 15
 HEARD_S = 120  # so long a device that was heard counts as pushed
+LONGEST_NAME = 32  # WPS allows a device no longer one
 
 
 def _moment(wall):
@@ -100,7 +101,7 @@ class Case:
         return found
 
     def name_of(self, mac):
-        """A device's address, and what it calls itself."""
+        """A device by what it calls itself, in quotes as anybody may say so, and its address."""
         if self._names is None:
             self._names = {fact.data["mac"]: fact.data["name"]
                            for fact in self.before + self.part.facts
@@ -108,7 +109,7 @@ class Case:
         name = self._names.get(mac, "")
         if not mac:
             return "a device"
-        return '%s ("%s")' % (mac, name[:32]) if name else mac
+        return 'the "%s" (%s)' % (name[:LONGEST_NAME].replace('"', "'"), mac) if name else mac
 
     def who(self, mac):
         """A device in words: the scenario's name for it where there is one."""

@@ -26,7 +26,7 @@ RUNS = {
     "client-leaves": [
         ("press", "access point", "client-left",
          {"2.4 GHz": "client-left", "5 GHz": "nobody-came"},
-         '2.4 GHz: 02:00:00:00:02:00 ("phone") fell silent in the middle of the exchange. 5 '
+         '2.4 GHz: the "phone" (02:00:00:00:02:00) fell silent in the middle of the exchange. 5 '
          "GHz: nobody came within 148 s.",
          []),
     ],
@@ -107,8 +107,8 @@ RUNS = {
     "overlap": [
         ("press", "access point", "overlap",
          {"2.4 GHz": "overlap", "5 GHz": "overlap"},
-         "Two devices were in push-button mode at once: 02:00:00:00:02:00 (\"phone\") and "
-         "02:00:00:00:03:00 (\"tablet\").",
+         "Two devices were in push-button mode at once: the \"phone\" (02:00:00:00:02:00) and "
+         "the \"tablet\" (02:00:00:00:03:00).",
          []),
     ],
     "press-cancel-press": [

@@ -78,7 +78,12 @@ RE_DONE = [("script", "1 /etc/init.d/wps config_wifi"), ("command", WPA + "wlan1
 NOBODY = "Nobody came within 125 s."
 CASES = {
     "joined": (BEGUN + JOINED + ended(2, 4), "joined not-needed",
-               '2.4 GHz: %s ("phone") joined after 2.5 s. 5 GHz: not needed.' % MAC),
+               '2.4 GHz: the "phone" (%s) joined after 2.5 s. 5 GHz: not needed.' % MAC),
+    "joined by a device that calls itself like the end of a sentence": (
+        BEGUN + [seen(MAC, name='x" failed. 5 GHz: "y')] + JOINED[1:] + ended(2, 4),
+        "joined not-needed",
+        """2.4 GHz: the "x' failed. 5 GHz: 'y" (%s) joined after 2.5 s. 5 GHz: not """
+        "needed." % MAC),
     "joined, seen on the bus alone": (
         PRESS + [("bus", bus_wps(1, 11, 11)), (14.0, "bus", bus_wps(2, 12, 12)),
                  (15.0, "bus", bus_wps(2, 4, 2))], "not-needed joined",
@@ -98,8 +103,8 @@ CASES = {
         "joined not-needed", None),
     "key-unused": (BEGUN + JOINED[:-1] + ended(2, 4) + [(30.0, "watch", "stopped")],
                    "key-unused not-needed",
-                   '2.4 GHz: %s ("phone") received the key after 2.4 s, but was not seen to use '
-                   "it. 5 GHz: not needed." % MAC),
+                   '2.4 GHz: the "phone" (%s) received the key after 2.4 s, but was not seen to '
+                   "use it. 5 GHz: not needed." % MAC),
     "learnt": (REPEATER + STATIONS + [wifi("WPS-SUCCESS", "wlan1-vxd"),
                                       wifi("WPS-SUCCESS", "wlan0-vxd")] + RE_DONE, "learnt learnt",
                None),
@@ -130,19 +135,19 @@ CASES = {
     "overlap": (BEGUN + [seen(MAC), seen(OTHER, "another", name="tablet"),
                          wifi("WPS-OVERLAP-DETECTED"), wifi("WPS-OVERLAP-DETECTED", "wlan0")]
                 + FAILED, "overlap overlap",
-                'Two devices were in push-button mode at once: %s ("phone") and %s ("tablet").'
-                % (MAC, OTHER)),
+                'Two devices were in push-button mode at once: the "phone" (%s) and the '
+                '"tablet" (%s).' % (MAC, OTHER)),
     "overlap in an anonymous recording": (
         BEGUN + [seen("device-1", "uuid-1", name="name-1"),
                  seen("device-2", "uuid-2", name="name-2"),
                  wifi("WPS-OVERLAP-DETECTED"), wifi("WPS-OVERLAP-DETECTED", "wlan0")] + FAILED,
-        "overlap overlap", 'Two devices were in push-button mode at once: device-1 ("name-1") and '
-        'device-2 ("name-2").'),
+        "overlap overlap", 'Two devices were in push-button mode at once: the "name-1" (device-1) '
+        'and the "name-2" (device-2).'),
     "joined in an anonymous recording": (
         BEGUN + [seen("device-1", "uuid-1", name="name-1"),
                  (12.4, *wifi("WPS-REG-SUCCESS device-1 uuid-1")),
                  wifi("EAPOL-4WAY-HS-COMPLETED device-1")] + ended(2, 4), "joined not-needed",
-        '2.4 GHz: device-1 ("name-1") joined after 2.5 s. 5 GHz: not needed.'),
+        '2.4 GHz: the "name-1" (device-1) joined after 2.5 s. 5 GHz: not needed.'),
     "overlap by its error alone": (BEGUN + [wifi("WPS-FAIL msg=4 config_error=12")] + FAILED_LATE,
                                    "overlap nobody-came", None),
     "overlap on one band": (BEGUN + [wifi("WPS-OVERLAP-DETECTED")] + FAILED_LATE,
@@ -175,7 +180,7 @@ CASES = {
         "5 GHz: nobody came within 125 s."),
     "exchange-broke": (BEGUN + EXCHANGE + [wifi("WPS-FAIL msg=7 config_error=0")] + FAILED_LATE,
                        "exchange-broke nobody-came",
-                       '2.4 GHz: the exchange with %s ("phone") broke off at M3. 5 GHz: nobody '
+                       '2.4 GHz: the exchange with the "phone" (%s) broke off at M3. 5 GHz: nobody '
                        "came within 125 s." % MAC),
     "exchange-broke without a word": (
         BEGUN + EXCHANGE + [wifi("CTRL-EVENT-EAP-FAILURE " + MAC)] + FAILED_LATE,
@@ -193,8 +198,8 @@ CASES = {
         "The exchange with the root access point broke off at M7."),
     "client-left": (BEGUN + EXCHANGE + [wifi("AP-STA-DISCONNECTED " + MAC)] + FAILED_LATE,
                     "client-left nobody-came",
-                    '2.4 GHz: %s ("phone") left in the middle of the exchange. 5 GHz: nobody came '
-                    "within 125 s." % MAC),
+                    '2.4 GHz: the "phone" (%s) left in the middle of the exchange. 5 GHz: nobody '
+                    "came within 125 s." % MAC),
     "client-left by falling silent": (
         BEGUN + EXCHANGE + [wifi("CTRL-EVENT-EAP-TIMEOUT-FAILURE " + MAC)] + FAILED_LATE,
         "client-left nobody-came", None),
@@ -308,7 +313,7 @@ CASES = {
     "daemon-killed, seen by the next one": (BEGUN + [("start", "2 daemon 300")],
                                             "daemon-killed daemon-killed", None),
     "heard-only": (BEGUN + [seen(MAC)] + FAILED_LATE, "heard-only nobody-came",
-                   '2.4 GHz: %s ("phone") was heard in push-button mode, but began no exchange '
+                   '2.4 GHz: the "phone" (%s) was heard in push-button mode, but began no exchange '
                    "within 125 s. 5 GHz: nobody came within 125 s." % MAC),
     "a device that only looks around is not heard": (
         BEGUN + [seen(MAC, password=0)] + FAILED_LATE, "nobody-came nobody-came", NOBODY),

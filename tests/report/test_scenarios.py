@@ -92,7 +92,7 @@ def test_the_names_of_clients_stand_in_the_verdict(tmp_path):
     log = read(tmp_path)
     assert log.trouble == []
     assert attempts(log)[0].headline == (
-        '2.4 GHz: 02:00:00:00:02:00 ("phone") joined after 1.9 s. 5 GHz: not needed.')
+        '2.4 GHz: the "phone" (02:00:00:00:02:00) joined after 1.9 s. 5 GHz: not needed.')
 
 
 def test_a_device_called_like_an_event_changes_nothing():
