@@ -22,7 +22,7 @@ LOGGED = r"^(?:(?:[^\[]* )?kelm\[\d+\]: )?kelm"
 KIND_ROWS = [
     ("button", r"^wps pressed", PRESS),
     ("bus", r'^\{\s*"(gpio|wps_cli)"', PRESS),
-    (r"hostapd|root\d+", r"^\S+: (AP-ENABLED|WPS-(PBC|PIN)-ACTIVE)", BEGIN),
+    (r"hostapd|root\d+", r"^\S+: (AP-ENABLED|WPS-(PBC|PIN)-ACTIVE|CTRL-EVENT-EAP-STARTED)", BEGIN),
     (r"hostapd|root\d+", r"^\S+: (WPS-REG-SUCCESS|WPS-NEW-AP-SETTINGS|AP-STA-CONNECTED"
      r"|EAPOL-4WAY-HS-COMPLETED)", GOOD),
     (r"hostapd|root\d+", r"^\S+: (WPS-OVERLAP-DETECTED|WPS-FAIL|WPS-AP-SETUP-LOCKED"
