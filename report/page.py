@@ -91,6 +91,22 @@ def _kinds(picture):
             | {span.kind for lane in picture.lanes for span in lane.spans})
 
 
+def _verdict(log, verdict, ids, start_s):
+    """A verdict as the template shows it. ids: the place of each line on the page."""
+    state, word = STATES[verdict.good]
+    evidence, seen = [], set()
+    for event in verdict.evidence:
+        told = lanes.telling(log, event)
+        text = layout.cut(told[2] if told else lanes.plain(event), LONGEST_EVIDENCE)
+        if event in ids and text not in seen:
+            seen.add(text)
+            moment = _time_text(event, start_s) or "line %d" % event.number
+            evidence.append((ids[event], moment, text))
+    return {"bands": [verdict.band] if verdict.band else [], "state": state, "word": word,
+            "sentence": verdict.sentence, "cause": verdict.cause,
+            "evidence": evidence[:MOST_EVIDENCE]}
+
+
 def _together(verdicts):
     """Bands of which the same is to be said have one sentence."""
     found = []
@@ -180,6 +196,9 @@ class _LogView:
                              first if first is not None else _first_s(outside))
         self.outside_left_out = self.outside_count - len(self.outside)
         self.line_count += len(self.outside)
+        standing = finder.without_attempt(log) if not found else []
+        self.standing = [_verdict(log, one, ids, _first_s(outside)) for one in standing]
+        self.next = list(dict.fromkeys(one.advice for one in standing if one.advice))
         self.first = log.events[0].wall if log.events else ""
         self.files = [_FileView(path, told) for path, told in sorted(log.files.items())]
 
@@ -213,8 +232,9 @@ class _AttemptView:
         self._ids.update((event, row["id"]) for event, row in zip(shown_events, self.rows))
         self.filters = _filters(self.rows)
         self.kinds = _kinds(picture)
-        self.verdicts = _together([self._verdict(one) for one in attempt.bands.values()])
-        self.notes = [self._verdict(one) for one in attempt.notes]
+        self.verdicts = _together([_verdict(log, one, self._ids, attempt.start_s)
+                                   for one in attempt.bands.values()])
+        self.notes = [_verdict(log, one, self._ids, attempt.start_s) for one in attempt.notes]
         if not self.verdicts:
             self.verdicts, self.notes = self.notes, []
         self.next = _advice(attempt)
@@ -248,22 +268,6 @@ class _AttemptView:
         """The lines behind a mark in the picture."""
         found = [event for mark in placed.marks for event in [mark.event, *mark.more]]
         return [self._ids[event] for event in found if event in self._ids]
-
-    def _verdict(self, verdict):
-        state, word = STATES[verdict.good]
-        evidence, seen = [], set()
-        for event in verdict.evidence:
-            told = lanes.telling(self.log, event)
-            text = layout.cut(told[2] if told else lanes.plain(event), LONGEST_EVIDENCE)
-            if event in self._ids and text not in seen:
-                seen.add(text)
-                evidence.append((self._ids[event], self._moment(event), text))
-        return {"bands": [verdict.band] if verdict.band else [], "state": state, "word": word,
-                "sentence": verdict.sentence, "cause": verdict.cause,
-                "evidence": evidence[:MOST_EVIDENCE]}
-
-    def _moment(self, event):
-        return _time_text(event, self.attempt.start_s) or "line %d" % event.number
 
 
 class _FileView:

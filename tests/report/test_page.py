@@ -292,6 +292,24 @@ def test_a_log_without_an_attempt_shows_its_lines(browser, monkeypatch):
     assert browser.run(looks.STUMBLES) == [] and browser.messages() == []
 
 
+def test_a_log_without_an_attempt_says_why_a_press_would_have_come_to_nothing(browser):
+    log = log_of([(3.0, "start", "1 daemon 283"), (4.0, "exit", "1 daemon 283 status 255")])
+    browser.show(page.render([log], "made"))
+    assert browser.run("return [...document.querySelectorAll('.verdict .bands > li')].map("
+                       "one => one.dataset.cause)") == ["no-daemon"]
+    text = browser.run("return document.querySelector('.verdict').innerText")
+    assert "A press would have come to nothing:" in text
+    assert "The daemon was not running; its start had failed" in text
+    assert "Start the service and read its first lines in the log." in text
+    browser.run("document.querySelector('.verdict .evidence a').click()")
+    assert browser.run("return document.activeElement.innerText").endswith(
+        "exit 1 daemon 283 status 255")
+    for width in WIDTHS:
+        browser.look(width)
+        assert browser.run(looks.OUTSIDE) == [], width
+    assert browser.run(looks.STUMBLES) == [] and browser.messages() == []
+
+
 def test_an_empty_log_makes_a_page(browser, monkeypatch):
     browser.show(rendered(monkeypatch, log_of([], trouble=["The file is empty."])))
     assert "The file is empty." in browser.run("return document.body.innerText")
