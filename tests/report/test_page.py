@@ -287,7 +287,8 @@ def test_a_log_without_times_is_told_in_its_order(browser, monkeypatch):
 
 def test_a_log_without_an_attempt_shows_its_lines(browser, monkeypatch):
     browser.show(rendered(monkeypatch, log_of([(0.0, "hostapd", "wlan1: AP-ENABLED", "2.4 GHz")])))
-    assert "No attempt was found in it." in browser.run("return document.body.innerText")
+    text = browser.run("return document.body.innerText")
+    assert "No attempt was found in it." in text and "All lines\n1 line\n" in text
     assert browser.run("return document.querySelectorAll('tbody tr').length") == 1
     assert browser.run(looks.STUMBLES) == [] and browser.messages() == []
 
