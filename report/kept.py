@@ -44,8 +44,6 @@ def hidden(source, text):
     found = _SYSTEM_LOG.match(text) if source in ("log", "console") else None
     if found:
         return found[0] + _of_system_log(found[2], text[found.end():])
-    if source == "log":
-        return _left_out(text)
     return _hidden(re.sub(r"\A(client|root)[0-9]+\Z", r"\1", source), text, 0)
 
 

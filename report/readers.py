@@ -132,11 +132,7 @@ def _text(value, longest=256):
 
 
 def _event(time_s, source, text, number, band="", wall="", iface=""):
-    if source == "log" and text.startswith("kelm: "):
-        shown = "kelm: " + kept.hidden("service", text.removeprefix("kelm: "))
-    else:
-        shown = kept.hidden(source, text)
-    return Event(time_s, source, band, visible(shown), number, wall, iface)
+    return Event(time_s, source, band, visible(kept.hidden(source, text)), number, wall, iface)
 
 
 # --- Recordings ---

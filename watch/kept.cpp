@@ -15,7 +15,6 @@ namespace {
 constexpr int DEEPEST = 4;  // rows that hand the rest to other rows
 constexpr size_t WORD_MAX_LENGTH = 32;
 constexpr size_t DIGITS_MAX = 6;  // fewer than a PIN has
-constexpr int LOG_WORDS_MAX = 8;  // before the name of the program, in a line of the system's log
 
 struct kept_row {
     const char *source;
@@ -214,36 +213,6 @@ void _keep(keeper *to, text_span source, text_span text, int depth)
     _leave_out(to, text);
 }
 
-// "daemon.info"
-bool _is_facility(text_span word)
-{
-    const auto *dot = static_cast<const char *>(memchr(word.at, '.', word.length));
-    if (dot == nullptr || dot == word.at || dot + 1 == word.at + word.length)
-        return false;
-    for (size_t i = 0; i < word.length; ++i) {
-        const char c = word.at[i];
-        const bool is_digit_of_local = is_digit(c) && word.at + i + 1 == dot;
-        if ((c < 'a' || c > 'z') && word.at + i != dot && !is_digit_of_local)
-            return false;
-    }
-    return true;
-}
-
-// Takes the first word and the blanks behind it off the text.
-text_span _take_word(text_span *text)
-{
-    text_span word = {text->at, 0};
-    while (word.length < text->length && text->at[word.length] != ' ')
-        ++word.length;
-    text->at += word.length;
-    text->length -= word.length;
-    while (text->length > 0 && text->at[0] == ' ') {
-        ++text->at;
-        --text->length;
-    }
-    return word;
-}
-
 }  // namespace
 
 void watch_keep(const char *source, text_span text, watch_aliases *aliases, text_out *out,
@@ -258,21 +227,6 @@ void watch_keep(const char *source, text_span text, watch_aliases *aliases, text
     out->add('[');
     out->add_number(text.length);
     out->add(" bytes]");
-}
-
-text_span watch_console_line(text_span line)
-{
-    text_span rest = line;
-    for (int i = 0; i < LOG_WORDS_MAX && rest.length > 0; ++i) {
-        if (!_is_facility(_take_word(&rest)))
-            continue;
-        watch_match found = {};
-        if (!watch_fits("^kelm[{number}]: kelm[{word}]: {rest}", rest, &found))
-            return line;
-        const char *begin = found.covered[1].text.at - strlen("kelm[");
-        return {begin, static_cast<size_t>(line.at + line.length - begin)};
-    }
-    return line;
 }
 
 }  // namespace kelm

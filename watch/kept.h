@@ -13,8 +13,4 @@ namespace kelm {
 void watch_keep(const char *source, text_span text, watch_aliases *aliases, text_out *out,
                 text_span *iface);
 
-// What of a line of the system's log the daemon has written, "kelm[FUNCTION:LINE]: text"; a line of
-// its console is that already. Any other line stays as it is.
-text_span watch_console_line(text_span line);
-
 }  // namespace kelm

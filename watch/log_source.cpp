@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The daemon's log, where somebody keeps it: a file that is followed, a FIFO, or standard input.
-// Lines of other programs are passed over.
+// Lines of other programs are passed over, but what the scripts for stock OpenWrt say of kelm.
 #include <cerrno>
 #include <cstring>
 
@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "core/handle.h"
+#include "watch/log_line.h"
 #include "watch/source.h"
 #include "watch/tell.h"
 
@@ -33,32 +34,11 @@ char line[LINE_SIZE];
 size_t length = 0;
 bool skipping = false;  // the rest of a line that was cut
 
-// Where "kelm[FUNCTION:NUMBER]: " begins, or null.
-const char *_find_log_text(const char *text, const char *end)
-{
-    for (const char *at = text; at < end; ++at) {
-        at = static_cast<const char *>(memchr(at, 'k', static_cast<size_t>(end - at)));
-        if (at == nullptr || end - at < 6)
-            return nullptr;
-        if (memcmp(at, "kelm[", 5) != 0)
-            continue;
-        const char *mark = at + 5;
-        while (mark < end && *mark != ':' && *mark != ']' && *mark > ' ')
-            ++mark;
-        if (mark < end && *mark == ':')  // else it is the number of a process
-            return at;
-    }
-    return nullptr;
-}
-
 void _end_line()
 {
-    const char *text = _find_log_text(line, line + length);
-    const char *end = line + length;
-    while (text != nullptr && end > text && (end[-1] == '\r' || end[-1] == ' '))
-        --end;
-    if (text != nullptr)
-        watch_tell("console", "", text, static_cast<size_t>(end - text));
+    const watch_log_line read = watch_read_log_line({line, length});
+    if (read.source != nullptr)
+        watch_tell(read.source, "", read.text.at, read.text.length);
     length = 0;
 }
 

@@ -127,9 +127,7 @@ void _tell_trouble(const char *trouble)
 void watch_tell(const char *source, const char *iface, const char *text, size_t length)
 {
     const watch_moment now = watch_now();
-    text_span line = {text, length < WATCH_TEXT_SIZE ? length : WATCH_TEXT_SIZE};
-    if (strcmp(source, "console") == 0)
-        line = watch_console_line(line);
+    const text_span line = {text, length < WATCH_TEXT_SIZE ? length : WATCH_TEXT_SIZE};
 
     static char kept_buffer[KEPT_SIZE];
     static char alias_buffer[KEPT_SIZE];

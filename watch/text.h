@@ -56,8 +56,8 @@ public:
     bool full() const { return full_; }
 
 private:
-    char *buffer_;
-    size_t size_;
+    char *buffer_ = nullptr;
+    size_t size_ = 0;
     size_t length_ = 0;
     bool full_ = false;
 };

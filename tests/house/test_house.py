@@ -37,7 +37,7 @@ FLOOR_OF = {room: floor for floor, rooms in FLOORS.items() for room in rooms}
 WATCH_FLOORS = {
     1: ("watch/text", "watch/options", "watch/queue"),
     2: ("watch/pattern", "watch/members", "watch/aliases"),
-    3: ("watch/kept", "watch/words"),
+    3: ("watch/kept", "watch/log_line", "watch/words"),
     4: ("watch/bands", "watch/recording", "watch/screen", "watch/tell", "watch/outputs"),
     5: ("watch/source", "watch/sources", "watch/run", "watch/bus_source", "watch/ctrl_sources",
         "watch/file_source", "watch/log_source", "watch/process_source"),

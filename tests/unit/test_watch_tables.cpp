@@ -8,6 +8,7 @@
 
 #include "config/json_file.h"
 #include "watch/kept.h"
+#include "watch/log_line.h"
 #include "watch/pattern.h"
 #include "watch/tell.h"
 #include "watch/words.h"
@@ -97,7 +98,7 @@ TEST(watch_tables, the_words_of_a_line)
     }
 }
 
-// As kelm-watch tells them: the system's log is a console, clients and roots are not seen.
+// As kelm-watch tells them; clients and roots are not seen.
 TEST(watch_tables, no_secret_is_left_in_any_line)
 {
     const std::vector<std::string> secrets = lines_of("secrets.txt");
@@ -110,9 +111,9 @@ TEST(watch_tables, no_secret_is_left_in_any_line)
         while (source.size() > 1 && isdigit(source.back()))
             source.pop_back();
         if (source == "log") {
-            source = "console";
-            const text_span cut = watch_console_line(part(text));
-            text = std::string(cut.at, cut.length);
+            const watch_log_line read = watch_read_log_line(part(text));
+            source = read.source != nullptr ? read.source : "log";
+            text = std::string(read.text.at, read.text.length);
         }
         const std::string left = kept(source, text);
         EXPECT_EQ(kept(source, left), left);
@@ -127,34 +128,63 @@ TEST(watch_tables, no_secret_is_left_in_any_line)
 
 struct log_case {
     const char *line;
-    const char *left;
+    const char *source;  // "": somebody else's
+    const char *text;
 };
 
 const log_case log_cases[] = {
-    {"kelm[main:51]: kelm 0.9.0", "kelm[main:51]: kelm 0.9.0"},
-    {"Nov 22 12:04:45 (none) daemon.info kelm[283]: kelm[main:51]: kelm 0.9.0",
+    {"kelm[main:51]: kelm 0.9.0", "console", "kelm[main:51]: kelm 0.9.0"},
+    {"kelm[main:51]: kelm 0.9.0 \r", "console", "kelm[main:51]: kelm 0.9.0"},
+    {"[   12.345] kelm[main:51]: kelm 0.9.0", "console", "kelm[main:51]: kelm 0.9.0"},
+    {"Nov 22 12:04:45 (none) daemon.info kelm[283]: kelm[main:51]: kelm 0.9.0", "console",
      "kelm[main:51]: kelm 0.9.0"},
-    {"Sun Nov 22 12:04:45 2026 daemon.info kelm[283]: kelm[main:51]: kelm 0.9.0",
+    {"Sun Nov 22 12:08:30 2026 daemon.notice kelm[123]: kelm[main:51]: kelm 0.9.0", "console",
      "kelm[main:51]: kelm 0.9.0"},
+    {"Sun Nov  2 12:08:30 2026 [1234.567] daemon.notice kelm[123]: kelm[main:51]: a", "console",
+     "kelm[main:51]: a"},
     {"Nov  2 12:04:45 host local0.info kelm[283]: kelm[main:51]: a kelm[1]: kelm[x:1]: b",
-     "kelm[main:51]: a kelm[1]: kelm[x:1]: b"},
+     "console", "kelm[main:51]: a kelm[1]: kelm[x:1]: b"},
+    {"Nov 22 12:04:45 kelm[283]: kelm[main:51]: a", "console", "kelm[main:51]: a"},
+    {"Nov 22 12:04:45.123 elm-1 kelm: kelm[main:51]: a", "console", "kelm[main:51]: a"},
+    {"Sun Nov 22 12:08:30 2026 daemon.notice kelm: 5 GHz: the network is hidden", "log",
+     "kelm: 5 GHz: the network is hidden"},
+    {"Sun Nov 22 12:08:30 2026 user.notice kelm: ready on 2.4 GHz\n", "log",
+     "kelm: ready on 2.4 GHz"},
     // Somebody else's line does not become the daemon's by what it quotes.
-    {"Nov 22 12:04:45 (none) daemon.info hostapd: kelm[283]: kelm[main:51]: wps Timeout",
-     "Nov 22 12:04:45 (none) daemon.info hostapd: kelm[283]: kelm[main:51]: wps Timeout"},
-    {"Nov 22 12:04:45 (none) daemon.notice kelm: ready",
-     "Nov 22 12:04:45 (none) daemon.notice kelm: ready"},
-    {"a b c d e f g h daemon.info kelm[1]: kelm[x:1]: y",
-     "a b c d e f g h daemon.info kelm[1]: kelm[x:1]: y"},
-    {"", ""},
-    {"daemon.info", "daemon.info"},
-    {"Nov .info kelm[1]: kelm[x:1]: y", "Nov .info kelm[1]: kelm[x:1]: y"},
+    {"Nov 22 12:04:45 (none) daemon.info hostapd: kelm[283]: kelm[main:51]: wps Timeout", "", ""},
+    {"Nov 22 12:04:45 hostapd: kelm[283]: kelm[main:51]: wps Timeout", "", ""},
+    {"Sun Nov 22 12:08:30 2026 daemon.notice hostapd: wlan1: STA kelm[x:1]: wps Timeout", "", ""},
+    {"wlan1: WPS-ENROLLEE-SEEN a [kelm[x:1]: wps Timeout]", "", ""},
+    {"wlan1: a daemon.info kelm[1]: kelm[x:1]: wps Timeout", "", ""},
+    {"wlan1: a daemon.info kelm: 5 GHz: the network is hidden", "", ""},
+    {"Nov 22 12:04:45 wlan1: daemon.info kelm[1]: kelm[x:1]: wps Timeout", "", ""},
+    {"Nov 22 12:04:45 a b daemon.info kelm[1]: kelm[x:1]: wps Timeout", "", ""},
+    {"[a] kelm[x:1]: y", "", ""},
+    {"[12.] kelm[x:1]: y", "", ""},
+    {" kelm[x:1]: y", "", ""},
+    {"kelm: 5 GHz: the network is hidden", "", ""},
+    {"Nov 22 12:04:45 (none) daemon.info kelm[283]: what a command prints", "", ""},
+    {"kelm[283]: kelm[main:51]: a", "", ""},
+    {"kelm[1x:1]: a", "", ""},
+    {"kelm[x:]: a", "", ""},
+    {"kelm[x:1", "", ""},
+    {"kelm[", "", ""},
+    {"Sun", "", ""},
+    {"Nov 22 12:04:45", "", ""},
+    {"Nov 22 12:04:45 2026 ", "", ""},
+    {"daemon.info", "", ""},
+    {"Nov .info kelm[1]: kelm[x:1]: y", "", ""},
+    {"", "", ""},
 };
 
-TEST(watch_tables, a_line_of_the_systems_log_is_the_daemons_behind_its_name)
+TEST(watch_tables, a_line_of_a_log_is_the_daemons_at_its_begin_or_behind_the_head_of_a_log)
 {
     for (const log_case &row : log_cases) {
-        const text_span cut = watch_console_line(span_of(row.line));
-        EXPECT_EQ(std::string(cut.at, cut.length), row.left);
+        const watch_log_line read = watch_read_log_line(span_of(row.line));
+        EXPECT_STREQ(read.source != nullptr ? read.source : "", row.source) << row.line;
+        if (read.source != nullptr) {
+            EXPECT_EQ(std::string(read.text.at, read.text.length), row.text);
+        }
     }
 }
 

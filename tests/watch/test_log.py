@@ -31,6 +31,8 @@ def test_a_file_is_followed_from_its_end(seen):
     (f'[   12.345] {LINE}', LINE),
     (f'Sun Nov 22 12:00:00 2026 daemon.info kelm[284]: {LINE}\r', LINE),
     ('hostapd: passphrase is under the old elm', None),
+    (f'Sun Nov 22 12:00:00 2026 daemon.notice hostapd: wlan1: STA [{LINE}]', None),
+    (f'wlan1: WPS-ENROLLEE-SEEN [daemon.info kelm[284]: {LINE}', None),
     ('kelm[284]: no function', None),
     ('', None),
 ])
@@ -38,6 +40,17 @@ def test_a_line_is_told_from_its_function_on_and_others_are_not(seen, line, told
     append(f'{line}\nkelm[main:99]: kelm_flag: 0\n')
     seen.wait('console', 'kelm[main:99]')
     assert seen.texts('console') == ([told] if told else []) + ['kelm[main:99]: kelm_flag: 0']
+
+
+def test_what_the_stock_service_says_is_told_as_the_system_log_has_it(seen):
+    """Why a band has no WPS stands there alone."""
+    append('Sun Nov 22 12:00:00 2026 daemon.notice kelm: 5 GHz: the network is hidden\n'
+           'Sun Nov 22 12:00:01 2026 daemon.notice kelm: passphrase is under the old elm\n'
+           'Sun Nov 22 12:00:02 2026 daemon.notice hostapd: kelm: 5 GHz: the network is hidden\n'
+           'Sun Nov 22 12:00:03 2026 daemon.notice kelm: ready on 2.4 GHz\n')
+    seen.wait('log', 'kelm: ready on 2.4 GHz')
+    assert seen.texts('log') == ['kelm: 5 GHz: the network is hidden', 'kelm: [31 bytes]',
+                                 'kelm: ready on 2.4 GHz']
 
 
 def test_a_line_that_comes_in_pieces_is_one_line(seen):
