@@ -28,10 +28,12 @@ class Player:
         self._build = build_folder
         self._screen = screen
         self._folders = []
+        self._left = 0  # that are still to be played
         self._begun = time.monotonic()
         self.failed = []
 
     def play(self, rows):
+        self._left = len(rows)
         for number, row in enumerate(rows, 1):
             self._play_one(row, "%d of %d: %s" % (number, len(rows), row.name))
 
@@ -39,6 +41,7 @@ class Player:
         begun = time.monotonic()
         self._screen.rewrite(heading)
         outcome = play.play(row, self._build, _View(self._screen, heading))
+        self._left -= 1
         good = not outcome.failures()
         if not good:
             self.failed.append(row.name)
@@ -59,8 +62,11 @@ class Player:
         good = len(self._folders) - len(self.failed)
         text = "%d of %d scenarios passed in %.0f minutes" % (
             good, len(self._folders), (time.monotonic() - self._begun) / 60)
-        self._screen.line("\n%s%s" % (text, "; failed: %s." % ", ".join(self.failed)
-                                      if self.failed else "."))
+        if self.failed:
+            text += "; failed: %s" % ", ".join(self.failed)
+        if self._left:
+            text += "; %d were not played" % self._left
+        self._screen.line("\n%s." % text)
         try:
             path = pages.write_index(self._folders, os.path.join(self._build, "router"))
             self._screen.line("The pictures: %s" % shown_path(path))

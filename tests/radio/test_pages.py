@@ -64,6 +64,23 @@ def test_each_scenario_has_its_line_and_a_failing_one_stops_nobody(played):
     assert player.failed == ["two"]
 
 
+def test_an_interruption_tells_what_was_not_played_and_leaves_the_page(tmp_path, monkeypatch):
+    def interrupted_at_the_second(row, build, _view):
+        if row.name == "two":
+            raise KeyboardInterrupt
+        return leave_run(build, row)
+    monkeypatch.setattr(all_scenarios.play, "play", interrupted_at_the_second)
+    out = io.StringIO()
+    player = all_scenarios.Player(str(tmp_path), screen.Screen(out, {}))
+    with pytest.raises(KeyboardInterrupt):
+        player.play(ROWS)
+    player.finish(os.path.basename)
+    assert out.getvalue().splitlines()[-2:] == [
+        "1 of 1 scenarios passed in 0 minutes; 2 were not played.", "The pictures: index.html"]
+    assert re.findall(r"(Passed|Failed): ", (tmp_path / "router/index.html").read_text(
+        encoding="utf-8")) == ["Passed"]
+
+
 def test_each_run_has_a_page_and_the_index_leads_there(played):
     _, _, folder = played
     index = (folder / "index.html").read_text(encoding="utf-8")
