@@ -22,7 +22,8 @@ MOST_TOLD = 12  # lines that one mark's hint holds
 
 METHODS = {"press": "Push-button attempt", "PIN": "PIN attempt",
            "registrar": "Attempt of an external registrar", "request": "Attempt"}
-STATES = {True: ("good", "Joined"), False: ("bad", "Failed"), None: ("idle", "Not concerned")}
+# The classes, and what a screen reader says in place of the sign.
+STATES = {True: ("good", "Worked"), False: ("bad", "Failed"), None: ("idle", "Note")}
 KIND_NAMES = {events.RECORDING: "recording of kelm-watch", events.RUN: "run of the virtual router",
               events.CONSOLE: "console log"}
 

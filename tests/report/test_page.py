@@ -78,6 +78,15 @@ def test_the_measure_of_contrast_is_the_known_one(colours, value):
     assert round(contrast(*colours), 2) == value
 
 
+@pytest.mark.parametrize("name, words", [
+    ("push-button", ["Worked: ", "Note: "]), ("hidden", ["Failed: ", "Failed: "]),
+    ("wpa3-only", ["Note: ", "Note: "]), ("access-point-pin", ["Worked: "])])
+def test_each_sign_has_its_word_for_a_screen_reader(browser, name, words):
+    browser.show(sample_page(name))
+    assert browser.run("return [...document.querySelectorAll('.sentence .unseen')].map("
+                       "one => one.textContent)") == words
+
+
 def test_nothing_is_fetched(browser):
     browser.show(sample_page("push-button"))
     assert [url for url in browser.requests() if not url.endswith("/page.html")] == []
