@@ -40,8 +40,9 @@ constexpr int EVENTS_MAX = 64;  // taken at a time
 constexpr int EVENTS_BETWEEN_DRAINS = 8;
 constexpr int CONNECTOR_ROOM = 1024 * 1024;  // the kernel's; a busy device starts many programs
 constexpr int64_t IDLE_LOOK_MS = 500;
-constexpr int64_t ATTEMPT_LOOK_MS = 20;
-constexpr int64_t SETTLED_MS = 400;  // what goes into the background has done so by then
+constexpr int64_t CHILDREN_LOOK_MS = 20;  // while an attempt runs: a file a thread of the daemon
+constexpr int64_t ATTEMPT_LOOK_MS = 200;  // the same where all of "/proc" has to be read for it
+constexpr int64_t SETTLED_MS = 400;       // what goes into the background has done so by then
 constexpr int64_t LOSS_TOLD_MS = 5000;
 
 enum class kind {
@@ -472,6 +473,81 @@ void _look_at_proc()
     }
 }
 
+// Whether the kernel lists the children of a thread. Many that are built for routers do not.
+bool _lists_children()
+{
+    static const bool has_list = [] {
+        char path[64];
+        const int own = static_cast<int>(::getpid());
+        snprintf(path, sizeof path, "/proc/self/task/%d/children", own);
+        return ::access(path, R_OK) == 0;
+    }();
+    return has_list;
+}
+
+void _see_children(int folder, const char *thread, const traced &daemon)
+{
+    char path[64];
+    char list[512];  // of the numbers of some fifty processes
+    snprintf(path, sizeof path, "%.32s/children", thread);
+    const unique_fd file(::openat(folder, path, O_RDONLY | O_CLOEXEC));
+    const ssize_t length = file.valid() ? ::read(file.get(), list, sizeof list - 1) : -1;
+    list[length > 0 ? length : 0] = '\0';
+    char *end = list;
+    for (char *at = list;; at = end) {
+        const auto pid = static_cast<pid_t>(strtol(at, &end, 10));
+        if (end == at || *end != ' ')
+            return;  // no more, or a number that was cut
+        const traced *known = _find(pid);
+        const bool is_told = known != nullptr && known->told;
+        if (!is_told && _read_words(pid) && !_is_daemon())
+            _see_child(pid, daemon);
+    }
+}
+
+// False when there is none, or one is gone.
+bool _look_at_children()
+{
+    bool found = false;
+    for (const traced &one : table) {
+        if (one.is != kind::daemon)
+            continue;
+        char path[64];
+        snprintf(path, sizeof path, "/proc/%d/task", static_cast<int>(one.pid));
+        const unique_folder threads(::opendir(path));
+        if (!threads)
+            return false;
+        found = true;
+        while (const dirent *entry = ::readdir(threads.get())) {
+            if (entry->d_name[0] != '.')
+                _see_children(::dirfd(threads.get()), entry->d_name, one);
+        }
+    }
+    return found;
+}
+
+// Returns when to look again.
+int64_t _look_around(int64_t now_ms)
+{
+    static int64_t looked_ms = -IDLE_LOOK_MS;
+    static int64_t children_ms = 0;
+    const bool is_close = watch_attempt_runs();
+    const bool by_list = is_close && _lists_children();
+    const int64_t pause_ms = is_close && !by_list ? ATTEMPT_LOOK_MS : IDLE_LOOK_MS;
+    bool is_due = now_ms >= looked_ms + pause_ms;
+    if (by_list && !is_due && now_ms >= children_ms + CHILDREN_LOOK_MS) {
+        is_due = !_look_at_children() && now_ms >= looked_ms + ATTEMPT_LOOK_MS;
+        children_ms = now_ms;
+    }
+    if (is_due) {
+        _look_at_proc();
+        looked_ms = children_ms = now_ms;
+    }
+    const int64_t next_ms = looked_ms + pause_ms;
+    return by_list && children_ms + CHILDREN_LOOK_MS < next_ms ? children_ms + CHILDREN_LOOK_MS
+                                                               : next_ms;
+}
+
 // A daemon that is there already, and those that events were lost of.
 void _look_for_daemons()
 {
@@ -625,7 +701,6 @@ void _take(const pollfd *set, size_t count)
 
 int64_t _look(int64_t now_ms)
 {
-    static int64_t looked_ms = -IDLE_LOOK_MS;
     if (connector.valid()) {
         static bool has_looked = false;
         if (!has_looked || lost_some)
@@ -642,12 +717,7 @@ int64_t _look(int64_t now_ms)
         }
         return now_ms + IDLE_LOOK_MS;
     }
-    const int64_t pause_ms = watch_attempt_runs() ? ATTEMPT_LOOK_MS : IDLE_LOOK_MS;
-    if (now_ms >= looked_ms + pause_ms) {
-        _look_at_proc();
-        looked_ms = now_ms;
-    }
-    return looked_ms + pause_ms;
+    return _look_around(now_ms);
 }
 
 void _close()

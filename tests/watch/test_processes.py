@@ -4,6 +4,7 @@ import ctypes
 import os
 import signal
 import subprocess
+import time
 
 import pytest
 
@@ -108,6 +109,46 @@ def test_what_the_kernel_does_not_tell_is_seen_by_looking(router, looking):
     router.request(action=CANCEL)
     router.daemon.send(signal.SIGKILL)
     assert looking.wait('exit', '1 daemon') == f'1 daemon {pid} gone'
+
+
+def count_processes():
+    return sum(name.isdigit() for name in os.listdir('/proc'))
+
+
+def reads_of(pid):
+    """How many calls of read(2) it has made so far, and its processor time in ticks."""
+    with open(f'/proc/{pid}/io', encoding='ascii') as file:
+        calls = dict(line.split(': ') for line in file)
+    with open(f'/proc/{pid}/stat', encoding='utf-8') as file:
+        ticks = file.read().rpartition(')')[2].split()[11:13]
+    return int(calls['syscr']), sum(map(int, ticks))
+
+
+def test_looking_during_an_attempt_does_not_read_all_of_proc_each_time(router, looking):
+    """A slow router has a hundred processes, and the daemon has few children."""
+    if not os.path.exists('/proc/self/io'):
+        pytest.skip('this kernel does not count what a process reads')
+    others = [subprocess.Popen(['/bin/sleep', '600']) for _ in range(100)]
+    try:
+        router.start()
+        looking.wait('start', '1 daemon')
+        router.press_and_wait_started()
+        looking.wait('file', '/tmp/wpsactive 1')
+        before = reads_of(looking.pid)
+        begin = time.monotonic()
+        processes = 0
+        while time.monotonic() < begin + 2:  # what it reads in this time is what is measured
+            processes = max(processes, count_processes())
+            time.sleep(0.05)
+        after = reads_of(looking.pid)
+        rate = (after[0] - before[0]) / (time.monotonic() - begin)
+        router.request(action=CANCEL)
+    finally:
+        for other in others:
+            other.kill()
+            other.wait()
+    # A few times a second all of them; fifty times a second the daemon's threads, for their children.
+    assert rate < 8 * processes + 1000, (rate, processes, after[1] - before[1])
 
 
 def test_a_stranger_that_calls_itself_kelm_is_no_daemon(router, seen):
