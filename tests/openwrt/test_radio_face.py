@@ -153,6 +153,19 @@ def test_a_handler_is_called_again_unless_another_event_comes_first(face, after,
     assert face.read('/run/called').splitlines() == called
 
 
+def test_an_event_that_comes_before_the_wait_has_a_group_of_its_own_ends_it_too(face):
+    """As on a machine with much to do: setsid is not through when the next event is there."""
+    face.write('/usr/sbin/setsid', '#!/bin/sh\n'
+               'while [ ! -e /run/go-on ]; do sleep 0.02; done\n'
+               'echo late >>/run/called\nexec /usr/bin/setsid "$@"\n', 0o755)
+    face.write('/etc/rc.button/wps', '#!/bin/sh\necho "$ACTION" >>/run/called\n'
+               '[ "$ACTION" != pressed ] || exit 1\n', 0o755)
+    face.run('/usr/lib/router/button wps pressed 0; waits=$(cat /run/button-wps.timer); '
+             '/usr/lib/router/button wps released 0; : >/run/go-on; '
+             'while [ -e "/proc/$waits/exe" ]; do sleep 0.02; done')
+    assert face.read('/run/called').splitlines() == ['pressed', 'released']
+
+
 @pytest.mark.parametrize('radio, band', [('radio0', '2412 2437 2462'),
                                          ('radio1', '5180 5200 5220')])
 def test_a_station_hears_the_band_of_its_radio(face, radio, band):
