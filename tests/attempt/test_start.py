@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from router import VERSION_LINE, hostapd_cli, settings_line
+from router import AP_MODE, REPEATER_MODE, VERSION_LINE, hostapd_cli, settings_line
 from world import wait_for
 
 PIN_OFF = [hostapd_cli('2g', 'wps_ap_pin disable'), hostapd_cli('5g', 'wps_ap_pin disable')]
@@ -168,6 +168,28 @@ def test_hostapd_not_there_at_start_ends_the_daemon(router):
     ]
     assert os.path.lexists('/tmp/kelm.pid') is False
     assert router.commands() == PIN_OFF
+
+
+@pytest.mark.parametrize('mode, band_set, mask', [
+    (AP_MODE, 3, 7), (AP_MODE, 3, 4), (AP_MODE, 4, 11), (AP_MODE, 5, 8),
+    (REPEATER_MODE, 3, 7), (REPEATER_MODE, 4, 11)])
+def test_a_bit_of_a_band_without_an_interface_ends_the_start(router, mode, band_set, mask):
+    """5g2 and 6g: there is no name of an interface for them, and so no socket."""
+    router.configure(mode=mode, band_set=band_set, available=mask, stations=mask)
+    router.start_bus()
+    router.add_hostapd('2g', '5g')
+    router.add_supplicant('2g', '5g')
+    assert router.launch().wait_exit(poke=False) == 255
+    assert router.console.lines()[-3:] == [
+        "Can't open event ctrl", 'worker socket init failed', 'kelm open failed.']
+    assert not os.path.lexists('/tmp/kelm.pid')
+
+
+def test_a_bit_of_a_band_that_the_device_has_not_does_not_count(router):
+    router.configure(band_set=2, available=15)
+    router.start()
+    router.press_and_wait_started()
+    assert router.events() == [(1, 11, 11, 0)]
 
 
 @pytest.mark.parametrize('reply', ['FAIL\n', 'UNKNOWN COMMAND\n', 'OK', 'OK\n\n', ''])
