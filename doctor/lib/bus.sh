@@ -79,14 +79,8 @@ parent_of() { sed -n 's/^PPid:[^0-9]*//p' "/proc/$1/status" 2> /dev/null; }
 
 is_child_of() { [ "$(parent_of "$1")" = "$2" ]; }
 
-# has_child PROCESS
-has_child() {
-	local process
-	for process in /proc/[0-9]*; do
-		! is_child_of "${process#/proc/}" "$1" || return 0
-	done
-	return 1
-}
+# has_child PROCESS: by one program for all processes, for there may be many.
+has_child() { grep -qs "^PPid:[^0-9]*$1\$" /proc/[0-9]*/status; }
 
 # --- The button ---
 
@@ -206,7 +200,7 @@ print_event() {
 		type=${1#*'"type":'}
 		type=${type%%[,\}]*}
 		type=${type#'"'}
-		echo "press:${type%'"'}"
+		printf 'press:%s\n' "${type%'"'}"
 		press=1
 		;;
 	'{ "gpio":'*) echo bare ;;

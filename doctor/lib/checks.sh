@@ -22,6 +22,7 @@ file-owners       both   files          check_owners
 interface         both   interfaces     check_interfaces
 build             stock  wifi_daemons   check_build
 answers           both   wifi_daemons   check_answers
+hostapd-file      both   networks       check_hostapd_file
 hidden            both   networks       check_hidden
 backhaul          both   networks       check_backhaul
 encryption        both   networks       check_encryption

@@ -11,17 +11,21 @@ LASTING='wps=1 00:00:00:00:00:00 '
 check_key() { each_net look_at_keys; }
 
 look_at_keys() {
-	local kind mode links owner
+	local kind mode links owner file
 	[ -n "$bss_file" ] || return 0
 	# The service sees to the keys of what it can serve.
 	[ "$face" = maker ] || ! has_word "$bad_networks" "$1" || return 0
 	if [ -z "$bss_psk_file" ]; then
 		ok key "$1" 'each device gets the key of the network, which lasts'
-	elif ! look_at "$bss_psk_file"; then
+		return
+	fi
+	# hostapd follows links, whosever they are.
+	file=$(readlink -f "$bss_psk_file") || file=$bss_psk_file
+	if ! look_at "$file"; then
 		fault key "$1" "hostapd has a file of keys that is not there, $(quoted "$bss_psk_file"); $(key_cure)"
 	elif [ "$kind" != file ]; then
 		fault key "$1" "the file of keys, $(quoted "$bss_psk_file"), is a $kind; $(key_cure)"
-	elif [ ! -r "$bss_psk_file" ]; then
+	elif [ ! -r "$file" ]; then
 		warning key "$1" 'the file of keys cannot be read by this user; run kelm-doctor as root'
 	elif hands_out_own_key; then
 		ok key "$1" 'each device gets the key of the network, by a line in the file of keys'
@@ -30,23 +34,22 @@ look_at_keys() {
 	fi
 }
 
-# hands_out_own_key: whether the line is there that names what a client gets. On stock OpenWrt the file is made anew at
-# each setup, so another key than the network's would not last there.
+# hands_out_own_key: whether $file has the line that names what a client gets. On stock OpenWrt it is made anew at each
+# setup, so another key than the network's would not last there.
 hands_out_own_key() {
 	local line
 	while IFS= read -r line || [ -n "$line" ]; do
 		case $face/$line in
 		maker/"$LASTING"?* | stock/"$LASTING$bss_key") return 0 ;;
 		esac
-	done 2> /dev/null < "$bss_psk_file"
+	done 2> /dev/null < "$file"
 	return 1
 }
 
 # look_where_keys_go BAND: each client gets a key of its own, which hostapd adds to the file.
 look_where_keys_go() {
-	local where file_owner=$owner all_may=''
+	local where=$file file_owner=$owner all_may=''
 	! others_may_write || all_may=1
-	where=$(readlink -f "$bss_psk_file") || where=$bss_psk_file
 	# The socket is made by whom hostapd runs as.
 	look_at "/var/run/hostapd/$ifname"
 	case $where in
@@ -74,6 +77,7 @@ key_cure() {
 check_ap_pin() { each_net look_at_pin; }
 
 look_at_pin() {
+	[ -n "$bss_file" ] || return 0
 	if [ -z "$bss_pin" ]; then
 		ok ap-pin "$1" 'hostapd was given no PIN of its own'
 	elif is_pin "$bss_pin"; then
@@ -113,6 +117,7 @@ pin_cure() {
 check_locked() { each_net look_whether_locked; }
 
 look_whether_locked() {
+	[ -n "$bss_file" ] || return 0
 	if [ "$bss_locked" != 1 ]; then
 		ok locked "$1" "the access point may be set up with its own PIN"
 	elif [ -n "$bss_pin" ] || gives_pin; then
@@ -122,8 +127,11 @@ look_whether_locked() {
 	fi
 }
 
-# gives_pin: whether kelm gives hostapd a PIN at its start.
-gives_pin() { [ "$face" = maker ] && [ -f /tmp/wps.conf ] && grep -q '^pinEnabled=on' /tmp/wps.conf 2> /dev/null; }
+# gives_pin: whether kelm gives hostapd a PIN at its start, by what the checks of the settings have read.
+gives_pin() {
+	local parsed=$wps_parsed value number times
+	[ "$face" = maker ] && setting pinEnabled && [ "$value" = on ]
+}
 
 lock_cure() {
 	if [ "$face" = stock ]; then

@@ -65,6 +65,27 @@ bad_network() {
 	fault "$2" "$1" "$3"
 }
 
+# --- The file that hostapd was given ---
+
+# check_hostapd_file: half of the next checks look into it, and kelm takes the settings that hostapd has chosen from it.
+check_hostapd_file() {
+	local band ifname section
+	[ "$role" = ap ] || return 0
+	for band in $parts; do
+		part "$band"
+		[ -n "$ifname" ] || continue
+		if running_bss "$ifname"; then
+			ok hostapd-file "$band" "what hostapd was given for $ifname stands in $bss_file"
+		elif [ -z "$is_root" ]; then
+			warning hostapd-file "$band" "this user is not shown what hostapd was given for $ifname; run kelm-doctor as root"
+		elif [ "$face" = stock ]; then
+			warning hostapd-file "$band" "no /var/run/hostapd-*.conf is for $ifname, so half of it cannot be seen; let netifd write it: wifi reload"
+		else
+			warning hostapd-file "$band" "no /var/run/hostapd-*.conf is for $ifname, so kelm finds no settings that hostapd has chosen, and half of it cannot be seen; start hostapd with the file /var/run/hostapd-$ifname.conf"
+		fi
+	done
+}
+
 # --- Hidden ---
 
 check_hidden() {
@@ -78,8 +99,9 @@ look_whether_hidden() {
 		cure="uci set wireless.$section.hidden='0'; uci commit wireless; wifi reload"
 		[ -z "$(hidden_trouble "$section" "$1")" ] || bss_hidden=1
 	fi
-	case $bss_hidden in
-	'' | 0) ok hidden "$1" "the network $(network_name) is not hidden" ;;
+	case ${bss_file:+known}$bss_hidden in
+	'') ;;
+	known | known0) ok hidden "$1" "the network $(network_name) is not hidden" ;;
 	*) bad_network "$1" hidden "the network is hidden: WPS does not serve hidden networks; show it: $cure" ;;
 	esac
 }
@@ -91,7 +113,7 @@ check_backhaul() { each_net look_whether_backhaul; }
 look_whether_backhaul() {
 	if [ "$bss_backhaul" = 1 ] || { [ "$face" = stock ] && [ -n "$(backhaul_trouble "$section" "$1")" ]; }; then
 		bad_network "$1" backhaul 'the network is a Multi-AP backhaul, for which hostapd has no WPS; choose another one'
-	else
+	elif [ -n "$bss_file" ]; then
 		ok backhaul "$1" 'the network is no Multi-AP backhaul'
 	fi
 }

@@ -63,7 +63,8 @@ find_daemon() {
 	local name
 	pid=''
 	is_own /tmp/kelm.pid || return 1
-	read -r pid 2> /dev/null < /tmp/kelm.pid
+	# shellcheck disable=SC3045  # busybox ash has read -n; a huge file would be read a byte at a time
+	read -r -n 11 pid 2> /dev/null < /tmp/kelm.pid
 	case $pid in
 	'' | *[!0-9]*) return 1 ;;
 	esac

@@ -79,8 +79,8 @@ LINE_FEED='
 
 # --- Verbs ---
 
-# has_word WORD: whether the text has it, as a word, outside of comments.
-has_word() {
+# mentions WORD: whether the text has it, as a word, outside of comments.
+mentions() {
 	printf '%s\n' "$text" | awk -v word="$1" '
 		{ line = $0; sub(/(^|[ \t;])#.*/, "", line) }
 		{
@@ -98,12 +98,12 @@ has_word() {
 # init script of OpenWrt gets start, stop and restart from its interpreter.
 knows() {
 	local script text=$text
-	has_word "$1" && return
+	mentions "$1" && return
 	case $1:${text%%"$LINE_FEED"*} in
 	start:*/etc/rc.common* | stop:*/etc/rc.common* | restart:*/etc/rc.common*) return 0 ;;
 	esac
 	for script in $(printf '%s\n' "$text" | awk '($1 == "." || $1 == "source") && $2 ~ /^"?\// { gsub(/[";]/, "", $2); print $2 }' | head -n 20); do
-		read_text "$script" $SCRIPT_MAX && has_word "$1" && return
+		read_text "$script" $SCRIPT_MAX && mentions "$1" && return
 	done
 	return 1
 }
@@ -144,7 +144,7 @@ check_service_wifi() {
 
 # check_service_scan: a repeater looks for the other radio of the router that it has joined.
 check_service_scan() {
-	if [ "$run_mode" != sta ]; then
+	if [ "$role" != sta ]; then
 		ok service-scan '' 'an access point needs no scan'
 		return
 	fi
@@ -214,7 +214,7 @@ check_programs() {
 
 # needs_program NAME MODE CONSEQUENCE: MODE is ap or sta where it is for one of them alone.
 needs_program() {
-	[ -z "$2" ] || [ "$2" = "${run_mode:-ap}" ] || return 0
+	[ -z "$2" ] || [ "$2" = "$role" ] || return 0
 	if find_program "$1" "$path"; then
 		check_runnable programs "$program"
 	else

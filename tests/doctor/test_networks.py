@@ -177,6 +177,20 @@ MAKER = {
         'key', all_of(give_keys_file('/tmp/keys'), lambda router: router.remove('/tmp/keys'),
                       lambda router: os.mkdir(router.at('/tmp/keys'))),
         'fault', f'the file of keys, "/tmp/keys", is a folder; {KEYS_CURE}'),
+    'a link to the keys': (
+        'key', all_of(give_keys_file('/etc/keys'), hostapd('/etc/keys', '/etc/link'),
+                      lambda router: os.symlink('keys', router.at('/etc/link'))), 'ok',
+        'each device gets a key of its own, in a file that lasts'),
+    'a link to keys that go': (
+        'key', all_of(give_keys_file('/tmp/keys'), hostapd('/tmp/keys', '/etc/link'),
+                      lambda router: os.symlink('/tmp/keys', router.at('/etc/link'))), 'warning',
+        'each device gets a key of its own, in "/etc/link", which a restart takes away; '
+        + KEYS_CURE),
+    'no file of hostapd': (
+        'hostapd-file', lambda router: router.remove('/var/run/hostapd-wlan1.conf'), 'warning',
+        'no /var/run/hostapd-*.conf is for wlan1, so kelm finds no settings that hostapd has '
+        'chosen, and half of it cannot be seen; start hostapd with the file '
+        '/var/run/hostapd-wlan1.conf'),
     'interface is down': (
         'interface', lambda router: router.write('/sys/class/net/wlan1/flags', '0x1002\n'),
         'fault', 'wlan1 is down; switch the Wi-Fi on, or: ip link set wlan1 up'),
@@ -249,6 +263,10 @@ STOCK = {
         'key', lambda router: router.remove('/var/run/hostapd-phy0-ap0.psk'), 'fault',
         'hostapd has a file of keys that is not there, "/var/run/hostapd-phy0-ap0.psk"; '
         'the service mends it: service wps restart'),
+    'no file of hostapd': (
+        'hostapd-file', lambda router: router.remove('/var/run/hostapd-phy0.conf'), 'warning',
+        'no /var/run/hostapd-*.conf is for phy0-ap0, so half of it cannot be seen; '
+        'let netifd write it: wifi reload'),
     'keys of the owner': ('key', owners_keys_file, 'ok',
                           'each device gets a key of its own, in a file that lasts'),
     'switched off': (
@@ -285,6 +303,21 @@ def test_a_network_is_spoilt(request, face, case):
     # What is not of this band and not of the settings stays well.
     assert [one for one in examined.findings if one.result != 'ok' and one.band == '5 GHz'] == []
     assert examined.status == {'ok': 0, 'warning': 1, 'fault': 2}[result]
+
+
+def test_what_cannot_be_seen_is_not_said_to_be_well(router):
+    for place in router.interfaces.values():
+        router.remove(router.hostapd_file(place))
+    told_of = {one.check for one in examine(router).findings}
+    assert told_of & {'hidden', 'backhaul', 'independent', 'key', 'ap-pin', 'locked'} == set()
+    assert {'hostapd-file', 'encryption', 'wps'} <= told_of
+
+
+def test_a_strangers_wps_conf_does_not_say_that_a_pin_is_given(maker):
+    hostapd('wps_state=2', 'wps_state=2\nap_setup_locked=1')(maker)
+    os.chown(maker.at('/tmp/wps.conf'), 1000, 1000)
+    assert [one.result for one in examine(maker).findings if one.check == 'locked'
+            and one.band == '2.4 GHz'] == ['ok']
 
 
 ONE_FAULT = ['hidden', 'backhaul', 'WPA3 alone', 'TKIP alone']

@@ -6,7 +6,7 @@ import time
 
 import pytest
 from doctor import LONGEST_S, examine
-from peers import CLIENTS, answer, put_socket
+from peers import CLIENTS, answer, change_file, put_socket
 from stock import PATH, enter_root
 from world import wait_for
 
@@ -62,8 +62,20 @@ def test_nobody_is_behind_the_socket(device):
          'or lets nobody in; restart it')]
 
 
+LIMIT = 'ANSWER_LIMIT=15'
+
+
+def test_the_clients_may_give_up_before_the_limit(maker):
+    """They do it after ten seconds, and take their sockets away."""
+    answer(maker, 'hostapd', 'wlan1', 'ping', 'hangs')
+    begin = time.monotonic()
+    examine(maker)
+    assert 12 < time.monotonic() - begin < LONGEST_S / 2
+
+
 @pytest.mark.parametrize('band', ['2.4 GHz', '5 GHz'])
 def test_one_that_hangs_is_told_within_a_time(device, band):
+    change_file(device, '/usr/lib/kelm/doctor/wifi_daemons.sh', LIMIT, 'ANSWER_LIMIT=6')
     program = program_of(device)[0]
     answer(device, program, device.interfaces[band], 'ping', 'hangs')
     before = device.processes()
