@@ -19,6 +19,7 @@ class Cause:
     advice: str = ""
     repeater_sentence: str = ""  # where a repeater's is another one
     repeater_advice: str = ""
+    pin_advice: str = ""  # where a PIN was entered in place of the press
 
 
 AGAIN = "Press the router's button again, and the device's within two minutes."
@@ -130,8 +131,9 @@ CAUSES = [
           "nearer, and see that it speaks WPS.",
           "no root access point with a pressed button was found{within}",
           "Press this device's button, then within two minutes that of the root access point. "
-          "Bring "
-          "the two nearer to each other."),
+          "Bring the two nearer to each other.",
+          "Enter the device's PIN at the router once more, then start WPS by PIN on the device "
+          "within two minutes. Bring the device nearer."),
     Cause("given-up", False, "estimates below the limit, and another band that has learnt a "
           "network",
           "given up{estimate}{mirror}",

@@ -187,7 +187,7 @@ class _LogView:
         for place, attempt in enumerate(found, 1):
             view = _AttemptView(log, attempt, "%s-attempt%d" % (self.id, place),
                                 lanes.lanes(log, attempt), max(left - self.line_count, 0), ids)
-            view.number, view.count = place, len(found)
+            view.number, view.count, view.log_name = place, len(found), self.name
             self.attempts.append(view)
             self.line_count += len(view.rows)
         self.outside_count = len(outside)
@@ -224,6 +224,7 @@ class _AttemptView:
         self.attempt = attempt
         self.picture = picture
         self.number = self.count = 1
+        self.log_name = ""
         shown_events = attempt.events[:most]
         self.rows = _rows(log, shown_events, name, attempt.start_s,
                           lanes.evidence(attempt))
@@ -324,8 +325,10 @@ def _filters(rows):
 
 
 def _advice(attempt):
-    """What to do next: once, however many bands say so."""
-    told = [attempt.advice] + [one.advice for one in attempt.bands.values()]
+    """What to do next: once, however many bands say so. That nobody came on a band as well is no
+    more to do."""
+    told = [attempt.advice] + [one.advice for one in attempt.bands.values()
+                               if one.cause != "nobody-came"]
     return list(dict.fromkeys(one for one in told if one))
 
 

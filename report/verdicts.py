@@ -30,6 +30,8 @@ def _verdict(case, band, found):
     sentence, advice = row.sentence, row.advice
     if case.is_repeater:
         sentence, advice = row.repeater_sentence or sentence, row.repeater_advice or advice
+    if case.part.method == "PIN":
+        advice = row.pin_advice or advice
     return Verdict(band, cause, good, sentence.format_map(words), advice.format_map(words),
                    [fact.event for _, fact in facts], details)
 

@@ -429,6 +429,16 @@ def test_every_row_of_the_table_is_tried():
     assert tried | set(BY_SERVICE) | BESIDE == {row.id for row in CAUSES}
 
 
+@pytest.mark.parametrize("begun, advice", [
+    (BEGUN, "Press the router's button, then within two minutes that of the device. Bring the "
+     "device nearer, and see that it speaks WPS."),
+    (PIN_BEGUN, "Enter the device's PIN at the router once more, then start WPS by PIN on the "
+     "device within two minutes. Bring the device nearer.")])
+def test_what_to_do_when_nobody_came_is_told_of_what_was_done(begun, advice, tmp_path):
+    found = last_attempt(write(tmp_path / "it.jsonl", begun + FAILED_LATE))
+    assert (found.cause, found.advice) == ("nobody-came", advice)
+
+
 def test_many_presses_are_one_note(tmp_path):
     presses = [(11.5 + number / 100, *GPIO) for number in range(1000)]
     found = last_attempt(write(tmp_path / "it.jsonl", BEGUN + presses + FAILED_LATE))

@@ -6,12 +6,12 @@ import re
 
 import looks
 import pytest
-from pages import attempt_of, expected, log_of, sample_page
+from pages import DATA, attempt_of, expected, log_of, sample_page
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
-from report import attempts, page
+from report import attempts, page, readers
 from report.events import Verdict
 
 WIDTHS = (1280, 800, 390)
@@ -368,6 +368,29 @@ def test_what_was_written_is_told_by_names_and_modes(browser, monkeypatch):
     assert browser.run("return [...document.querySelectorAll('.checks li')].map("
                        "one => one.textContent)") == [
         "holds the phone joins", "fails the page is told"]
+
+
+@pytest.mark.parametrize("name, texts", [
+    ("client-leaves",
+     ["Bring the device nearer to the router, and wait until it says that it is done."]),
+    ("hidden", ["Show the network (hidden '0'), then press again."]),
+    ("wrong-pin", ["Compare the PIN with the one that the device shows or has on its label, and "
+                   "enter it again."]),
+    ("nobody-comes", ["Press the router's button, then within two minutes that of the device. "
+                      "Bring the device nearer, and see that it speaks WPS."])])
+def test_what_to_do_next_is_said_once(browser, name, texts):
+    browser.show(sample_page(name))
+    assert browser.run("return [...document.querySelectorAll('.next p')].map("
+                       "one => one.textContent)") == texts
+
+
+def test_several_inputs_are_told_apart_by_their_names_not_by_their_paths(browser):
+    logs = [readers.read(str(DATA / "recordings" / name)) for name in (
+        "hidden.jsonl", "push-button.jsonl")]
+    browser.show(page.render(logs, "two"))
+    assert browser.run("return [...document.querySelectorAll('.contents b')].map("
+                       "one => one.textContent)") == [
+        "Push-button attempt, hidden.jsonl", "Push-button attempt, push-button.jsonl"]
 
 
 def test_several_attempts_have_a_list_at_the_top(browser):
