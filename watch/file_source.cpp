@@ -32,6 +32,7 @@ constexpr const char *FOLDER = "/tmp";
 constexpr size_t FOLDER_LENGTH = 5;  // with its slash
 constexpr int64_t LOOK_MS = 1000;
 constexpr int64_t SOON_MS = 100;       // an empty file is one that is just being written
+constexpr int64_t QUIET_MS = 300;      // a maker's script writes hostapd's file in pieces
 constexpr int64_t STRANGER_MS = 1000;  // between two lines about what is not root's
 constexpr size_t FILE_SIZE_MAX = size_t{16} * 1024;
 constexpr size_t STATUS_SHOWN = 1024;
@@ -57,24 +58,25 @@ struct watched_file {
     bool was_read;
     bool look_again;
     bool told_refused;
+    int64_t changed_ms;  // of settings
 };
 
 watched_file files[] = {
-    {"/tmp/wps_result", "", content::status, {}, 0, false, false, false, false},
-    {"/tmp/kelm.info", "", content::status, {}, 0, false, false, false, false},
-    {"/tmp/wpsactive", "", content::status, {}, 0, false, false, false, false},
-    {"/tmp/kelm.pid", "", content::status, {}, 0, false, false, false, false},
-    {WPS_AP_FILE, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_STA_FILE, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_AP_FILE_MESH, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_STA_FILE_MESH, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_AP_BH_FILE, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_AP_BACKUP, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_STA_BACKUP, "", content::credentials, {}, 0, false, false, false, false},
-    {WPS_CONF_PATH, "", content::wps, {}, 0, false, false, false, false},
-    {WIFI_CONF_PATH, "", content::wifi, {}, 0, false, false, false, false},
-    {"/tmp/run/hostapd-wlan1.conf", "2g", content::network, {}, 0, false, false, false, false},
-    {"/tmp/run/hostapd-wlan0.conf", "5g", content::network, {}, 0, false, false, false, false},
+    {"/tmp/wps_result", "", content::status, {}, 0, false, false, false, false, 0},
+    {"/tmp/kelm.info", "", content::status, {}, 0, false, false, false, false, 0},
+    {"/tmp/wpsactive", "", content::status, {}, 0, false, false, false, false, 0},
+    {"/tmp/kelm.pid", "", content::status, {}, 0, false, false, false, false, 0},
+    {WPS_AP_FILE, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_STA_FILE, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_AP_FILE_MESH, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_STA_FILE_MESH, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_AP_BH_FILE, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_AP_BACKUP, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_STA_BACKUP, "", content::credentials, {}, 0, false, false, false, false, 0},
+    {WPS_CONF_PATH, "", content::wps, {}, 0, false, false, false, false, 0},
+    {WIFI_CONF_PATH, "", content::wifi, {}, 0, false, false, false, false, 0},
+    {"/tmp/run/hostapd-wlan1.conf", "2g", content::network, {}, 0, false, false, false, false, 0},
+    {"/tmp/run/hostapd-wlan0.conf", "5g", content::network, {}, 0, false, false, false, false, 0},
 };
 
 // --- Settings: what the files say of each band ---
@@ -371,10 +373,14 @@ void _tell_refused(watched_file &file, const char *reason, int64_t now_ms)
     watch_say("file", "", "%s not read: %s", file.path, reason);
 }
 
+bool _holds_settings(const watched_file &file)
+{
+    return file.holds != content::status && file.holds != content::credentials;
+}
+
 void _note_removed(watched_file &file)
 {
-    const bool is_told = file.holds == content::status || file.holds == content::credentials;
-    if (file.was_read && is_told)
+    if (file.was_read && !_holds_settings(file))
         watch_say("file", "", "%s removed", file.path);
     file.was_there = file.was_read = false;
     file.seen = {};
@@ -397,8 +403,17 @@ void _look_at(watched_file &file, int64_t now_ms)
         _note_removed(file);
         return;
     }
-    if (file.was_there && _is_unchanged(file.seen, there) && !again)
+    const bool is_changed = !file.was_there || !_is_unchanged(file.seen, there);
+    if (!is_changed && !again)
         return;
+    if (_holds_settings(file)) {
+        file.changed_ms = is_changed ? now_ms : file.changed_ms;
+        file.seen = there;
+        file.was_there = true;
+        file.look_again = now_ms - file.changed_ms < QUIET_MS;
+        if (file.look_again)
+            return;
+    }
     // A shell empties a file before it writes to it.
     if (S_ISREG(there.st_mode) && there.st_size == 0 && !again) {
         file.look_again = true;

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: ISC
 """Files in /tmp: status files as they are, credential files by their names and lengths alone."""
 import os
+import time
 
 import pytest
 
@@ -160,3 +161,24 @@ def test_the_settings_are_told_per_band_without_a_secret(world, watch):
     world.write('/tmp/run/hostapd-wlan1.conf', (
         'ignore_broadcast_ssid=0\nwpa_key_mgmt=SAE\n'))
     seen.wait('settings', '2.4 GHz: enabled, no wps, wpa3')
+
+
+def test_settings_that_are_just_being_written_are_not_told(world, watch):
+    """A maker's script writes hostapd's file line by line; half of it says that there is no WPS."""
+    world.write('/tmp/run/hostapd-wlan1.conf', 'wps_state=2\nwpa_key_mgmt=WPA-PSK\n')
+    seen = watch()
+    assert seen.wait('settings', '2.4 GHz') == '2.4 GHz: enabled, wpa2'
+    longest_s = 0.0
+    begin = last = time.monotonic()
+    with open('/tmp/run/hostapd-wlan1.conf', 'w', encoding='utf-8') as file:
+        while last < begin + 1.5:  # in this time it is looked at, whenever that is
+            print('wpa_key_mgmt=WPA-PSK', file=file, flush=True)
+            time.sleep(0.03)
+            longest_s = max(longest_s, time.monotonic() - last)
+            last = time.monotonic()
+        print('ignore_broadcast_ssid=1\nwps_state=2', file=file, flush=True)
+    seen.wait('settings', '2.4 GHz: enabled, hidden')
+    if longest_s > 0.25:
+        pytest.skip('this machine stood still: the file was quiet before it was whole')
+    assert [text for text in seen.texts('settings') if text.startswith('2.4')] == [
+        '2.4 GHz: enabled, wpa2', '2.4 GHz: enabled, hidden, wpa2']
