@@ -30,7 +30,7 @@ class _Run:
         try:
             with open(os.path.join(folder, RUN), encoding="utf-8") as file:
                 run = json.load(file)
-        except (OSError, ValueError) as error:
+        except (OSError, ValueError, RecursionError) as error:
             self.trouble.append("%s cannot be read: %s" % (RUN, error))
             return
         run = run if isinstance(run, dict) else {}

@@ -279,7 +279,8 @@ class _FileView:
         told = told if isinstance(told, dict) else {}
         self.path = path
         self.mode = str(told.get("mode", ""))
-        self.keys = [str(key) for key in told.get("keys") or []]
+        keys = told.get("keys")
+        self.keys = [str(key) for key in keys] if isinstance(keys, list) else []
         values = told.get("values")
         self.values = ["%s %s" % (key, value) for key, value in values.items()] \
             if isinstance(values, dict) else []

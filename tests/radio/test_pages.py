@@ -104,6 +104,7 @@ def test_the_index_takes_nothing_from_elsewhere_and_runs_nothing(played):
 
 @pytest.mark.parametrize("name, text, note", [
     ("run.json", None, "run.json cannot be read: "), ("run.json", "{", "run.json cannot be read: "),
+    pytest.param("run.json", "[" * 100000, "run.json cannot be read: ", id="deep"),
     ("run.json", "[]", ""), ("page.html", None, ""),
 ])
 def test_a_broken_run_is_told_in_its_place(tmp_path, name, text, note):

@@ -393,6 +393,17 @@ def test_several_inputs_are_told_apart_by_their_names_not_by_their_paths(browser
         "Push-button attempt, hidden.jsonl", "Push-button attempt, push-button.jsonl"]
 
 
+def test_a_run_whose_description_has_other_types_makes_a_page(browser, tmp_path):
+    (tmp_path / "events.log").write_text("1.0 bus %s\n" % PRESSED, encoding="utf-8")
+    (tmp_path / "run.json").write_text(
+        '{"version":1,"names":[1],"scenario":[1],"zero_s":"x","checks":[1,[2],[1,2,3]],'
+        '"files":{"/tmp/one":5,"/tmp/two":{"mode":[],"keys":5,"values":[1]}}}', encoding="utf-8")
+    browser.show(page.render([readers.read(str(tmp_path))], "made"))
+    assert browser.run("return [...document.querySelectorAll('main > .written tbody tr')].map("
+                       "one => [...one.cells].map(cell => cell.textContent))") == [
+        ["/tmp/two", "[]", ""]]
+
+
 def test_several_attempts_have_a_list_at_the_top(browser):
     browser.show(sample_page("hostapd-dies"))
     links = browser.driver.find_elements(By.CSS_SELECTOR, ".contents a")
