@@ -147,7 +147,7 @@ def test_looking_during_an_attempt_does_not_read_all_of_proc_each_time(router, l
         for other in others:
             other.kill()
             other.wait()
-    # A few times a second all of them; fifty times a second the daemon's threads, for their children.
+    # A few times a second all of them; fifty times the daemon's threads, for their children.
     assert rate < 8 * processes + 1000, (rate, processes, after[1] - before[1])
 
 
