@@ -16,6 +16,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 # Longer texts are cut, and of the rest of a huge input only the number of lines is told.
 LONGEST_TEXT = 2000
 MOST_LINES = 20000
+MOST_ATTEMPTS = 200  # of an input; the last ones, as people press until they give up
 MOST_EVIDENCE, LONGEST_EVIDENCE = 3, 64
 HEADLINE_FONT = 20
 MOST_TOLD = 12  # lines that one mark's hint holds
@@ -184,7 +185,8 @@ class _LogView:
         ids = {event: "%s-outside-line%d" % (self.id, number)
                for number, event in enumerate(outside[:MOST_LINES], 1)}
         self.attempts, self.line_count = [], 0
-        for place, attempt in enumerate(found, 1):
+        self.left_out_attempts = max(len(found) - MOST_ATTEMPTS, 0)
+        for place, attempt in list(enumerate(found, 1))[self.left_out_attempts:]:
             view = _AttemptView(log, attempt, "%s-attempt%d" % (self.id, place),
                                 lanes.lanes(log, attempt), max(left - self.line_count, 0), ids)
             view.number, view.count, view.log_name = place, len(found), self.name

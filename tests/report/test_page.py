@@ -393,6 +393,20 @@ def test_several_inputs_are_told_apart_by_their_names_not_by_their_paths(browser
         "Push-button attempt, hidden.jsonl", "Push-button attempt, push-button.jsonl"]
 
 
+def test_of_very_many_attempts_the_last_are_shown(browser, monkeypatch):
+    log = log_of([PRESS, (1.0, "hostapd", "wlan1: WPS-TIMEOUT", "2.4 GHz")])
+    found = [attempt_of(log, headline="It is number %d." % number) for number in range(1, 304)]
+    browser.show(rendered(monkeypatch, log, *found))
+    told = browser.run("return [...document.querySelectorAll('.contents a')].map("
+                       "one => one.innerText.replace(/\\s+/g, ' '))")
+    assert len(told) == 200
+    assert told[0].endswith("Attempt 104: push-button attempt It is number 104.")
+    assert told[-1].endswith("Attempt 303: push-button attempt It is number 303.")
+    assert browser.run("return document.querySelector('.cut').textContent") == (
+        "103 earlier attempts are left out of this page; the input holds them.")
+    assert browser.run(looks.STUMBLES) == [] and browser.messages() == []
+
+
 def test_a_run_whose_description_has_other_types_makes_a_page(browser, tmp_path):
     (tmp_path / "events.log").write_text("1.0 bus %s\n" % PRESSED, encoding="utf-8")
     (tmp_path / "run.json").write_text(
