@@ -3,6 +3,7 @@
 #include "watch/options.h"
 #include "watch/outputs.h"
 #include "watch/sources.h"
+#include "watch/tell.h"
 
 namespace {
 
@@ -25,5 +26,5 @@ int main(int argc, char **argv)
         return 1;
     const int status = kelm::watch_run(options);
     kelm::watch_close_outputs();
-    return status;
+    return kelm::watch_recording_failed() ? 1 : status;
 }

@@ -199,6 +199,7 @@ const char *watch_recording::_write(text_span line)
     if (written > 0 && end >= written)
         (void)(ftruncate(file_.get(), end - written) != 0);  // else readers skip what has no end
     file_.reset();
+    failed_ = true;
     errno = reason;
     (void)snprintf(trouble_, sizeof trouble_, "the recording ends here: %s", strerror(reason));
     return trouble_;

@@ -34,6 +34,8 @@ public:
                     text_span text);
 
     bool is_open() const { return file_.valid(); }
+    // It ended before its limit: a line could not be written.
+    bool failed() const { return failed_; }
     void close() { file_.reset(); }
 
 private:
@@ -42,6 +44,7 @@ private:
 
     unique_fd file_;
     uint64_t room_ = 0;  // bytes, without those of the last line
+    bool failed_ = false;
     unsigned limit_kib_ = 0;
     char trouble_[128] = {};
 };

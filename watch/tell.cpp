@@ -167,6 +167,11 @@ bool watch_recording_ended()
     return wants_recording && !recording.is_open();
 }
 
+bool watch_recording_failed()
+{
+    return recording.failed();
+}
+
 bool watch_open_outputs(const watch_options &options)
 {
     // Whoever reads the screen may go, and a file may reach a limit of the user's.

@@ -31,4 +31,7 @@ const char *watch_band(const char *iface);
 // True once the recording is full or cannot be written. What is seen is still told on the screen.
 bool watch_recording_ended();
 
+// Whether it ended because a line could not be written; its limit is none of that.
+bool watch_recording_failed();
+
 }  // namespace kelm

@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: ISC
 """When kelm-watch ends by itself, with which status, and what SIGKILL leaves."""
+import os
+import resource
 import time
 
 import pytest
@@ -8,6 +10,7 @@ import wire
 from peers import Broker, ControlServer
 from recorder import own_sockets
 from router import PRESS
+from world import wait_for
 
 
 @pytest.fixture(name='bus')
@@ -68,3 +71,14 @@ def test_killed_it_leaves_a_name_and_the_next_is_not_hindered(router, watch):
         second.wait('hostapd', 'wlan1: WPS-PBC-ACTIVE')
     finally:
         server.close()
+
+
+def test_a_recording_that_could_not_be_written_to_its_end_is_trouble(bus, watch):
+    """As on a full disk: the status says it to a script that looks at nothing else."""
+    seen = watch(before=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)))
+    seen.wait('socket', 'bus attached')
+    for _ in range(20):
+        announce(bus, 2, 12)
+    wait_for(lambda: os.path.getsize(seen.recording) > 1500, 'the last whole line')
+    assert seen.end() == 1
+    assert 'kelm-watch: the recording ends here: ' in seen.output
