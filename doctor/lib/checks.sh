@@ -7,12 +7,12 @@
 # library that it is in, its function. They run in this order, in one shell: what one has learnt the next may use.
 CHECKS='
 root              both   wifi_daemons   check_root
-settings-mode     both   settings_files check_mode
-settings-bands    both   settings_files check_bands
-settings-wps      both   settings_files check_wps_conf
-settings-pin      both   settings_files check_pin
-settings-wifi     both   settings_files check_wifi_conf
-settings-link     both   settings_files check_links
+settings-mode     both   json_settings  check_mode
+settings-bands    both   json_settings  check_bands
+settings-wps      both   flat_settings  check_wps_conf
+settings-pin      both   flat_settings  check_pin
+settings-wifi     both   flat_settings  check_wifi_conf
+settings-link     both   json_settings  check_links
 tmp-folder        both   files          check_folder
 tmp-room          both   files          check_room
 memory            both   files          check_memory
