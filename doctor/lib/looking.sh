@@ -36,6 +36,8 @@ limited() {
 look_at() {
 	local rest
 	kind=missing mode='' links=0 owner=''
+	# Most of what is looked for is not there: no program is run for that.
+	[ -e "$1" ] || [ -L "$1" ] || return
 	read -r mode links owner rest << EOT
 $(ls -ldn "$1" 2> /dev/null)
 EOT
