@@ -73,7 +73,8 @@ check_hostapd_file() {
 	[ "$role" = ap ] || return 0
 	for band in $parts; do
 		part "$band"
-		[ -n "$ifname" ] || continue
+		# Of a radio that does not run there is none.
+		{ [ -n "$ifname" ] && ! has_word "$idle_parts" "$band"; } || continue
 		if running_bss "$ifname"; then
 			ok hostapd-file "$band" "what hostapd was given for $ifname stands in $bss_file"
 		elif [ -z "$is_root" ]; then

@@ -144,7 +144,7 @@ check_service_wifi() {
 
 # check_service_scan: a repeater looks for the other radio of the router that it has joined.
 check_service_scan() {
-	if [ "$role" != sta ]; then
+	if [ "${run_mode:-$role}" != sta ]; then
 		ok service-scan '' 'an access point needs no scan'
 		return
 	fi
@@ -214,7 +214,7 @@ check_programs() {
 
 # needs_program NAME MODE CONSEQUENCE: MODE is ap or sta where it is for one of them alone.
 needs_program() {
-	[ -z "$2" ] || [ "$2" = "$role" ] || return 0
+	[ -z "$2" ] || [ "$2" = "${run_mode:-$role}" ] || return 0
 	if find_program "$1" "$path"; then
 		check_runnable programs "$program"
 	else

@@ -143,6 +143,15 @@ def test_the_scripts_of_the_package(stock, check, path):
     assert told(stock, check) == fault(f'{path} is missing; install it')
 
 
+def test_a_repeater_that_is_switched_off_is_one_all_the_same(stock):
+    """There are no settings files then, so its own setting says it."""
+    stock.be_repeater()
+    stock.uci('set', 'kelm.main.enabled=0')
+    stock.uci('commit', 'kelm')
+    stock.remove('/usr/libexec/kelm/scan')
+    assert told(stock, 'service-scan') == fault('/usr/libexec/kelm/scan is missing; install it')
+
+
 def test_at_boot(router):
     assert told(router, 'at-boot') == ok('the service is started at boot')
     router.remove('/etc/rc.d/S95wps')
