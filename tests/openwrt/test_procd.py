@@ -148,8 +148,9 @@ def test_a_second_start_restarts_only_what_has_changed(supervised, change, resta
 
 
 def test_a_changed_instance_with_a_reload_signal_gets_that(supervised):
-    supervised.write('/usr/bin/counts', COUNTING + 'trap "echo hup >> /tmp/starts" HUP\n'
-                     'while :; do sleep 0.1; done\n', 0o755)
+    # The trap first: the signal may come as soon as the start is counted.
+    supervised.write('/usr/bin/counts', '#!/bin/sh\ntrap "echo hup >> /tmp/starts" HUP\n'
+                     'echo $$ >> /tmp/starts\nwhile :; do sleep 0.1; done\n', 0o755)
     script(supervised, one_instance('/usr/bin/counts', 'env "A=$(cat /tmp/a)"',
                                     'reload_signal HUP'))
     supervised.write('/tmp/a', '1')
@@ -208,9 +209,9 @@ def test_stop_goes_to_the_one_process_and_kills_it_in_the_end(supervised):
 
 
 def test_a_restart_waits_for_the_old_process(supervised):
-    supervised.write('/usr/bin/slow', '#!/bin/sh\necho up >> /tmp/starts\n'
+    supervised.write('/usr/bin/slow', '#!/bin/sh\n'
                      'trap "sleep 0.5; echo down >> /tmp/starts; exit" TERM\n'
-                     'while :; do sleep 0.1; done\n', 0o755)
+                     'echo up >> /tmp/starts\nwhile :; do sleep 0.1; done\n', 0o755)
     script(supervised, one_instance('/usr/bin/slow'))
     init(supervised, 'start')
     wait_starts(supervised, 1)
