@@ -12,6 +12,7 @@
 #include "config/json_text.h"
 #include "tests/fuzz/fuzz.h"
 #include "watch/kept.h"
+#include "watch/log_line.h"
 #include "watch/pattern.h"
 #include "watch/recording.h"
 #include "watch/screen.h"
@@ -24,8 +25,9 @@ using namespace kelm;
 
 namespace {
 
-constexpr const char *SOURCES[] = {"hostapd", "station", "bus",      "command", "script", "start",
-                                   "exit",    "file",    "settings", "console", "socket", "watch"};
+constexpr const char *SOURCES[] = {"hostapd", "station", "bus",  "command",  "script",
+                                   "start",   "exit",    "file", "settings", "console",
+                                   "socket",  "watch",   "log"};
 
 text_span part(const std::string &text)
 {
@@ -140,6 +142,18 @@ void check_shown(const std::string &text)
     }
 }
 
+// Whose line it is may only be said of a part of the line.
+void check_log_line(const std::string &text)
+{
+    const watch_log_line line = watch_read_log_line(part(text));
+    if (line.source == nullptr)
+        return;
+    PROPERTY(strcmp(line.source, "console") == 0 || strcmp(line.source, "log") == 0);
+    PROPERTY(line.text.at >= text.data());
+    PROPERTY(line.text.at + line.text.length <= text.data() + text.size());
+    check_kept(line.source, std::string(line.text.at, line.text.length));
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -151,10 +165,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (name == source)
             check_kept(source, text);
     }
-    if (name == "console") {
-        const text_span cut = watch_console_line(part(text));
-        PROPERTY(cut.at + cut.length == text.data() + text.size());
-    }
+    check_log_line(text);
     check_places(text);
     check_aliases(text);
     check_recorded(text);
