@@ -9,10 +9,12 @@ if(KELM_TIME_IS_WIDE)
     set(KELM_WIDE_TIME "")
 else()
     set(KELM_WIDE_TIME _TIME_BITS=64 _FILE_OFFSET_BITS=64)
-    # This file alone shares a structure that holds a time, libubox's timer, with a library that may
-    # have been built without.
-    set_source_files_properties(${CMAKE_SOURCE_DIR}/core/bus.cpp PROPERTIES
-        COMPILE_OPTIONS "-U_TIME_BITS;-U_FILE_OFFSET_BITS")
+    # These files alone share a structure that holds a time, libubox's timer, with each other and with a
+    # library that may have been built without.
+    foreach(source core/bus.cpp core/bus_listener.cpp watch/bus_source.cpp)
+        set_source_files_properties(${CMAKE_SOURCE_DIR}/${source} PROPERTIES
+            COMPILE_OPTIONS "-U_TIME_BITS;-U_FILE_OFFSET_BITS")
+    endforeach()
 endif()
 
 # Sends calls of the C library to the functions __wrap_NAME of a program; with wide time some of them go
