@@ -11,8 +11,8 @@ extern "C" {
 
 namespace kelm {
 
-// One event that is listened to, in memory that lasts as long as the thread does. It holds a time as
-// libubox has it: who includes this stands in cmake/wide_time.cmake.
+// One event that is listened to, in memory that lasts as long as the thread does. It holds a time
+// as libubox has it: who includes this stands in cmake/wide_time.cmake.
 struct bus_listener {
     uloop_timeout retry;  // first, so that its callback finds the listener
     ubus_event_handler handler;
