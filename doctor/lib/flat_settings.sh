@@ -205,7 +205,7 @@ check_wps_conf() {
 		[ $((mask & $(bit_of "$band"))) = 0 ] || take_part "$band"
 	done
 	[ -n "$part_bands" ] || fault settings-wps '' "$key=$mask in $WPS_FILE: no $whose takes part; write the sum of 1 (2.4 GHz) and 2 (5 GHz)"
-	! is_clean_since "$before" || ok settings-wps '' "$WPS_FILE lets take part $(bands_words "$part_bands")"
+	! is_clean_since "$before" || ok settings-wps '' "$WPS_FILE has these bands in WPS: $(bands_words "$part_bands")"
 }
 
 # check_switch: WPS of the access points as a whole.

@@ -112,10 +112,11 @@ def test_without_jsonfilter_a_file_that_is_missing_is_told(maker):
 
 # What stands in wps.conf; what is told of the file, and of single bands.
 AP_WPS = {
-    'ok': ('enabled=1\napWpsAvailable=3\n', ok(f'{WPS} lets take part 2.4 GHz, 5 GHz'), {}),
-    'one band': ('enabled=1\napWpsAvailable=2\n', ok(f'{WPS} lets take part 5 GHz'), {}),
+    'ok': ('enabled=1\napWpsAvailable=3\n',
+           ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz'), {}),
+    'one band': ('enabled=1\napWpsAvailable=2\n', ok(f'{WPS} has these bands in WPS: 5 GHz'), {}),
     'blank lines count for nothing': ('\nenabled=1\n\n\n#x\n\napWpsAvailable=3\n\n',
-                                      ok(f'{WPS} lets take part 2.4 GHz, 5 GHz'), {}),
+                                      ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz'), {}),
     'missing': (None, fault(f'{WPS} is missing: {WPS_OFF}; {IT_CURE}'), {}),
     'empty': ('', fault(f'{WPS} is empty: {WPS_OFF}; {IT_CURE}'), {}),
     'off': ('enabled=0\napWpsAvailable=3\n', fault(
@@ -157,9 +158,9 @@ AP_WPS = {
         f'the last line of {WPS} has no line feed at its end, so kelm takes its last character '
         f'away: that of the PIN; {END}'), {}),
     'the last line is a comment': ('enabled=1\napWpsAvailable=3\n# end=',
-                                   ok(f'{WPS} lets take part 2.4 GHz, 5 GHz'), {}),
+                                   ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz'), {}),
     'the last line is no setting': ('enabled=1\napWpsAvailable=3\nend',
-                                    ok(f'{WPS} lets take part 2.4 GHz, 5 GHz'), {}),
+                                    ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz'), {}),
     'the last line is of somebody else': ('enabled=1\napWpsAvailable=3\nkey=secret', fault(
         f'the last line of {WPS} has no line feed at its end, so kelm takes its last character '
         f'away; {END}'), {}),
@@ -172,7 +173,7 @@ AP_WPS = {
         f'line 2 of {WPS} is longer than 2046 characters: kelm reads it in pieces, each as a line '
         'of its own; shorten it'), {}),
     'a line of the longest': ('enabled=1\nx=' + 'y' * 2044 + '\napWpsAvailable=3\n',
-                              ok(f'{WPS} lets take part 2.4 GHz, 5 GHz'), {}),
+                              ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz'), {}),
     'blanks and capitals': ('Enabled=1\nenabled =1\nenabled=1\n apWpsAvailable=1\n'
                             'apWpsAvailable=3\n', warning(
                                 f'line 1 of {WPS} begins with "Enabled", which is no key; mind '
@@ -216,9 +217,9 @@ def test_a_band_without_an_interface_keeps_the_daemon_from_starting(maker):
 
 
 REPEATER_WPS = {
-    'ok': ('staWpsAvailable=3\n', ok(f'{WPS} lets take part 2.4 GHz, 5 GHz')),
+    'ok': ('staWpsAvailable=3\n', ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz')),
     'the switch of the access points is theirs': (
-        'enabled=0\nstaWpsAvailable=1\n', ok(f'{WPS} lets take part 2.4 GHz')),
+        'enabled=0\nstaWpsAvailable=1\n', ok(f'{WPS} has these bands in WPS: 2.4 GHz')),
     'none': ('apWpsAvailable=3\nstaWpsAvailable=0\n', fault(
         f'staWpsAvailable=0 in {WPS}: no station takes part; {SUM}')),
 }
@@ -449,13 +450,13 @@ def test_what_is_planted_is_told_and_never_waited_for(maker, row, path):
 
 def test_a_link_of_roots_is_followed(maker):
     maker.run(f'mkdir /etc/kelm; mv {WPS} /etc/kelm/wps; ln -s ../etc/kelm/wps {WPS}')
-    assert told(maker, 'settings-wps') == ok(f'{WPS} lets take part 2.4 GHz, 5 GHz')
+    assert told(maker, 'settings-wps') == ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz')
 
 
 def test_a_file_of_hostapds_user_is_used(maker):
     do(maker, f'chown 101 /var/run/hostapd /var/run/hostapd/wlan1 {WPS}')
     maker.run('chmod 755 /var/run /tmp/run')
-    assert told(maker, 'settings-wps') == ok(f'{WPS} lets take part 2.4 GHz, 5 GHz')
+    assert told(maker, 'settings-wps') == ok(f'{WPS} has these bands in WPS: 2.4 GHz, 5 GHz')
     maker.run('chmod 777 /tmp/run')
     assert told(maker, 'settings-wps') == fault(
         f'{WPS} belongs to user 101, so it is not used: {CONSEQUENCES[WPS]}')
