@@ -11,7 +11,7 @@ else()
     set(KELM_WIDE_TIME _TIME_BITS=64 _FILE_OFFSET_BITS=64)
     # These files alone share a structure that holds a time, libubox's timer, with each other and with a
     # library that may have been built without.
-    foreach(source core/bus.cpp core/bus_listener.cpp watch/bus_source.cpp)
+    foreach(source ipc/bus.cpp ipc/bus_listener.cpp watch/bus_source.cpp)
         set_source_files_properties(${CMAKE_SOURCE_DIR}/${source} PROPERTIES
             COMPILE_OPTIONS "-U_TIME_BITS;-U_FILE_OFFSET_BITS")
     endforeach()

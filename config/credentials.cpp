@@ -9,9 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "config/file.h"
-#include "config/json_file.h"
-#include "config/json_text.h"
+#include "core/file.h"
+#include "core/json_file.h"
+#include "core/json_text.h"
 #include "core/log.h"
 #include "core/text.h"
 

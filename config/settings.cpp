@@ -6,11 +6,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "config/file.h"
+#include "core/file.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/text.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

@@ -16,7 +16,7 @@ extern "C" {
 #include <uci.h>
 }
 
-#include "config/trust.h"
+#include "core/trust.h"
 #include "core/log.h"
 #include "core/signals.h"
 #include "core/text.h"

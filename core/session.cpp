@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "config/file.h"
+#include "core/file.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/text.h"

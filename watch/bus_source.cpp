@@ -14,7 +14,7 @@ extern "C" {
 #include <libubox/blobmsg.h>
 }
 
-#include "core/bus_listener.h"
+#include "ipc/bus_listener.h"
 #include "core/handle.h"
 #include "core/signals.h"
 #include "watch/queue.h"

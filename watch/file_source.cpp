@@ -17,7 +17,7 @@
 #include <json-c/json.h>
 
 #include "config/credentials.h"
-#include "config/json_text.h"
+#include "core/json_text.h"
 #include "config/settings.h"
 #include "core/handle.h"
 #include "core/text.h"

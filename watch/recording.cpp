@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "config/json_text.h"
+#include "core/json_text.h"
 #include "watch/tell.h"
 
 namespace kelm {

@@ -13,7 +13,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "config/json_text.h"
+#include "core/json_text.h"
 #include "watch/words.h"
 
 namespace kelm {

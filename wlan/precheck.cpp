@@ -5,19 +5,19 @@
 #include <fcntl.h>
 
 #include "config/settings.h"
-#include "config/trust.h"
+#include "core/trust.h"
 #include "config/uci_option.h"
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/switches.h"
 #include "core/text.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 #include "wlan/predict.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

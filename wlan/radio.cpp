@@ -4,11 +4,11 @@
 
 #include <fcntl.h>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "config/settings.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

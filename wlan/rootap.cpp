@@ -7,14 +7,14 @@
 #include <cstring>
 #include <iterator>
 
-#include "config/file.h"
-#include "config/json_file.h"
+#include "core/file.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/switches.h"
 #include "core/text.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 #include "wlan/precheck.h"
 #include "wlan/radio.h"
 

@@ -13,7 +13,7 @@
 #include "platform/rtk/hostapd_file.h"
 #include "platform/rtk/new_settings.h"
 #include "platform/rtk/write_back.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

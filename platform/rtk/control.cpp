@@ -9,15 +9,15 @@
 
 #include "config/credentials.h"
 #include "config/uci_option.h"
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 #include "core/text.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "wlan/precheck.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

@@ -2,7 +2,7 @@
 // Starting and cancelling WPS: push button, PIN, requests from the bus, interface names.
 #pragma once
 
-#include "core/bus.h"
+#include "ipc/bus.h"
 
 namespace kelm {
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <initializer_list>
 
-#include "config/file.h"
+#include "core/file.h"
 #include "config/supplicant_credentials.h"
 #include "core/log.h"
 #include "core/session.h"

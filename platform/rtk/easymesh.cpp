@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "config/credentials.h"
-#include "config/file.h"
+#include "core/file.h"
 #include "config/key_mgmt.h"
 #include "config/settings.h"
 #include "config/value_text.h"
@@ -15,7 +15,7 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/text.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "wlan/radio.h"
 
 namespace kelm {

@@ -8,17 +8,17 @@
 #include "config/credentials.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 #include "core/switches.h"
 #include "core/text.h"
 #include "ctrl/wpa_ctrl.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
 #include "platform/rtk/credential_event.h"
 #include "platform/rtk/new_settings.h"
 #include "wlan/predict.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

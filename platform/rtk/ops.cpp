@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The Realtek platform's table: the one file that names every operation.
-#include "platform/ops.h"
+#include "core/ops.h"
 
 #include "config/supplicant_credentials.h"
 #include "platform/rtk/ap_write_back.h"

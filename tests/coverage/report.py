@@ -4,7 +4,7 @@
 
 The reasons stand in a text file, in entries of three parts:
 
-    config/file.cpp _write_fresh
+    core/file.cpp _write_fresh
         unlink(path);
     = reason, over as many lines as it takes
 

@@ -9,14 +9,14 @@
 
 #include <json-c/json.h>
 
-#include "config/json_file.h"
-#include "core/bus.h"
-#include "core/event_socks.h"
-#include "core/lifecycle.h"
+#include "core/json_file.h"
+#include "ipc/bus.h"
+#include "ipc/event_socks.h"
+#include "daemon/lifecycle.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
 #include "platform/rtk/events.h"
@@ -25,7 +25,7 @@
 #include "tests/fuzz/world.h"
 #include "tests/world/world.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm_fuzz {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "core/kelm.h"
 
 namespace kelm_fuzz {

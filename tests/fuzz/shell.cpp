@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Command lines without a shell: cut into words, compared with what the daemon may run, answered.
 //
-// Stands behind platform/exec.cpp, at the calls by which it starts a shell and waits for it.
+// Stands behind core/exec.cpp, at the calls by which it starts a shell and waits for it.
 #include <algorithm>
 #include <cstring>
 

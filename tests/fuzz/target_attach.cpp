@@ -32,7 +32,7 @@
 #include "tests/fuzz/device.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" ssize_t __wrap_send(int, const void *, size_t length, int);

@@ -15,7 +15,7 @@
 #include <json-c/json.h>
 
 #include "config/credentials.h"
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "core/text.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/same_json.h"

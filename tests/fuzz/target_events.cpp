@@ -17,10 +17,10 @@
 #include <signal.h>
 #include <sys/socket.h>
 
-#include "core/bus.h"
-#include "core/event_socks.h"
-#include "core/lifecycle.h"
-#include "core/mainloop.h"
+#include "ipc/bus.h"
+#include "ipc/event_socks.h"
+#include "daemon/lifecycle.h"
+#include "daemon/mainloop.h"
 #include "core/session.h"
 #include "tests/fuzz/device.h"
 #include "tests/fuzz/fuzz.h"

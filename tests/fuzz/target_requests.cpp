@@ -20,7 +20,7 @@ extern "C" {
 #include <libubus.h>
 }
 
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "tests/fuzz/device.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"

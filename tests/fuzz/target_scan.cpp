@@ -12,7 +12,7 @@
 
 #include <json-c/json.h>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "core/session.h"
 #include "core/text.h"
 #include "tests/fuzz/device.h"

@@ -12,7 +12,7 @@
 #include "core/kelm.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

@@ -8,8 +8,8 @@
 #include <cctype>
 #include <cstring>
 
-#include "config/json_file.h"
-#include "config/json_text.h"
+#include "core/json_file.h"
+#include "core/json_text.h"
 #include "tests/fuzz/fuzz.h"
 #include "watch/kept.h"
 #include "watch/log_line.h"

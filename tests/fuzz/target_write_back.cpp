@@ -18,7 +18,7 @@
 
 #include "config/conf_tree.h"
 #include "config/credentials.h"
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "config/supplicant_credentials.h"
 #include "core/session.h"
 #include "core/text.h"

@@ -6,7 +6,7 @@ import pytest
 
 from builds import ROOT, commands, must_run
 
-DAEMON = ('core/main.cpp', 'core/bus.cpp', 'config/uci_option.cpp', 'platform/rtk/ops.cpp')
+DAEMON = ('daemon/main.cpp', 'ipc/bus.cpp', 'config/uci_option.cpp', 'platform/rtk/ops.cpp')
 NO_TABLES = ('-fno-asynchronous-unwind-tables', '-fno-unwind-tables')
 
 
@@ -66,7 +66,7 @@ def test_neither_warnings_nor_a_cache_are_forced_on_those_who_only_build(tmp_pat
     must_run('cmake', '-S', ROOT, '-B', tmp_path, '-G', 'Ninja', '-DKELM_TESTS=ON',
              '-DKELM_BENCH=ON')
     found = commands(tmp_path)
-    assert {'core/main.cpp', 'hostlibs/uloop.c', 'bench/stamp.c',
+    assert {'daemon/main.cpp', 'hostlibs/uloop.c', 'bench/stamp.c',
             'tests/unit/faults.cpp'} <= set(found)
     assert [file for file, words in found.items() if '-Werror' in words] == []
     assert not goes_through_cache(tmp_path)
@@ -75,6 +75,6 @@ def test_neither_warnings_nor_a_cache_are_forced_on_those_who_only_build(tmp_pat
 def test_those_who_change_it_are_stopped_by_warnings_and_build_through_a_cache(tmp_path):
     must_run('cmake', '--preset', 'release', '-B', tmp_path, '-G', 'Ninja')
     found = commands(tmp_path)
-    assert {'core/main.cpp', 'hostlibs/uloop.c', 'tests/unit/faults.cpp'} <= set(found)
+    assert {'daemon/main.cpp', 'hostlibs/uloop.c', 'tests/unit/faults.cpp'} <= set(found)
     assert [file for file, words in found.items() if '-Werror' not in words] == []
     assert goes_through_cache(tmp_path) == (shutil.which('ccache') is not None)

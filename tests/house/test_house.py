@@ -10,26 +10,26 @@ import pytest
 from builds import must_run, needed, of_openwrt, through_cache
 
 ROOT = Path(__file__).resolve().parents[2]
-DAEMON_FOLDERS = ("core", "wlan", "config", "platform", "ctrl")
+DAEMON_FOLDERS = ("core", "config", "ctrl", "ipc", "wlan", "platform", "daemon")
 
 # A file may include its own floor and those below. See docs/architecture.md.
 FLOORS = {
     1: ("core/kelm", "core/log", "core/qm_syslog", "core/handle", "core/signals", "core/system_log",
-        "platform/exec", "config/file", "config/trust", "core/bus_listener"),
+        "core/exec", "core/file", "core/trust", "ipc/bus_listener"),
     2: ("core/session", "core/switches", "core/text", "ctrl/wpa_ctrl", "config/conf_tree"),
-    3: ("wlan/run_mode", "config/band_config", "config/settings", "config/uci_option",
-        "config/json_file", "config/json_text", "config/key_mgmt", "config/value_text",
+    3: ("core/run_mode", "config/band_config", "config/settings", "config/uci_option",
+        "core/json_file", "core/json_text", "config/key_mgmt", "config/value_text",
         "config/credentials"),
-    4: ("wlan/radio", "wlan/predict", "platform/ops"),
-    5: ("core/status_files", "core/bus", "core/event_socks"),
+    4: ("wlan/radio", "wlan/predict", "core/ops"),
+    5: ("ipc/status_files", "ipc/bus", "ipc/event_socks"),
     6: ("wlan/precheck", "wlan/rootap", "config/supplicant_credentials"),
     7: ("platform/rtk/control", "platform/rtk/events", "platform/rtk/escape",
         "platform/rtk/write_back", "platform/rtk/ap_write_back", "platform/rtk/easymesh",
         "platform/rtk/hostapd_file", "platform/rtk/new_settings",
         "platform/rtk/credential_event", "platform/rtk/wps_attributes",
         "platform/rtk/ops"),
-    8: ("core/evaluation",),
-    9: ("core/mainloop", "core/lifecycle", "core/main"),
+    8: ("daemon/evaluation",),
+    9: ("daemon/mainloop", "daemon/lifecycle", "daemon/main"),
 }
 FLOOR_OF = {room: floor for floor, rooms in FLOORS.items() for room in rooms}
 
@@ -45,8 +45,8 @@ WATCH_FLOORS = {
 }
 WATCH_FLOOR_OF = {room: floor for floor, rooms in WATCH_FLOORS.items() for room in rooms}
 SHARED_WITH_WATCH = {
-    "core/handle", "core/text", "core/signals", "core/bus_listener", "ctrl/wpa_ctrl",
-    "config/json_text", "config/json_file", "config/credentials", "config/settings"}
+    "core/handle", "core/text", "core/signals", "ipc/bus_listener", "ctrl/wpa_ctrl",
+    "core/json_text", "core/json_file", "config/credentials", "config/settings"}
 
 
 def daemon_files():

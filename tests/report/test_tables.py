@@ -106,7 +106,7 @@ CONVERSION = re.compile(r"%[-0-9.]*(?:l|ll|z)?([sdiuxc])")
 
 def formats():
     """The texts of the daemon's log lines as they stand in the sources."""
-    for folder in ("core", "wlan", "config", "platform", "ctrl"):
+    for folder in ("core", "config", "ctrl", "ipc", "wlan", "platform", "daemon"):
         for path in sorted((ROOT / folder).rglob("*.cpp")):
             for found in CALL.finditer(path.read_text(encoding="utf-8")):
                 yield "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', found[1]))

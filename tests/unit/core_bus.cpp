@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The bus: mailbox, publication, and what each event becomes, with a real broker and a real client.
-#include "core/bus.h"
+#include "ipc/bus.h"
 
 #include <glob.h>
 #include <signal.h>
@@ -20,11 +20,11 @@ extern "C" {
 #include <libubus.h>
 }
 
-#include "core/lifecycle.h"
+#include "daemon/lifecycle.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
 

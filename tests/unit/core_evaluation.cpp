@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: ISC
 // The judgement of an attempt: when it waits, what it publishes, writes back, runs and asks for.
 // Each test has a process of its own, since a success stays in the result file's writer.
-#include "core/evaluation.h"
+#include "daemon/evaluation.h"
 
 #include <stdio.h>
 #include <string.h>

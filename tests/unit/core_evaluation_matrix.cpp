@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: ISC
 // The judgement of every combination of two bands' outcomes, with a third band absent, failed or
 // through, in each run mode: no band's result may show in another's.
-#include "core/evaluation.h"
+#include "daemon/evaluation.h"
 
 #include "core/session.h"
 #include "tests/unit/core_fixture.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The event sockets: who gets one, the list, the wait for a packet.
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 
 #include <errno.h>
 #include <string.h>
@@ -9,7 +9,7 @@
 
 #include <thread>
 
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"

@@ -11,12 +11,12 @@
 
 #include <regex>
 
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 // The handler may allocate, since it runs only where nothing is half done; the bus thread is never
 // joined. Asked for by the thread sanitizer alone.

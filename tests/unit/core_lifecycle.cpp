@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The life of the process: detaching, pid file, signals, opening, the restart at the end.
-#include "core/lifecycle.h"
+#include "daemon/lifecycle.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,16 +11,16 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
 #include "core/switches.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 using namespace kelm;
 using namespace kelm_test;

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: ISC
 // The main loop: order of a pass, the clock, the boost check, the time-out, the end.
-#include "core/mainloop.h"
+#include "daemon/mainloop.h"
 
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 #include "tests/unit/core_fixture.h"
 #include "wlan/predict.h"
 #include "wlan/radio.h"

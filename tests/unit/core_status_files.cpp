@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Result and info file, and the texts of the statuses.
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 
 #include <sys/stat.h>
 

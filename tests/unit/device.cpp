@@ -11,13 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 #include "core/signals.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/clock.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm_test {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/ops.h"
+#include "core/ops.h"
 
 namespace kelm_test {
 

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "config/credentials.h"
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "config/settings.h"
 #include "core/log.h"
 #include "core/text.h"

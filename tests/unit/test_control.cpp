@@ -11,9 +11,9 @@
 #include <unistd.h>
 
 #include "config/credentials.h"
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 #include "core/log.h"
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/ctrl_server.h"
 #include "tests/unit/device.h"

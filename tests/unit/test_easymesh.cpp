@@ -8,7 +8,7 @@
 #include <json-c/json.h>
 
 #include "config/credentials.h"
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "tests/unit/device.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Shell commands: what is run, what comes back, and what a command inherits.
-#include "platform/exec.h"
+#include "core/exec.h"
 
 #include <cerrno>
 #include <chrono>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Files in a folder that every user may write to.
-#include "config/file.h"
+#include "core/file.h"
 
 #include <fcntl.h>
 #include <glob.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // JSON files: bounded reading, the object to merge into, and who may read what is written.
-#include "config/json_file.h"
+#include "core/json_file.h"
 
 #include <string>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Parsing in pieces and formatting into found room: the same results as the library's own.
-#include "config/json_text.h"
+#include "core/json_text.h"
 
 #include <cstring>
 #include <string>

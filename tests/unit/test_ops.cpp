@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: ISC
 // The platform's table: which operation stands in which slot, and what the empty ones promise.
-#include "platform/ops.h"
+#include "core/ops.h"
 
 #include <cstring>
 
 #include "config/supplicant_credentials.h"
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
 #include "platform/rtk/events.h"

@@ -9,7 +9,7 @@
 
 #include <unistd.h>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/switches.h"
 #include "core/text.h"

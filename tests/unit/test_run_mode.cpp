@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The run mode: what the device's runtime file may say, and what stays when it says nothing.
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 #include <sys/stat.h>
 

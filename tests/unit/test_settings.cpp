@@ -8,7 +8,7 @@
 
 #include "core/log.h"
 #include "tests/world/world.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 using namespace kelm;
 using namespace kelm_test;

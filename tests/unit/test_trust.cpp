@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Whose files decide.
-#include "config/trust.h"
+#include "core/trust.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "watch/tell.h"
 
 using namespace kelm;

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "watch/kept.h"
 #include "watch/log_line.h"
 #include "watch/pattern.h"

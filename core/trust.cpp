@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Owners are looked at on what was opened, never by name: a name may lead elsewhere a moment later.
-#include "config/trust.h"
+#include "core/trust.h"
 
 #include <cerrno>
 #include <climits>

@@ -15,7 +15,7 @@ constexpr mode_t KELM_FOR_ALL = 0644;     // what pages and scripts read, whatev
 // The functions that take a path take one below 124 bytes. What they cannot do they tell in one log
 // line. They use path with ".new" or with random digits behind it on the way.
 
-// Opens a regular file for reading that a trusted user owns (config/trust.h says who, and what is
+// Opens a regular file for reading that a trusted user owns (core/trust.h says who, and what is
 // logged). Null for anything else: a FIFO under a well-known name would hold the attempt for ever.
 unique_file kelm_open_to_read(const char *path);
 

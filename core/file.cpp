@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Nothing is written under a name in a common folder: it is written beside it and moved there.
-#include "config/file.h"
+#include "core/file.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -15,7 +15,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "config/trust.h"
+#include "core/trust.h"
 #include "core/log.h"
 
 namespace kelm {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Shell commands on posix_spawn.
-#include "platform/exec.h"
+#include "core/exec.h"
 
 #include <cerrno>
 #include <csignal>

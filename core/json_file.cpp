@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // JSON files: bounded reading, objects to merge into.
-#include "config/json_file.h"
+#include "core/json_file.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -12,12 +12,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "config/file.h"
-#include "config/json_text.h"
-#include "config/trust.h"
+#include "core/file.h"
+#include "core/json_text.h"
+#include "core/trust.h"
 #include "core/log.h"
 #include "core/text.h"
-#include "platform/exec.h"
+#include "core/exec.h"
 
 namespace kelm {
 

@@ -2,10 +2,10 @@
 // kelm: one run of the daemon serves one WPS attempt.
 #include <unistd.h>
 
-#include "core/bus.h"
-#include "core/lifecycle.h"
+#include "ipc/bus.h"
+#include "daemon/lifecycle.h"
 #include "core/log.h"
-#include "core/mainloop.h"
+#include "daemon/mainloop.h"
 #include "core/signals.h"
 #include "core/switches.h"
 

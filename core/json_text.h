@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 
 namespace kelm {
 

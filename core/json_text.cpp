@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Parsing in pieces, formatting with an eye on memory.
-#include "config/json_text.h"
+#include "core/json_text.h"
 
 #include <cerrno>
 #include <cstdint>

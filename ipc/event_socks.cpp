@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The worker sockets: list, set-up, tear-down, wait.
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 
 #include <cerrno>
 #include <csignal>
@@ -10,11 +10,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "core/bus.h"
+#include "ipc/bus.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "platform/ops.h"
+#include "core/ops.h"
 #include "wlan/radio.h"
 
 namespace kelm {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The bus thread's three event handlers, the mailbox, and the publication.
-#include "core/bus.h"
+#include "ipc/bus.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -18,14 +18,14 @@ extern "C" {
 
 #include <json-c/json.h>
 
-#include "config/json_text.h"
-#include "core/bus_listener.h"
+#include "core/json_text.h"
+#include "ipc/bus_listener.h"
 #include "core/handle.h"
 #include "core/log.h"
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 #include "core/text.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 
 namespace kelm {
 

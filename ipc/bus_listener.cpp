@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The thread, the connection's life, the registrations.
-#include "core/bus_listener.h"
+#include "ipc/bus_listener.h"
 
 #include <csignal>
 #include <cstring>

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: ISC
 // Result and info file.
-#include "core/status_files.h"
+#include "ipc/status_files.h"
 
 #include <cstdint>
 #include <cstdio>
 
 #include <json-c/json.h>
 
-#include "config/file.h"
-#include "config/json_file.h"
-#include "config/json_text.h"
+#include "core/file.h"
+#include "core/json_file.h"
+#include "core/json_text.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 
 namespace kelm {
 

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: ISC
 // The worker-done evaluation: survey the bands, wait or judge, then act by run mode.
-#include "core/evaluation.h"
+#include "daemon/evaluation.h"
 
 #include <cstring>
 
 #include <unistd.h>
 
 #include "config/credentials.h"
-#include "config/file.h"
-#include "core/bus.h"
+#include "core/file.h"
+#include "ipc/bus.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "core/status_files.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "ipc/status_files.h"
+#include "core/exec.h"
+#include "core/ops.h"
 #include "wlan/radio.h"
 #include "wlan/rootap.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "core/event_socks.h"
+#include "ipc/event_socks.h"
 
 namespace kelm {
 

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: ISC
 // One pass: request, packet, clock, boost check, time-out.
-#include "core/mainloop.h"
+#include "daemon/mainloop.h"
 
 #include <cstring>
 #include <ctime>
 
-#include "core/bus.h"
-#include "core/evaluation.h"
+#include "ipc/bus.h"
+#include "daemon/evaluation.h"
 #include "core/log.h"
 #include "core/session.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 #include "wlan/precheck.h"
 #include "wlan/predict.h"
 #include "wlan/rootap.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The steps of the process's life, in the order in which main takes them.
-#include "core/lifecycle.h"
+#include "daemon/lifecycle.h"
 
 #include <cerrno>
 #include <csignal>
@@ -12,18 +12,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "config/file.h"
-#include "core/bus.h"
-#include "core/event_socks.h"
+#include "core/file.h"
+#include "ipc/bus.h"
+#include "ipc/event_socks.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
 #include "core/switches.h"
-#include "platform/exec.h"
-#include "platform/ops.h"
+#include "core/exec.h"
+#include "core/ops.h"
 #include "wlan/radio.h"
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 namespace kelm {
 

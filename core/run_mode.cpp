@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: ISC
 // Reads and keeps the run mode.
-#include "wlan/run_mode.h"
+#include "core/run_mode.h"
 
 #include <cstdint>
 
 #include <fcntl.h>
 
-#include "config/json_file.h"
+#include "core/json_file.h"
 #include "core/kelm.h"
 #include "core/log.h"
 
