@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: ISC
-// JSON files: an owning handle, bounded reading, merging.
+// JSON files: bounded reading, merging.
 #pragma once
 
 #include <cstddef>
-#include <memory>
 
-#include <json-c/json.h>
 #include <sys/types.h>
 
-namespace kelm {
+#include "core/json_text.h"
 
-struct json_putter {
-    void operator()(json_object *object) const { ::json_object_put(object); }
-};
-using unique_json = std::unique_ptr<json_object, json_putter>;
+namespace kelm {
 
 // Why kelm_read_json gave nothing.
 enum class json_read_result { ok, no_memory, open_failed, read_failed, parse_failed };

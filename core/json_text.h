@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: ISC
-// JSON between text and tree where memory may run out: whole or not at all.
+// JSON: an owning handle, and the way between text and tree where memory may run out: whole or not
+// at all.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
-#include "core/json_file.h"
+#include <json-c/json.h>
 
 namespace kelm {
+
+struct json_putter {
+    void operator()(json_object *object) const { ::json_object_put(object); }
+};
+using unique_json = std::unique_ptr<json_object, json_putter>;
 
 // Parses length bytes of text, as json_tokener_parse_ex does at once. Null for what is no JSON, and
 // when memory runs out on the way: the library alone would lose a key or cut a text without a word,

@@ -14,7 +14,8 @@
 #include "ipc/status_files.h"
 #include "core/exec.h"
 #include "core/ops.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 #include "wlan/rootap.h"
 #include "core/run_mode.h"
 

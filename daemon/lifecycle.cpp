@@ -22,7 +22,10 @@
 #include "core/switches.h"
 #include "core/exec.h"
 #include "core/ops.h"
-#include "wlan/radio.h"
+#include "wlan/availability.h"
+#include "wlan/device_bands.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 #include "core/run_mode.h"
 
 namespace kelm {
@@ -126,7 +129,7 @@ constexpr restart_row EASYMESH_RESTART = {"Easymesh WPS success restart.",
 // Only 2.4 and 5 GHz decide: the bands beyond them have no exchange of their own on this platform.
 const restart_row &_choose_restart()
 {
-    if (band_worker_succeed[KELM_BAND_2G] == 0 && band_worker_succeed[KELM_BAND_5G] == 0)
+    if (get_band_worker_succeed(KELM_BAND_2G) == 0 && get_band_worker_succeed(KELM_BAND_5G) == 0)
         return FAILED_RESTART;
     if (get_band_easymesh_wps(KELM_BAND_2G) == 0 && get_band_easymesh_wps(KELM_BAND_5G) == 0)
         return NORMAL_RESTART;
@@ -261,7 +264,7 @@ int _kelm_open()
         if (!kelm_get_band_inited(band))
             continue;
         kelm_set_status(band, WPS_STATUS_IDLE);
-        band_worker_succeed[band] = 0;
+        set_band_worker_succeed(band, 0);
     }
     dirty = 0;
     kelm_sock_list = nullptr;
@@ -283,7 +286,7 @@ void kelm_leave()
         (void)kelm_system("/etc/init.d/wps re_kelm_info", command_kind::script);
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "do wifi restart\n");
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "wps_status 2G = %d, 5G = %d.\n\n",
-                    band_worker_succeed[KELM_BAND_2G], band_worker_succeed[KELM_BAND_5G]);
+                    get_band_worker_succeed(KELM_BAND_2G), get_band_worker_succeed(KELM_BAND_5G));
         const restart_row &restart = _choose_restart();
         kelm_log_as(ENTRY, KELM_LOG_NORMAL, "%s\n", restart.log);
         (void)kelm_system(restart.command, command_kind::restart);

@@ -15,7 +15,7 @@
 #include "core/session.h"
 #include "core/signals.h"
 #include "core/ops.h"
-#include "wlan/radio.h"
+#include "core/enabled.h"
 
 namespace kelm {
 

@@ -16,7 +16,9 @@
 #include "core/exec.h"
 #include "core/ops.h"
 #include "wlan/predict.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/link_state.h"
+#include "wlan/security_type.h"
 #include "core/run_mode.h"
 
 namespace kelm {

@@ -16,7 +16,7 @@
 #include "core/exec.h"
 #include "core/ops.h"
 #include "wlan/precheck.h"
-#include "wlan/radio.h"
+#include "wlan/verdict.h"
 
 namespace kelm {
 

@@ -16,7 +16,8 @@
 #include "core/text.h"
 #include "core/exec.h"
 #include "wlan/precheck.h"
-#include "wlan/radio.h"
+#include "core/enabled.h"
+#include "wlan/availability.h"
 #include "core/run_mode.h"
 
 namespace kelm {

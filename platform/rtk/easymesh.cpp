@@ -16,7 +16,8 @@
 #include "core/session.h"
 #include "core/text.h"
 #include "core/exec.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 
 namespace kelm {
 

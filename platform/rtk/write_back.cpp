@@ -16,7 +16,7 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/text.h"
-#include "wlan/radio.h"
+#include "wlan/verdict.h"
 
 namespace kelm {
 

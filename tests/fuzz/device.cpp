@@ -24,7 +24,7 @@
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"
 #include "tests/world/world.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
 #include "core/run_mode.h"
 
 namespace kelm_fuzz {

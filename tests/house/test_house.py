@@ -10,47 +10,16 @@ import pytest
 from builds import must_run, needed, of_openwrt, through_cache
 
 ROOT = Path(__file__).resolve().parents[2]
-DAEMON_FOLDERS = ("core", "config", "ctrl", "ipc", "wlan", "platform", "daemon")
-
-# A file may include its own floor and those below. See docs/architecture.md.
-FLOORS = {
-    1: ("core/kelm", "core/log", "core/qm_syslog", "core/handle", "core/signals", "core/system_log",
-        "core/exec", "core/file", "core/trust", "ipc/bus_listener"),
-    2: ("core/session", "core/switches", "core/text", "ctrl/wpa_ctrl", "config/conf_tree"),
-    3: ("core/run_mode", "config/band_config", "config/settings", "config/uci_option",
-        "core/json_file", "core/json_text", "config/key_mgmt", "config/value_text",
-        "config/credentials"),
-    4: ("wlan/radio", "wlan/predict", "core/ops"),
-    5: ("ipc/status_files", "ipc/bus", "ipc/event_socks"),
-    6: ("wlan/precheck", "wlan/rootap", "config/supplicant_credentials"),
-    7: ("platform/rtk/control", "platform/rtk/events", "platform/rtk/escape",
-        "platform/rtk/write_back", "platform/rtk/ap_write_back", "platform/rtk/easymesh",
-        "platform/rtk/hostapd_file", "platform/rtk/new_settings",
-        "platform/rtk/credential_event", "platform/rtk/wps_attributes",
-        "platform/rtk/ops"),
-    8: ("daemon/evaluation",),
-    9: ("daemon/mainloop", "daemon/lifecycle", "daemon/main"),
-}
-FLOOR_OF = {room: floor for floor, rooms in FLOORS.items() for room in rooms}
-
-# The recorder's own floors, and what it takes from the daemon.
-WATCH_FLOORS = {
-    1: ("watch/text", "watch/options", "watch/queue"),
-    2: ("watch/pattern", "watch/members", "watch/aliases"),
-    3: ("watch/kept", "watch/log_line", "watch/words"),
-    4: ("watch/bands", "watch/recording", "watch/screen", "watch/tell", "watch/outputs"),
-    5: ("watch/source", "watch/sources", "watch/run", "watch/bus_source", "watch/ctrl_sources",
-        "watch/file_source", "watch/log_source", "watch/process_source"),
-    6: ("watch/main",),
-}
-WATCH_FLOOR_OF = {room: floor for floor, rooms in WATCH_FLOORS.items() for room in rooms}
+# The folders of the daemon from the ground up.
+FLOORS = ("core", "config", "ctrl", "ipc", "wlan", "platform", "daemon")
+# What the recorder takes from the daemon.
 SHARED_WITH_WATCH = {
-    "core/handle", "core/text", "core/signals", "ipc/bus_listener", "ctrl/wpa_ctrl",
-    "core/json_text", "core/json_file", "config/credentials", "config/settings"}
+    "core/handle", "core/json_text", "core/signals", "core/text",
+    "config/credentials", "config/settings", "ctrl/wpa_ctrl", "ipc/bus_listener"}
 
 
 def daemon_files():
-    return sorted(path for folder in DAEMON_FOLDERS for path in (ROOT / folder).rglob("*.[ch]*"))
+    return sorted(path for folder in FLOORS for path in (ROOT / folder).rglob("*.[ch]*"))
 
 
 def watch_files():
@@ -73,50 +42,33 @@ def tracked_files():
     return [ROOT / line for line in listing.stdout.splitlines()]
 
 
-def test_every_file_of_the_daemon_has_a_floor():
-    assert sorted({room(path) for path in daemon_files()}) == sorted(FLOOR_OF)
+def floor_of(name):
+    return FLOORS.index(name.split("/")[0])
 
 
-def test_no_file_includes_a_floor_above_its_own():
-    upward = [f"{path.relative_to(ROOT)} includes {name}" for path in daemon_files()
-              for name in includes(path) if FLOOR_OF[name] > FLOOR_OF[room(path)]]
-    assert not upward
+def test_no_folder_includes_a_folder_above_it():
+    found = [(path, name) for path in daemon_files() for name in includes(path)]
+    assert {floor_of(room(path)) for path, _ in found} == set(range(len(FLOORS)))
+    assert [f"{path.relative_to(ROOT)} includes {name}" for path, name in found
+            if name.split("/")[0] not in FLOORS or floor_of(name) > floor_of(room(path))] == []
 
 
-def test_every_file_of_the_recorder_has_a_floor():
-    assert sorted({room(path) for path in watch_files()}) == sorted(WATCH_FLOOR_OF)
+def test_the_recorder_takes_what_it_shares_and_nothing_else():
+    found = {name for path in watch_files() for name in includes(path)
+             if not name.startswith("watch/")}
+    assert found == SHARED_WITH_WATCH
 
 
-def test_the_recorder_takes_what_it_shares_and_nothing_of_the_daemon_needs_it():
-    shared = {name for path in watch_files() for name in includes(path)
-              if name not in WATCH_FLOOR_OF}
-    assert shared <= SHARED_WITH_WATCH
-    upward = [f"{path.relative_to(ROOT)} includes {name}" for path in watch_files()
-              for name in includes(path) if name in WATCH_FLOOR_OF
-              and WATCH_FLOOR_OF[name] > WATCH_FLOOR_OF[room(path)]]
-    assert not upward
-    assert [path for path in daemon_files() for name in includes(path)
-            if name.startswith("watch/")] == []
-
-
-def test_the_recorder_uses_the_lowest_floors_and_nothing_uses_the_recorder():
-    files = sorted((ROOT / "watch").glob("*.[ch]*"))
-    assert files
-    assert [f"{path.relative_to(ROOT)} includes {name}" for path in files
-            for name in includes(path)
-            if not name.startswith("watch/") and FLOOR_OF[name] > 3] == []
-    assert [f"{path.relative_to(ROOT)} includes {name}" for path in daemon_files()
-            for name in includes(path) if name.startswith("watch/")] == []
-
-
-def test_headers_do_not_include_each_other_in_a_circle():
-    graph = {room(path): includes(path) for path in daemon_files() + watch_files()
-             if path.suffix == ".h"}
+def test_rooms_do_not_include_each_other_in_a_circle():
+    """Header and source of a room together: nobody can be understood first in a circle."""
+    graph = {}
+    for path in daemon_files() + watch_files():
+        graph.setdefault(room(path), set()).update(includes(path))
 
     def circle(name, trail):
         if name in trail:
             return trail[trail.index(name):] + [name]
-        found = (circle(follower, trail + [name]) for follower in graph[name])
+        found = (circle(follower, trail + [name]) for follower in sorted(graph[name]))
         return next((one for one in found if one), None)
 
     assert [one for one in (circle(name, []) for name in graph) if one] == []

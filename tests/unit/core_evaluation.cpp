@@ -11,7 +11,8 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "tests/unit/core_fixture.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 
 using namespace kelm;
 using namespace kelm_test;
@@ -119,7 +120,7 @@ TEST_IN_FRESH_PROCESS(evaluation, without_an_attempt_nothing_happens)
     EXPECT_EQ("kelm[_kelm_worker_done_process:N]: no active wps session running \n\n",
               console_text_without_line_numbers());
     EXPECT_EQ(0u, kelm_flag);
-    EXPECT_EQ(0, band_worker_succeed[0]);
+    EXPECT_EQ(0, get_band_worker_succeed(0));
     EXPECT_FALSE(file_exists(RESULT));
 }
 
@@ -128,14 +129,14 @@ TEST_IN_FRESH_PROCESS(evaluation, an_access_point_waits_while_a_worker_runs_and_
     start_attempt(KELM_MODE_AP, DUAL_BAND);
     set_band(0, WPS_STATUS_TIMEOUT, AP | DONE);
     set_band(1, WPS_STATUS_STARTED, AP | LAUNCHED);
-    band_worker_succeed[0] = 1;
+    set_band_worker_succeed(0, 1);
     EXPECT_EQ(calls{}, judge());
     EXPECT_EQ("", console_text());
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING, kelm_flag);
     EXPECT_EQ(WPS_STATUS_TIMEOUT, kelm_get_status(0));
     EXPECT_EQ(AP | LAUNCHED, kelm_get_wps_flags(1));
     EXPECT_FALSE(file_exists(RESULT));
-    EXPECT_EQ(0, band_worker_succeed[0]) << "the one thing that a wait renews";
+    EXPECT_EQ(0, get_band_worker_succeed(0)) << "the one thing that a wait renews";
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, a_wait_always_tells_of_worker_4)
@@ -155,7 +156,7 @@ TEST_IN_FRESH_PROCESS(evaluation, a_repeater_waits_for_all_workers_even_after_a_
     set_band(0, WPS_STATUS_SUCCESS, STA | DONE);
     set_band(1, WPS_STATUS_STARTED, STA | LAUNCHED);
     EXPECT_EQ(calls{}, judge());
-    EXPECT_EQ(1, band_worker_succeed[0]);
+    EXPECT_EQ(1, get_band_worker_succeed(0));
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING, kelm_flag);
 }
 
@@ -166,8 +167,8 @@ TEST_IN_FRESH_PROCESS(evaluation, first_success_ends_an_attempt_in_access_point_
     set_band(1, WPS_STATUS_SUCCESS, AP | DONE);
     EXPECT_EQ((calls{"ops wps_cancel()", publication(2, 4, 2, 0)}), judge());
     EXPECT_EQ("1\n", read_file(RESULT));
-    EXPECT_EQ(0, band_worker_succeed[0]);
-    EXPECT_EQ(1, band_worker_succeed[1]);
+    EXPECT_EQ(0, get_band_worker_succeed(0));
+    EXPECT_EQ(1, get_band_worker_succeed(1));
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, a_secured_access_point_is_not_patched_and_the_service_restarts)
@@ -213,7 +214,7 @@ TEST_IN_FRESH_PROCESS(evaluation, a_patch_that_failed_is_no_success_and_nothing_
               judge());
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WPS_RESTART, kelm_flag);
     EXPECT_EQ(WPS_STATUS_ERROR, kelm_get_status(0));
-    EXPECT_EQ(0, band_worker_succeed[0]);
+    EXPECT_EQ(0, get_band_worker_succeed(0));
     EXPECT_EQ("1\n", read_file(RESULT)) << "that was told before";
     EXPECT_TRUE(says(read_file("/tmp/kelm.info"), "\"wl0_wps_status\": \"error\""));
     expect_in_order(console_messages(),
@@ -232,7 +233,7 @@ TEST_IN_FRESH_PROCESS(evaluation,
     EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops wps_cancel()", publication(2, 2, 4, 0)}),
               judge());
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
-    EXPECT_EQ(1, band_worker_succeed[0]);
+    EXPECT_EQ(1, get_band_worker_succeed(0));
     EXPECT_TRUE(says(read_file("/tmp/kelm.info"), "\"wl0_wps_status\": \"success\""));
 }
 
@@ -248,8 +249,8 @@ TEST_IN_FRESH_PROCESS(evaluation, of_two_open_bands_each_is_told_by_its_own_patc
                          failing == 0 ? publication(2, 3, 2, 0) : publication(2, 2, 3, 0)}),
                   judge());
         EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
-        EXPECT_EQ(0, band_worker_succeed[failing]);
-        EXPECT_EQ(1, band_worker_succeed[1 - failing]);
+        EXPECT_EQ(0, get_band_worker_succeed(failing));
+        EXPECT_EQ(1, get_band_worker_succeed(1 - failing));
     }
 }
 
@@ -432,7 +433,7 @@ TEST_IN_FRESH_PROCESS(evaluation, a_repeater_that_could_store_nothing_publishes_
                      publication(2, 3, 4, 0), "ops wps_cancel()"}),
               judge());
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WIFI_RESTART, kelm_flag);
-    EXPECT_EQ(0, band_worker_succeed[0]) << "the service is restarted, not the wireless";
+    EXPECT_EQ(0, get_band_worker_succeed(0)) << "the service is restarted, not the wireless";
     EXPECT_EQ("1\n", read_file(RESULT)) << "that was told before";
     EXPECT_FALSE(file_exists(WPS_STA_FILE)) << "the mesh switch is not touched";
     const std::string info = read_file("/tmp/kelm.info");
@@ -455,7 +456,7 @@ TEST_IN_FRESH_PROCESS(evaluation, a_band_that_could_borrow_is_applied_though_the
     EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, none)", CONFIG_WIFI,
                      publication(2, 3, 4, 0), "ops wps_cancel()"}),
               judge());
-    EXPECT_EQ(0, band_worker_succeed[0]);
+    EXPECT_EQ(0, get_band_worker_succeed(0));
 }
 
 TEST_IN_FRESH_PROCESS(evaluation,
@@ -476,8 +477,8 @@ TEST_IN_FRESH_PROCESS(evaluation,
                      "ops wps_cancel()"}),
               judge())
         << "the success is published by the service, from the info file";
-    EXPECT_EQ(0, band_worker_succeed[0]);
-    EXPECT_EQ(1, band_worker_succeed[1]);
+    EXPECT_EQ(0, get_band_worker_succeed(0));
+    EXPECT_EQ(1, get_band_worker_succeed(1));
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, a_borrower_that_is_switched_off_makes_no_failure_of_a_success)
@@ -487,7 +488,7 @@ TEST_IN_FRESH_PROCESS(evaluation, a_borrower_that_is_switched_off_makes_no_failu
     EXPECT_EQ((calls{"ops patching_back(0, 0, none)", "ops patching_back(1, 0, none)", CONFIG_WIFI,
                      "ops wps_cancel()"}),
               judge());
-    EXPECT_EQ(1, band_worker_succeed[0]);
+    EXPECT_EQ(1, get_band_worker_succeed(0));
     EXPECT_FALSE(file_exists("/tmp/kelm.info")) << "nothing new to tell";
 }
 
@@ -564,7 +565,7 @@ TEST_IN_FRESH_PROCESS(evaluation, a_repeater_in_which_nothing_succeeded_publishe
     EXPECT_FALSE(file_exists(WPS_STA_FILE)) << "the mesh switch is not touched";
     for (int band = 0; band < 3; ++band) {
         EXPECT_EQ(WPS_STATUS_IDLE, kelm_get_status(band));
-        EXPECT_EQ(0, band_worker_succeed[band]);
+        EXPECT_EQ(0, get_band_worker_succeed(band));
     }
 }
 
@@ -663,7 +664,7 @@ TEST_IN_FRESH_PROCESS(evaluation, what_a_script_may_not_apply_is_no_success)
         (calls{"ops patching_back(0, 0, none)", "ops wps_cancel()", publication(2, 3, 12, 0)}),
         judge());
     EXPECT_EQ(KELM_GFLAG_WPS_RUNNING | KELM_GFLAG_WPS_RESTART, kelm_flag);
-    EXPECT_EQ(0, band_worker_succeed[0]);
+    EXPECT_EQ(0, get_band_worker_succeed(0));
 }
 
 TEST_IN_FRESH_PROCESS(evaluation, the_copies_are_as_private_as_the_credential_files)

@@ -5,7 +5,7 @@
 
 #include "core/session.h"
 #include "tests/unit/core_fixture.h"
-#include "wlan/radio.h"
+#include "wlan/verdict.h"
 
 using namespace kelm;
 using namespace kelm_test;
@@ -165,9 +165,9 @@ calls judge()
 void expect_result_and_successes()
 {
     EXPECT_EQ(std::to_string(current->result) + "\n", read_file("/tmp/wps_result"));
-    EXPECT_EQ(current->outcomes[0] == 'S' ? 1 : 0, band_worker_succeed[0]);
-    EXPECT_EQ(current->outcomes[1] == 'S' ? 1 : 0, band_worker_succeed[1]);
-    EXPECT_EQ(third == THROUGH ? 1 : 0, band_worker_succeed[2]);
+    EXPECT_EQ(current->outcomes[0] == 'S' ? 1 : 0, get_band_worker_succeed(0));
+    EXPECT_EQ(current->outcomes[1] == 'S' ? 1 : 0, get_band_worker_succeed(1));
+    EXPECT_EQ(third == THROUGH ? 1 : 0, get_band_worker_succeed(2));
 }
 
 // An access point keeps what each band came to.

@@ -15,7 +15,8 @@
 #include "core/session.h"
 #include "core/signals.h"
 #include "core/exec.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 #include "core/run_mode.h"
 
 // The handler may allocate, since it runs only where nothing is half done; the bus thread is never
@@ -55,8 +56,8 @@ void start_core(int run_mode, int band_set)
     kelm_band_mask = 0;
     time_start = time_boost = time_last_check = 0;
     dirty = 0;
-    for (int32_t &succeeded : band_worker_succeed)
-        succeeded = 0;
+    for (int index = 0; index < KELM_BAND_COUNT; ++index)
+        set_band_worker_succeed(index, 0);
     reset_band_easymesh_wps();
     kelm_sock_list = nullptr;
     for (kelm_sock_entry &entry : kelm_worker_socks)

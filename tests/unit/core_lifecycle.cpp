@@ -19,7 +19,8 @@
 #include "core/exec.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 #include "core/run_mode.h"
 
 using namespace kelm;
@@ -90,7 +91,7 @@ calls leave_with(uint32_t flag, std::initializer_list<int> succeeded,
     start_core(KELM_MODE_REPEATER, ALL_BANDS);
     kelm_flag = flag;
     for (const int band : succeeded)
-        band_worker_succeed[band] = 1;
+        set_band_worker_succeed(band, 1);
     for (const int band : easymesh)
         set_band_easymesh_wps(band, 1);
     kelm_leave();
@@ -577,7 +578,7 @@ TEST_F(lifecycle, opening_stops_the_old_workers_before_it_starts_the_new_ones)
     };
     time_start = time_boost = time_last_check = 5;
     dirty = 5;
-    band_worker_succeed[1] = 1;
+    set_band_worker_succeed(1, 1);
     kelm_sock_entry left_over = {};
     kelm_sock_list = &left_over;
     EXPECT_EQ(0, _kelm_open());
@@ -586,7 +587,7 @@ TEST_F(lifecycle, opening_stops_the_old_workers_before_it_starts_the_new_ones)
     EXPECT_EQ(0, time_boost);
     EXPECT_EQ(0, time_last_check);
     EXPECT_EQ(0u, dirty);
-    EXPECT_EQ(0, band_worker_succeed[1]);
+    EXPECT_EQ(0, get_band_worker_succeed(1));
     EXPECT_EQ(nullptr, kelm_sock_list);
     EXPECT_EQ(KELM_MODE_AP, kelm_get_run_mode());
     EXPECT_EQ(3, kelm_rf_band);
@@ -600,14 +601,14 @@ TEST_F(lifecycle, opening_returns_every_band_of_the_device_to_idle)
             return;
         for (const int band : {0, 1, 2}) {
             set_band(band, WPS_STATUS_ERROR, WPS_FLAG_NONE_SECURITY);
-            band_worker_succeed[band] = 1;
+            set_band_worker_succeed(band, 1);
         }
     };
     EXPECT_EQ(0, _kelm_open());
     for (const int band : {0, 1}) {
         EXPECT_EQ(WPS_STATUS_IDLE, kelm_get_status(band));
         EXPECT_EQ(WPS_FLAG_NONE_SECURITY, kelm_get_wps_flags(band)) << "the flags stay";
-        EXPECT_EQ(0, band_worker_succeed[band]);
+        EXPECT_EQ(0, get_band_worker_succeed(band));
     }
     EXPECT_EQ(WPS_STATUS_ERROR, kelm_get_status(2));
 }
@@ -738,7 +739,7 @@ TEST_F(lifecycle, the_pid_file_is_gone_before_any_of_the_last_commands_runs)
         set_reply("/etc/init.d/wifi", look);
         kelm_flag = each.flag;
         for (const int band : each.succeeded)
-            band_worker_succeed[band] = 1;
+            set_band_worker_succeed(band, 1);
         kelm_leave();
         EXPECT_EQ(each.seen, read_file("/tmp/seen"));
     }
@@ -747,7 +748,7 @@ TEST_F(lifecycle, the_pid_file_is_gone_before_any_of_the_last_commands_runs)
 TEST_F(lifecycle, leaving_tells_what_it_does_as_main)
 {
     kelm_flag = KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RUNNING;
-    band_worker_succeed[1] = 1;
+    set_band_worker_succeed(1, 1);
     set_reply("/etc/init.d/wps", "echo \"wps $*\" >/dev/console\n");
     set_reply("/etc/init.d/wifi", "echo \"wifi $*\" >/dev/console\n");
     const std::string normal =

@@ -12,7 +12,6 @@
 #include "ipc/status_files.h"
 #include "tests/unit/core_fixture.h"
 #include "wlan/predict.h"
-#include "wlan/radio.h"
 
 using namespace kelm;
 using namespace kelm_test;

@@ -16,7 +16,8 @@
 #include "core/exec.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/clock.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/verdict.h"
 #include "core/run_mode.h"
 
 namespace kelm_test {
@@ -48,8 +49,8 @@ void forget_sessions()
     dirty = 0;
     factory_mode = 0;
     reset_band_easymesh_wps();
-    for (int32_t &succeeded : band_worker_succeed)
-        succeeded = 0;
+    for (int index = 0; index < KELM_BAND_COUNT; ++index)
+        set_band_worker_succeed(index, 0);
 }
 
 }  // namespace

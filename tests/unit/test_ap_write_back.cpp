@@ -12,7 +12,7 @@
 #include "core/log.h"
 #include "core/text.h"
 #include "tests/unit/device.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
 
 using namespace kelm;
 using namespace kelm_test;

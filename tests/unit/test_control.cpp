@@ -17,7 +17,6 @@
 #include "platform/rtk/events.h"
 #include "tests/unit/ctrl_server.h"
 #include "tests/unit/device.h"
-#include "wlan/radio.h"
 
 using namespace kelm;
 using namespace kelm_test;

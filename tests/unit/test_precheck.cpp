@@ -13,7 +13,7 @@
 #include "core/text.h"
 #include "platform/rtk/control.h"
 #include "tests/unit/device.h"
-#include "wlan/radio.h"
+#include "wlan/easymesh_marks.h"
 
 using namespace kelm;
 using namespace kelm_test;

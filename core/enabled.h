@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: ISC
+// What is enabled on a band and what had its link, as its flags tell. A bad band reads as 0.
+#pragma once
+
+namespace kelm {
+
+int kelm_get_bss_enabled(int band);    // 0 or 1: the station interface
+int kelm_get_radio_enabled(int band);  // 0 or 2: the access point
+int kelm_get_iface_enabled(int band);  // non-zero: the one that the run mode uses
+int kelm_get_sta_connected(int band);  // 0 or 8
+
+}  // namespace kelm
