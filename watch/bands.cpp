@@ -3,7 +3,6 @@
 #include "watch/bands.h"
 
 #include "core/text.h"
-#include "watch/tell.h"
 #include "watch/words.h"
 
 namespace kelm {

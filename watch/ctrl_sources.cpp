@@ -17,6 +17,7 @@
 #include "core/signals.h"
 #include "core/text.h"
 #include "ctrl/wpa_ctrl.h"
+#include "watch/bands.h"
 #include "watch/queue.h"
 #include "watch/source.h"
 #include "watch/tell.h"

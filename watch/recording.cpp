@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include "core/json_text.h"
-#include "watch/tell.h"
 
 namespace kelm {
 

@@ -7,6 +7,9 @@
 
 namespace kelm {
 
+// Bytes of one text that was seen that are used; what is longer is cut.
+constexpr size_t WATCH_TEXT_SIZE = 4096;
+
 // A part of somebody's text, any bytes.
 struct text_span {
     const char *at;

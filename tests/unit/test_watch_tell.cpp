@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
 // From what was seen to screen and recording: seconds since the press, bands, twice-told things.
+#include "watch/bands.h"
 #include "watch/tell.h"
 
 #include <algorithm>
