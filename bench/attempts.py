@@ -62,6 +62,11 @@ def begin_access_point(router):
 
 def play_access_point(router):
     router.press_and_wait_started(poke=False)
+    answer_access_point(router)
+
+
+def answer_access_point(router):
+    """What hostapd says of a client that joins."""
     router.hostapd['2g'].send(f'<3>WPS-ENROLLEE-SEEN {MAC}')
     router.hostapd['2g'].send(REG_SUCCESS)
 
