@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "config/security_words.h"
 #include "core/file.h"
 #include "core/json_file.h"
 #include "core/json_text.h"
@@ -23,37 +24,6 @@ constexpr size_t KEY_SIZE = 32;
 constexpr size_t TEXT_MAX = WPS_QM_DATA_SIZE;  // of any text member
 constexpr uint32_t LOWEST_KEY_INDEX = 1;
 constexpr uint32_t HIGHEST_KEY_INDEX = 4;
-constexpr uint32_t ANY_VERSION = UINT32_MAX;
-
-// Texts of the authentication modes; the first row that fits counts.
-struct security_row {
-    uint32_t mode;
-    uint32_t version;
-    const char *sta_text;
-    const char *ap_text;
-};
-
-constexpr security_row SECURITY[] = {
-    {WPS_AUTH_OPEN, ANY_VERSION, "none", "none"},
-    {WPS_AUTH_WPA, WPS_VERSION_WPA, "wpa", "wpa"},
-    {WPS_AUTH_WPA, WPS_VERSION_WPA2, "wpa2", "wpa2"},
-    {WPS_AUTH_WPA, ANY_VERSION, "wpa/wpa2", "wpa/wpa2"},
-    {WPS_AUTH_WEP, ANY_VERSION, "wep", "wep"},
-    {WPS_AUTH_WPA_SINGLE, ANY_VERSION, "wpa", "wpa"},
-    {WPS_AUTH_SAE, WPS_VERSION_WPA3, "sae_only", "wpa3"},
-    {WPS_AUTH_SAE, ANY_VERSION, "psk_sae", "wpa2/wpa3"},
-    {WPS_AUTH_OWE, ANY_VERSION, "owe", "owe"},
-};
-
-// Null for a mode without a text.
-const char *_security_text(uint32_t mode, uint32_t version, const char *security_row::*text)
-{
-    for (const security_row &row : SECURITY) {
-        if (row.mode == mode && (row.version == ANY_VERSION || row.version == version))
-            return row.*text;
-    }
-    return nullptr;
-}
 
 json_object *_switch_text(bool on)
 {
@@ -109,19 +79,12 @@ json_object *_sta_enable(const wps_sta_band_config *)
 
 const char *_sta_security(const wps_sta_band_config *config)
 {
-    return _security_text(config->auth_mode, config->wpa_version, &security_row::sta_text);
+    return kelm_words_of_security(config->auth_mode, config->wpa_version).station_file;
 }
 
-json_object *_sta_encryption(const wps_sta_band_config *config)
+const char *_sta_encryption(const wps_sta_band_config *config)
 {
-    switch (config->encryption) {
-    case WPS_CIPHER_AES:
-        return json_object_new_string("aes");
-    case WPS_CIPHER_TKIP:
-        return json_object_new_string("tkip");
-    default:
-        return json_object_new_string("auto");
-    }
+    return kelm_words_of_cipher(config->encryption).word;
 }
 
 json_object *_ap_enable(const wps_ap_band_config *config)
@@ -131,16 +94,14 @@ json_object *_ap_enable(const wps_ap_band_config *config)
 
 const char *_ap_security(const wps_ap_band_config *config)
 {
-    if (config->sec_type == WPS_AUTH_OWE)
-        return nullptr;
-    return _security_text(config->sec_type, config->wpa_version, &security_row::ap_text);
+    return kelm_words_of_security(config->sec_type, config->wpa_version).access_point_file;
 }
 
 const char *_ap_owe_security(const wps_ap_band_config *config)
 {
     if (config->sec_type != WPS_AUTH_OWE)
         return nullptr;
-    return _security_text(config->sec_type, config->wpa_version, &security_row::ap_text);
+    return kelm_words_of_security(config->sec_type, config->wpa_version).station_file;
 }
 
 json_object *_own_settings(const wps_ap_band_config *)
@@ -170,7 +131,7 @@ constexpr sta_row STA_KEYS[] = {
     {"enable", _sta_enable},
     {"ssid", nullptr, nullptr, _ssid},
     {"security", nullptr, _sta_security},
-    {"wpa_encryption", _sta_encryption},
+    {"wpa_encryption", nullptr, _sta_encryption},
     {"index", _key_index},
     {"password", nullptr, nullptr, _text<&wps_sta_band_config::password>},
     {"securityType", _integer<&wps_sta_band_config::auth_mode>},

@@ -8,6 +8,7 @@
 
 #include "config/band_config.h"
 #include "config/key_mgmt.h"
+#include "config/security_words.h"
 #include "config/value_text.h"
 #include "core/log.h"
 #include "core/session.h"
@@ -34,22 +35,6 @@ struct extraction {
 };
 
 using cfgitem = hapd_wpasupp_cfgitem;
-
-// Names found in a value, in the order in which they are applied.
-struct named_kind {
-    const char *name;
-    uint32_t kind;
-};
-
-// Notes a kind, or forgets all when another was noted before: both together mean "automatic".
-void _combine(const named_kind &row, const char *value, uint32_t *found)
-{
-    if (strstr(value, row.name) != nullptr)
-        *found = *found == 0 ? row.kind : 0;
-}
-
-constexpr named_kind PAIRWISE[] = {{"CCMP", WPS_CIPHER_AES}, {"TKIP", WPS_CIPHER_TKIP}};
-constexpr named_kind PROTO[] = {{"WPA", WPS_VERSION_WPA}, {"RSN", WPS_VERSION_WPA2}};
 
 void _take_ssid(extraction *work, const cfgitem &item)
 {
@@ -144,55 +129,23 @@ void _take_item(extraction *work, const cfgitem &item)
     }
 }
 
-const char *_wpa_text(uint32_t proto)
+const char *_cipher_of(const extraction &work)
 {
-    switch (proto) {
-    case WPS_VERSION_WPA:
-        return "wpa";
-    case WPS_VERSION_WPA2:
-        return "wpa2";
-    default:
-        return "wpa/wpa2";
-    }
-}
-
-const char *_cipher_text(uint32_t pairwise)
-{
-    switch (pairwise) {
-    case WPS_CIPHER_AES:
+    switch (work.auth_mode) {
+    case WPS_AUTH_WPA:
+        return kelm_words_of_cipher(work.pairwise).word;
+    case WPS_AUTH_SAE:
         return "aes";
-    case WPS_CIPHER_TKIP:
-        return "tkip";
     default:
-        return "auto";
+        return "";
     }
-}
-
-void _set_security(kelm_rootap_info *record, const char *auth, const char *cipher)
-{
-    copy_text(record->auth, auth);
-    copy_text(record->cipher, cipher);
 }
 
 void _store_security(const extraction &work)
 {
-    switch (work.auth_mode) {
-    case WPS_AUTH_OPEN:
-        _set_security(work.record, "none", "");
-        break;
-    case WPS_AUTH_WPA:
-        _set_security(work.record, _wpa_text(work.proto), _cipher_text(work.pairwise));
-        break;
-    case WPS_AUTH_SAE:
-        _set_security(work.record, work.proto == WPS_VERSION_WPA3 ? "sae_only" : "psk_sae", "aes");
-        break;
-    case WPS_AUTH_WEP:
-        _set_security(work.record, "wep", "");
-        break;
-    default:
-        _set_security(work.record, "unknown", "");
-        break;
-    }
+    const char *auth = kelm_words_of_security(work.auth_mode, work.proto).record;
+    copy_text(work.record->auth, auth != nullptr ? auth : "unknown");
+    copy_text(work.record->cipher, _cipher_of(work));
 }
 
 bool _is_disabled(const hapd_wpasupp_cfgitem *network)
@@ -214,21 +167,6 @@ hapd_wpasupp_cfgitem *kelm_find_learnt_network(hapd_wpasupp_cfgitem *first)
         seen_one = true;
     }
     return nullptr;
-}
-
-void kelm_apply_pairwise(const char *value, uint32_t *cipher)
-{
-    for (const named_kind &row : PAIRWISE)
-        _combine(row, value, cipher);
-}
-
-void kelm_apply_proto(const char *value, uint32_t *version)
-{
-    // "WPA" is found in "WPA3" as well and takes the 3 back: WPA3 reads as mixed.
-    if (strstr(value, "WPA3") != nullptr)
-        *version = WPS_VERSION_WPA3;
-    for (const named_kind &row : PROTO)
-        _combine(row, value, version);
 }
 
 int rtk_get_wps_credentials(int band, kelm_rootap_info *record)

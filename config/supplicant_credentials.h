@@ -15,11 +15,6 @@ constexpr size_t SUPPLICANT_PATH_SIZE = 128;
 // first item.
 hapd_wpasupp_cfgitem *kelm_find_learnt_network(hapd_wpasupp_cfgitem *first);
 
-// The combination rules of the "pairwise" and "proto" values, applied to what was found so far. A
-// value that names both kinds, or a second one that names the other kind, gives 0.
-void kelm_apply_pairwise(const char *value, uint32_t *cipher);
-void kelm_apply_proto(const char *value, uint32_t *version);
-
 // Fills the band's root access point record. Returns 0, or -1 (logged) with the record as it was
 // when the file is missing or unbalanced or holds no learnt network.
 int rtk_get_wps_credentials(int band, kelm_rootap_info *record);

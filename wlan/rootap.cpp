@@ -2,11 +2,10 @@
 // The search for the root access point: address distance, scan results, the resolution per band.
 #include "wlan/rootap.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
+#include "config/security_words.h"
 #include "core/file.h"
 #include "core/json_file.h"
 #include "core/log.h"
@@ -155,9 +154,6 @@ bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
            memcmp(json_object_get_string(value), ssid, length) == 0;
 }
 
-// The beginnings of the security texts that guard a key.
-constexpr const char *SECURED_TEXTS[] = {"wpa", "psk_sae", "sae_only"};
-
 // Whether an entry may be the network that has been joined. Anybody can send its name, or an
 // address near its own, but not with its key: what is open, or guards no key that is worth it, is
 // not the same network. An entry that tells nothing is taken by the rest that it tells; the
@@ -165,9 +161,7 @@ constexpr const char *SECURED_TEXTS[] = {"wpa", "psk_sae", "sae_only"};
 bool _may_have_key(json_object *entry)
 {
     const char *told = _text(entry, "security");
-    return told == nullptr ||
-           std::any_of(std::begin(SECURED_TEXTS), std::end(SECURED_TEXTS),
-                       [told](const char *beginning) { return starts_with(told, beginning); });
+    return told == nullptr || kelm_guards_key(told);
 }
 
 // The name decides only while nothing is chosen, and only once: neighbours may carry the same name,
@@ -228,47 +222,6 @@ bool _is_any_running()
             return true;
     }
     return false;
-}
-
-// --- Station settings in the words of a scan result ---
-
-constexpr uint32_t ANY_VERSION = UINT32_MAX;
-
-struct auth_row {
-    uint32_t auth_mode;
-    uint32_t wpa_version;
-    const char *text;
-};
-
-// The first row that fits decides.
-constexpr auth_row AUTH_TEXTS[] = {
-    {WPS_AUTH_OPEN, ANY_VERSION, "none"},   {WPS_AUTH_WPA, WPS_VERSION_WPA2, "wpa2"},
-    {WPS_AUTH_WPA, WPS_VERSION_WPA, "wpa"}, {WPS_AUTH_WPA, ANY_VERSION, "wpa/wpa2"},
-    {WPS_AUTH_WEP, ANY_VERSION, "wep"},     {WPS_AUTH_SAE, WPS_VERSION_WPA3, "sae_only"},
-    {WPS_AUTH_SAE, ANY_VERSION, "psk_sae"},
-};
-
-// Null for a mode that a scan result has no word for.
-const char *_auth_text(const wps_sta_band_config &cfg)
-{
-    for (const auth_row &row : AUTH_TEXTS) {
-        if (row.auth_mode == cfg.auth_mode &&
-            (row.wpa_version == ANY_VERSION || row.wpa_version == cfg.wpa_version))
-            return row.text;
-    }
-    return nullptr;
-}
-
-const char *_cipher_text(uint32_t encryption)
-{
-    switch (encryption) {
-    case WPS_CIPHER_TKIP:
-        return "tkip";
-    case WPS_CIPHER_AES:
-        return "aes";
-    default:
-        return "auto";
-    }
 }
 
 }  // namespace
@@ -435,10 +388,10 @@ void kelm_store_apinfo_from_cfg(const wps_sta_band_config *cfg, kelm_rootap_info
         memcpy(rec->bssid, cfg->bssid, sizeof rec->bssid);
     if (ssid_len(cfg->ssid) != 0)
         copy_ssid(rec->ssid, cfg->ssid, ssid_len(cfg->ssid));
-    const char *auth = _auth_text(*cfg);
+    const char *auth = kelm_words_of_security(cfg->auth_mode, cfg->wpa_version).record;
     if (auth != nullptr)
         copy_text(rec->auth, auth);
-    copy_text(rec->cipher, _cipher_text(cfg->encryption));
+    copy_text(rec->cipher, kelm_words_of_cipher(cfg->encryption).word);
     copy_text(rec->qm_data, cfg->data);
     copy_text(rec->password, cfg->password);
     rec->support_mesh = cfg->support_mesh;

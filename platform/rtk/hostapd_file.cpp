@@ -9,7 +9,7 @@
 #include <strings.h>
 
 #include "config/key_mgmt.h"
-#include "config/supplicant_credentials.h"
+#include "config/security_words.h"
 #include "config/value_text.h"
 #include "core/text.h"
 

@@ -9,6 +9,7 @@
 #include "config/conf_tree.h"
 #include "config/credentials.h"
 #include "config/key_mgmt.h"
+#include "config/security_words.h"
 #include "config/settings.h"
 #include "config/supplicant_credentials.h"
 #include "config/uci_option.h"
@@ -230,86 +231,28 @@ bool _read_network(const write_back_copy &copy, const kelm_session &station, wri
 
 // --- Deciding ---
 
-constexpr uint32_t SAME_VERSION = UINT32_MAX;  // keeps the one that was read
-
-struct security_row {
-    const char *prefix;
-    uint32_t security;
-    uint32_t wpa_version;
-};
-
-// By the beginning of the text, in this order: "wpa" begins with less than "wpa2" and "wpa3".
-constexpr security_row SECURITY_TEXTS[] = {
-    {"owe", WPS_AUTH_OWE, WPS_VERSION_WPA3},      {"wpa3", WPS_AUTH_SAE, WPS_VERSION_WPA3},
-    {"sae_only", WPS_AUTH_SAE, WPS_VERSION_WPA3}, {"psk_sae", WPS_AUTH_SAE, WPS_VERSION_MIXED},
-    {"wpa/wpa", WPS_AUTH_WPA, WPS_VERSION_MIXED}, {"wpa2", WPS_AUTH_WPA, WPS_VERSION_WPA2},
-    {"wpa", WPS_AUTH_WPA, WPS_VERSION_WPA},       {"wep", WPS_AUTH_WEP, SAME_VERSION},
-    {"none", WPS_AUTH_OPEN, SAME_VERSION},
-};
-
-constexpr named_number CIPHER_TEXTS[] = {
-    {"tkip", WPS_CIPHER_TKIP},
-    {"aes", WPS_CIPHER_AES},
-    {"auto", WPS_CIPHER_AUTO},
-};
-
-// How well a security guards a key, and how well a cipher does; what is no such number ranks
-// lowest.
-struct rank_row {
-    uint32_t number;
-    uint32_t version;
-    int rank;
-};
-
-constexpr rank_row SECURITY_RANKS[] = {
-    {WPS_AUTH_OWE, SAME_VERSION, 1},     {WPS_AUTH_WEP, SAME_VERSION, 2},
-    {WPS_AUTH_WPA, WPS_VERSION_WPA, 3},  {WPS_AUTH_WPA_SINGLE, SAME_VERSION, 3},
-    {WPS_AUTH_WPA, WPS_VERSION_WPA2, 5}, {WPS_AUTH_WPA, SAME_VERSION, 4},
-    {WPS_AUTH_SAE, WPS_VERSION_WPA3, 7}, {WPS_AUTH_SAE, SAME_VERSION, 6},
-};
-constexpr rank_row CIPHER_RANKS[] = {
-    {WPS_CIPHER_TKIP, SAME_VERSION, 1},
-    {WPS_CIPHER_AUTO, SAME_VERSION, 2},
-    {WPS_CIPHER_AES, SAME_VERSION, 3},
-};
-
-// The first row that fits decides.
-template <size_t count>
-int _rank(const rank_row (&table)[count], uint32_t number, uint32_t version)
+int _security_rank(uint32_t security, uint32_t version)
 {
-    for (const rank_row &row : table) {
-        if (row.number == number && (row.version == SAME_VERSION || row.version == version))
-            return row.rank;
-    }
-    return 0;
+    return kelm_words_of_security(security, version).rank;
 }
 
 void _apply_security_text(const char *text, learnt_network *network)
 {
-    for (const security_row &row : SECURITY_TEXTS) {
-        if (!starts_with(text, row.prefix))
-            continue;
-        const bool keeps = row.wpa_version == SAME_VERSION;
-        const uint32_t version = keeps ? network->wpa_version : row.wpa_version;
-        if (_rank(SECURITY_RANKS, row.security, version) <
-            _rank(SECURITY_RANKS, network->security, network->wpa_version))
-            return;
-        network->security = row.security;
-        network->wpa_version = version;
+    uint32_t security = 0;
+    uint32_t version = network->wpa_version;
+    if (!kelm_read_security(text, &security, &version) ||
+        _security_rank(security, version) < _security_rank(network->security, network->wpa_version))
         return;
-    }
+    network->security = security;
+    network->wpa_version = version;
 }
 
 void _apply_cipher_text(const char *text, learnt_network *network)
 {
-    for (const named_number &row : CIPHER_TEXTS) {
-        if (!starts_with(text, row.name))
-            continue;
-        if (_rank(CIPHER_RANKS, row.number, SAME_VERSION) >=
-            _rank(CIPHER_RANKS, network->encryption, SAME_VERSION))
-            network->encryption = row.number;
-        return;
-    }
+    uint32_t cipher = 0;
+    if (kelm_read_cipher(text, &cipher) &&
+        kelm_words_of_cipher(cipher).rank >= kelm_words_of_cipher(network->encryption).rank)
+        network->encryption = cipher;
 }
 
 // A station that has succeeded knows best; for any other band the texts of the scan count. They may

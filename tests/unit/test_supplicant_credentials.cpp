@@ -283,50 +283,6 @@ TEST_F(supplicant_credentials, the_normal_level_keeps_the_passphrase_to_itself)
     EXPECT_NE(std::string::npos, text.find("\trootap ssid: Root\n"));
 }
 
-TEST_F(supplicant_credentials, pairwise_kinds_combine)
-{
-    const struct {
-        const char *value;
-        uint32_t before;
-        uint32_t after;
-    } rows[] = {{"CCMP", 0, WPS_CIPHER_AES},
-                {"TKIP", 0, WPS_CIPHER_TKIP},
-                {"CCMP TKIP", 0, WPS_CIPHER_AUTO},
-                {"TKIP CCMP", 0, WPS_CIPHER_AUTO},
-                {"CCMP", WPS_CIPHER_TKIP, 0},
-                {"TKIP", WPS_CIPHER_AES, 0},
-                {"CCMP", WPS_CIPHER_AES, 0},
-                {"GCMP", WPS_CIPHER_AES, WPS_CIPHER_AES},
-                {"", 0, 0},
-                {"CCMP TKIP", WPS_CIPHER_AES, WPS_CIPHER_TKIP}};
-
-    for (const auto &row : rows) {
-        uint32_t cipher = row.before;
-        kelm_apply_pairwise(row.value, &cipher);
-        EXPECT_EQ(row.after, cipher) << row.value << " on " << row.before;
-    }
-}
-
-// "WPA3" holds "WPA" too, which takes the 3 back: the write-back then offers both.
-TEST_F(supplicant_credentials, proto_kinds_combine_and_wpa3_reads_as_mixed)
-{
-    const struct {
-        const char *value;
-        uint32_t before;
-        uint32_t after;
-    } rows[] = {{"RSN", 0, WPS_VERSION_WPA2},      {"WPA", 0, WPS_VERSION_WPA},
-                {"WPA RSN", 0, WPS_VERSION_MIXED}, {"RSN WPA", 0, WPS_VERSION_MIXED},
-                {"WPA3", 0, WPS_VERSION_MIXED},    {"WPA3 RSN", 0, WPS_VERSION_WPA2},
-                {"RSN", WPS_VERSION_WPA, 0},       {"WPA", WPS_VERSION_WPA2, 0},
-                {"WPA3", WPS_VERSION_WPA2, 0},     {"", WPS_VERSION_WPA2, WPS_VERSION_WPA2}};
-
-    for (const auto &row : rows) {
-        uint32_t version = row.before;
-        kelm_apply_proto(row.value, &version);
-        EXPECT_EQ(row.after, version) << row.value << " on " << row.before;
-    }
-}
-
 TEST_F(supplicant_credentials, no_tree_has_no_learnt_network)
 {
     EXPECT_EQ(nullptr, kelm_find_learnt_network(nullptr));
