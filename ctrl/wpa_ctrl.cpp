@@ -41,16 +41,6 @@ constexpr int ENDING_SHARE = 8;
 // Makes the local paths of one process differ.
 uint32_t open_counter = 0;
 
-struct ctrl_freer {
-    void operator()(wpa_ctrl *ctrl) const
-    {
-        if (ctrl->s >= 0)
-            close(ctrl->s);
-        free(ctrl);
-    }
-};
-using half_open_ctrl = std::unique_ptr<wpa_ctrl, ctrl_freer>;
-
 // suffix: what makes the name unlike any that could be foreseen, or nothing.
 bool _set_local_path(sockaddr_un *local, const char *client_dir, const char *suffix)
 {
@@ -84,8 +74,9 @@ uint64_t _random_number()
     return static_cast<uint64_t>(now.tv_nsec);
 }
 
-// Binds to the first name that can be had. The folder is everybody's: somebody may have planted
-// what cannot be removed under each name that can be foreseen.
+// Binds to the first name that is free. Every user may write to the folder, so somebody may hold
+// each name that can be foreseen with a thing that we cannot remove. ctrl->local is set only once
+// the path is ours: wpa_ctrl_close removes what stands there.
 bool _bind_any(wpa_ctrl *ctrl, const char *client_dir)
 {
     // The kernel makes the name with the socket's own mode: at no moment can anybody else send to
@@ -97,10 +88,13 @@ bool _bind_any(wpa_ctrl *ctrl, const char *client_dir)
             snprintf(suffix, sizeof suffix, "-%016llx",
                      static_cast<unsigned long long>(_random_number()));
         ++open_counter;
-        if (!_set_local_path(&ctrl->local, client_dir, suffix))
+        sockaddr_un local = {};
+        if (!_set_local_path(&local, client_dir, suffix))
             return false;
-        if (_bind_local(ctrl->s, ctrl->local))
+        if (_bind_local(ctrl->s, local)) {
+            ctrl->local = local;
             return true;
+        }
         if (errno != EADDRINUSE)
             return false;
     }
@@ -189,14 +183,6 @@ int _await_reply(int s, ending_wait &ending)
     }
 }
 
-bool _is_event(const char *message, size_t length)
-{
-    constexpr char IFNAME[] = "IFNAME=";
-    constexpr size_t IFNAME_LEN = sizeof IFNAME - 1;
-    return (length > 0 && message[0] == '<') ||
-           (length >= IFNAME_LEN && strncmp(message, IFNAME, IFNAME_LEN) == 0);
-}
-
 void _pass_event(char *message, size_t length, size_t size, wpa_ctrl_msg_cb callback)
 {
     if (callback == nullptr || size == 0)
@@ -228,18 +214,14 @@ wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir)
 {
     if (ctrl_path == nullptr)
         return nullptr;
-    half_open_ctrl half(static_cast<wpa_ctrl *>(calloc(1, sizeof(wpa_ctrl))));
-    if (!half)
+    unique_wpa_ctrl ctrl(static_cast<wpa_ctrl *>(calloc(1, sizeof(wpa_ctrl))));
+    if (!ctrl)
         return nullptr;
-    half->s = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (half->s < 0)
-        return nullptr;
-
-    if (!_bind_any(half.get(), client_dir))
+    ctrl->s = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (ctrl->s < 0)
         return nullptr;
 
-    unique_wpa_ctrl ctrl(half.release());  // from here on there is a path to unlink
-    if (!_set_destination(&ctrl->dest, ctrl_path))
+    if (!_bind_any(ctrl.get(), client_dir) || !_set_destination(&ctrl->dest, ctrl_path))
         return nullptr;
     _let_peer_answer(*ctrl);
     const auto *dest = reinterpret_cast<const sockaddr *>(&ctrl->dest);
@@ -253,10 +235,19 @@ void wpa_ctrl_close(wpa_ctrl *ctrl)
 {
     if (ctrl == nullptr)
         return;
-    (void)unlink(ctrl->local.sun_path);
+    if (ctrl->local.sun_path[0] != '\0')
+        (void)unlink(ctrl->local.sun_path);
     if (ctrl->s >= 0)
         close(ctrl->s);
     free(ctrl);
+}
+
+bool wpa_ctrl_is_event(const char *message, size_t length)
+{
+    constexpr char IFNAME[] = "IFNAME=";
+    constexpr size_t IFNAME_LEN = sizeof IFNAME - 1;
+    return (length > 0 && message[0] == '<') ||
+           (length >= IFNAME_LEN && strncmp(message, IFNAME, IFNAME_LEN) == 0);
 }
 
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, char *reply,
@@ -276,7 +267,7 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
         if (received < 0)
             return -1;
         const auto length = static_cast<size_t>(received);
-        if (!_is_event(reply, length)) {
+        if (!wpa_ctrl_is_event(reply, length)) {
             *reply_len = length;
             return 0;
         }

@@ -11,7 +11,7 @@ namespace kelm {
 
 struct wpa_ctrl {
     int s;
-    sockaddr_un local;  // our own bound path, unlinked by wpa_ctrl_close
+    sockaddr_un local;  // our own path, which wpa_ctrl_close removes; empty: not bound yet
     sockaddr_un dest;
 };
 
@@ -27,6 +27,10 @@ wpa_ctrl *wpa_ctrl_open2(const char *ctrl_path, const char *client_dir);
 
 // Unlinks the local path, closes, frees. Null is fine.
 void wpa_ctrl_close(wpa_ctrl *ctrl);
+
+// Whether a datagram is an event: it begins with "<" (a level) or "IFNAME=". Anything else is a
+// reply.
+bool wpa_ctrl_is_event(const char *message, size_t length);
 
 // Sends a command and waits for the reply. reply_len in: room in reply; out: bytes of the reply,
 // not terminated. Blocks for up to 5 seconds to send and 10 for each datagram awaited, of which it
