@@ -15,8 +15,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "core/trust.h"
 #include "core/log.h"
+#include "core/trust.h"
 
 namespace kelm {
 
@@ -32,7 +32,7 @@ constexpr int TRIES = 64;
 // Not in each C library's headers.
 constexpr unsigned EXCHANGE = 1u << 1;
 
-bool _write_all(int fd, const char *text, size_t length)
+bool _write_to_file(int fd, const char *text, size_t length)
 {
     while (length > 0) {
         const ssize_t written = ::write(fd, text, length);
@@ -174,9 +174,10 @@ bool _is_at(const char *path, int fd)
 }
 
 // With a line feed behind the text; null: nothing at all.
-bool _fill(int fd, const char *text)
+bool _write_text_line(int fd, const char *text)
 {
-    return text == nullptr || (_write_all(fd, text, strlen(text)) && _write_all(fd, "\n", 1));
+    return text == nullptr ||
+           (_write_to_file(fd, text, strlen(text)) && _write_to_file(fd, "\n", 1));
 }
 
 bool _replace(const char *path, const char *text, mode_t mode)
@@ -185,7 +186,8 @@ bool _replace(const char *path, const char *text, mode_t mode)
     fresh_file fresh;
     if (!_create_fresh(path, &fresh))
         return false;
-    if (_fill(fresh.fd.get(), text) && ::fchmod(fresh.fd.get(), mode) == 0 && _move_in(fresh, path))
+    if (_write_text_line(fresh.fd.get(), text) && ::fchmod(fresh.fd.get(), mode) == 0 &&
+        _move_in(fresh, path))
         return _is_at(path, fresh.fd.get());
     const int error = errno;
     (void)::unlink(fresh.name);

@@ -38,7 +38,7 @@ bool to_system_log = false;
 // Nothing left the console while a line waited: the lines after it do not wait again.
 std::atomic<bool> console_stuck{false};
 
-void _write_all(int fd, const char *text, size_t length)
+void _write_to_console(int fd, const char *text, size_t length)
 {
     int waits = 0;
     while (length > 0) {
@@ -70,7 +70,7 @@ int _write_line(const char *line)
         return -1;
     // Another process's lock drops the line: waiting for it would tie the attempt to a stranger.
     if (::flock(console.get(), LOCK_EX | LOCK_NB) == 0) {
-        _write_all(console.get(), line, strlen(line));
+        _write_to_console(console.get(), line, strlen(line));
         (void)::flock(console.get(), LOCK_UN);
     }
     return ::close(console.release());

@@ -32,7 +32,7 @@ char wifi_word[WORD_SIZE];  // empty: the default
 bool wifi_refused = false;
 
 // Null for one that is unset or empty.
-const char *_value_of(const char *variable)
+const char *_variable_value(const char *variable)
 {
     const char *value = getenv(variable);
     return value == nullptr || value[0] == '\0' ? nullptr : value;
@@ -40,7 +40,7 @@ const char *_value_of(const char *variable)
 
 void _read_switch(switch_row *row)
 {
-    const char *value = _value_of(row->variable);
+    const char *value = _variable_value(row->variable);
     row->on = value != nullptr && strcmp(value, row->value) == 0;
     row->refused = value != nullptr && !row->on;
 }
@@ -48,7 +48,7 @@ void _read_switch(switch_row *row)
 void _read_wifi()
 {
     wifi_word[0] = '\0';
-    const char *path = _value_of(WIFI_VARIABLE);
+    const char *path = _variable_value(WIFI_VARIABLE);
     wifi_refused = path != nullptr && (path[0] != '/' || strlen(path) > KELM_WIFI_PATH_MAX);
     if (path != nullptr && !wifi_refused)
         (void)shell_word(wifi_word, sizeof wifi_word, path);

@@ -79,7 +79,7 @@ size_t _make_line(int priority, bool with_pid, const char *text, size_t text_len
     return std::min(static_cast<size_t>(length), sizeof line - 1);
 }
 
-bool _send(int fd, const char *line, size_t length)
+bool _send_datagram(int fd, const char *line, size_t length)
 {
     ssize_t sent = 0;
     do
@@ -88,7 +88,7 @@ bool _send(int fd, const char *line, size_t length)
     return sent >= 0;
 }
 
-uint32_t _clock_ms()
+uint32_t _low_clock_ms()
 {
     return static_cast<uint32_t>(kelm_monotonic_ms());
 }
@@ -99,13 +99,13 @@ bool _has_room_soon(int fd)
 {
     if (queue_stuck)
         return false;
-    const uint32_t begin_ms = _clock_ms();
+    const uint32_t begin_ms = _low_clock_ms();
     const auto ahead_ms = static_cast<int32_t>(waits_paid_ms - begin_ms);
     const int32_t owed_ms = ahead_ms > 0 && ahead_ms <= OWED_MAX ? ahead_ms : 0;
     const int32_t left_ms = std::max(WAIT_MS - owed_ms / WAIT_SHARE, 0);
     pollfd room = {fd, POLLOUT, 0};
     const int ready = ::poll(&room, 1, left_ms);
-    const uint32_t waited_ms = _clock_ms() - begin_ms;
+    const uint32_t waited_ms = _low_clock_ms() - begin_ms;
     waits_paid_ms = begin_ms + static_cast<uint32_t>(owed_ms) + waited_ms * WAIT_SHARE;
     return ready > 0 && (room.revents & POLLOUT) != 0;
 }
@@ -125,10 +125,10 @@ int kelm_send_to_system_log(int priority, bool with_pid, const char *text)
     if (!log.valid() || ::connect(log.get(), reinterpret_cast<const sockaddr *>(&LOG_SOCKET),
                                   sizeof LOG_SOCKET) != 0)
         return -1;
-    bool sent = _send(log.get(), line, length);
+    bool sent = _send_datagram(log.get(), line, length);
     if (!sent && errno == EAGAIN) {
         // The room may be gone again, where others fill the queue.
-        sent = _has_room_soon(log.get()) && _send(log.get(), line, length);
+        sent = _has_room_soon(log.get()) && _send_datagram(log.get(), line, length);
         queue_stuck = !sent;
     }
     if (sent)

@@ -12,7 +12,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "core/log.h"
 
@@ -32,15 +31,10 @@ struct folder_closer {
 };
 using unique_folder = std::unique_ptr<DIR, folder_closer>;
 
-bool _is_root_or_self(uid_t user)
-{
-    return user == 0 || user == ::geteuid();
-}
-
 bool _is_folder_of(const struct stat &there, uid_t user)
 {
     return S_ISDIR(there.st_mode) && (there.st_mode & WRITABLE_BY_OTHERS) == 0 &&
-           (_is_root_or_self(there.st_uid) || there.st_uid == user);
+           (kelm_is_root_or_self(there.st_uid) || there.st_uid == user);
 }
 
 bool _has_socket_of(DIR *folder, uid_t user)
@@ -98,7 +92,7 @@ bool _is_usable(const char *path, int fd)
 
 // Puts a link's target in the place of the link's name; a relative one begins in the link's folder.
 // A name that is no link any more stays. False where the link is not followed.
-bool _follow(char (&name)[PATH_MAX], const char *path)
+bool _follow_link(char (&name)[PATH_MAX], const char *path)
 {
     const unique_fd link(::open(name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat there = {};
@@ -124,7 +118,7 @@ bool _follow(char (&name)[PATH_MAX], const char *path)
 
 bool kelm_is_trusted_user(uid_t user)
 {
-    return _is_root_or_self(user) || _owns_control_socket(user);
+    return kelm_is_root_or_self(user) || _owns_control_socket(user);
 }
 
 unique_fd kelm_open_trusted(const char *path, int access)
@@ -139,7 +133,7 @@ unique_fd kelm_open_trusted(const char *path, int access)
         unique_fd file(::open(name, access | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         if (file.valid())
             return _is_usable(path, file.get()) ? std::move(file) : unique_fd();
-        if (errno != ELOOP || !_follow(name, path))
+        if (errno != ELOOP || !_follow_link(name, path))
             return unique_fd();
     }
     errno = ELOOP;

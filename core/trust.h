@@ -3,10 +3,17 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include "core/handle.h"
 
 namespace kelm {
+
+// The two users who may do anything to the daemon.
+inline bool kelm_is_root_or_self(uid_t user)
+{
+    return user == 0 || user == ::geteuid();
+}
 
 // Root, the daemon's own user, or one who owns a control socket in "/var/run/hostapd" or
 // "/var/run/wpa_supplicant", as long as nobody else can put a socket there.

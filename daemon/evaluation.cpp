@@ -7,17 +7,17 @@
 #include <unistd.h>
 
 #include "config/credentials.h"
-#include "core/file.h"
-#include "ipc/bus.h"
-#include "core/log.h"
-#include "core/session.h"
-#include "ipc/status_files.h"
 #include "core/exec.h"
+#include "core/file.h"
+#include "core/log.h"
 #include "core/ops.h"
-#include "wlan/easymesh_marks.h"
-#include "wlan/verdict.h"
-#include "wlan/rootap.h"
 #include "core/run_mode.h"
+#include "core/session.h"
+#include "ipc/bus.h"
+#include "ipc/status_files.h"
+#include "wlan/easymesh_marks.h"
+#include "wlan/rootap.h"
+#include "wlan/verdict.h"
 
 namespace kelm {
 

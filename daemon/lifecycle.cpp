@@ -12,21 +12,21 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "core/exec.h"
 #include "core/file.h"
-#include "ipc/bus.h"
-#include "ipc/event_socks.h"
 #include "core/handle.h"
 #include "core/log.h"
+#include "core/ops.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "core/signals.h"
 #include "core/switches.h"
-#include "core/exec.h"
-#include "core/ops.h"
+#include "ipc/bus.h"
+#include "ipc/event_socks.h"
 #include "wlan/availability.h"
 #include "wlan/device_bands.h"
 #include "wlan/easymesh_marks.h"
 #include "wlan/verdict.h"
-#include "core/run_mode.h"
 
 namespace kelm {
 

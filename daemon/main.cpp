@@ -2,12 +2,12 @@
 // kelm: one run of the daemon serves one WPS attempt.
 #include <unistd.h>
 
-#include "ipc/bus.h"
-#include "daemon/lifecycle.h"
 #include "core/log.h"
-#include "daemon/mainloop.h"
 #include "core/signals.h"
 #include "core/switches.h"
+#include "daemon/lifecycle.h"
+#include "daemon/mainloop.h"
+#include "ipc/bus.h"
 
 namespace kelm {
 

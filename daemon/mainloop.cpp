@@ -5,16 +5,16 @@
 #include <cstring>
 #include <ctime>
 
-#include "ipc/bus.h"
-#include "daemon/evaluation.h"
-#include "core/log.h"
-#include "core/session.h"
 #include "core/exec.h"
+#include "core/log.h"
 #include "core/ops.h"
+#include "core/run_mode.h"
+#include "core/session.h"
+#include "daemon/evaluation.h"
+#include "ipc/bus.h"
 #include "wlan/precheck.h"
 #include "wlan/predict.h"
 #include "wlan/rootap.h"
-#include "core/run_mode.h"
 
 namespace kelm {
 
@@ -77,7 +77,7 @@ bool _hear_waiting_events()
     return true;
 }
 
-void _give_up()
+void _give_up_other_bands()
 {
     kelm_mark_launched_done();
     (void)_kelm_worker_done_process();
@@ -106,7 +106,7 @@ void _boost_check()
         if (_seconds_between(time_last_check, now) > 0 &&
             get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT && _hear_waiting_events() &&
             !kelm_has_unused_step())  // heard just now: the next pass counts it
-            _give_up();
+            _give_up_other_bands();
     }
     time_last_check = now;
 }

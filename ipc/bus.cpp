@@ -18,14 +18,14 @@ extern "C" {
 
 #include <json-c/json.h>
 
-#include "core/json_text.h"
-#include "ipc/bus_listener.h"
-#include "core/handle.h"
-#include "core/log.h"
-#include "ipc/status_files.h"
-#include "core/text.h"
 #include "core/exec.h"
+#include "core/handle.h"
+#include "core/json_text.h"
+#include "core/log.h"
 #include "core/ops.h"
+#include "core/text.h"
+#include "ipc/bus_listener.h"
+#include "ipc/status_files.h"
 
 namespace kelm {
 

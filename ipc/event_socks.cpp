@@ -10,12 +10,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "ipc/bus.h"
+#include "core/enabled.h"
 #include "core/log.h"
+#include "core/ops.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "core/ops.h"
-#include "core/enabled.h"
+#include "ipc/bus.h"
 
 namespace kelm {
 

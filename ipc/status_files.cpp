@@ -7,13 +7,13 @@
 
 #include <json-c/json.h>
 
+#include "core/exec.h"
 #include "core/file.h"
 #include "core/json_file.h"
 #include "core/json_text.h"
 #include "core/log.h"
-#include "core/session.h"
-#include "core/exec.h"
 #include "core/ops.h"
+#include "core/session.h"
 
 namespace kelm {
 

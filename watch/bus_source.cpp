@@ -14,9 +14,9 @@ extern "C" {
 #include <libubox/blobmsg.h>
 }
 
-#include "ipc/bus_listener.h"
 #include "core/handle.h"
 #include "core/signals.h"
+#include "ipc/bus_listener.h"
 #include "watch/queue.h"
 #include "watch/source.h"
 #include "watch/tell.h"
@@ -73,7 +73,7 @@ constexpr member_row MEMBERS[] = {
     {"wps", "5g_status", kept::number},  {"wps", "5g2_status", kept::number},
 };
 
-const member_row *_row_of(const char *event, const char *member)
+const member_row *_member_row(const char *event, const char *member)
 {
     for (const member_row &row : MEMBERS) {
         if (strcmp(row.event, event) == 0 && strcmp(row.member, member) == 0)
@@ -102,7 +102,7 @@ bool _number_of(blob_attr *member, int64_t *number)
     }
 }
 
-bool _is_letter(char c)
+bool _is_word_character(char c)
 {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
 }
@@ -112,7 +112,7 @@ bool _is_word(const char *text)
 {
     const size_t length = strnlen(text, WORD_SHOWN + 1);
     for (size_t i = 0; i < length; ++i) {
-        if (!_is_letter(text[i]))
+        if (!_is_word_character(text[i]))
             return false;
     }
     return length > 0 && length <= WORD_SHOWN;
@@ -124,7 +124,7 @@ struct json_line {
     size_t length;
 };
 
-__attribute__((format(printf, 2, 3))) void _add(json_line &line, const char *format, ...)
+__attribute__((format(printf, 2, 3))) void _add_to_line(json_line &line, const char *format, ...)
 {
     va_list values;
     va_start(values, format);
@@ -145,27 +145,27 @@ void _add_name(json_line &line, const char *name)
         shown[i] =
             name[i] > ' ' && name[i] <= '~' && name[i] != '"' && name[i] != '\\' ? name[i] : '?';
     shown[length] = '\0';
-    _add(line, "\"%s\":", shown);
+    _add_to_line(line, "\"%s\":", shown);
 }
 
-void _add_member(json_line &line, const char *event, blob_attr *member)
+void _add_bus_member(json_line &line, const char *event, blob_attr *member)
 {
-    const member_row *row = _row_of(event, blobmsg_name(member));
+    const member_row *row = _member_row(event, blobmsg_name(member));
     int64_t number;
     const bool is_number = _number_of(member, &number);
     _add_name(line, blobmsg_name(member));
     if (row != nullptr && row->value == kept::number && is_number) {
-        _add(line, "%lld", static_cast<long long>(number));
+        _add_to_line(line, "%lld", static_cast<long long>(number));
         return;
     }
     const bool is_text = blobmsg_type(member) == BLOBMSG_TYPE_STRING;
     if (row != nullptr && row->value == kept::word && is_text &&
         _is_word(blobmsg_get_string(member))) {
-        _add(line, "\"%s\"", blobmsg_get_string(member));
+        _add_to_line(line, "\"%s\"", blobmsg_get_string(member));
         return;
     }
     const auto length = static_cast<size_t>(blobmsg_len(member));
-    _add(line, "\"[%zu bytes]\"", is_text && length > 0 ? length - 1 : length);
+    _add_to_line(line, "\"[%zu bytes]\"", is_text && length > 0 ? length - 1 : length);
 }
 
 uint32_t _tag_of(const char *event, blob_attr *message)
@@ -190,7 +190,7 @@ uint32_t _tag_of(const char *event, blob_attr *message)
 void _hear(ubus_context *, ubus_event_handler *, const char *event, blob_attr *message)
 {
     json_line line = {};
-    _add(line, "{ \"%s\": {", event);
+    _add_to_line(line, "{ \"%s\": {", event);
     int members = 0;
     blob_attr *member;
     size_t rest;
@@ -199,12 +199,12 @@ void _hear(ubus_context *, ubus_event_handler *, const char *event, blob_attr *m
         if (!blobmsg_check_attr(member, true) || ++members > MEMBERS_MAX)
             continue;
         if (members > 1)
-            _add(line, ",");
-        _add_member(line, event, member);
+            _add_to_line(line, ",");
+        _add_bus_member(line, event, member);
     }
     if (members > MEMBERS_MAX)
-        _add(line, ",\"[%d more]\":0", members - MEMBERS_MAX);
-    _add(line, "} }");
+        _add_to_line(line, ",\"[%d more]\":0", members - MEMBERS_MAX);
+    _add_to_line(line, "} }");
     _put(_tag_of(event, message), line.text);
 }
 
@@ -250,7 +250,7 @@ void *_watch_bus(void *)
 
 // --- The main thread ---
 
-void _take_line(uint32_t tag, const char *text, size_t length)
+void _tell_line(uint32_t tag, const char *text, size_t length)
 {
     const bool is_state = tag == ATTACHED || tag == GONE;
     watch_tell(is_state ? "socket" : "bus", "", text, length);
@@ -286,20 +286,20 @@ unsigned _take_lost()
     return count;
 }
 
-void _open(const watch_options &)
+void _open_bus(const watch_options &)
 {
     wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (wake_fd < 0 || !bus_start_thread(_watch_bus))
         watch_say("watch", "", "the bus is not watched: there is no thread for it");
 }
 
-size_t _descriptors(pollfd *set)
+size_t _bus_descriptors(pollfd *set)
 {
     set[0] = {wake_fd, POLLIN, 0};
     return 1;
 }
 
-void _take(const pollfd *set, size_t)
+void _take_bus(const pollfd *set, size_t)
 {
     if (set[0].revents == 0)
         return;
@@ -310,7 +310,7 @@ void _take(const pollfd *set, size_t)
     size_t length;
     int told = 0;
     while (told < TELL_MAX && _next(&tag, line, &length)) {
-        _take_line(tag, line, length);
+        _tell_line(tag, line, length);
         watch_drain_wifi();
         ++told;
     }
@@ -321,7 +321,7 @@ void _take(const pollfd *set, size_t)
         watch_say("watch", "", "%u events of the bus lost", count);
 }
 
-int64_t _look(int64_t now_ms)
+int64_t _look_at_bus(int64_t now_ms)
 {
     pthread_mutex_lock(&lock);
     const int64_t since_ms = connecting_since_ms;
@@ -333,11 +333,11 @@ int64_t _look(int64_t now_ms)
     return now_ms + LOOK_MS;
 }
 
-void _close() {}
+void _close_bus() {}
 
 }  // namespace
 
-const watch_source WATCH_BUS = {_open, _descriptors, _take, _look, _close};
+const watch_source WATCH_BUS = {_open_bus, _bus_descriptors, _take_bus, _look_at_bus, _close_bus};
 
 bool watch_has_heard_bus()
 {

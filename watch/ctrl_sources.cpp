@@ -16,6 +16,7 @@
 #include "core/handle.h"
 #include "core/signals.h"
 #include "core/text.h"
+#include "core/trust.h"
 #include "ctrl/wpa_ctrl.h"
 #include "watch/bands.h"
 #include "watch/queue.h"
@@ -105,7 +106,7 @@ void _path_of(const wifi_socket &which, char (&path)[PATH_SIZE])
 }
 
 // False: it takes nothing now, and is asked again at the next look.
-bool _send(const wifi_socket &which, const char *command)
+bool _send_to_socket(const wifi_socket &which, const char *command)
 {
     return wpa_ctrl_send(which.ctrl.get(), command, strlen(command)) == 0;
 }
@@ -114,19 +115,19 @@ void _ask(wifi_socket &which, int64_t now_ms)
 {
     which.now = state::asking;
     which.asked_ms = now_ms;
-    which.sent = _send(which, "ATTACH");
+    which.sent = _send_to_socket(which, "ATTACH");
 }
 
 // A Wi-Fi daemon gives up a client that takes nothing, without a word to it. Who attaches twice
 // might hear everything twice.
 void _ask_anew(wifi_socket &which, int64_t now_ms)
 {
-    which.was_full = !_send(which, "DETACH");
-    if (!which.was_full && !_send(which, "ATTACH"))
+    which.was_full = !_send_to_socket(which, "DETACH");
+    if (!which.was_full && !_send_to_socket(which, "ATTACH"))
         _ask(which, now_ms);
 }
 
-void _open(wifi_socket &which, int64_t now_ms)
+void _open_socket(wifi_socket &which, int64_t now_ms)
 {
     char path[PATH_SIZE];
     _path_of(which, path);
@@ -164,7 +165,7 @@ void _look_at_socket(wifi_socket &which, int64_t now_ms)
         which.now = state::dead;
     }
     if (which.now == state::closed || which.now == state::dead)
-        _open(which, now_ms);
+        _open_socket(which, now_ms);
     if (which.now == state::dead && !which.told_dead) {
         _say(which, "gone");
         which.told_dead = true;
@@ -172,7 +173,7 @@ void _look_at_socket(wifi_socket &which, int64_t now_ms)
     if (which.now == state::refused && now_ms - which.asked_ms >= ASK_AGAIN_MS)
         _ask(which, now_ms);
     if (which.now == state::asking && !which.sent)
-        which.sent = _send(which, "ATTACH");
+        which.sent = _send_to_socket(which, "ATTACH");
     if (which.now == state::asking && !which.told_hung && now_ms - which.asked_ms >= HUNG_MS) {
         _say(which, "hung");
         which.told_hung = true;
@@ -182,11 +183,6 @@ void _look_at_socket(wifi_socket &which, int64_t now_ms)
 }
 
 // --- What it says ---
-
-bool _is_event(const char *text, size_t length)
-{
-    return length > 0 && (text[0] == '<' || strncmp(text, "IFNAME=", 7) == 0);
-}
 
 void _take_answer(wifi_socket &which, const char *text, size_t length)
 {
@@ -231,7 +227,7 @@ void _tell_first()
     if (!queue.front(&place, &text, &length))
         return;
     wifi_socket &which = sockets[place];
-    if (which.folder != nullptr && _is_event(text, length))
+    if (which.folder != nullptr && wpa_ctrl_is_event(text, length))
         _tell_event(which, text, length);
     else if (which.folder != nullptr)
         _take_answer(which, text, length);
@@ -285,17 +281,12 @@ void _tell_all()
 void _leave(wifi_socket &which)
 {
     if (which.ctrl)
-        (void)_send(which, "DETACH");
+        (void)_send_to_socket(which, "DETACH");
     which.ctrl.reset();
     which.folder = nullptr;
 }
 
 // --- The folders ---
-
-bool _is_root_or_self(uid_t user)
-{
-    return user == 0 || user == ::geteuid();
-}
 
 // The user besides root whose sockets count: the Wi-Fi daemon's own, to whom the folder was given
 // by who may write to the folder above it.
@@ -305,7 +296,8 @@ uid_t _trusted_user_of(int folder)
     struct stat above = {};
     if (::fstat(folder, &own) != 0 || ::fstatat(folder, "..", &above, 0) != 0)
         return 0;
-    const bool given = _is_root_or_self(above.st_uid) && (above.st_mode & WRITABLE_BY_OTHERS) == 0;
+    const bool given =
+        kelm_is_root_or_self(above.st_uid) && (above.st_mode & WRITABLE_BY_OTHERS) == 0;
     const bool kept = (own.st_mode & WRITABLE_BY_OTHERS) == 0;
     return given && kept ? own.st_uid : 0;
 }
@@ -317,7 +309,7 @@ bool _is_safe(int folder)
     if (::fstat(folder, &own) != 0)
         return false;
     const uid_t trusted = _trusted_user_of(folder);
-    const bool theirs = _is_root_or_self(own.st_uid) || own.st_uid == trusted;
+    const bool theirs = kelm_is_root_or_self(own.st_uid) || own.st_uid == trusted;
     return theirs && ((own.st_mode & S_IWOTH) == 0 || (own.st_mode & S_ISVTX) != 0);
 }
 
@@ -337,7 +329,7 @@ bool _is_interface_name(const char *name)
     return true;
 }
 
-bool _is_same(const wifi_socket &which, const struct stat &there)
+bool _is_same_socket(const wifi_socket &which, const struct stat &there)
 {
     return which.device == there.st_dev && which.inode == there.st_ino &&
            which.made.tv_sec == there.st_mtim.tv_sec && which.made.tv_nsec == there.st_mtim.tv_nsec;
@@ -381,7 +373,7 @@ void _note_stranger(const socket_folder &folder, const char *name, uid_t owner, 
 void _take_up(const socket_folder &folder, const char *name, const struct stat &there)
 {
     wifi_socket *which = _place_of(folder, name);
-    if (which != nullptr && _is_same(*which, there)) {
+    if (which != nullptr && _is_same_socket(*which, there)) {
         which->here = true;
         return;
     }
@@ -444,7 +436,7 @@ void _look_into(const socket_folder &from)
         if (!_is_interface_name(entry->d_name) ||
             ::fstatat(fd, entry->d_name, &there, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
-        const bool theirs = _is_root_or_self(there.st_uid) || there.st_uid == trusted;
+        const bool theirs = kelm_is_root_or_self(there.st_uid) || there.st_uid == trusted;
         if (S_ISLNK(there.st_mode) && safe && theirs)
             _learn_band(fd, entry->d_name);
         if (!S_ISSOCK(there.st_mode))
@@ -456,7 +448,7 @@ void _look_into(const socket_folder &from)
     }
 }
 
-void _look_around(int64_t now_ms)
+void _look_for_sockets(int64_t now_ms)
 {
     for (wifi_socket &which : sockets)
         which.here = false;
@@ -496,7 +488,7 @@ void _open_all(const watch_options &options)
     changes.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
 }
 
-size_t _descriptors(pollfd *set)
+size_t _wifi_descriptors(pollfd *set)
 {
     size_t count = 0;
     set[count++] = {changes.get(), POLLIN, 0};
@@ -507,7 +499,7 @@ size_t _descriptors(pollfd *set)
     return count;
 }
 
-void _take(const pollfd *set, size_t)
+void _take_wifi(const pollfd *set, size_t)
 {
     if (set[0].revents != 0) {
         char events[WATCH_ROOM];
@@ -518,20 +510,21 @@ void _take(const pollfd *set, size_t)
     _tell_some();
 }
 
-int64_t _look(int64_t now_ms)
+int64_t _look_at_wifi(int64_t now_ms)
 {
     static int64_t next_ms = 0;
     if (look_now || now_ms >= next_ms) {
         look_now = false;
         next_ms = now_ms + LOOK_MS;
-        _look_around(now_ms);
+        _look_for_sockets(now_ms);
     }
     return queue.empty() ? next_ms : now_ms;
 }
 
 }  // namespace
 
-const watch_source WATCH_CTRL = {_open_all, _descriptors, _take, _look, watch_leave_wifi};
+const watch_source WATCH_CTRL = {_open_all, _wifi_descriptors, _take_wifi, _look_at_wifi,
+                                 watch_leave_wifi};
 
 void watch_leave_wifi()
 {

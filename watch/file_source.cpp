@@ -17,9 +17,10 @@
 #include <json-c/json.h>
 
 #include "config/credentials.h"
-#include "core/json_text.h"
 #include "config/settings.h"
 #include "core/handle.h"
+#include "core/json_text.h"
+#include "core/signals.h"
 #include "core/text.h"
 #include "watch/source.h"
 #include "watch/tell.h"
@@ -112,7 +113,7 @@ constexpr const char *SECURITY_WORDS[] = {"open", "wpa2", "wep", "wpa2", "wpa3",
 char text[FILE_SIZE_MAX + 1];  // of the file that is just being read
 
 // The value behind "KEY=" in a line, or null.
-const char *_value_of(const char *line, const char *key)
+const char *_value_behind_key(const char *line, const char *key)
 {
     const size_t length = strlen(key);
     return strncmp(line, key, length) == 0 && line[length] == '=' ? line + length + 1 : nullptr;
@@ -120,9 +121,9 @@ const char *_value_of(const char *line, const char *key)
 
 void _take_wps_line(const char *line, int *enabled, unsigned *taking_part)
 {
-    if (const char *value = _value_of(line, "enabled"))
+    if (const char *value = _value_behind_key(line, "enabled"))
         *enabled = atoi(value) != 0 ? 1 : 0;
-    if (const char *value = _value_of(line, "apWpsAvailable"))
+    if (const char *value = _value_behind_key(line, "apWpsAvailable"))
         *taking_part = static_cast<unsigned>(strtoul(value, nullptr, 10));
 }
 
@@ -131,7 +132,7 @@ void _take_wifi_line(const char *line)
     for (band_settings &band : bands) {
         char key[32];
         snprintf(key, sizeof key, "wlanSecType_%s", band.name);
-        const char *value = _value_of(line, key);
+        const char *value = _value_behind_key(line, key);
         if (value != nullptr)
             band.security = atoi(value);
     }
@@ -139,11 +140,11 @@ void _take_wifi_line(const char *line)
 
 void _take_network_line(const char *line, band_settings &band)
 {
-    if (const char *value = _value_of(line, "ignore_broadcast_ssid"))
+    if (const char *value = _value_behind_key(line, "ignore_broadcast_ssid"))
         band.hidden = atoi(value) != 0 ? 1 : 0;
-    if (const char *value = _value_of(line, "wps_state"))
+    if (const char *value = _value_behind_key(line, "wps_state"))
         band.wps = atoi(value) != 0;
-    if (const char *value = _value_of(line, "wpa_key_mgmt")) {
+    if (const char *value = _value_behind_key(line, "wpa_key_mgmt")) {
         band.psk = strstr(value, "WPA-PSK") != nullptr;
         band.sae = strstr(value, "SAE") != nullptr;
     }
@@ -252,7 +253,8 @@ size_t _length_of(json_object *value)
 }
 
 // Appends to a line; what finds no room is left out.
-__attribute__((format(printf, 3, 4))) void _append(char *line, size_t size, const char *format, ...)
+__attribute__((format(printf, 3, 4))) void _append_format(char *line, size_t size,
+                                                          const char *format, ...)
 {
     const size_t length = strlen(line);
     va_list values;
@@ -271,11 +273,11 @@ void _tell_credentials(const watched_file &file, size_t length)
     bool no_memory = false;
     const unique_json object = length > 0 ? kelm_parse_json(text, length, &no_memory) : nullptr;
     if (object && json_object_is_type(object.get(), json_type_object)) {
-        _append(line, sizeof line, ":");
-        json_object_object_foreach(object.get(), key, value) _append(
+        _append_format(line, sizeof line, ":");
+        json_object_object_foreach(object.get(), key, value) _append_format(
             line, sizeof line, " %s=[%zu]", _is_plain_key(key) ? key : "?", _length_of(value));
     } else if (length > 0) {
-        _append(line, sizeof line, ", no JSON object");
+        _append_format(line, sizeof line, ", no JSON object");
     }
     watch_tell("file", "", line, strlen(line));
 }
@@ -292,7 +294,7 @@ void _tell_status(const watched_file &file, size_t length)
               static_cast<int>(length < STATUS_SHOWN ? length : STATUS_SHOWN), text);
 }
 
-const char *_kind_of(mode_t mode)
+const char *_kind_in_words(mode_t mode)
 {
     if (S_ISLNK(mode))
         return "a link";
@@ -306,7 +308,7 @@ void _why_not_read(const struct stat &there, char *reason, size_t size)
 {
     reason[0] = '\0';
     if (!S_ISREG(there.st_mode))
-        snprintf(reason, size, "%s", _kind_of(there.st_mode));
+        snprintf(reason, size, "%s", _kind_in_words(there.st_mode));
     else if (there.st_uid != 0 && there.st_uid != ::geteuid())
         snprintf(reason, size, "belongs to user %u", static_cast<unsigned>(there.st_uid));
     else if (there.st_nlink > 1)
@@ -316,7 +318,7 @@ void _why_not_read(const struct stat &there, char *reason, size_t size)
 }
 
 // Reads into text. The bytes, or -1 for what is not there, or is not the file that was looked at.
-ssize_t _read_file(const watched_file &file)
+ssize_t _read_watched_file(const watched_file &file)
 {
     const unique_fd from(
         ::open(file.path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -349,7 +351,7 @@ bool _is_unchanged(const struct stat &a, const struct stat &b)
 
 void _tell_content(const watched_file &file)
 {
-    const ssize_t length = _read_file(file);
+    const ssize_t length = _read_watched_file(file);
     if (length < 0)
         return;  // it changes just now, and is looked at again for that
     if (file.holds == content::status)
@@ -444,12 +446,12 @@ void _look_at_all(int64_t now_ms)
 
 unique_fd changes;  // of the folder, where the kernel tells
 
-void _open(const watch_options &)
+void _open_files(const watch_options &)
 {
     changes.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
 }
 
-size_t _descriptors(pollfd *set)
+size_t _file_descriptors(pollfd *set)
 {
     set[0] = {changes.get(), POLLIN, 0};
     return 1;
@@ -465,15 +467,13 @@ void _note_change(const char *name, int64_t now_ms)
 
 bool look_now = false;
 
-void _take(const pollfd *set, size_t)
+void _take_file_changes(const pollfd *set, size_t)
 {
     if (set[0].revents == 0)
         return;
     alignas(inotify_event) char events[WATCH_ROOM];
     const ssize_t length = ::read(changes.get(), events, sizeof events);
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    const int64_t now_ms = static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    const int64_t now_ms = kelm_monotonic_ms();
     for (ssize_t at = 0; at < length;) {
         const auto *event = reinterpret_cast<const inotify_event *>(events + at);
         if (event->len > 0)
@@ -484,7 +484,7 @@ void _take(const pollfd *set, size_t)
     }
 }
 
-int64_t _look(int64_t now_ms)
+int64_t _look_at_files(int64_t now_ms)
 {
     static int64_t next_ms = 0;
     if (changes.valid())
@@ -508,13 +508,14 @@ int64_t _look(int64_t now_ms)
     return soon && now_ms + SOON_MS < next_ms ? now_ms + SOON_MS : next_ms;
 }
 
-void _close()
+void _close_files()
 {
     changes.reset();
 }
 
 }  // namespace
 
-const watch_source WATCH_FILES = {_open, _descriptors, _take, _look, _close};
+const watch_source WATCH_FILES = {_open_files, _file_descriptors, _take_file_changes,
+                                  _look_at_files, _close_files};
 
 }  // namespace kelm

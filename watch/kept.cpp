@@ -154,7 +154,7 @@ bool _may_be_kept(const watch_member &member)
     return digits > 0 && digits <= DIGITS_MAX && others == (has_sign ? 1 : 0);
 }
 
-void _add_member(keeper *to, text_span source, const watch_member &member)
+void _add_kept_member(keeper *to, text_span source, const watch_member &member)
 {
     to->out->add('"');
     to->out->add(member.name);
@@ -191,7 +191,7 @@ void _keep_members(keeper *to, text_span source, text_span text)
     for (bool is_first = true; members.next(&member); is_first = false) {
         if (!is_first)
             to->out->add(',');
-        _add_member(to, source, member);
+        _add_kept_member(to, source, member);
     }
     to->out->add('}');
 }

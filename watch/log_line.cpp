@@ -16,7 +16,7 @@ void _drop(text_span *text, size_t count)
     text->length -= count;
 }
 
-bool _take(text_span *text, const char *expected)
+bool _take_expected(text_span *text, const char *expected)
 {
     const size_t length = strlen(expected);
     if (text->length < length || memcmp(text->at, expected, length) != 0)
@@ -47,7 +47,7 @@ bool _is_one_of(const char *const (&names)[count], text_span word)
 }
 
 // shape: '0' stands for a digit, any other character for itself.
-bool _has_shape(text_span word, const char *shape)
+bool _has_digits_as(text_span word, const char *shape)
 {
     if (strlen(shape) != word.length)
         return false;
@@ -66,7 +66,7 @@ size_t _digits(text_span text)
     return count;
 }
 
-bool _is_letter(char c)
+bool _is_name_letter(char c)
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
@@ -75,17 +75,17 @@ bool _is_letter(char c)
 bool _take_seconds(text_span *text)
 {
     text_span rest = *text;
-    if (!_take(&rest, "["))
+    if (!_take_expected(&rest, "["))
         return false;
     while (rest.length > 0 && rest.at[0] == ' ')
         _drop(&rest, 1);
     const size_t whole = _digits(rest);
     _drop(&rest, whole);
-    if (whole == 0 || !_take(&rest, "."))
+    if (whole == 0 || !_take_expected(&rest, "."))
         return false;
     const size_t part = _digits(rest);
     _drop(&rest, part);
-    if (part == 0 || !_take(&rest, "] "))
+    if (part == 0 || !_take_expected(&rest, "] "))
         return false;
     *text = rest;
     return true;
@@ -111,7 +111,7 @@ bool _is_machine(text_span word)
 {
     for (size_t i = 0; i < word.length; ++i) {
         const char c = word.at[i];
-        if (!_is_letter(c) && !is_digit(c) && (c == '\0' || strchr(".-()", c) == nullptr))
+        if (!_is_name_letter(c) && !is_digit(c) && (c == '\0' || strchr(".-()", c) == nullptr))
             return false;
     }
     return word.length > 0;
@@ -127,14 +127,14 @@ bool _take_head(text_span *text)
     if (!_is_one_of(MONTHS, word))
         return false;
     word = _take_word(&rest);
-    if (!_has_shape(word, "0") && !_has_shape(word, "00"))
+    if (!_has_digits_as(word, "0") && !_has_digits_as(word, "00"))
         return false;
     word = _take_word(&rest);
-    if (!_has_shape(word, "00:00:00") && !_has_shape(word, "00:00:00.000"))
+    if (!_has_digits_as(word, "00:00:00") && !_has_digits_as(word, "00:00:00.000"))
         return false;
     *text = rest;
     word = _take_word(&rest);
-    if (_has_shape(word, "0000")) {
+    if (_has_digits_as(word, "0000")) {
         (void)_take_seconds(&rest);
         *text = rest;
         word = _take_word(&rest);
@@ -152,12 +152,12 @@ bool _take_head(text_span *text)
 bool _take_program(text_span *text, bool *has_number)
 {
     text_span rest = *text;
-    *has_number = _take(&rest, "kelm[");
+    *has_number = _take_expected(&rest, "kelm[");
     if (!*has_number)
-        return _take(text, "kelm: ");
+        return _take_expected(text, "kelm: ");
     const size_t digits = _digits(rest);
     _drop(&rest, digits);
-    if (digits == 0 || !_take(&rest, "]: "))
+    if (digits == 0 || !_take_expected(&rest, "]: "))
         return false;
     *text = rest;
     return true;
@@ -166,15 +166,15 @@ bool _take_program(text_span *text, bool *has_number)
 // "kelm[FUNCTION:LINE]: "
 bool _is_daemons(text_span text)
 {
-    if (!_take(&text, "kelm[") || text.length == 0 || !_is_letter(text.at[0]))
+    if (!_take_expected(&text, "kelm[") || text.length == 0 || !_is_name_letter(text.at[0]))
         return false;
-    while (text.length > 0 && (_is_letter(text.at[0]) || is_digit(text.at[0])))
+    while (text.length > 0 && (_is_name_letter(text.at[0]) || is_digit(text.at[0])))
         _drop(&text, 1);
-    if (!_take(&text, ":"))
+    if (!_take_expected(&text, ":"))
         return false;
     const size_t digits = _digits(text);
     _drop(&text, digits);
-    return digits > 0 && _take(&text, "]:");
+    return digits > 0 && _take_expected(&text, "]:");
 }
 
 }  // namespace

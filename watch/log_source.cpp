@@ -100,7 +100,7 @@ void _open_path()
 }
 
 // A file that was emptied is read from its begin, one that was put aside up to its end.
-void _follow()
+void _follow_log()
 {
     struct stat there = {};
     const off_t at = ::lseek(log.get(), 0, SEEK_CUR);
@@ -118,7 +118,7 @@ bool _is_standard_input()
     return path != nullptr && strcmp(path, "-") == 0;
 }
 
-void _open(const watch_options &options)
+void _open_log(const watch_options &options)
 {
     path = options.log;
     if (path != nullptr && !_is_standard_input())
@@ -130,7 +130,7 @@ void _open(const watch_options &options)
     is_file = ::fstat(log.get(), &there) == 0 && S_ISREG(there.st_mode);
 }
 
-size_t _descriptors(pollfd *set)
+size_t _log_descriptors(pollfd *set)
 {
     if (!log.valid() || is_file)
         return 0;
@@ -138,14 +138,14 @@ size_t _descriptors(pollfd *set)
     return 1;
 }
 
-void _take(const pollfd *set, size_t count)
+void _take_log(const pollfd *set, size_t count)
 {
     // One piece: the second might wait, since standard input may be anything.
     if (count > 0 && set[0].revents != 0)
         _read_some(_is_standard_input() ? 1 : READS_MAX);
 }
 
-int64_t _look(int64_t now_ms)
+int64_t _look_at_log(int64_t now_ms)
 {
     if (path == nullptr)
         return INT64_MAX;
@@ -160,11 +160,11 @@ int64_t _look(int64_t now_ms)
         watch_say("watch", "", "the log %s cannot be read: %s", path, strerror(errno));
     told_missing = !log.valid();
     if (log.valid() && is_file)
-        _follow();
+        _follow_log();
     return now_ms + (log.valid() && is_file ? LOOK_MS : ABSENT_LOOK_MS);
 }
 
-void _close()
+void _close_log()
 {
     if (length > 0 && !skipping)
         _end_line();
@@ -173,6 +173,6 @@ void _close()
 
 }  // namespace
 
-const watch_source WATCH_LOG = {_open, _descriptors, _take, _look, _close};
+const watch_source WATCH_LOG = {_open_log, _log_descriptors, _take_log, _look_at_log, _close_log};
 
 }  // namespace kelm

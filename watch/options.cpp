@@ -169,7 +169,7 @@ watch_use _wrong(const char *subject, const char *trouble, const char *more = ""
 }
 
 // The row of an argument, "--name" or "--name=value"; value is what stands behind the "=", or null.
-const option_row *_row_of(const char *argument, const char **value)
+const option_row *_option_row(const char *argument, const char **value)
 {
     *value = nullptr;
     for (const option_row &row : OPTIONS) {
@@ -192,7 +192,7 @@ watch_use watch_read_options(int argc, char **argv, watch_options *options)
 {
     for (int i = 1; i < argc; ++i) {
         const char *value = nullptr;
-        const option_row *row = _row_of(argv[i], &value);
+        const option_row *row = _option_row(argv[i], &value);
         if (row == nullptr)
             return _wrong(argv[i], "is no option");
         if (row->value == nullptr && value != nullptr)

@@ -191,8 +191,8 @@ size_t _length_before(const kind_row &row, text_span text, text_span plain, bool
 }
 
 // Takes what a placeholder covers off the front of the text. behind: the pattern behind it.
-bool _take(const kind_row &row, text_span source, const char *behind, text_span *text,
-           watch_match *found)
+bool _take_covered(const kind_row &row, text_span source, const char *behind, text_span *text,
+                   watch_match *found)
 {
     const text_span plain = _plain_text(behind);
     const bool is_at_end = plain.length > 0 && _is_end_mark(plain.at + plain.length);
@@ -224,7 +224,7 @@ bool _fits_here(const char *pattern, text_span text, watch_match *found)
             const char *name = pattern + strlen(row->name);
             const text_span source = {
                 name, row->kind == watch_kind::as ? static_cast<size_t>(behind - 1 - name) : 0};
-            if (!_take(*row, source, behind, &text, found))
+            if (!_take_covered(*row, source, behind, &text, found))
                 return false;
             pattern = behind;
             continue;

@@ -74,7 +74,7 @@ unique_fd connector;  // none: by looking
 bool lost_some = false;
 int64_t loss_told_ms = -LOSS_TOLD_MS;
 
-traced *_find(pid_t pid)
+traced *_find_process(pid_t pid)
 {
     for (traced &one : table) {
         if (one.is != kind::free_place && one.pid == pid)
@@ -84,7 +84,7 @@ traced *_find(pid_t pid)
 }
 
 // Null when there is no place left: then it is none of ours.
-traced *_add(kind is, pid_t pid, pid_t parent, int run)
+traced *_add_process(kind is, pid_t pid, pid_t parent, int run)
 {
     for (traced &one : table) {
         if (one.is != kind::free_place)
@@ -261,14 +261,14 @@ size_t _told_from()
 // It runs as what it is now: nothing that goes into the background has children or threads.
 void _settle(pid_t pid)
 {
-    traced *one = _find(pid);
+    traced *one = _find_process(pid);
     if (one == nullptr)
         return;
     if (one->is == kind::starting) {
         _tell_start(*one);
         return;
     }
-    traced *parent = one->is == kind::child ? _find(one->parent) : nullptr;
+    traced *parent = one->is == kind::child ? _find_process(one->parent) : nullptr;
     if (parent != nullptr && parent->is == kind::starting) {
         _forget(*parent);
         _tell_start(*one);
@@ -277,11 +277,11 @@ void _settle(pid_t pid)
 
 void _has_forked(pid_t parent, pid_t child)
 {
-    const traced *one = _find(parent);
+    const traced *one = _find_process(parent);
     if (one == nullptr)
         return;
     const bool by_daemon = one->is == kind::daemon || one->is == kind::starting;
-    traced *made = _add(kind::child, child, parent, one->run);
+    traced *made = _add_process(kind::child, child, parent, one->run);
     if (made != nullptr)
         made->first = by_daemon;
 }
@@ -293,7 +293,7 @@ void _note_command(traced &one)
     one.is = kind::command;
     if (!one.first || one.told)
         return;
-    const traced *daemon = _find(one.parent);
+    const traced *daemon = _find_process(one.parent);
     if (daemon != nullptr)
         one.run = daemon->run;
     char line[COMMAND_SIZE];
@@ -310,18 +310,18 @@ void _has_begun_daemon(pid_t pid, traced *one)
         return;
     if (one != nullptr)
         _forget(*one);
-    one = _add(kind::starting, pid, 0, 0);
+    one = _add_process(kind::starting, pid, 0, 0);
     if (one != nullptr)
         one->since_ms = kelm_monotonic_ms();
 }
 
 void _has_begun_program(pid_t pid)
 {
-    traced *one = _find(pid);
+    traced *one = _find_process(pid);
     const look seen = _look_at_words(pid);
     // It may have been the daemon, which goes into the background at once: its child tells.
     if (seen == look::gone && one == nullptr)
-        (void)_add(kind::vanished, pid, 0, 0);
+        (void)_add_process(kind::vanished, pid, 0, 0);
     if (seen != look::read)
         return;
     if (_is_daemon()) {
@@ -364,10 +364,10 @@ void _end_of_vanished(const traced &one)
 
 void _has_ended(pid_t pid, int status)
 {
-    traced *one = _find(pid);
+    traced *one = _find_process(pid);
     if (one == nullptr)
         return;
-    traced *parent = one->is == kind::child ? _find(one->parent) : nullptr;
+    traced *parent = one->is == kind::child ? _find_process(one->parent) : nullptr;
     if (parent != nullptr && parent->is == kind::starting) {
         parent->ghost = pid;
         parent->ghost_status = status;
@@ -409,12 +409,12 @@ pid_t _parent_of(pid_t pid)
 // A daemon counts once it was seen twice: by then it is not the one that goes into the background.
 void _see_daemon(pid_t pid, pid_t parent)
 {
-    traced *one = _find(pid);
-    const traced *other = _find(parent);
+    traced *one = _find_process(pid);
+    const traced *other = _find_process(parent);
     if (one == nullptr && other != nullptr && other->is == kind::daemon)
         return;  // a child that has no program yet
     if (one == nullptr)
-        one = _add(kind::starting, pid, parent, 0);
+        one = _add_process(kind::starting, pid, parent, 0);
     else if (one->is == kind::starting)
         _tell_start(*one);
     if (one != nullptr)
@@ -423,9 +423,9 @@ void _see_daemon(pid_t pid, pid_t parent)
 
 void _see_child(pid_t pid, const traced &daemon)
 {
-    traced *one = _find(pid);
+    traced *one = _find_process(pid);
     if (one == nullptr)
-        one = _add(kind::child, pid, daemon.pid, daemon.run);
+        one = _add_process(kind::child, pid, daemon.pid, daemon.run);
     if (one == nullptr)
         return;
     one->first = one->seen = true;
@@ -435,9 +435,9 @@ void _see_child(pid_t pid, const traced &daemon)
 void _see(pid_t pid)
 {
     const pid_t parent = _parent_of(pid);
-    const traced *daemon = _find(parent);
+    const traced *daemon = _find_process(parent);
     const bool is_child = daemon != nullptr && daemon->is == kind::daemon;
-    traced *known = _find(pid);
+    traced *known = _find_process(pid);
     if (known != nullptr && known->told) {
         known->seen = true;
         return;
@@ -498,7 +498,7 @@ void _see_children(int folder, const char *thread, const traced &daemon)
         const auto pid = static_cast<pid_t>(strtol(at, &end, 10));
         if (end == at || *end != ' ')
             return;  // no more, or a number that was cut
-        const traced *known = _find(pid);
+        const traced *known = _find_process(pid);
         const bool is_told = known != nullptr && known->told;
         if (!is_told && _read_words(pid) && !_is_daemon())
             _see_child(pid, daemon);
@@ -527,7 +527,7 @@ bool _look_at_children()
 }
 
 // Returns when to look again.
-int64_t _look_around(int64_t now_ms)
+int64_t _look_for_processes(int64_t now_ms)
 {
     static int64_t looked_ms = -IDLE_LOOK_MS;
     static int64_t children_ms = 0;
@@ -554,8 +554,8 @@ void _look_for_daemons()
     const unique_folder all(::opendir("/proc"));
     while (const dirent *entry = all ? ::readdir(all.get()) : nullptr) {
         const auto pid = static_cast<pid_t>(strtol(entry->d_name, nullptr, 10));
-        if (pid <= 0 || _find(pid) != nullptr || !_read_words(pid) || !_is_daemon() ||
-            _find(_parent_of(pid)) != nullptr)
+        if (pid <= 0 || _find_process(pid) != nullptr || !_read_words(pid) || !_is_daemon() ||
+            _find_process(_parent_of(pid)) != nullptr)
             continue;
         _has_begun_daemon(pid, nullptr);
     }
@@ -675,19 +675,19 @@ void _take_event(const proc_event &event)
 
 // --- What the loop calls ---
 
-void _open(const watch_options &)
+void _open_processes(const watch_options &)
 {
     unique_fd told = _open_connector();
     connector.reset(told.release());
 }
 
-size_t _descriptors(pollfd *set)
+size_t _process_descriptors(pollfd *set)
 {
     set[0] = {connector.get(), POLLIN, 0};
     return connector.valid() ? 1 : 0;
 }
 
-void _take(const pollfd *set, size_t count)
+void _take_process_events(const pollfd *set, size_t count)
 {
     if (count == 0 || set[0].revents == 0)
         return;
@@ -699,7 +699,7 @@ void _take(const pollfd *set, size_t count)
     }
 }
 
-int64_t _look(int64_t now_ms)
+int64_t _look_at_processes(int64_t now_ms)
 {
     if (connector.valid()) {
         static bool has_looked = false;
@@ -717,17 +717,18 @@ int64_t _look(int64_t now_ms)
         }
         return now_ms + IDLE_LOOK_MS;
     }
-    return _look_around(now_ms);
+    return _look_for_processes(now_ms);
 }
 
-void _close()
+void _close_processes()
 {
     connector.reset();
 }
 
 }  // namespace
 
-const watch_source WATCH_PROCESSES = {_open, _descriptors, _take, _look, _close};
+const watch_source WATCH_PROCESSES = {_open_processes, _process_descriptors, _take_process_events,
+                                      _look_at_processes, _close_processes};
 
 const char *watch_process_way()
 {

@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/json_text.h"
 
 namespace kelm {
 
@@ -31,16 +30,6 @@ uint64_t _clock_ms(clockid_t clock)
     (void)clock_gettime(clock, &now);  // both clocks are always there
     return static_cast<uint64_t>(now.tv_sec) * MS_PER_S +
            static_cast<uint64_t>(now.tv_nsec / NS_PER_MS);
-}
-
-// Bytes of the UTF-8 character that text begins with, 0 for what is none.
-size_t _character_length(text_span text)
-{
-    for (size_t length = 1; length <= 4 && length <= text.length; ++length) {
-        if (kelm_is_utf8(text.at, length))
-            return length;
-    }
-    return 0;
 }
 
 // The control characters behind ASCII, U+0080 to U+009F, which some terminals obey.
@@ -73,7 +62,7 @@ void _add_moment(watch_moment now, text_out *out)
     out->add(text);
 }
 
-void _add_member(const char *name, text_span text, text_out *out)
+void _add_text_member(const char *name, text_span text, text_out *out)
 {
     out->add(",\"");
     out->add(name);
@@ -87,11 +76,11 @@ void _add_line(watch_moment now, const char *source, const char *band, const cha
 {
     out->add('{');
     _add_moment(now, out);
-    _add_member("source", span_of(source), out);
-    _add_member("band", span_of(band), out);
+    _add_text_member("source", span_of(source), out);
+    _add_text_member("band", span_of(band), out);
     if (iface[0] != '\0')
-        _add_member("iface", span_of(iface), out);
-    _add_member("text", text, out);
+        _add_text_member("iface", span_of(iface), out);
+    _add_text_member("text", text, out);
     out->add("}\n");
 }
 
@@ -128,7 +117,7 @@ watch_moment watch_now()
 void watch_add_json(text_span text, text_out *out)
 {
     while (text.length > 0) {
-        const size_t length = _character_length(text);
+        const size_t length = utf8_length(text);
         const size_t taken = length > 0 ? length : 1;
         const text_span character = {text.at, taken};
         if (length == 0 || (_is_control(character) && length == 1)) {

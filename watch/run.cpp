@@ -89,7 +89,7 @@ void _enter(stage next)
 }
 
 // Ctrl-Z. hostapd waits for a client that takes nothing: nobody may be attached who is stopped.
-void _pause()
+void _stop_until_continued()
 {
     watch_say("watch", "", "stopped by SIGTSTP: nothing is heard from here on");
     watch_leave_wifi();
@@ -154,7 +154,7 @@ private:
         signalfd_siginfo which = {};
         if (set_[0].revents != 0 && ::read(signals_.get(), &which, sizeof which) > 0) {
             if (which.ssi_signo == SIGTSTP)
-                return _pause();
+                return _stop_until_continued();
             ended_ = true;
         }
         const bool look_at_all = look_now;

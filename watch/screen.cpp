@@ -13,7 +13,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "core/json_text.h"
 #include "watch/words.h"
 
 namespace kelm {
@@ -37,15 +36,6 @@ constexpr code_range NOT_SHOWN[] = {
     {0x00, 0x1f},     {0x7f, 0x9f},     {0x200b, 0x200f}, {0x2028, 0x202e},
     {0x2060, 0x206f}, {0xfeff, 0xfeff}, {0xfff9, 0xfffb},
 };
-
-size_t _character_length(text_span text)
-{
-    for (size_t length = 1; length <= 4 && length <= text.length; ++length) {
-        if (kelm_is_utf8(text.at, length))
-            return length;
-    }
-    return 0;
-}
 
 uint32_t _code_of(text_span character)
 {
@@ -94,7 +84,7 @@ bool _has_room(int file, int wait_ms)
 void watch_add_shown(text_span text, text_out *out)
 {
     while (text.length > 0) {
-        const size_t length = _character_length(text);
+        const size_t length = utf8_length(text);
         const size_t taken = length > 0 ? length : 1;
         // A zero byte is a character too, and one that no reader takes.
         if (length == 0 && text.at[0] != '\0')

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "core/json_text.h"
+
 namespace kelm {
 
 text_span stripped(text_span text)
@@ -15,6 +17,15 @@ text_span stripped(text_span text)
     while (text.length > 0 && is_blank(text.at[text.length - 1]))
         --text.length;
     return text;
+}
+
+size_t utf8_length(text_span text)
+{
+    for (size_t length = 1; length <= 4 && length <= text.length; ++length) {
+        if (kelm_is_utf8(text.at, length))
+            return length;
+    }
+    return 0;
 }
 
 text_out::text_out(char *buffer, size_t size) : buffer_(buffer), size_(size)

@@ -39,6 +39,9 @@ inline bool is_digit(char c)
 // Without the blanks at both ends.
 text_span stripped(text_span text);
 
+// The length in bytes of the UTF-8 character that the text begins with; 0 when it begins with none.
+size_t utf8_length(text_span text);
+
 // Puts a text together in a buffer. What does not fit is left out, and full says so. The text is
 // terminated.
 class text_out {

@@ -119,7 +119,7 @@ const char *_text_of(const name_row (&table)[count], text_span name, const char 
 }
 
 // The words with a part in place of each "{0}", "{1}".
-void _fill(const char *words, const text_span *parts, size_t count, text_out *out)
+void _fill_in(const char *words, const text_span *parts, size_t count, text_out *out)
 {
     for (; *words != '\0'; ++words) {
         const auto number = static_cast<size_t>(words[0] == '{' ? words[1] - '0' : -1);
@@ -201,7 +201,7 @@ bool _describe_bus(text_span text, watch_told *told)
         const text_span announcement[] = {state.span()};
         const bool is_request = strcmp(row.event, "wps_cli") == 0;
         text_out out(told->text);
-        _fill(row.text, is_request ? asked : announcement, is_request ? 2 : 1, &out);
+        _fill_in(row.text, is_request ? asked : announcement, is_request ? 2 : 1, &out);
         told->text[stripped(out.span()).length] = '\0';
         told->who = row.who;
         return true;
@@ -229,7 +229,7 @@ bool watch_describe(const char *source, text_span text, watch_told *told)
         text_out iface(told->iface);
         iface.add(watch_iface_of(found));
         text_out out(told->text);
-        _fill(row.text, parts, count, &out);
+        _fill_in(row.text, parts, count, &out);
         told->who = row.who;
         return row.text[0] != '\0';
     }

@@ -12,10 +12,12 @@ from builds import must_run, needed, of_openwrt, through_cache
 ROOT = Path(__file__).resolve().parents[2]
 # The folders of the daemon from the ground up.
 FLOORS = ("core", "config", "ctrl", "ipc", "wlan", "platform", "daemon")
+# The folders whose helper functions have names that no other file has.
+OWN_NAMES = ("core", "ctrl", "ipc", "daemon", "watch")
 # What the recorder takes from the daemon.
 SHARED_WITH_WATCH = {
     "core/handle", "core/json_text", "core/signals", "core/text",
-    "config/credentials", "config/settings", "ctrl/wpa_ctrl", "ipc/bus_listener"}
+    "core/trust", "config/credentials", "config/settings", "ctrl/wpa_ctrl", "ipc/bus_listener"}
 
 
 def daemon_files():
@@ -72,6 +74,79 @@ def test_rooms_do_not_include_each_other_in_a_circle():
         return next((one for one in found if one), None)
 
     assert [one for one in (circle(name, []) for name in graph) if one] == []
+
+
+def functions(text):
+    """(name, whether a helper, body) of each function of a source file, as the formatter sets it."""
+    found = []
+    head = []
+    body = None
+    is_helper = False
+    for line in text.splitlines():
+        if line in ("namespace {", "}  // namespace"):
+            is_helper = line == "namespace {"
+        if body is not None:
+            body.append(line)
+            if line == "}":
+                name = re.search(r"([~\w]+)\(", re.sub(r"^__attribute__\(\(.*?\)\)\)", "",
+                                                       " ".join(head)))
+                if name:
+                    found.append((name[1], is_helper, "\n".join(body)))
+                head, body = [], None
+        elif line == "{":
+            body = []
+        elif not line or line.startswith(("#", "//", "}")) or line.endswith(";"):
+            head = []
+        else:
+            head.append(line)
+    return found
+
+
+def test_functions_are_found():
+    assert functions("""namespace kelm {
+
+namespace {
+
+constexpr int ONE[] = {
+    1,
+};
+
+// One.
+int _one(int value,
+         int other)
+{
+    return value;
+}
+
+__attribute__((format(printf, 2, 3))) bool _two(char *line, const char *format, ...)
+{
+    {
+    }
+}
+
+}  // namespace
+
+const char *three()
+{
+}
+
+}  // namespace kelm
+""") == [("_one", True, "    return value;\n}"), ("_two", True, "    {\n    }\n}"),
+         ("three", False, "}")]
+
+
+def test_a_helper_has_a_name_of_its_own():
+    """In a list of symbols, in a search and in a debugger a name is one function."""
+    files = {}
+    for path in daemon_files() + watch_files():
+        if path.relative_to(ROOT).parts[0] not in OWN_NAMES:
+            continue
+        for name, is_helper, _ in functions(path.read_text(encoding="utf-8")):
+            if is_helper:
+                files.setdefault(name, set()).add(str(path.relative_to(ROOT)))
+    assert {"_survey_bands", "_look_at_bus"} <= files.keys()
+    assert {name: sorted(where) for name, where in files.items()
+            if len(where) > 1} == {}
 
 
 def test_every_source_file_names_its_licence():
