@@ -149,6 +149,85 @@ def test_a_helper_has_a_name_of_its_own():
             if len(where) > 1} == {}
 
 
+def names_of(argument, text):
+    """The names that the first argument of a kelm_log_as stands for in a source file."""
+    if argument.startswith('"'):
+        return {argument.strip('"')}
+    if argument.isupper():
+        return set(re.findall(rf'^constexpr const char \*{argument} = "(\w+)";', text, re.MULTILINE))
+    if argument.endswith(".name"):  # of a table's row, where it comes first
+        return set(re.findall(r'^constexpr \w+ \w+ = {\n    "(\w+)",', text, re.MULTILINE))
+    return {name for name, _, body in functions(text) if re.search(r"[(, ]__func__[,)]", body)}
+
+
+def lines_under_other_names(text):
+    """(function, name) of each line that a function writes under another function's name."""
+    found = set()
+    for function, _, body in functions(text):
+        for argument in re.findall(r"\bkelm_log_as\(([^,]+),", body):
+            names = names_of(argument, text)
+            assert names, f"{function}: whose name is {argument}?"
+            found |= {(function, name) for name in names}
+    return found
+
+
+@pytest.mark.parametrize("argument, names", [
+    ('"main"', {"main"}), ("ENTRY", {"one"}), ("copy.name", {"two", "_two"}),
+    ("writer", {"three", "_three"}), ("OTHER", set())])
+def test_names_in_the_log_are_found(argument, names):
+    text = f"""
+constexpr const char *ENTRY = "one";
+constexpr write_back_copy PLAIN = {{
+    "two",
+    1,
+}};
+constexpr write_back_copy EASYMESH = {{
+    "_two",
+    2,
+}};
+void _write(const char *writer, int level)
+{{
+    kelm_log_as({argument}, level, "a text\\n");
+    kelm_log_always("another\\n");
+}}
+int three()
+{{
+    return _write(__func__, 3);
+}}
+int _three()
+{{
+    return _write(3, __func__);
+}}
+"""
+    assert names_of(argument, text) == names
+    if names:
+        assert lines_under_other_names(text) == {("_write", name) for name in names}
+
+
+def names_in_the_log_page():
+    """Name and file, as docs/interfaces.md lists them in the table of such names."""
+    page = (ROOT / "docs/interfaces.md").read_text(encoding="utf-8")
+    table = re.search(r"^\| name in the log \|.*\n\|[-|]*\|\n((?:\|.*\n)+)", page, re.MULTILINE)[1]
+    rows = [line.strip("|").split("|") for line in table.splitlines()]
+    return sorted((name, file) for names, files in rows for name in re.findall("`(.+?)`", names)
+                  for file in re.findall("`(.+?)`", files))
+
+
+def test_the_page_tells_which_file_holds_a_line_under_another_name():
+    found = {(name, str(path.relative_to(ROOT))) for path in daemon_files()
+             if path.suffix == ".cpp"
+             for _, name in lines_under_other_names(path.read_text(encoding="utf-8"))}
+    assert ("main", "daemon/lifecycle.cpp") in found
+    assert names_in_the_log_page() == sorted(found)
+
+
+def test_a_line_under_the_functions_own_name_uses_the_plain_macro():
+    assert [f"{path.relative_to(ROOT)}: {name}" for path in daemon_files()
+            if path.suffix == ".cpp"
+            for function, name in lines_under_other_names(path.read_text(encoding="utf-8"))
+            if function == name] == []
+
+
 def test_every_source_file_names_its_licence():
     checked = (".cpp", ".c", ".h", ".py", ".sh", ".cmake")
     first_lines = {path: path.read_text(encoding="utf-8").splitlines()[:2]
