@@ -109,7 +109,7 @@ struct kelm_session {
     char ifName[WPS_IFNAME_SIZE];
     char enrollee_mac[WPS_STA_MAC_SIZE];
     kelm_rootap_info rootap;
-    uint32_t rootap_valid;   // 1: an event has told the root access point's identity
+    uint32_t rootap_valid;   // for the dump alone, decides nothing; 1: an event has told rootap
     int32_t pre_eap_status;  // progress step at the previous evaluation
     int32_t eap_status;      // latest progress step
     int32_t wps_score;       // chance of success in percent

@@ -61,8 +61,8 @@ void kelm_clean_wksp();
 // Asks the main loop to end and the exit path to restart the wireless.
 void kelm_restart_wireless();
 
-// Log the sessions, a root access point record; level 4. valid: the session's marker that an event
-// has told the record, null for a record outside a session.
+// Log the sessions, or one root access point record; at level 4. valid: the session's rootap_valid,
+// which stands in these lines and decides nothing; null for a record outside a session.
 void dump_wps_session();
 void dump_rootap_info(const kelm_rootap_info *rootap, const uint32_t *valid = nullptr);
 

@@ -194,6 +194,8 @@ void *wps_ubus_thread(void *)
     }
     for (;;) {
         bus_serve(context, listeners, sizeof listeners / sizeof listeners[0]);
+        // The text says more than happens: the thread goes on. Log readers know it as the line of a
+        // lost connection.
         kelm_log_normal("ubus thread exit\n");
         kelm_log_always("Lost the connection to ubus, trying again every second\n");
         context = bus_reconnect();

@@ -17,7 +17,7 @@ bool _is_hex(char c)
     return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-bool _begins_with_address(text_span text, const char *shape)
+bool _begins_with_shape(text_span text, const char *shape)
 {
     for (size_t i = 0; shape[i] != '\0'; ++i) {
         if (i >= text.length || (shape[i] == 'x' ? !_is_hex(text.at[i]) : text.at[i] != shape[i]))
@@ -32,7 +32,7 @@ template <size_t count>
 size_t _shape_length(text_span text, const char *const (&shapes)[count])
 {
     for (const char *shape : shapes) {
-        if (_begins_with_address(text, shape))
+        if (_begins_with_shape(text, shape))
             return strlen(shape);
     }
     return 0;

@@ -80,16 +80,17 @@ void _push_station_button(int band, const kelm_session &session, bool multiap_on
                  _multi_ap_word(multiap_on));
 }
 
-// Before a start. A running attempt keeps its sockets: what its Wi-Fi daemons say in the meantime
-// would be lost, and one that is away at the moment would make the whole attempt forgotten. The
-// start is refused anyway.
-int _rebuild_worker_socks()
+// Before a start. If an attempt runs already, the start is refused later on, and nothing is done
+// here: events that come while a socket is closed would be lost, and a Wi-Fi daemon that is away at
+// this moment would end the running attempt.
+int _read_settings_and_reopen_sockets()
 {
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) != 0)
         return 0;
     kelm_worker_sock_deinit();
-    // The settings may have changed since the start, and a rebuild that failed has cleared the
-    // flags: without them no band would ever take part again.
+    // Reads which bands are enabled. The settings may have changed since the daemon's start. And if
+    // an earlier call failed, kelm_clean_wksp() has cleared these flags: without them no band would
+    // ever take part again.
     (void)kelm_check_available_status();
     if (kelm_worker_sock_init() == 0)
         return 0;
@@ -108,7 +109,7 @@ int _start_by_wps_cli(const wps_listen_event_t *event)
 {
     char pin[PIN_BUFFER_SIZE];
     copy_text(pin, sizeof pin, event->pin, WPS_PIN_LEN);
-    if (_rebuild_worker_socks() != 0)
+    if (_read_settings_and_reopen_sockets() != 0)
         return -1;
     // Whoever asked looks at the published event, so the start's result goes no further.
     if (event->method == IBUS_WPS_METHOD_PBC)
@@ -285,7 +286,7 @@ int rtk_process_ibus_msg(const wps_listen_event_t *event)
     kelm_log_normal("ibus event: %d\n", static_cast<int>(event->code));
     switch (event->code) {
     case IBUS_EVENT_BUTTON:
-        return _rebuild_worker_socks() != 0 ? -1 : _start_by_button();
+        return _read_settings_and_reopen_sockets() != 0 ? -1 : _start_by_button();
     case IBUS_EVENT_WPS_CLI:
         return _process_wps_cli(event);
     default:

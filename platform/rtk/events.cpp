@@ -68,7 +68,7 @@ struct event_row {
 void _note_rootap(int, kelm_session *session, char *text)
 {
     _store_rootap_info(text, &session->rootap);
-    session->rootap_valid = 1;
+    session->rootap_valid = 1;  // for the dump alone
 }
 
 void _tell_station_success(int, kelm_session *, char *)
