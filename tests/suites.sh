@@ -35,13 +35,17 @@ begin_run() {
     trap 'on_signal TERM 143' TERM
 }
 
-# Runs a function or command and returns its status; a signal ends the wait at once. In a group of
-# its own, or the shell would have it ignore an interrupt, and the programs under test with it. Such
+# Runs a function or command and returns its status; a signal ends the wait at once. start_watched does
+# not wait. In a group of its own, or the shell would have it ignore an interrupt, and the programs under test with it. Such
 # a group may not read from the terminal: who did would be stopped for ever.
-run_watched() {
+start_watched() {
     set -m
     "$@" </dev/null &
     set +m
+}
+
+run_watched() {
+    start_watched "$@"
     wait $!
 }
 
@@ -54,13 +58,18 @@ need_world() {
 
 readonly SHARDS=2  # of each unit test program
 
+# Once in a run, though several stages at once may ask for it.
 build() {
-    local log=$results/configure-$1.log
-    cmake --preset "$1" -G Ninja -B "$builds_at-$1" >"$log" || {
-        cat "$log"
-        return 1
-    }
-    cmake --build "$builds_at-$1"
+    (
+        flock 9
+        [ ! -e "$run_dir/built-$1" ] || exit 0
+        cmake --preset "$1" -G Ninja -B "$builds_at-$1" >"$results/configure-$1.log" || {
+            cat "$results/configure-$1.log"
+            exit 1
+        }
+        cmake --build "$builds_at-$1" || exit 1
+        : >"$run_dir/built-$1"
+    ) 9>"$run_dir/build-$1.lock"
 }
 
 # The tests wait more than they work, each process in a world of its own: all shards run at once.

@@ -15,7 +15,7 @@ SCRIPTS = sorted(path.name for path in (ROOT / "script").iterdir() if path.is_fi
 # What every Debian has; neither a packager nor a compiler nor Python is among it.
 TOOLS = ("sh", "bash", "env", "readlink", "realpath", "dirname", "sed", "awk", "id", "mktemp",
          "rm", "mkdir", "cut", "getent", "df", "grep", "tr", "cat", "head", "tail", "date", "sleep",
-         "kill", "true", "sort")
+         "kill", "true", "sort", "flock", "nproc")
 INSTALLS = "echo ran >>\"$RAN\"; exit 7"
 BUILD_NOTHING = ("bootstrap", "report")
 ARGUMENTS = {"fuzz": ["--replay"], "cross": ["mips", "build"], "lint": ["shell"], "test": ["unit"]}

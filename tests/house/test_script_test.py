@@ -25,10 +25,11 @@ def small_tree(tmp_path):
     """The script with its library in a tree of its own; what it runs there is written by a test."""
     (tmp_path / "script/lib").mkdir(parents=True)
     (tmp_path / "tests/attack").mkdir(parents=True)
-    for name in ("script/test", "script/lib/advice.sh", "tests/suites.sh", "tests/summary.py",
-                 "tests/end_marked"):
+    for name in ("script/test", "script/lib/advice.sh", "script/lib/packages.sh", "tests/suites.sh",
+                 "tests/summary.py", "tests/end_marked"):
         shutil.copy(ROOT / name, tmp_path / name)
     program(tmp_path / "script/bootstrap", "")
+    program(tmp_path / "bin/nproc", "echo 2")
     (tmp_path / "tests/world").mkdir()
     (tmp_path / "tests/world/try_world.py").touch()
     return tmp_path
@@ -46,7 +47,7 @@ def fuzz_with(tree, cases, status):
 
 
 def run(tree, *stages, path=None):
-    environment = dict(os.environ, PATH=path or os.environ["PATH"])
+    environment = dict(os.environ, PATH=path or f"{tree / 'bin'}:{os.environ['PATH']}")
     done = subprocess.run([tree / "script/test", *stages], capture_output=True, text=True,
                           timeout=HANGS_S, env=environment, check=False)
     return done.returncode, done.stdout.splitlines()
@@ -102,6 +103,97 @@ def test_progress_comes_first_and_a_table_of_times_last(tree):
     assert 1 <= int(table[1][1]) <= HANGS_S
 
 
+# One that has begun waits for the other to begin: alone neither would end.
+MEETS = """
+    touch {mine}-began
+    for ((i = 0; i < 300; ++i)); do [ ! -e {other}-began ] || break; sleep 0.1; done
+    [ -e {other}-began ] || exit 9
+    """
+# Both speak at once, again and again.
+SPEAKS = """
+    for ((i = 0; i < 5; ++i)); do
+        echo {mine} $i; echo {mine} error $i >&2
+        touch {mine}-$i
+        until [ -e {other}-$i ]; do sleep 0.02; done
+    done
+    exit {status}"""
+
+
+def test_stages_run_beside_each_other_and_their_words_are_not_mixed(tree):
+    for script, mine, other, status in (("coverage", "coverage", "mips", 1),
+                                        ("cross", "mips", "coverage", 0)):
+        words = {"mine": mine, "other": other, "status": status}
+        program(tree / "script" / script, (MEETS + SPEAKS).format(**words))
+    status, lines = run(tree, "coverage", "mips")
+    assert (status, lines[-1]) == (1, "1 passed, 1 failed (failed stages: coverage)")
+    assert lines[:2] == ["== stage 1 of 2: coverage", "== stage 2 of 2: mips"]
+    for stage, verdict in (("coverage", "FAILED"), ("mips", "passed")):
+        begin = lines.index(f"-- {stage} said:")
+        assert lines[begin + 1:begin + 11] == [
+            f"{stage} {word}{count}" for count in range(5) for word in ("", "error ")]
+        assert lines[begin + 11].startswith(f"== {stage} {verdict} after ")
+
+
+def test_a_stage_that_keeps_all_processors_busy_runs_by_itself(tree):
+    program(tree / "script/lint", "touch lint-runs; sleep 0.5; rm lint-runs")
+    program(tree / "script/coverage", "[ ! -e lint-runs ]")
+    status, lines = run(tree, "lint", "coverage")
+    assert (status, lines[-1]) == (0, "2 passed, 0 failed")
+    program(tree / "bin/nproc", "echo 4")
+    program(tree / "script/coverage", "until [ -e lint-runs ]; do sleep 0.02; done; exit 1")
+    program(tree / "script/lint", "touch lint-runs; sleep 0.5")
+    assert run(tree, "lint", "coverage")[1][-1] == "1 passed, 1 failed (failed stages: coverage)"
+
+
+@pytest.mark.parametrize("order", [["bench", "mips", "coverage"], ["mips", "bench", "coverage"]])
+def test_what_measures_runs_alone(tree, order):
+    program(tree / "script/bench", """
+        touch bench-runs
+        for ((i = 0; i < 10; ++i)); do [ -z "$(compgen -G 'runs-*')" ] || exit 1; sleep 0.1; done
+        rm bench-runs""")
+    for name in ("cross", "coverage"):
+        program(tree / f"script/{name}", f"""
+            [ ! -e bench-runs ] || exit 1
+            touch runs-{name}; sleep 0.5; rm runs-{name}; [ ! -e bench-runs ]""")
+    status, lines = run(tree, *order)
+    assert (status, lines[-1]) == (0, "3 passed, 0 failed")
+    assert [line.split()[0] for line in lines[-4:-1]] == order
+
+
+def test_a_stage_whose_shell_is_killed_fails_and_the_others_go_on(tree):
+    program(tree / "script/lint", "kill -KILL $PPID")
+    program(tree / "script/coverage", "sleep 1; touch went-on")
+    program(tree / "script/cross", "kill -KILL $PPID")
+    status, lines = run(tree, "lint", "coverage", "mips")
+    assert (status, lines[-1]) == (1, "1 passed, 2 failed (failed stages: lint mips)")
+    assert (tree / "went-on").exists()
+
+
+def test_all_packages_are_there_before_the_first_stage(tree):
+    program(tree / "script/bootstrap", 'echo "$*" >>packages; [ ! -e began ]')
+    for name in ("lint", "coverage"):
+        program(tree / f"script/{name}", "touch began")
+    status, _ = run(tree, "lint", "coverage", "mips")
+    assert status == 1  # there is no script/cross
+    installed = (tree / "packages").read_text(encoding="utf-8").splitlines()[-1].split()
+    assert {"cmake", "python3-pytest", "cppcheck", "gcovr", "g++-mips-linux-gnu"} < set(installed)
+
+
+def test_stages_that_share_a_build_build_it_once(tree):
+    program(tree / "bin/cmake", "echo \"$1\" >>cmake-calls; sleep 1")
+    for name in ("attempt", "watch"):
+        (tree / "tests" / name).mkdir()
+    run(tree, "attempt", "watch", path=f"{tree / 'bin'}:{os.environ['PATH']}")
+    assert (tree / "cmake-calls").read_text(encoding="utf-8").split() == ["--preset", "--build"]
+
+
+def test_a_stage_named_twice_runs_once(tree):
+    program(tree / "script/lint", "echo ran >>runs")
+    status, lines = run(tree, "lint", "lint")
+    assert (status, lines[-1]) == (0, "1 passed, 0 failed")
+    assert (tree / "runs").read_text(encoding="utf-8") == "ran\n"
+
+
 def test_a_stage_that_does_not_exist_runs_nothing(tree):
     program(tree / "script/lint", "touch ran")
     status, lines = run(tree, "lint", "flint")
@@ -120,7 +212,7 @@ def test_attacks_that_cannot_run_are_a_failure_and_say_why(tree, attack_file, bi
     for name, text in {**bin_files, "cmake": "exit 0"}.items():
         program(tree / "bin" / name, text)
     for name in ("bash", "env", "mktemp", "rm", "mkdir", "grep", "tr", "kill", "sleep", "dirname",
-                 "readlink", "realpath", "df", "awk", "sort"):
+                 "readlink", "realpath", "df", "awk", "sort", "flock", "cat"):
         (tree / "bin" / name).symlink_to(shutil.which(name))
     status, lines = run(tree, "attack", path=str(tree / "bin"))
     assert status == 1
@@ -208,15 +300,16 @@ def wait_for(condition):
 
 @pytest.mark.parametrize("number, status", [(signal.SIGTERM, 143), (signal.SIGINT, 130)])
 def test_a_run_that_is_ended_leaves_no_process_and_no_folder(tree, number, status):
-    """One child in a session of its own, as daemons are, one deaf to the signal, one of a shell."""
+    """One child in a session of its own, as daemons are, one deaf, and the shells of two stages."""
     program(tree / "script/fuzz", """
         setsid bash -c 'echo $$ >session; exec sleep 1000' &
         bash -c 'trap "" TERM INT; echo $$ >deaf; while :; do sleep 1000; done' &
         echo "$3" >folder; echo $$ >shell
         sleep 1000""")
-    written = [tree / name for name in ("session", "deaf", "shell", "folder")]
+    program(tree / "script/coverage", "echo $$ >beside; sleep 1000")
+    written = [tree / name for name in ("session", "deaf", "shell", "beside", "folder")]
     # A shell cannot hear what it was told to ignore, and whoever runs the tests may ignore both.
-    with subprocess.Popen([tree / "script/test", "fuzz", "lint"], stdout=subprocess.DEVNULL,
+    with subprocess.Popen([tree / "script/test", "coverage", "fuzz"], stdout=subprocess.DEVNULL,
                           stderr=subprocess.DEVNULL,
                           preexec_fn=lambda: signal.signal(number, signal.SIG_DFL)) as script:
         try:
@@ -226,6 +319,6 @@ def test_a_run_that_is_ended_leaves_no_process_and_no_folder(tree, number, statu
             assert script.wait(HANGS_S) == status
         finally:
             script.terminate()
-    pids = [int(path.read_text(encoding="utf-8")) for path in written[:3]]
-    assert [is_alive(pid) for pid in pids] == [False] * 3
+    pids = [int(path.read_text(encoding="utf-8")) for path in written[:4]]
+    assert [is_alive(pid) for pid in pids] == [False] * 4
     assert not Path((tree / "folder").read_text(encoding="utf-8").strip()).parent.exists()
