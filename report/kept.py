@@ -81,7 +81,7 @@ def _rewritten(pattern, found, text, depth):
 
 
 def _bytes(text):
-    return len(text.encode("utf-8", "surrogateescape"))
+    return len(text.encode("utf-8", "surrogatepass"))  # JSON can name half a pair
 
 
 def _left_out(text):

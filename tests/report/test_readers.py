@@ -67,6 +67,17 @@ def test_a_broken_line_is_left_out_and_told(tmp_path, broken):
                            ["1 line could not be read; the first of them is line 2."])
 
 
+@pytest.mark.parametrize("text, shown", [
+    (r"wlan1: \ud800", "wlan1: [3 bytes]"),
+    (r"wlan1: WPS-WHAT-IS-THIS \udfff", "wlan1: WPS-WHAT-IS-THIS [3 bytes]"),
+    (r"wlan1: WPS-ENROLLEE-SEEN 02:00:00:00:02:00 u t 0x0 4 1 [\ud83dx]",
+     "wlan1: WPS-ENROLLEE-SEEN 02:00:00:00:02:00 u t 0x0 4 1 [\\ud83dx]"),
+])
+def test_half_a_pair_is_no_reason_to_stop(tmp_path, text, shown):
+    row = '{"ms":1,"source":"hostapd","text":"%s"}' % text
+    assert [one[3] for one in lines_of(recording(tmp_path, recorded.header(), row))] == [shown]
+
+
 def test_broken_lines_are_counted(tmp_path):
     log = read(recording(tmp_path, recorded.header(), ACTIVE, "a", ACTIVE, "b"))
     assert log.trouble == ["2 lines could not be read; the first of them is line 3."]
