@@ -23,9 +23,12 @@ bool _begins_with_shape(text_span text, const char *shape)
         if (i >= text.length || (shape[i] == 'x' ? !_is_hex(text.at[i]) : text.at[i] != shape[i]))
             return false;
     }
-    // A longer run of bytes is something else.
+    // A longer run of bytes is something else; a colon alone may end a word.
     const size_t length = strlen(shape);
-    return text.length == length || (!_is_hex(text.at[length]) && text.at[length] != ':');
+    const text_span behind = {text.at + length, text.length - length};
+    if (behind.length > 1 && behind.at[0] == ':')
+        return !_is_hex(behind.at[1]);
+    return behind.length == 0 || !_is_hex(behind.at[0]);
 }
 
 template <size_t count>

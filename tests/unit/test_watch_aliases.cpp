@@ -43,6 +43,8 @@ TEST_F(aliases, an_address_is_the_same_however_it_is_written)
     EXPECT_EQ(rewritten("02:00:00:00:02:0a x 02-00-00-00-02-0A"), "device-1 x device-1");
     EXPECT_EQ(rewritten("[02:00:00:00:02:0b], bssid=02:00:00:00:02:0a"),
               "[device-2], bssid=device-1");
+    EXPECT_EQ(rewritten("02:00:00:00:02:0a:"), "device-1:");
+    EXPECT_EQ(rewritten("02:00:00:00:02:0b: left"), "device-2: left");
 }
 
 TEST_F(aliases, an_uuid_has_an_alias_of_its_own)
