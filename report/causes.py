@@ -165,7 +165,8 @@ CAUSES = [
           "the request could not be understood", "Send it as docs/interfaces.md says."),
     Cause("no-answer", False, "a press, and nothing of the daemon's behind it",
           "nothing answered the press",
-          "See whether the daemon runs, and whether ubus brings it the button's event."),
+          "Run kelm-doctor on the router: it looks whether the daemon runs, whether {daemon} "
+          "answers, and with --button whether the press comes over ubus."),
     Cause("not-needed", None, "the other band served the device", "not needed"),
     Cause("mirrored", None, "the daemon's line that a band takes over what another has learnt",
           "takes over what the other band has learnt"),
