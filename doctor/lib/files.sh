@@ -55,7 +55,7 @@ tell_pid_file() {
 
 # check_start_marker: the daemon opens it for reading and writing, so a folder does not count.
 check_start_marker() {
-	local age begun
+	local age begun up rest
 	find_file $MARKER
 	case $kind:$why in
 	missing:* | folder:* | *:*'not used'*)
@@ -65,7 +65,9 @@ check_start_marker() {
 	esac
 	begun=$(date -r "$real" +%s 2> /dev/null)
 	age=$(($(date +%s) - ${begun:-0}))
-	if [ $age -lt $STARTS_FOR ]; then
+	# After a boot the clock jumps by years, and what is new looks old.
+	read -r up rest < /proc/uptime
+	if [ $age -lt $STARTS_FOR ] || [ "${up%.*}" -lt $STARTS_FOR ]; then
 		warning start-marker '' "$MARKER says that the wireless is starting: kelm takes no press; wait until it is gone"
 	else
 		fault start-marker '' "$MARKER was left behind $((age / 60)) minutes ago: kelm takes no press; rm -f $MARKER"

@@ -103,6 +103,17 @@ def test_the_start_marker(maker, row):
     assert told(maker, 'start-marker') == expected
 
 
+@pytest.mark.parametrize('uptime, expected', [('119.99 30.00', STARTS), ('120.00 30.00', LEFT)])
+def test_a_marker_that_looks_old_since_the_clock_was_set_at_boot(maker, uptime, expected):
+    maker.write('/mnt/uptime', f'{uptime}\n')
+    do(maker, f': > {MARKER}; touch -d @{int(time.time()) - 630} {MARKER}')
+    private_world.mount(f'{ROOT}/mnt/uptime', f'{ROOT}/proc/uptime', flags=private_world.MS_BIND)
+    try:
+        assert told(maker, 'start-marker') == expected
+    finally:
+        private_world.unmount(f'{ROOT}/proc/uptime')
+
+
 # Room
 
 @pytest.mark.parametrize('free, result, text', [
