@@ -66,6 +66,16 @@ def tasks(pid):
         return 0
 
 
+def runs_a_command(pid):
+    """Whether a process has a child, be it one that has ended and was not waited for."""
+    for name in filter(str.isdigit, os.listdir('/proc')):
+        with contextlib.suppress(OSError):
+            with open(f'/proc/{name}/status', encoding='utf-8') as file:
+                if f'PPid:\t{pid}\n' in file.read():
+                    return True
+    return False
+
+
 def pid_in_file(router):
     """Of the daemon, or 0."""
     with contextlib.suppress(TypeError, ValueError):
@@ -82,6 +92,7 @@ def start_daemon(router, threads=2):
     router.start('KELM_FOREGROUND=1 exec /usr/sbin/kelm')
     wait_for(lambda: router.commands()[-2:] == NO_PIN and tasks(pid_in_file(router)) == threads,
              'the daemon')
+    wait_for(lambda: not runs_a_command(pid_in_file(router)), 'the end of its last command')
     router.write('/tmp/wps.conf', settings, 0o600)
     router.forget_commands()
     return pid_in_file(router)
