@@ -54,7 +54,7 @@ check_daemon() {
 	if ! find_daemon; then
 		other=$(daemons | head -n 1)
 		if [ -n "$other" ]; then
-			warning daemon '' "kelm runs, process $other, and its pid file is gone: a start would put a second one beside it; kill $other; $start"
+			warning daemon '' "kelm runs, process $other, and /tmp/kelm.pid does not have its number: a start would put a second one beside it; kill $other; rm -f /tmp/kelm.pid; $start"
 		elif [ "$face" = stock ] && ! kelm_switch enabled; then
 			ok daemon '' 'kelm does not run, for it is switched off'
 		else

@@ -8,7 +8,7 @@ import pytest
 
 import world as private_world
 from doctor import examine, told
-from test_settings_files import fault, ok, warning
+from test_settings_files import do, fault, ok, warning
 from whole import pid_in_file, start_daemon, tasks
 
 GONE = ('ubusd is not there, so kelm hears no press; start ubusd, then kelm: /etc/init.d/wps '
@@ -80,12 +80,13 @@ def test_a_daemon_of_stock_that_does_not_run(stock):
     assert told(stock, 'daemon') == ok('kelm does not run, for it is switched off')
 
 
-def test_a_daemon_whose_pid_file_was_removed(maker):
+@pytest.mark.parametrize('done', ['rm /tmp/kelm.pid', 'echo 4194305 > /tmp/kelm.pid'])
+def test_a_daemon_whose_pid_file_is_gone_or_another_ones(maker, done):
     pid = pid_in_file(maker)
-    maker.remove('/tmp/kelm.pid')
+    do(maker, done)
     assert told(maker, 'daemon') == warning(
-        f'kelm runs, process {pid}, and its pid file is gone: a start would put a second one '
-        f'beside it; kill {pid}; /etc/init.d/wps start')
+        f'kelm runs, process {pid}, and /tmp/kelm.pid does not have its number: a start would put a '
+        f'second one beside it; kill {pid}; rm -f /tmp/kelm.pid; /etc/init.d/wps start')
 
 
 def comm(pid):
