@@ -257,6 +257,8 @@ check_pin() {
 		ok settings-pin '' 'a repeater has no PIN of its own'
 		return
 	fi
+	# Without the file it is off like the rest, which is said already.
+	[ -n "$parsed" ] || return 0
 	setting pinEnabled || value=off
 	case $value in
 	on) ;;

@@ -81,14 +81,8 @@ check_mode() {
 	read_json settings-mode '' $MODE_FILE $MODE_LIMIT mode 'kelm does not start' \
 		'{"mode": 1} for an access point, {"mode": 0} for a repeater,' || return
 	case $type:$value in
-	int:1)
-		run_mode=ap
-		ok settings-mode '' "$MODE_FILE says access point"
-		;;
-	int:0)
-		run_mode=sta
-		ok settings-mode '' "$MODE_FILE says repeater"
-		;;
+	int:1) run_mode=ap && tell_mode 'access point' ;;
+	int:0) run_mode=sta && tell_mode repeater ;;
 	int:*)
 		fault settings-mode '' "$MODE_FILE says mode $value, which is neither 1 (access point) nor 0 (repeater): kelm does not start; write one of them"
 		;;
@@ -97,6 +91,17 @@ check_mode() {
 		warning settings-mode '' "$MODE_FILE has no number \"mode\": it counts as 0, a repeater; write {\"mode\": 0} or {\"mode\": 1}"
 		;;
 	esac
+}
+
+# tell_mode WORD: stock OpenWrt: what the owner has set is in effect once the service has written it.
+tell_mode() {
+	local chosen='access point'
+	[ "$face" = maker ] || ! is_repeater || chosen=repeater
+	if [ "$face" = maker ] || [ "$chosen" = "$1" ]; then
+		ok settings-mode '' "$MODE_FILE says $1"
+	else
+		fault settings-mode '' "$MODE_FILE says $1, and /etc/config/kelm says $chosen, so a press does the wrong thing; the service takes it over: service wps restart"
+	fi
 }
 
 # check_bands: sets device_bands to the bands of the device.
@@ -129,7 +134,8 @@ check_bands() {
 check_links() {
 	local band
 	settings_are_due || return 0
-	[ "$run_mode" = sta ] || { ok settings-link '' 'an access point needs no file of a link' && return; }
+	[ "$run_mode" != ap ] || ok settings-link '' 'an access point needs no file of a link'
+	[ "$run_mode" = sta ] || return 0
 	for band in $part_bands; do
 		read_json settings-link "$band" "$LINK_FILE.$band" $LINK_LIMIT status 'each press is refused' '{"status": 1} with a link, 0 without,' ||
 			continue

@@ -16,6 +16,20 @@ wps_independent=1
 uuid=12345678-9abc-4ef0-8234-56789abcdef0
 config_methods=push_button
 """
+# As prepare writes them.
+WPS_CONF_OF_REPEATER = 'enabled=1\napWpsAvailable=0\nstaWpsAvailable=3\npinEnabled=off\n'
+WIFI_CONF_OF_REPEATER = """madeBy=kelm
+
+apBssEnabledApMode_2g=off
+apBssEnabled_2g=off
+wlanSecType_2g=0
+apBssEnabledApMode_5g=off
+apBssEnabled_5g=off
+wlanSecType_5g=0
+
+staBssEnabled_2g=on
+staBssEnabled_5g=on
+"""
 LASTING = 'wps=1 00:00:00:00:00:00 seven green elms\n'
 
 INTERFACES = {'2.4 GHz': 'phy0-ap0', '5 GHz': 'phy1-ap0'}
@@ -45,6 +59,11 @@ class StockFace(StockRouter):
 
     def be_repeater(self):
         self.uci('set', 'kelm.main.mode=repeater')
+        self.write('/tmp/device_runtime.info', '{"mode": 0}\n')
+        self.write('/tmp/wps.conf', WPS_CONF_OF_REPEATER, 0o600)
+        self.write('/tmp/wifi.conf', WIFI_CONF_OF_REPEATER)
+        for band in ('2g', '5g'):
+            self.write(f'/tmp/wifi_runtime_info.{band}', '{"status": 0}\n')
         wireless = two_bands()
         for number in (0, 1):
             name = f'wwan{number}'

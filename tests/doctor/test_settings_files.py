@@ -84,6 +84,31 @@ def put(router, path, text, mode=0o644):
         router.write(path, text, mode)
 
 
+@pytest.mark.parametrize('mode, said, chosen, words', [
+    (1, 'access point', 'repeater', 'repeater'), (0, 'repeater', 'ap', 'access point')])
+def test_a_mode_that_the_service_has_not_taken_over(stock, mode, said, chosen, words):
+    stock.uci('set', f'kelm.main.mode={chosen}')
+    stock.uci('commit', 'kelm')
+    stock.write(MODE, f'{{"mode": {mode}}}\n')
+    assert told(stock, 'settings-mode') == fault(
+        f'{MODE} says {said}, and /etc/config/kelm says {words}, so a press does the wrong thing; '
+        'the service takes it over: service wps restart')
+
+
+def test_a_repeater_of_stock_openwrt(stock):
+    stock.be_repeater()
+    found = examine(stock)
+    assert [one for one in found.findings if one.result != 'ok'] == []
+    assert told(stock, 'settings-mode') == ok(f'{MODE} says repeater')
+
+
+def test_what_cannot_be_known_without_the_files_is_not_told(maker):
+    maker.remove(MODE)
+    maker.remove(WPS)
+    assert told(maker, 'settings-link') == []
+    assert told(maker, 'settings-pin') == []
+
+
 @pytest.mark.parametrize('row', NUMBER_FILES)
 def test_a_file_with_one_number(maker, row):
     path, text, expected = NUMBER_FILES[row]
