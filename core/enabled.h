@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// What is enabled on a band and what had its link, as its flags tell. A bad band reads as 0.
+// What a band's flags tell: which interfaces are enabled, and whether the station had a link. For a
+// bad band each function returns 0.
 #pragma once
 
 namespace kelm {

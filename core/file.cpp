@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Nothing is written under a name in a common folder: it is written beside it and moved there.
+// In a folder that all may write to, nothing is written under its final name: it is written to a
+// new file beside it, which is then moved to that name.
 #include "core/file.h"
 
 #include <cerrno>
@@ -25,11 +26,11 @@ namespace {
 constexpr size_t PATH_SIZE = 124;
 constexpr size_t FRESH_PATH_SIZE = PATH_SIZE + 24;
 constexpr mode_t ALL_MODE_BITS = 07777;
-// Against somebody who puts something in the way each time. A turn is lost only to what comes in
-// the microseconds between two calls.
+// Somebody may put something in the way each time. But a try fails only if that happens in the
+// microseconds between two calls.
 constexpr int TRIES = 64;
 
-// Not in each C library's headers.
+// RENAME_EXCHANGE, which not every C library's headers have.
 constexpr unsigned EXCHANGE = 1u << 1;
 
 bool _write_to_file(int fd, const char *text, size_t length)
@@ -58,7 +59,7 @@ int _exchange(const char *one, const char *other)
 #endif
 }
 
-// A name that nobody can have foreseen. Without random bytes it still differs from the last one.
+// A name that nobody can foresee. Without random bytes it at least differs from the last name.
 void _random_name(char (&name)[FRESH_PATH_SIZE], const char *path)
 {
     static uint64_t last = 0;
@@ -82,7 +83,8 @@ bool _open_fresh(fresh_file *fresh)
     return fresh->fd.valid();
 }
 
-// Two processes that do this at once never get the same one.
+// Makes a file with a name that nobody can foresee. Two processes never get the same file, since it
+// must not exist before.
 bool _create_unforeseen(const char *path, fresh_file *fresh)
 {
     bool done = false;
@@ -94,8 +96,9 @@ bool _create_unforeseen(const char *path, fresh_file *fresh)
     return done;
 }
 
-// Under the known name first: what a killed run left there goes with that. A folder with something
-// in it does not, nor can the name be won from somebody who is quick.
+// Makes a new file beside path. The first name is path with ".new", so a file that a killed run has
+// left there is removed. If something is there again at once, or is a folder that is not empty, the
+// file gets a random name.
 bool _create_fresh(const char *path, fresh_file *fresh)
 {
     if (strlen(path) >= PATH_SIZE) {
@@ -107,7 +110,8 @@ bool _create_fresh(const char *path, fresh_file *fresh)
     return _open_fresh(fresh) || (errno == EEXIST && _create_unforeseen(path, fresh));
 }
 
-// In any other folder somebody can take our files away, whatever is done here.
+// In a folder without the sticky bit that others may write to, anybody can take our files away,
+// whatever is done here.
 void _warn_of_common_folder(const char *path)
 {
     static bool warned = false;
@@ -125,8 +129,7 @@ void _warn_of_common_folder(const char *path)
     kelm_log_always("%s: others may take files away there, so nothing is safe\n", folder);
 }
 
-// What was put in the way goes if it can; a folder with something in it stays under a name that is
-// in nobody's way.
+// Removes what was in the way of path. A folder that is not empty cannot be removed: it is renamed.
 void _discard(const char *path, const char *thing)
 {
     if (::remove(thing) == 0)
@@ -141,9 +144,9 @@ bool _cannot_exchange()
     return errno == ENOSYS || errno == EINVAL;
 }
 
-// Moves the fresh file to path at once, whatever stands there. Nothing but a folder resists a
-// rename, and a folder changes places with it; where the kernel or the file system cannot do that,
-// the folder goes first.
+// Moves the fresh file to path in one step, whatever is there. rename() fails only for a folder. A
+// folder and the file exchange their names; where the kernel or the file system cannot do that, the
+// folder is removed first.
 bool _move_in(const fresh_file &fresh, const char *path)
 {
     for (int i = 0; i < TRIES; ++i) {
@@ -173,7 +176,7 @@ bool _is_at(const char *path, int fd)
     return there.st_dev == ours.st_dev && there.st_ino == ours.st_ino;
 }
 
-// With a line feed behind the text; null: nothing at all.
+// Writes text and a line feed; for null nothing.
 bool _write_text_line(int fd, const char *text)
 {
     return text == nullptr ||
@@ -212,7 +215,7 @@ bool _is_pinned(const char *path, mode_t mode)
            (there.st_mode & ALL_MODE_BITS) == mode;
 }
 
-// More than once only against somebody who is quick to give each file a second name.
+// A second try is needed only if somebody is quick to give the new file a second name.
 bool _pin(const char *path, mode_t mode)
 {
     for (int i = 0; i < TRIES && _replace(path, nullptr, mode); ++i) {
@@ -234,8 +237,8 @@ holder _holder_of(const char *path, uid_t *user)
     return kelm_is_trusted_user(there.st_uid) ? holder::trusted : holder::foreign;
 }
 
-// Changes places with what somebody has put at path. The name is never free meanwhile; what turns
-// out to be a trusted user's, come just now, gets it back.
+// Exchanges names with what somebody has put at path, so that the name is never free. If that turns
+// out to be a trusted user's, which came just now, it gets the name back.
 bool _take_over(const fresh_file &fresh, const char *path)
 {
     if (_exchange(fresh.name, path) != 0) {
@@ -314,7 +317,8 @@ unique_fd kelm_claim_file(const char *path)
         if (!told)
             kelm_log_always("%s: moved aside, belongs to user %u\n", path, user);
         told = true;
-        // Of two starts at once each has a file of its own, or one would take the other's for its.
+        // Two daemons that start at once must not use the same file here: each would take it for
+        // its own.
         fresh_file fresh;
         if (!_create_unforeseen(path, &fresh))
             return unique_fd();

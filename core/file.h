@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Files in a folder that every user may write to: reading what may be anything, writing what
-// nobody else can have had a hand in.
+// Files in a folder that every user may write to, such as /tmp. Under a known name there may be
+// anything: a FIFO, a link, somebody else's file. These functions read and write safely there.
 #pragma once
 
 #include <sys/types.h>
@@ -12,35 +12,37 @@ namespace kelm {
 constexpr mode_t KELM_OWNER_ONLY = 0600;  // what holds passphrases
 constexpr mode_t KELM_FOR_ALL = 0644;     // what pages and scripts read, whatever the umask
 
-// The functions that take a path take one below 124 bytes. What they cannot do they tell in one log
-// line. They use path with ".new" or with random digits behind it on the way.
+// A path is shorter than 124 bytes. A function that fails writes one log line, if its comment does
+// not say otherwise. While they work, the functions make files beside path: path with ".new" or
+// with random digits behind it.
 
-// Opens a regular file for reading that a trusted user owns (core/trust.h says who, and what is
-// logged). Null for anything else: a FIFO under a well-known name would hold the attempt for ever.
+// Opens a regular file of a trusted user for reading; core/trust.h says who that is, and what is
+// logged. Null for anything else. A FIFO, for example, would hold the attempt for ever.
 unique_file kelm_open_to_read(const char *path);
 
-// Replaces a file by text and a line feed, so that at any moment, out of space included, a reader
-// finds the whole old file or the whole new one, of exactly this mode. What stands under that name
-// is replaced, not followed; a folder is put aside. Returns 0, or -1 with the old file untouched.
+// Replaces a file by text and a line feed, with exactly this mode. At any moment a reader finds the
+// whole old file or the whole new one, even when the disk is full. A link is replaced, not
+// followed; a folder is moved aside. Returns 0, or -1 with the old file untouched.
 int kelm_replace_file(const char *path, const char *text, mode_t mode);
 
-// Makes a name fit for a command that would follow a link, put its file into a folder or keep a
-// looser mode: afterwards it is a regular file of our own, with this name alone and exactly this
-// mode. One that is that already stays, text and all; whatever else is there is replaced at once by
-// an empty file. In a folder such as /tmp, from which nobody may take another's files, it stays so
-// until the command writes. False: it is not so, and the command must not be run.
+// Prepares a name for a command that writes to it. Such a command would follow a link, write into a
+// folder, or keep a file's mode that is too open. Afterwards path is a regular file of our own,
+// with no second name and with exactly this mode. A file that is so already stays, with its text.
+// Anything else is replaced by an empty file. In a folder such as /tmp nobody can take away another
+// user's file, so the file stays so until the command writes. False: do not run the command.
 bool kelm_pin_file(const char *path, mode_t mode);
 
-// The same for a command that adds to a file: a regular one of a trusted user with this name alone
-// stays, whatever its mode; anything else is replaced by an empty file for its owner only. A
-// failure is not told: who then writes the file does.
+// The same for a caller that adds to a file. A regular file of a trusted user without a second name
+// stays, whatever its mode. Anything else is replaced by an empty file with KELM_OWNER_ONLY. A
+// failure is not logged here; the caller's own write will fail and be logged.
 bool kelm_pin_to_merge(const char *path);
 
-// Whether a regular file of a trusted user, with this name alone, stands there.
+// Whether path is a regular file of a trusted user, without a second name.
 bool kelm_has_own_file(const char *path);
 
-// Makes a file of mode 0644 where there is none of a trusted user's, who may put anything there:
-// then errno is EEXIST. What belongs to anybody else is moved aside. Invalid with errno on failure.
+// Makes a new file of mode 0644. If anything of a trusted user is there already, the result is
+// invalid with errno EEXIST. What belongs to anybody else is moved aside. On any other failure the
+// result is invalid too, and errno says why.
 unique_fd kelm_claim_file(const char *path);
 
 }  // namespace kelm

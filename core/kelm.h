@@ -33,8 +33,8 @@ constexpr int KELM_MODE_REPEATER = 0;
 constexpr int KELM_MODE_AP = 1;
 
 // Status of a band's WPS attempt. The numbers leave the process in the "wps" event: scripts and the
-// web page compare them, so do not renumber. 1, 5, 6, 7 and 10 all read "cancel" and are never set
-// here.
+// web page compare them, so do not renumber. 1, 5, 6, 7 and 10 have the text "cancel"; the daemon
+// never sets them.
 enum kelm_wps_status : int32_t {
     WPS_STATUS_IDLE = 0,
     WPS_STATUS_SUCCESS = 2,
@@ -115,8 +115,8 @@ struct kelm_session {
     int32_t wps_score;       // chance of success in percent
 };
 
-// State of the main thread, defined in core/session.cpp. Nothing else writes it, and the bus thread
-// touches none of it but the log level.
+// State of the main thread, defined in core/session.cpp. No other thread writes it, and the bus
+// thread touches none of it.
 extern kelm_session *global_wps_sessions;  // four records, null before kelm_create_session
 extern uint32_t kelm_flag;                 // KELM_GFLAG_*
 extern uint32_t kelm_band_mask;            // bands of this device, bit = 1 << band
@@ -127,7 +127,7 @@ extern int32_t time_last_check;  // last pass of the boost check
 extern uint32_t dirty;           // credentials written in this run
 extern int32_t factory_mode;     // 1: the device is in its factory state
 
-// Verbosity. The signal handler changes it and both threads read it, hence atomic.
+// The log level. The signal handler changes it and both threads read it, so it is atomic.
 extern std::atomic<int32_t> kelm_dbg_level;
 
 // Band names in commands, file names, keys and the system log.

@@ -27,15 +27,16 @@ constexpr size_t LINE_SIZE = 2048;
 constexpr int FULL_CONSOLE_WAIT_MS = 20;  // a slow line drains meanwhile, a stuck one does not
 constexpr int FULL_CONSOLE_WAITS = 5;     // for one line
 
-// One writer at a time inside the process: each line opens the console anew, so the console's lock
-// would shut the other thread out like a stranger, and its line would be gone. The holder waits 100
-// milliseconds at most, for a full console. Signal handlers may log too: they run in the main
-// loop's wait alone, where no line is half written.
+// One writer at a time inside the process. Each line opens the console anew and locks it. For this
+// lock a second thread is a stranger: without the mutex its line would be dropped. Who holds the
+// mutex waits 100 milliseconds at most, for a full console. A signal handler may log too: it runs
+// in the main loop's wait alone, where the main thread holds no mutex.
 pthread_mutex_t writer_lock = PTHREAD_MUTEX_INITIALIZER;
 
 bool to_system_log = false;
 
-// Nothing left the console while a line waited: the lines after it do not wait again.
+// A line has waited for room on the console, and got none. The lines after it do not wait, until
+// one gets through.
 std::atomic<bool> console_stuck{false};
 
 void _write_to_console(int fd, const char *text, size_t length)

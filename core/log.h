@@ -11,23 +11,28 @@ extern "C" void qm_syslog(int level, int success, const char *format, ...)
 
 namespace kelm {
 
-// Writes one text to "/dev/console", at most 2047 bytes of it; the rest is cut.
-// Returns 0, or -1 when the console cannot be opened. A line is dropped without notice when another
-// process holds the console's lock or the console takes nothing: the daemon never waits for its
-// log. With kelm_log_to_system_log the same holds for "/dev/log" (core/system_log.h), where each
-// text is one line. The process's own threads take turns, so that neither loses a line to the
-// other; a signal handler may call it where no thread of its own is inside, which the main loop's
-// wait sees to. Allocates nothing. Call it through the macros below.
+// Writes one text to "/dev/console", at most 2047 bytes of it; the rest is cut. Allocates nothing.
+// Returns 0, or -1 when the console cannot be opened. Call it through the macros below.
+// - The daemon never waits long for its log. A line is dropped without notice when another process
+//   holds the console's lock, or when the console takes nothing.
+// - After kelm_log_to_system_log(true) the text goes to "/dev/log" instead (core/system_log.h).
+//   There each text is one line.
+// - The two threads take turns, so neither loses a line to the other.
+// - The signal handler may call it too, as it runs in the main loop's wait alone: the main thread
+// is
+//   never inside this function then.
 int kelm_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-// Where lines go from now on: to the system log as "kelm[PID]: TEXT" of a daemon, level "info", and
-// not to the console; or to the console, as at the start. Before the first thread is made.
+// Where lines go from now on. true: to the system log, as "kelm[PID]: TEXT" with facility "daemon"
+// and level "info". false: to the console, as at the start. Call it before the first thread is
+// made.
 void kelm_log_to_system_log(bool on);
 
 }  // namespace kelm
 
-// One log line with the caller's name and line. The format is a literal. kelm_log_as is for a step
-// that was split off from the function whose lines it writes: log readers look for that name.
+// One log line with a function's name and the number of this line. The format is a literal.
+// kelm_log_as is for a helper that writes a line of another function: log readers look for that
+// function's name. docs/interfaces.md lists these names and their files.
 #define kelm_log_as(name, level, format, ...)                                           \
     do {                                                                                \
         if (::kelm::kelm_dbg_level.load(std::memory_order_relaxed) >= (level))          \
@@ -41,5 +46,5 @@ void kelm_log_to_system_log(bool on);
 #define kelm_log_detail(format, ...) \
     kelm_log_as(__func__, ::kelm::KELM_LOG_DETAIL, format, ##__VA_ARGS__)
 
-// Every per-band accessor answers a band without a session with this line, at level 4.
+// Every per-band accessor writes this line, at level 4, when the band has no session.
 #define kelm_log_bad_band(band) kelm_log_normal("Bad wps session[band %d].\n", (band))

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// What the core may ask of a platform: one table of functions, the only way up or out of the core.
+// What the daemon may ask of a platform: one table of functions. It is the only way by which a
+// lower folder calls a higher one.
 #pragma once
 
 #include "core/kelm.h"
@@ -8,43 +9,43 @@ namespace kelm {
 
 struct wps_listen_event_t;
 
-// All slots are called on the main thread and may block for the time of a shell command. A null
-// slot is one that no caller uses.
+// All functions are called on the main thread and may block for the time of a shell command. No
+// caller uses the slots with a number for a name; they may be null.
 struct kelm_platform_ops {
     const char *name;
 
-    // Start-up, after the enable flags are known. Names the interfaces. Non-zero ends the start.
+    // At the start, once the enable flags are known. Sets the interface names. Non-zero ends the
+    // start.
     int (*start_worker)();
-    // Start-up and shut-down: ends what a band has still running.
+    // At the start and at the end: stops what still runs for any band.
     void (*kill_worker)();
-    // A descriptor that delivers the band's events, or -1. Called for each usable band, again
-    // before each attempt.
+    // Returns a descriptor that delivers the band's events, or -1. Called for each enabled band: at
+    // the start, and again before each attempt.
     int (*event_sock_init)(int band);
     void (*event_sock_deinit)(int band, int fd);
     void (*slot5)();
-    // A request from the bus, with the mailbox locked.
+    // Handles a request from the bus. The mailbox is locked meanwhile.
     int (*process_bus_msg)(const wps_listen_event_t *event);
-    // One event text of length bytes, terminated; it may be changed. 0: handled, judge the attempt;
-    // -1: unknown.
+    // Handles one event text of length bytes. It is terminated and may be changed. Returns 0 when
+    // it was handled: the caller then evaluates the attempt; -1 for an unknown event.
     int (*process_event_msg)(int band, char *text, int length);
-    // Address text of the band's enrollee for the info file, "" when unknown.
+    // Returns the address of the band's enrollee as text, for the info file; "" when unknown.
     const char *(*get_sta_mac)(int band);
-    // Writes what the attempt brought into the credential files for ap_band, from the station of
-    // sta_band; record: the root access point to mirror, or null. 0, or -1 when they were not
-    // written.
+    // Writes the credential files for ap_band, with what the station of sta_band has learnt.
+    // record: the root access point to mirror, or null. Returns 0, or -1 when nothing was written.
     int (*patching_back)(int ap_band, int sta_band, const kelm_rootap_info *record);
     void (*slot10)();
-    // Sets the band's access-point PIN; null takes it away.
+    // Sets the PIN of the band's access point; null removes it.
     int (*set_ap_pin)(int band, const char *pin);
-    // Ends the attempt on all launched bands; called from the SIGTERM handler too.
+    // Ends the attempt on all launched bands. The SIGTERM handler calls it too.
     int (*wps_cancel)();
-    // Once for each inited band on each pass of the boost check.
+    // Called for each band of the device at each boost check.
     void (*band_tick)(int band);
-    // Reads a root access point message; -1 or a band that stays 4: not for us.
+    // Reads a root access point message. It is not for us if this returns -1 or leaves band at 4.
     int (*parse_rootap_msg)(const char *message, size_t length,
                             struct kelm_worker_rootapinfo *rootap, int *band);
     void (*slot15)();
-    // Fills the band's root access point record from what its station learnt.
+    // Fills the band's root access point record with what its station has learnt.
     int (*get_wps_credentials)(int band, kelm_rootap_info *record);
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
-// Stands in for the platform's logging library where there is none: outcome lines go to the system
-// log. syslog(3) itself would wait for a log daemon that hangs, and the attempt with it.
+// Takes the place of the platform's logging library where there is none: outcome lines go to the
+// system log. syslog(3) is not used: it would wait for a log daemon that hangs, and so would the
+// attempt.
 #include <cstdarg>
 #include <cstdio>
 
@@ -12,7 +13,7 @@
 void qm_syslog(int level, int success, const char *format, ...)
 {
     constexpr size_t TEXT_SIZE = 1024;
-    // Callers pass 3 for good and bad news alike, which syslog would call an error.
+    // Callers pass level 3 for success and failure alike. For syslog 3 is an error.
     const int priority = LOG_DAEMON | (success != 0 ? LOG_NOTICE : (level & LOG_PRIMASK));
     char text[TEXT_SIZE];
     va_list values;

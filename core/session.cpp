@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The session table, the flag words and what is told about them.
+// The session table, the flag words, and the log lines that show them.
 #include "core/session.h"
 
 #include <cstdio>
@@ -39,8 +39,8 @@ struct band_row {
     const char *ifname;
 };
 
-// The 2.4 GHz radio is the second one of this board: wlan1 and wlan0 are crossed on purpose, and a
-// start command on the uncrossed name would open the other band's window.
+// wlan1 stands before wlan0 on purpose: the 2.4 GHz radio is the second one of this board. With the
+// names in the other order a start command would start WPS on the wrong band.
 constexpr band_row BANDS[KELM_BAND_COUNT] = {
     {10, "/tmp/wifi_scan_2g.result", "wlan1"},
     {20, "/tmp/wifi_scan_5g.result", "wlan0"},
@@ -53,8 +53,8 @@ struct flag_row {
     const char *name;
 };
 
-// In the order of the dump, which is not that of the bits. CONFIG_WIFI and OVER_SCAN are not shown:
-// tools that cut the line up know these eight.
+// In the order of the dump, which is not the order of the bits. CONFIG_WIFI and OVER_SCAN are not
+// shown: tools that split the line know these eight names.
 constexpr flag_row DUMPED_FLAGS[] = {
     {WPS_FLAG_STABSS_ENABLE, "[WPS_FLAG_STABSS_ENABLE]"},
     {WPS_FLAG_STAWPS_FAKEUP, "[WPS_FLAG_STAWPS_FAKEUP]"},
@@ -250,7 +250,7 @@ int kelm_get_succeed_band(int exclude)
         const kelm_session *session = kelm_get_wps_session(band);
         if (session == nullptr || !session->wps_inited || session->wps_status != WPS_STATUS_SUCCESS)
             continue;
-        // 0 means "none" to the callers, so band 0 cannot be excluded.
+        // For the callers exclude = 0 means "none", so band 0 cannot be excluded.
         if (exclude != 0 && band == exclude)
             continue;
         if (session->wps_priority > best_priority) {

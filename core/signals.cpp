@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Holds the daemon's signals back until the main loop waits, and shares out the time after SIGTERM.
+// Blocks the daemon's signals until the main loop waits, and divides the time after SIGTERM.
 #include "core/signals.h"
 
 #include <ctime>
@@ -13,8 +13,8 @@ kelm_ending_state kelm_ending;
 namespace {
 
 constexpr int HELD_SIGNALS[] = {SIGUSR1, SIGUSR2, SIGTERM, SIG_NEW_CONFIG};
-// Any of these would end the daemon by default: an attempt lost, and a pid file left behind that
-// bars every later start.
+// By default each of these ends the process. The attempt would be lost, and the pid file that is
+// left would prevent every later start.
 constexpr int UNHEARD_SIGNALS[] = {SIGHUP, SIGINT, SIGPIPE};
 
 void _note_ending()
@@ -38,12 +38,14 @@ void kelm_hold_back_signals()
 
 void kelm_claim_signals()
 {
-    // The bus library takes SIGTERM for itself where it finds the default, and its thread may look
-    // at any moment. A handler that is never reached shows it that the signal has an owner.
+    // The bus library installs a handler for SIGTERM if it finds the default one, and it may look
+    // at any moment. The handler here is never called. It shows the library that somebody owns
+    // SIGTERM.
     struct sigaction taken = {};
     taken.sa_handler = [](int) {};
     sigaction(SIGTERM, &taken, nullptr);
-    // Handlers here too: the library takes SIGINT for itself only where it finds the default.
+    // Handlers that do nothing here too: the library installs its own handler for SIGINT if it
+    // finds the default one.
     taken.sa_flags = SA_RESTART;
     for (int number : UNHEARD_SIGNALS)
         sigaction(number, &taken, nullptr);

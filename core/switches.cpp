@@ -31,7 +31,7 @@ switch_row *const SWITCHES[] = {&foreground, &system_log, &credential_events};
 char wifi_word[WORD_SIZE];  // empty: the default
 bool wifi_refused = false;
 
-// Null for one that is unset or empty.
+// Null for a variable that is unset or empty.
 const char *_variable_value(const char *variable)
 {
     const char *value = getenv(variable);

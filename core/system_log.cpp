@@ -26,21 +26,21 @@ namespace {
 constexpr size_t TEXT_MAX = 2047;
 constexpr size_t LINE_SIZE = TEXT_MAX + 64;
 constexpr size_t PID_SIZE = 16;
-constexpr int32_t WAIT_MS = 100;      // at once
-constexpr int32_t WAIT_SHARE = 10;    // of the time one part in so many
-constexpr int32_t OWED_MAX = 60'000;  // far above what one wait can make it
+constexpr int32_t WAIT_MS = 100;      // one wait at most
+constexpr int32_t WAIT_SHARE = 10;    // all waits together: one part in ten of the time
+constexpr int32_t OWED_MAX = 60'000;  // milliseconds; real waits never owe that much
 constexpr sockaddr_un LOG_SOCKET = {AF_UNIX, "/dev/log"};
 
 // In English, whatever the locale: programs read them.
 constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// A line has waited in vain: the lines after it do not wait again.
+// A line has waited and got no room. The lines after it do not wait, until one gets through.
 std::atomic<bool> queue_stuck{false};
 
-// When the waits so far will have been their share of the time. The clock's lower half: routers
-// with MIPS have no 64-bit atomics, and what is further away than OWED_MAX is of an earlier round
-// of it.
+// The moment up to which the waits so far use up their share of the time: a wait of 20 ms moves it
+// 200 ms on. It is the lower half of the clock, since routers with MIPS have no 64-bit atomics.
+// This half begins anew every 49 days: a moment further ahead than OWED_MAX is an old one.
 std::atomic<uint32_t> waits_paid_ms{0};
 
 // Without the line feeds at the end.
@@ -52,7 +52,7 @@ size_t _text_length(const char *text)
     return length;
 }
 
-// Devices nearby choose the names in an event: none of them begins a line of its own.
+// Devices nearby choose the names in an event. No such name may begin a new line.
 void _keep_one_line(char *text)
 {
     for (; *text != '\0'; ++text) {
@@ -61,7 +61,8 @@ void _keep_one_line(char *text)
     }
 }
 
-// The time by hand: strftime(3) may look at the time zone's file for each line. Returns the length.
+// Writes the time itself: strftime(3) may read the time zone's file for each line. Returns the
+// length.
 size_t _make_line(int priority, bool with_pid, const char *text, size_t text_length,
                   char (&line)[LINE_SIZE])
 {
@@ -93,8 +94,8 @@ uint32_t _low_clock_ms()
     return static_cast<uint32_t>(kelm_monotonic_ms());
 }
 
-// Most kernels' queues hold ten lines, so that of a log daemon that is well is full at times. One
-// that is slow is not waited for at each line.
+// On most kernels the queue holds ten lines, so it is full at times even when the log daemon is
+// well: then it is worth a wait. For a slow log daemon not every line waits.
 bool _has_room_soon(int fd)
 {
     if (queue_stuck)
@@ -120,14 +121,14 @@ int kelm_send_to_system_log(int priority, bool with_pid, const char *text)
     char line[LINE_SIZE];
     const size_t length = _make_line(priority, with_pid, text, text_length, line);
 
-    // A socket for each line: a log daemon that was started anew listens on another one.
+    // A socket for each line: a log daemon that was restarted listens on a new socket.
     const unique_fd log(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!log.valid() || ::connect(log.get(), reinterpret_cast<const sockaddr *>(&LOG_SOCKET),
                                   sizeof LOG_SOCKET) != 0)
         return -1;
     bool sent = _send_datagram(log.get(), line, length);
     if (!sent && errno == EAGAIN) {
-        // The room may be gone again, where others fill the queue.
+        // Others fill the queue too, so the room may be gone again.
         sent = _has_room_soon(log.get()) && _send_datagram(log.get(), line, length);
         queue_stuck = !sent;
     }

@@ -50,7 +50,7 @@ uint32_t _leading_number(const char *text)
     return number;
 }
 
-// The last digit is chosen by whoever made the PIN so that the weighted sum ends in 0.
+// The last digit of a PIN is a checksum: with it the weighted sum of all digits ends in 0.
 bool _has_pin_checksum(uint32_t number)
 {
     uint32_t sum = 0;
@@ -176,7 +176,8 @@ int kelm_check_pin(const char *text)
         return 0;
     if (length != WPS_PIN_LEN)
         return -1;
-    // Only the leading digits count, as a shorter number: "1234567x" is checked as 01234567.
+    // Only the digits before any other character count, as a shorter number: "1234567x" is checked
+    // as 01234567.
     return _has_pin_checksum(_leading_number(text)) ? 0 : -1;
 }
 
@@ -186,7 +187,7 @@ void add_ssid_postfix(char *ssid, const char *postfix)
         return;
     const size_t postfix_len = strnlen(postfix, SSID_LEN);
     size_t at = ssid_len(ssid);
-    // The postfix tells the user's networks apart, so it is kept whole and the name gives way.
+    // By the postfix the user knows the networks apart: it is kept whole, and the name is cut.
     if (at + postfix_len > SSID_LEN)
         at = SSID_LEN - postfix_len;
     char whole[WPS_SSID_SIZE] = {};

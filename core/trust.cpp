@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Owners are looked at on what was opened, never by name: a name may lead elsewhere a moment later.
+// The owner is read from what was opened, never from a name: a moment later a name may lead to
+// another file.
 #include "core/trust.h"
 
 #include <cerrno>
@@ -20,9 +21,10 @@ namespace kelm {
 namespace {
 
 constexpr mode_t WRITABLE_BY_OTHERS = S_IWGRP | S_IWOTH;
-constexpr int LINKS_MAX = 8;  // on the way to one file
+constexpr int LINKS_MAX = 8;  // that are followed on the way to one file
 
-// Only who may write to all three folders can make a control socket.
+// Control sockets stand in SOCKET_FOLDERS. Their owner counts only if nobody else may write to
+// these folders or to RUN_FOLDER.
 constexpr const char *RUN_FOLDER = "/var/run";
 constexpr const char *SOCKET_FOLDERS[] = {"/var/run/hostapd", "/var/run/wpa_supplicant"};
 
@@ -71,8 +73,8 @@ bool _has_trusted_owner(const char *path, const struct stat &there)
     return false;
 }
 
-// The owner of one of two names may have given the other to a file of root's. A file that was
-// replaced since it was opened has none.
+// A file with two names is not used: anybody may have given a second name to a file of root. A file
+// that was replaced after it was opened has no name, and may be used.
 bool _is_usable(const char *path, int fd)
 {
     struct stat there = {};
@@ -90,8 +92,8 @@ bool _is_usable(const char *path, int fd)
     return true;
 }
 
-// Puts a link's target in the place of the link's name; a relative one begins in the link's folder.
-// A name that is no link any more stays. False where the link is not followed.
+// Replaces name, which is a link, by the target of the link. A relative target begins in the folder
+// of the link. If name is no link any more, it stays. False if the link must not be followed.
 bool _follow_link(char (&name)[PATH_MAX], const char *path)
 {
     const unique_fd link(::open(name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -129,7 +131,7 @@ unique_fd kelm_open_trusted(const char *path, int access)
         return unique_fd();
     }
     for (int links = 0; links <= LINKS_MAX; ++links) {
-        // Without waiting for a writer, where it turns out to be a FIFO.
+        // O_NONBLOCK: if it is a FIFO, open() must not wait for a writer.
         unique_fd file(::open(name, access | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         if (file.valid())
             return _is_usable(path, file.get()) ? std::move(file) : unique_fd();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Client of the control interface: a datagram socket with a bound path of its own.
+// Client of the control interface: a datagram socket that is bound to a path of its own.
 #include "ctrl/wpa_ctrl.h"
 
 #include <cerrno>
@@ -30,18 +30,18 @@ constexpr size_t PATH_SIZE = sizeof sockaddr_un{}.sun_path;
 constexpr time_t SEND_LIMIT_S = 5;
 constexpr unsigned SEND_RETRY_S = 1;
 constexpr int REPLY_LIMIT_MS = 10000;
-constexpr time_t EVENTS_LIMIT_S = 30;  // of one request
+constexpr time_t EVENTS_LIMIT_S = 30;  // one request, however many events come before its reply
 constexpr size_t ATTACH_REPLY_SIZE = 10;
-constexpr int NUMBERED_TRIES = 4;  // before the name is one that nobody can guess
+constexpr int NUMBERED_TRIES = 4;  // after these the name has a random number
 constexpr mode_t OWNER_ALONE = 0600;
-// A daemon that answers does so in a millisecond. With one that hangs much is to be done after
-// SIGTERM, and a farewell is not worth much of the time.
+// After SIGTERM one request gets an eighth of the time that is left. A daemon that works answers in
+// a millisecond. One that hangs must not take the time of all that is still to be done.
 constexpr int ENDING_SHARE = 8;
 
-// Makes the local paths of one process differ.
+// Counts the local paths of this process, so that they differ.
 uint32_t open_counter = 0;
 
-// suffix: what makes the name unlike any that could be foreseen, or nothing.
+// suffix: a random number that nobody can foresee, or nothing.
 bool _set_local_path(sockaddr_un *local, const char *client_dir, const char *suffix)
 {
     const bool own_dir = client_dir != nullptr && client_dir[0] == '/';
@@ -52,7 +52,8 @@ bool _set_local_path(sockaddr_un *local, const char *client_dir, const char *suf
     return length > 0 && static_cast<size_t>(length) < PATH_SIZE;
 }
 
-// Binds; a path that a dead process with our number left behind is removed, once.
+// Binds. If the path is in use, an older process with our process id may have left it: it is
+// removed, and there is a second try.
 bool _bind_local(int s, const sockaddr_un &local)
 {
     const auto *address = reinterpret_cast<const sockaddr *>(&local);
@@ -69,7 +70,7 @@ uint64_t _random_number()
     uint64_t number;
     if (getrandom(&number, sizeof number, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof number))
         return number;
-    timespec now = {};  // a device that has only just started
+    timespec now = {};  // the device has just started and has no random bytes yet
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_nsec);
 }
@@ -79,8 +80,8 @@ uint64_t _random_number()
 // the path is ours: wpa_ctrl_close removes what stands there.
 bool _bind_any(wpa_ctrl *ctrl, const char *client_dir)
 {
-    // The kernel makes the name with the socket's own mode: at no moment can anybody else send to
-    // it.
+    // The kernel gives the path the mode that the socket has at this moment. So there is no moment
+    // in which anybody else can send to it.
     (void)fchmod(ctrl->s, OWNER_ALONE);
     for (int tries = 0; tries <= NUMBERED_TRIES; ++tries) {
         char suffix[20] = "";
@@ -101,8 +102,9 @@ bool _bind_any(wpa_ctrl *ctrl, const char *client_dir)
     return false;
 }
 
-// A daemon that runs as a user of its own, as OpenWrt's do, can answer to a name of that user's
-// alone. In a folder of the usual kind nobody can have replaced the name since it was bound.
+// A Wi-Fi daemon that runs as another user, as on OpenWrt, can answer only if our path belongs to
+// that user. In a folder with the sticky bit, as /tmp, nobody can have replaced the path since it
+// was bound.
 void _let_peer_answer(const wpa_ctrl &ctrl)
 {
     struct stat peer = {};
@@ -111,14 +113,14 @@ void _let_peer_answer(const wpa_ctrl &ctrl)
     if (geteuid() != 0 || peer.st_uid == 0)
         return;
     if (lchown(ctrl.local.sun_path, peer.st_uid, static_cast<gid_t>(-1)) != 0)
-        return;  // it cannot answer then, which whoever asks it will tell
+        return;  // then it cannot answer, and the first request fails
 }
 
 bool _set_destination(sockaddr_un *dest, const char *ctrl_path)
 {
     dest->sun_family = AF_UNIX;
     if (strncmp(ctrl_path, ABSTRACT_PREFIX, ABSTRACT_PREFIX_LEN) == 0) {
-        // The leading zero byte is what makes the name an abstract one.
+        // An abstract name begins with a zero byte.
         const char *name = ctrl_path + ABSTRACT_PREFIX_LEN;
         memcpy(dest->sun_path + 1, name, strnlen(name, PATH_SIZE - 1));
         return true;
@@ -256,8 +258,8 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *command, size_t command_len, ch
     ending_wait ending(ENDING_SHARE);
     if (_send_command(ctrl->s, command, command_len) != 0)
         return -1;
-    // Each event begins the wait anew, so a daemon that sends nothing else would hold the caller
-    // for ever.
+    // The wait begins anew after each event. Without a deadline a daemon that sends events alone
+    // would hold the caller for ever.
     const time_t deadline_s = _monotonic_s() + EVENTS_LIMIT_S;
     do {
         const int waited = _await_reply(ctrl->s, ending);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The worker-done evaluation: survey the bands, wait or judge, then act by run mode.
+// The evaluation after each event: look at all bands; wait, or decide and act as the run mode asks.
 #include "daemon/evaluation.h"
 
 #include <cstring>
@@ -25,13 +25,13 @@ namespace {
 
 constexpr size_t FILE_COMMAND_SIZE = 128;
 constexpr const char *CONFIG_WIFI = "/etc/init.d/wps config_wifi";
-constexpr const char *ENTRY = "_kelm_worker_done_process";  // whose lines the steps write
+constexpr const char *ENTRY = "_kelm_worker_done_process";  // the helpers write its log lines
 
 struct survey {
     int running;
     int succeeded;
     uint16_t codes[KELM_BAND_COUNT];  // as published
-    bool taken_back;                  // a success came to nothing in the write-back
+    bool taken_back;                  // a band had success, and its write-back failed
 };
 
 survey _survey_bands()
@@ -53,7 +53,7 @@ survey _survey_bands()
     return found;
 }
 
-// A repeater wants every band's own credentials; an access point serves one client, which came on
+// A repeater wants each band's own credentials. An access point serves one client, which came on
 // one band.
 bool _must_wait(const survey &found)
 {
@@ -68,7 +68,8 @@ bool _is_2g_or_5g_through(const survey &found)
            found.codes[KELM_BAND_5G] == WPS_STATUS_SUCCESS;
 }
 
-// What was told of the band before stays told; whoever is told from here on hears of a failure.
+// Turns the band's success into a failure. What was told before cannot be changed; what is told
+// from here on is the failure.
 void _take_back_success(int band, survey *found)
 {
     kelm_set_status(band, WPS_STATUS_ERROR);
@@ -77,8 +78,9 @@ void _take_back_success(int band, survey *found)
     (void)kelm_is_worker_succeed(band, true);
 }
 
-// False where it was not run, for what others might have it apply: then nothing that was stored
-// comes into effect, and no success is one.
+// Runs config_wifi, if nobody else can have put files under the names that it applies. If somebody
+// can, it is not run, and the result is false: nothing that was stored takes effect, so each
+// success becomes a failure.
 bool _run_config_wifi(survey *found)
 {
     if (!kelm_hold_credential_names()) {
@@ -95,16 +97,16 @@ bool _run_config_wifi(survey *found)
 
 // --- Access-point mode ---
 
-// What became of the settings that hostapd has chosen.
+// What has happened to the settings that hostapd chose.
 struct new_settings {
-    bool patched;  // stored just now, to be applied
-    bool applied;  // in the course of the attempt
+    bool patched;  // stored just now, not applied yet
+    bool applied;  // stored and applied earlier in the attempt
 };
 
-// Only an access point that was open has got something new to write back. A success whose
-// credentials could not be stored is none: the access point would be open again after a restart.
-// Those of an event that were stored and applied are safe, though hostapd's file may be gone for
-// the moment in which the scripts make it anew.
+// Only an access point that was open has new settings to write back. If they cannot be stored, the
+// success is none: after a restart the access point would be open again. But if an event has had
+// them stored and applied already, they are safe. Then hostapd's file may be missing just now, as
+// the scripts make it anew.
 new_settings _patch_open_access_points(survey *found)
 {
     new_settings made = {};
@@ -139,13 +141,13 @@ void _finish_access_point(survey *found)
 
 // --- Repeater mode ---
 
-// What the write-back of all bands came to.
+// The result of the write-back of all bands.
 struct written_back {
     bool any;                      // some band's credentials were stored
-    bool failed[KELM_BAND_COUNT];  // the band has succeeded, and its own were not
+    bool failed[KELM_BAND_COUNT];  // the band succeeded, but its credentials were not stored
 };
 
-// Gives a band its own credentials, or those of the succeeded band, or leaves it alone.
+// Writes a band's own credentials, or those of the succeeded band, or nothing.
 void _patch_band(int band, int succ, written_back *done)
 {
     const auto store = [&](int from, const kelm_rootap_info *rootap) {
@@ -174,7 +176,7 @@ void _patch_band(int band, int succ, written_back *done)
     (void)store(succ, nullptr);
 }
 
-// Whether some band's credentials were stored.
+// Whether any band's credentials were stored.
 bool _patch_bands(int succ, survey *found)
 {
     written_back done = {};
@@ -182,7 +184,7 @@ bool _patch_bands(int succ, survey *found)
         if (kelm_get_band_inited(band))
             _patch_band(band, succ, &done);
     }
-    // Not before all are done: the bands that borrow look at what the others came to.
+    // Only after all bands: those that take another band's credentials look at its status.
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         if (done.failed[band])
             _take_back_success(band, found);
@@ -190,7 +192,7 @@ bool _patch_bands(int succ, survey *found)
     return done.any;
 }
 
-// The mesh stays on for an EasyMesh root access point; else the maker's own rules decide.
+// The mesh stays on if a root access point has EasyMesh; else the maker's own rules decide.
 void _set_mesh_switch()
 {
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
@@ -202,7 +204,8 @@ void _set_mesh_switch()
     _wps_set_mesh_config(_kelm_check_corvex());
 }
 
-// Without a file of this attempt there is no copy either: an older one would be taken for it.
+// If this attempt has written no file, there must be no copy: an older copy would be taken for this
+// attempt's.
 void _back_up(const char *path, const char *backup)
 {
     if (kelm_has_own_file(path) && kelm_pin_file(backup, KELM_OWNER_ONLY) &&
@@ -211,8 +214,8 @@ void _back_up(const char *path, const char *backup)
     (void)unlink(backup);
 }
 
-// For the service script, which works on copies. They hold passphrases, and cp would write them
-// through a link, into a folder and into a file that others may read.
+// For the service script, which works on copies. The files hold passphrases. By itself cp would
+// write through a link, into a folder, or into a file that others may read.
 void _back_up_credential_files()
 {
     _back_up(WPS_AP_FILE, WPS_AP_BACKUP);
@@ -234,8 +237,8 @@ void _write_back_repeater(int succ, survey *found)
         (void)_run_config_wifi(found);
 }
 
-// A success is published by the service after the restart, when the link can be used, from the info
-// file.
+// A failure is published here. A success is published by the service, from the info file, after the
+// restart: only then can the link be used.
 void _tell_repeaters_outcome(const survey &found)
 {
     if (_is_2g_or_5g_through(found)) {
@@ -275,13 +278,12 @@ int _kelm_worker_done_process()
     }
     survey found = _survey_bands();
     if (_must_wait(found)) {
-        // The number was meant to be the band; by now it counts them all. Log readers look for
-        // this 4.
+        // The number reads like a band, but is always 4. Log readers look for this 4.
         kelm_log_detail("Worker[%d] process still running, wait...\n\n", KELM_BAND_COUNT);
         return 0;
     }
 
-    // From here on it is the verdict's time, not the attempt's.
+    // The attempt is over: the commands of the verdict need not end with it.
     kelm_let_commands_run();
     kelm_update_wps_result_file(_is_2g_or_5g_through(found) ? 1 : 0);
     (void)kelm_system_format(FILE_COMMAND_SIZE, "rm %s", WPS_AP_FILE);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The steps of the process's life, in the order in which main takes them.
+// The steps from start to end of the process, in the order in which main calls them.
 #include "daemon/lifecycle.h"
 
 #include <cerrno>
@@ -33,7 +33,7 @@ namespace kelm {
 namespace {
 
 constexpr const char *WPS_RESTART = "/etc/init.d/wps restart";
-constexpr const char *ENTRY = "main";  // whose lines the first and the last step write
+constexpr const char *ENTRY = "main";  // the first and the last step write its log lines
 
 void _go_into_background()
 {
@@ -48,7 +48,7 @@ void _go_into_background()
     setsid();
 }
 
-// --- An end that nobody asked for ---
+// --- An end by a signal that has no handler of ours ---
 
 bool _ends_process(int number)
 {
@@ -68,11 +68,11 @@ bool _ends_process(int number)
     }
 }
 
-// The pid file is ours: from the guarding of it until it is removed. What stands there later is the
-// next daemon's, which the restart script starts while this one still waits for that script.
+// 1 from kelm_guard_pid_file() until the file is removed. A pid file that is there later belongs to
+// the next daemon: the restart script starts it, while this daemon still waits for that script.
 volatile sig_atomic_t pid_file_is_ours = 0;
 
-// The signal has its default action again, which raise() then takes.
+// SA_RESETHAND has set the signal to its default action, so raise() ends the process.
 void _end_without_pid_file(int number)
 {
     if (pid_file_is_ours != 0)
@@ -126,7 +126,7 @@ constexpr restart_row NORMAL_RESTART = {"Normal WPS success restart.",
 constexpr restart_row EASYMESH_RESTART = {"Easymesh WPS success restart.",
                                           "/etc/init.d/wifi restart_from_wps"};
 
-// Only 2.4 and 5 GHz decide: the bands beyond them have no exchange of their own on this platform.
+// Only 2.4 and 5 GHz decide: the other bands have no exchange of their own on this platform.
 const restart_row &_choose_restart()
 {
     if (get_band_worker_succeed(KELM_BAND_2G) == 0 && get_band_worker_succeed(KELM_BAND_5G) == 0)
@@ -140,7 +140,7 @@ const restart_row &_choose_restart()
 
 void kelm_daemonize()
 {
-    // In the foreground session and process group stay as the supervisor has made them.
+    // In the foreground, session and process group stay as the supervisor has made them.
     if (!kelm_stays_in_foreground())
         _go_into_background();
     const int null = open("/dev/null", O_RDWR);
@@ -154,10 +154,10 @@ void kelm_daemonize()
 
 int kelm_create_pid_file()
 {
-    // Created only where none is, so that of two starts at once one loses here.
+    // The file is made only if there is none. So of two daemons that start at once one fails here.
     const unique_fd own = kelm_claim_file(KELM_PID_PATH);
-    // The caller of this second start saw status 0 long before, but for one in the foreground: the
-    // parent does not wait for us.
+    // Whoever started this second daemon does not see the -1: the parent exited 0 long before. In
+    // the foreground there is no parent of ours, and the caller sees it.
     if (!own.valid() && errno == EEXIST) {
         kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "kelm has been started\n");
         return -1;
@@ -192,7 +192,7 @@ int _kelm_register_signal()
         int number;
         const char *name;
     };
-    // The name of the second row is the one of the first: log readers know it so.
+    // SIGUSR1 in the second row too: log readers know the line of SIGUSR2 under this name.
     constexpr signal_row SIGNALS[] = {
         {SIGUSR1, "SIGUSR1"},
         {SIGUSR2, "SIGUSR1"},
@@ -213,7 +213,7 @@ int _kelm_register_signal()
 
 void _kelm_handle_signal(int number)
 {
-    // The wait lets all four in; while one is handled the others wait.
+    // The main loop's wait unblocks all four. While one is handled, the others are blocked.
     kelm_hold_back_signals();
     const int saved_errno = errno;
     switch (number) {

@@ -6,17 +6,18 @@ namespace kelm {
 
 constexpr const char *KELM_PID_PATH = "/tmp/kelm.pid";
 
-// Goes into the background: the parent exits 0, the child leads a session of its own with
-// "/dev/null" on descriptors 0 to 2. Exits the process with errno when there can be no child. With
-// kelm_stays_in_foreground() this process goes on, in its session, with "/dev/null" all the same.
+// Goes into the background: the parent exits 0. The child leads a session of its own and has
+// "/dev/null" on descriptors 0 to 2. If no child can be made, the process exits with errno. With
+// kelm_stays_in_foreground() there is no child: this process goes on in its session, but it gets
+// "/dev/null" too.
 void kelm_daemonize();
 
-// Writes our process id. Returns 0; -1 (logged) when the file is there already, a stale one
-// included. Exits the process with errno when the file cannot be written.
+// Writes our process id. Returns 0, or -1 (logged) when the file is there already, even if its
+// daemon is gone. If the file cannot be written, the process exits with errno.
 int kelm_create_pid_file();
 
-// From now on a signal that ends the daemon without its doing, a crash above all, takes the pid
-// file along: it would bar every later start.
+// From now on a signal that ends the daemon, such as that of a crash, removes the pid file first:
+// it would prevent every later start.
 void kelm_guard_pid_file();
 
 // Installs the handler of all four signals. Returns 0, or -1 (logged) at the first that fails.

@@ -13,7 +13,8 @@ namespace kelm {
 
 namespace {
 
-// From the bus thread to the end of the main loop: 0, or -1 when a step of the start fails.
+// Starts the bus thread and all else, and runs the main loop to its end. Returns 0, or -1 when a
+// step of the start fails.
 int _serve()
 {
     if (wps_create_ibus_thread() < 0)
@@ -47,7 +48,7 @@ int main(int argc, char **)
     if (kelm::kelm_create_pid_file() != 0)
         return -1;
     kelm::kelm_guard_pid_file();
-    // Whoever sends a console log sends the version along.
+    // In every console log that somebody sends us, this line tells the version.
     kelm_log_always("kelm " KELM_VERSION "\n");
     kelm::kelm_tell_refused_switches();
     const int result = kelm::_serve();

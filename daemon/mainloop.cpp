@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// One pass: request, packet, clock, boost check, time-out.
+// One pass of the loop: request, packet, clock, boost check, time-out.
 #include "daemon/mainloop.h"
 
 #include <cstring>
@@ -23,7 +23,7 @@ namespace {
 constexpr uint32_t END_FLAGS =
     KELM_GFLAG_TERMINATE | KELM_GFLAG_WIFI_RESTART | KELM_GFLAG_WPS_RESTART;
 
-// More than a socket's queue holds: whoever goes on sending does not put the time-out off.
+// More than a socket's queue holds. Somebody who goes on sending cannot put off the time-out.
 constexpr int MOST_WAITING_PACKETS = 512;
 
 // One byte more than a packet can fill, so that its text always ends.
@@ -34,13 +34,13 @@ int32_t _now()
     return static_cast<int32_t>(time(nullptr));
 }
 
-// The stamps are 32 bits wide: an attempt may run while they turn negative, in January 2038.
+// Times have 32 bits and become negative in January 2038. An attempt may run just then.
 int32_t _seconds_between(int32_t earlier, int32_t later)
 {
     return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
 }
 
-// Whatever runs, the attempt ends in time.
+// No command may run on after the end of the attempt.
 void _limit_commands(bool running)
 {
     if (running)
@@ -56,9 +56,9 @@ void _restart_clock(int32_t now)
     _limit_commands(true);
 }
 
-// Hears what had come in before the time was up or a band is given up, as passes of the loop would
-// have: a success may stand behind other events, or behind a script that took its time. False when
-// the attempt came to its end by that.
+// Handles the packets that wait, as later passes of the loop would have. For before the time-out,
+// or before a band is given up: a success may wait behind other events, or have come while a script
+// ran for long. False when one of the packets has ended the attempt.
 bool _hear_waiting_events()
 {
     const uint32_t asked_before = kelm_get_global_wpsflag_bit(END_FLAGS);
@@ -84,7 +84,8 @@ void _give_up_other_bands()
     time_boost = 0;
 }
 
-// A repeater with one band through does not wait for the others beyond hope.
+// If one band of a repeater has succeeded, the others are waited for only as long as they have a
+// fair chance.
 void _boost_check()
 {
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0 ||
@@ -105,7 +106,7 @@ void _boost_check()
         }
         if (_seconds_between(time_last_check, now) > 0 &&
             get_wps_predict_score() < PREDICT_GIVE_UP_PERCENT && _hear_waiting_events() &&
-            !kelm_has_unused_step())  // heard just now: the next pass counts it
+            !kelm_has_unused_step())  // a step heard just now counts in the next pass
             _give_up_other_bands();
     }
     time_last_check = now;
@@ -167,7 +168,7 @@ void wps_session_maintain()
     kelm_update_time();
     if (kelm_get_global_wpsflag_bit(KELM_GFLAG_WPS_RUNNING) == 0)
         return;
-    // A clock that was set back by an hour would give the attempt an hour more.
+    // If the clock was set back by an hour, the attempt would get an hour more.
     if (_seconds_between(time_start, now) < 0)
         _restart_clock(now);
     if (_seconds_between(time_start, now) < WPS_TIMEOUT_S || !_hear_waiting_events())

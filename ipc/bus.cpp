@@ -36,7 +36,7 @@ constexpr uint32_t NO_SUCH_VALUE = 0xFF;  // neither an action nor a method
 
 pthread_mutex_t mailbox_lock = PTHREAD_MUTEX_INITIALIZER;
 wps_listen_event_t wps_listen_event;
-// Made once, and never closed: the bus thread may write to it until the process ends.
+// Made once and never closed, since the bus thread may write to it until the process ends.
 int wake_fd = -1;
 
 // --- The event handlers: each turns its event into one record. Bus thread only. ---
@@ -57,7 +57,7 @@ unique_text _message_text(blob_attr *message, const char *handler)
     return text;
 }
 
-// What the text says, or null for what cannot be read, for want of memory too.
+// The parsed text; null when it is no JSON, or when there is no memory.
 unique_json _parse_event(const char *text)
 {
     bool no_memory = false;
@@ -74,8 +74,8 @@ void wps_ubus_gpio_cb(ubus_context *, ubus_event_handler *, const char *, blob_a
         kelm_log_always("Invalid action.\n");
         return;
     }
-    // Any button event is the same request, an unreadable one too: a press must not be lost to bad
-    // JSON.
+    // Any button event is the same request. An unreadable one counts too: a press must not be lost
+    // because of bad JSON.
     wps_listen_event_t request = {};
     request.code = IBUS_EVENT_BUTTON;
     wps_ibus_set_msg(request);
@@ -100,16 +100,16 @@ void wps_ubus_wifi_cb(ubus_context *, ubus_event_handler *, const char *, blob_a
 
 enum wps_cli_attribute { WPS_CLI_ACTION, WPS_CLI_METHOD, WPS_CLI_PIN, WPS_CLI_COUNT };
 
-// The numbers are 8-bit by agreement, but the "ubus" command can only send 32-bit ones, so any
-// width is let in.
+// By agreement the numbers have 8 bits. But the "ubus" command can send 32-bit numbers only, so any
+// width is accepted.
 constexpr blobmsg_policy WPS_CLI_POLICY[WPS_CLI_COUNT] = {
     {"action", BLOBMSG_TYPE_UNSPEC},
     {"method", BLOBMSG_TYPE_UNSPEC},
     {"pin", BLOBMSG_TYPE_STRING},
 };
 
-// Reads an integer of any width. One that does not fit eight bits becomes NO_SUCH_VALUE, rather
-// than its low byte, which could be another request. False when the attribute is missing or no
+// Reads an integer of any width. A number that needs more than eight bits becomes NO_SUCH_VALUE:
+// its low byte alone could be another request. False when the attribute is missing or is no
 // integer.
 bool _read_integer(blob_attr *attribute, uint32_t *value)
 {
@@ -136,9 +136,9 @@ bool _read_integer(blob_attr *attribute, uint32_t *value)
     return true;
 }
 
-// Why an attempt with this PIN cannot be started, or null when it can. Without one hostapd would be
-// asked with nothing behind the command; eight characters of a longer one are another PIN than the
-// client shows.
+// Why an attempt with this PIN cannot be started, or null when it can. Without a PIN hostapd would
+// get a command with nothing behind it. Of a longer text eight characters would be used, and that
+// is not the PIN that the client shows.
 const char *_refusal_of_pin(const char *pin)
 {
     if (pin == nullptr || pin[0] == '\0')
@@ -247,7 +247,8 @@ void wps_ibus_set_msg(wps_listen_event_t event)
 
 void wps_ibus_handle_event()
 {
-    // Before the look into the mailbox: what arrives after it then wakes the next wait.
+    // This is read before the mailbox: a request that arrives after the look into the mailbox then
+    // ends the next wait.
     eventfd_t woken;
     (void)::eventfd_read(wake_fd, &woken);
 
@@ -278,7 +279,7 @@ void wps_ubus_send_wps_event(int action, const uint16_t *statuses)
         kelm_log_always("create json message failed\n\n");
         return;
     }
-    // Four numbers and their names: nothing in it that a shell would read.
+    // The text is four numbers and their names: it holds nothing that means anything to a shell.
     char command[SEND_COMMAND_SIZE];
     snprintf(command, sizeof command, "ubus send %s '%s'", "wps", text.get());
     kelm_log_normal("Prepare to send message: %s\n", command);

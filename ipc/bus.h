@@ -15,7 +15,7 @@ constexpr uint32_t IBUS_EVENT_BUTTON = 4;
 constexpr uint32_t IBUS_EVENT_WPS_CLI = 10;
 
 // One request: nine 32-bit words, all zero when empty. The PIN of a "wps_cli" request and the
-// action of a "wifi" request share a place.
+// action of a "wifi" request share the same bytes.
 struct wps_listen_event_t {
     uint32_t code;    // IBUS_EVENT_*
     uint32_t action;  // wps_cli: 1 start, 2 cancel
@@ -31,22 +31,21 @@ struct wps_listen_event_t {
 };
 static_assert(sizeof(wps_listen_event_t) == 9 * sizeof(uint32_t), "the record is nine words");
 
-// Starts the bus thread, which receives no signals but those of a crash. Returns 0, or -1 when it
-// cannot be made (logged). Without a broker the thread logs that once and ends; a broker that goes
-// away later is looked for every second until it is back. The thread is never joined: it may hang
-// in a broker that says nothing.
+// Starts the bus thread. It receives no signals but those of a crash. Returns 0, or -1 (logged)
+// when it cannot be made. If there is no broker at the start, the thread logs that once and ends.
+// If the broker goes away later, the thread looks for it every second until it is back. Nobody
+// joins the thread: a broker that says nothing may hold it for ever.
 int wps_create_ibus_thread();
 
-// Puts a request into the mailbox, over one that was not yet taken.
+// Puts a request into the mailbox. It replaces one that was not taken yet.
 void wps_ibus_set_msg(wps_listen_event_t event);
 
-// Hands a waiting request to the platform, with the mailbox locked meanwhile, and empties the
-// mailbox.
+// Gives a waiting request to the platform and empties the mailbox. The mailbox is locked meanwhile.
 void wps_ibus_handle_event();
 
-// A descriptor that is readable while the mailbox may hold a request, for the main loop's wait; -1
-// where it could not be made, or before the bus thread is: a request then waits for the end of a
-// wait.
+// A descriptor for the main loop's wait, readable while the mailbox may hold a request. -1 before
+// the bus thread is started, or where it could not be made: then a request is seen when the loop's
+// wait is over.
 int wps_ibus_wake_fd();
 
 // Publishes "wps" with the action (IBUS_WPS_ACTION_*) and the statuses of bands 0 to 2 through the

@@ -19,7 +19,8 @@ namespace {
 
 constexpr int RETRY_MS = 1000;
 constexpr unsigned RETRY_S = 1;
-// Small C libraries give a thread 128 KiB, a size for programs that know what they call.
+// Small C libraries give a thread 128 KiB. That is too little to be sure of: the libraries that are
+// called here may need more.
 constexpr size_t STACK_SIZE = size_t{256} * 1024;
 constexpr int DEEPEST_MESSAGE = 32;
 
@@ -46,22 +47,24 @@ void _register(bus_listener &which)
 void _register_all(bus_listener *listeners, size_t count)
 {
     for (size_t i = 0; i < count; ++i) {
-        // An identity from an earlier connection would make the broker refuse the new one.
+        // An object number from an earlier connection would make the broker refuse the
+        // registration.
         memset(&listeners[i].handler, 0, sizeof listeners[i].handler);
         memset(&listeners[i].retry, 0, sizeof listeners[i].retry);
         _register(listeners[i]);
     }
 }
 
-// The library's own reaction would leave the loop running without its socket, deaf for ever.
+// Without this the library would only take its socket out of the loop, and the loop would run on
+// and never hear anything again.
 void _connection_lost(ubus_context *)
 {
     connection_ended = true;
     uloop_end();
 }
 
-// Signals are the main thread's alone, but for those of a crash: the kernel kills a process that
-// holds one of them back without a word to anybody.
+// All signals are for the main thread but those of a crash. If a thread blocks one of these, the
+// kernel kills the process at once, and no handler runs.
 sigset_t _held_back_by_thread()
 {
     sigset_t held;
@@ -83,8 +86,8 @@ bool _make_thread(void *(*run)(void *))
     return failed == 0;
 }
 
-// Whether a table or an array has more levels than this. What the formatter would leave out does
-// not count.
+// Whether a table or an array has more levels than this. Broken members do not count: the formatter
+// leaves them out.
 // NOLINTNEXTLINE(misc-no-recursion): as deep as levels says, and no deeper.
 bool _is_deeper(blob_attr *container, int levels)
 {
@@ -119,8 +122,8 @@ bool bus_start_thread(void *(*run)(void *))
 
 ubus_context *bus_connect()
 {
-    // Children belong to the main thread, which waits for each itself. Must be set before the first
-    // call.
+    // The main thread waits for each of its children itself, so the library must not. Must be set
+    // before the first call.
     uloop_handle_sigchld = false;
     return ubus_connect(nullptr);
 }
@@ -142,12 +145,13 @@ void bus_serve(ubus_context *context, bus_listener *listeners, size_t count, voi
     context->connection_lost = _connection_lost;
 
     _register_all(listeners, count);
-    // Without a descriptor left, the loop would turn without ever waiting.
+    // If no descriptor is left, both calls fail, and the loop would turn without ever waiting.
     const bool waits =
         uloop_init() == 0 && uloop_fd_add(&context->sock, ULOOP_READ | ULOOP_BLOCKING) == 0;
     if (waits && !connection_ended && registered != nullptr)
         registered();
-    // A loss during the registration came too early to end a loop that only starts now.
+    // If the connection was lost during the registration, uloop_end() came too early for a loop
+    // that starts only now.
     if (waits && !connection_ended)
         uloop_run();
 

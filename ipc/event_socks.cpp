@@ -24,11 +24,11 @@ kelm_sock_entry *kelm_sock_list = nullptr;
 
 namespace {
 
-constexpr size_t MAX_SOCKETS = 16;                 // four bands, and room for a platform's monitors
-constexpr size_t MAX_WAITED_ON = MAX_SOCKETS + 1;  // and the mailbox
+constexpr size_t MAX_SOCKETS = 16;                 // four bands, and a platform's monitors
+constexpr size_t MAX_WAITED_ON = MAX_SOCKETS + 1;  // with the mailbox
 constexpr timespec WAIT_TIME = {1, 0};
 constexpr timespec NO_TIME = {0, 0};
-// A dead socket counts as ready: reading it is what tells and clears the error.
+// A socket with an error counts as ready: reading it logs the error and clears it.
 constexpr short READY = POLLIN | POLLERR | POLLHUP | POLLNVAL;
 
 bool _takes_part(int band)
@@ -44,7 +44,7 @@ size_t _collect(const kelm_sock_entry *list, pollfd (&set)[MAX_WAITED_ON])
     return count;
 }
 
-// The entry of the first ready descriptor: set has the list's order.
+// The entry of the first ready descriptor. set has the same order as the list.
 kelm_sock_entry *_first_ready(kelm_sock_entry *list, const pollfd *set, size_t count)
 {
     for (size_t i = 0; i < count && list != nullptr; ++i, list = list->next) {
@@ -84,7 +84,7 @@ int kelm_worker_sock_init()
         if (!_takes_part(band))
             continue;
         kelm_sock_entry &entry = kelm_worker_socks[band];
-        kelm_sock_list_del(&entry);  // its link is about to be zeroed
+        kelm_sock_list_del(&entry);  // the next line clears its link
         entry = {};
         entry.fd = kelm_ops.event_sock_init(band);
         entry.band = static_cast<uint32_t>(band);
@@ -114,13 +114,13 @@ kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *l
     sigset_t let_in;
     kelm_wait_mask(&let_in);
 
-    // A wait that finds a packet ready does not look at signals: a flood of events would keep them
-    // out.
+    // ppoll() that finds a packet at once does not look at signals. Without this call a flood of
+    // events would keep them out for ever.
     if (count > 0 && ::ppoll(nullptr, 0, &NO_TIME, &let_in) < 0)
         return nullptr;
     const int ready = ::ppoll(set, count + 1, &WAIT_TIME, &let_in);
     const bool failed = ready < 0 && errno != EINTR;
-    // A failure that lasts must not turn the loop at full speed.
+    // If the failure lasts, the loop must not turn at full speed.
     if (failed)
         (void)::ppoll(nullptr, 0, &WAIT_TIME, &let_in);
     if (count == 0) {
@@ -132,7 +132,7 @@ kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *l
     if (ready < 1)
         return nullptr;
 
-    // One packet a pass: the other sockets keep theirs for the passes after this one.
+    // One packet in each pass of the loop. The other sockets keep theirs until the next passes.
     kelm_sock_entry *entry = _first_ready(list, set, count);
     if (entry == nullptr)
         return nullptr;

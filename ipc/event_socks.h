@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The sockets that the main loop waits on: one entry per band, their list, and the wait itself.
+// The sockets that the main loop waits for: one entry for each band, their list, and the wait.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace kelm {
 constexpr uint32_t KELM_PKT_WORKER = 0;  // event text of a band's Wi-Fi daemon
 constexpr uint32_t KELM_PKT_ROOTAP = 1;  // root access point message of a monitor
 
-constexpr size_t KELM_MSG_SIZE = 2048;  // the most that is taken of one datagram
+constexpr size_t KELM_MSG_SIZE = 2048;  // bytes taken of one datagram at most
 
 struct kelm_sock_entry {
     kelm_sock_entry *next;
@@ -24,25 +24,26 @@ struct kelm_sock_entry {
 extern kelm_sock_entry kelm_worker_socks[KELM_BAND_COUNT];
 extern kelm_sock_entry *kelm_sock_list;  // newest first
 
-// Adds at the head unless the entry is in the list already; removes it if it is there.
+// Add puts an entry first in the list, if it is not in the list already. Del takes it out, if it
+// is.
 void kelm_sock_list_add(kelm_sock_entry *entry);
 void kelm_sock_list_del(kelm_sock_entry *entry);
 
-// Opens the event socket of every inited band whose interface is enabled. Returns 0, or -1 at the
-// first that fails; those opened before it stay open and in the list.
+// Opens the event socket of each band of the device whose interface is enabled. Returns 0, or -1 at
+// the first socket that fails. The sockets that were opened before it stay open and in the list.
 int kelm_worker_sock_init();
 
-// Closes those of the bands that are enabled now; a band that was disabled meanwhile keeps its
-// socket until its next set-up.
+// Closes the sockets of the bands that are enabled now. A band that was disabled after its socket
+// was opened keeps it until the next kelm_worker_sock_init() with the band enabled.
 void kelm_worker_sock_deinit();
 
-// Waits at most one second for a packet; a request that comes into the mailbox ends the wait. This
-// is the only place where the daemon's signals are let in. buffer: KELM_MSG_SIZE + 1 bytes, so that
-// a full one can be terminated; length in: bytes to take, out: bytes taken. Returns the entry that
-// delivered, or null.
+// Waits at most one second for a packet. A request that comes into the mailbox ends the wait. Only
+// here are the daemon's signals unblocked. buffer: KELM_MSG_SIZE + 1 bytes, so that there is room
+// for a terminator; length in: bytes to take, out: bytes taken. Returns the entry whose socket had
+// the packet, or null.
 kelm_sock_entry *_kelm_check_fd(char *buffer, size_t *length, kelm_sock_entry *list);
 
-// Takes a packet that is there already, like _kelm_check_fd but without a wait. False when there is
+// Like _kelm_check_fd, but does not wait: takes a packet that is there already. False when there is
 // none.
 bool kelm_take_waiting_packet(const kelm_sock_entry &entry, char *buffer, size_t *length);
 

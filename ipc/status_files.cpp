@@ -89,14 +89,15 @@ const char *_kelm_status2txt(int status)
 
 void kelm_update_wps_result_file(int result)
 {
-    // A success stays: the clean-up after it must not take it back while the page still polls.
+    // A success stays. What follows it must not replace it while the web page still polls the file.
     if (last_result == 1)
         return;
     last_result = result;
     char command[RESULT_COMMAND_SIZE];
     snprintf(command, sizeof command, "echo %d > %s", result, RESULT_PATH);
     kelm_log_normal("%s\n", command);
-    // The shell would wait for ever at a FIFO, and write through a link.
+    // If the name were a FIFO, the shell would wait for ever; if it were a link, it would write
+    // through it.
     if (kelm_pin_file(RESULT_PATH, KELM_FOR_ALL))
         (void)kelm_system(command);
 }
@@ -118,7 +119,7 @@ void kelm_update_info_file(int action)
         kelm_log_always("Print json_object_t failed.\n");
         return;
     }
-    // The page polls this file: it must never meet half of it.
+    // The web page polls this file, and must never read half of it.
     if (kelm_replace_file(INFO_PATH, text, KELM_FOR_ALL) != 0)
         kelm_log_always("Open 'kelm.info' file failed.\n");
 }
