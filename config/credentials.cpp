@@ -257,6 +257,17 @@ int _commit(const char *writer, const target &to, json_object *object, bool comp
     return -1;
 }
 
+// What a writer adds to a file's object; false without memory.
+template <typename add_t>
+int _merge(const char *writer, const target &to, const add_t &add)
+{
+    const unique_json object = _get_json_from_file(to.path);
+    if (object)
+        return _commit(writer, to, object.get(), add(object.get()));
+    _remove_empty(to.path);
+    return -1;
+}
+
 // Merges one band's keys into what the file holds.
 template <typename config_t, size_t count>
 int _merge_band(const char *writer, const target &to, const key_row<config_t> (&rows)[count],
@@ -264,21 +275,15 @@ int _merge_band(const char *writer, const target &to, const key_row<config_t> (&
 {
     if (!kelm_is_band(band) || config == nullptr)
         return -1;
-    const unique_json object = _get_json_from_file(to.path);
-    if (object)
-        return _commit(writer, to, object.get(), _add_keys(object.get(), rows, band, config));
-    _remove_empty(to.path);
-    return -1;
+    return _merge(writer, to,
+                  [&](json_object *object) { return _add_keys(object, rows, band, config); });
 }
 
 int _merge_switch(const char *writer, const target &to, const char *key, bool on)
 {
-    const unique_json object = _get_json_from_file(to.path);
-    if (object)
-        return _commit(writer, to, object.get(),
-                       kelm_json_add(object.get(), key, _switch_text(on)));
-    _remove_empty(to.path);
-    return -1;
+    return _merge(writer, to, [key, on](json_object *object) {
+        return kelm_json_add(object, key, _switch_text(on));
+    });
 }
 
 struct backhaul_row {

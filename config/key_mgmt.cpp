@@ -40,6 +40,7 @@ constexpr word_row WORDS[] = {
 
 constexpr const char *BLANKS = " \t\r";
 
+// 0 for a word that is not known.
 uint32_t _kind_of(const char *word, size_t length)
 {
     for (const word_row &row : WORDS) {
@@ -49,30 +50,33 @@ uint32_t _kind_of(const char *word, size_t length)
     return 0;
 }
 
+// Takes the next word. False where there is none any more.
+bool _next_word(const char **rest, uint32_t *kind)
+{
+    const char *word = *rest + strspn(*rest, BLANKS);
+    const size_t length = strcspn(word, BLANKS);
+    *kind = _kind_of(word, length);
+    *rest = word + length;
+    return length > 0;
+}
+
 }  // namespace
 
 uint32_t kelm_key_mgmt_kinds(const char *value)
 {
     uint32_t kinds = 0;
-    const char *word = value + strspn(value, BLANKS);
-    while (*word != '\0') {
-        const size_t length = strcspn(word, BLANKS);
-        kinds |= _kind_of(word, length);
-        word += length;
-        word += strspn(word, BLANKS);
-    }
+    uint32_t kind = 0;
+    while (_next_word(&value, &kind))
+        kinds |= kind;
     return kinds;
 }
 
 bool kelm_asks_for_proof(const char *value)
 {
-    const char *word = value + strspn(value, BLANKS);
-    while (*word != '\0') {
-        const size_t length = strcspn(word, BLANKS);
-        if ((_kind_of(word, length) & (KIND_OWE | KIND_NONE)) == 0)
+    uint32_t kind = 0;
+    while (_next_word(&value, &kind)) {
+        if ((kind & (KIND_OWE | KIND_NONE)) == 0)
             return true;
-        word += length;
-        word += strspn(word, BLANKS);
     }
     return false;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "config/band_config.h"
+#include "config/conf_keys.h"
 #include "config/key_mgmt.h"
 #include "config/security_words.h"
 #include "config/value_text.h"
@@ -36,47 +37,32 @@ struct extraction {
 
 using cfgitem = hapd_wpasupp_cfgitem;
 
-void _take_ssid(extraction *work, const cfgitem &item)
+void _record_ssid(extraction *work, const cfgitem &item)
 {
     kelm_decode_ssid(item, work->record->ssid);
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d rootApSsid %s\n", work->band,
                 work->record->ssid);
 }
 
-void _take_password(extraction *work, const char *value)
+void _record_password(extraction *work, const char *value)
 {
     copy_text(work->record->password, value);
     kelm_log_as(ENTRY, KELM_LOG_DETAIL, "--------------------band %d rootApSec password: %s\n",
                 work->band, work->record->password);
 }
 
-void _take_psk(extraction *work, const cfgitem &item)
+void _record_psk(extraction *work, const cfgitem &item)
 {
-    _take_password(work, item.value);
+    _record_password(work, item.value);
     work->has_psk = true;
 }
 
-void _take_sae_password(extraction *work, const cfgitem &item)
-{
-    kelm_take_sae_password(item, work->sae_password);
-}
-
-void _note_key_mgmt(extraction *work, const cfgitem &item)
+void _note_kinds(extraction *work, const cfgitem &item)
 {
     work->kinds = kelm_key_mgmt_kinds(item.value);
 }
 
-void _take_pairwise(extraction *work, const cfgitem &item)
-{
-    kelm_apply_pairwise(item.value, &work->pairwise);
-}
-
-void _take_proto(extraction *work, const cfgitem &item)
-{
-    kelm_apply_proto(item.value, &work->proto);
-}
-
-void _take_key_mgmt(extraction *work, const cfgitem &item)
+void _find_auth_mode(extraction *work, const cfgitem &item)
 {
     const uint32_t kinds = kelm_key_mgmt_kinds(item.value);
     if (kinds != 0)
@@ -85,7 +71,7 @@ void _take_key_mgmt(extraction *work, const cfgitem &item)
         kelm_log_as(ENTRY, KELM_LOG_ALWAYS, "Unknown KEY-MGMT %s\n", item.value);
 }
 
-void _take_mesh(extraction *work, const cfgitem &item)
+void _record_mesh(extraction *work, const cfgitem &item)
 {
     kelm_rootap_info *record = work->record;
     record->support_mesh = atoi(item.value) != 0 ? 1 : 0;
@@ -102,32 +88,21 @@ void _take_mesh(extraction *work, const cfgitem &item)
                 record->qm_data);
 }
 
-struct network_key {
-    const char *key;
-    void (*take)(extraction *work, const cfgitem &item);
-};
-
 // The two keys with an equals sign are never found, since no key of the tree has one, and the
 // record depends on it: the root access point's security, cipher and mesh data come from the scan
 // table, its node id with them. Mesh support from here would come without a node id, the bands' ids
 // would differ and the mesh would be switched off; a security from here would stay in the record of
 // a root access point that the scan does not list.
-constexpr network_key NETWORK_KEYS[] = {
-    {"ssid", _take_ssid},          {"psk", _take_psk},
-    {"pairwise", _take_pairwise},  {"proto", _take_proto},
-    {"key_mgmt=", _take_key_mgmt}, {"corvex_support=", _take_mesh},
-    {"key_mgmt", _note_key_mgmt},  {"sae_password", _take_sae_password},
+constexpr conf_key<extraction> NETWORK_KEYS[] = {
+    {"ssid", _record_ssid},
+    {"psk", _record_psk},
+    {"pairwise", kelm_pairwise_into<&extraction::pairwise>},
+    {"proto", kelm_proto_into<&extraction::proto>},
+    {"key_mgmt=", _find_auth_mode},
+    {"corvex_support=", _record_mesh},
+    {"key_mgmt", _note_kinds},
+    {"sae_password", kelm_sae_password_into<&extraction::sae_password>},
 };
-
-void _take_item(extraction *work, const cfgitem &item)
-{
-    for (const network_key &row : NETWORK_KEYS) {
-        if (strcmp(item.key, row.key) == 0) {
-            row.take(work, item);
-            return;
-        }
-    }
-}
 
 const char *_cipher_of(const extraction &work)
 {
@@ -156,6 +131,11 @@ bool _is_disabled(const hapd_wpasupp_cfgitem *network)
 
 }  // namespace
 
+void kelm_supplicant_path(const kelm_session &session, char (&path)[SUPPLICANT_PATH_SIZE])
+{
+    (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf", session.ifName);
+}
+
 hapd_wpasupp_cfgitem *kelm_find_learnt_network(hapd_wpasupp_cfgitem *first)
 {
     bool seen_one = false;
@@ -177,7 +157,7 @@ int rtk_get_wps_credentials(int band, kelm_rootap_info *record)
         return -1;
     }
     char path[SUPPLICANT_PATH_SIZE];
-    (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf", session->ifName);
+    kelm_supplicant_path(*session, path);
     const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse(path));
     kelm_log_normal("Analyze wpa_supplicnat config file %s\n\n", path);
     if (!tree) {
@@ -197,10 +177,10 @@ int rtk_get_wps_credentials(int band, kelm_rootap_info *record)
     work.network = network;
     work.record = record;
     for (const cfgitem *item = network->child; item != nullptr; item = item->next)
-        _take_item(&work, *item);
+        kelm_take_item(NETWORK_KEYS, &work, *item);
     // Whether there is a key decides which entries of a scan may stand for this network.
     if (work.sae_password[0] != '\0' && (!work.has_psk || kelm_is_sae_only(work.kinds)))
-        _take_password(&work, work.sae_password);
+        _record_password(&work, work.sae_password);
     _store_security(work);
     dump_rootap_info(record);
     return 0;

@@ -7,8 +7,10 @@
 
 namespace kelm {
 
-// "/tmp/run/wpa_supplicant-%s.conf" of an interface fits.
 constexpr size_t SUPPLICANT_PATH_SIZE = 128;
+
+// The file in which wpa_supplicant keeps the networks of the session's station.
+void kelm_supplicant_path(const kelm_session &session, char (&path)[SUPPLICANT_PATH_SIZE]);
 
 // The network block that an attempt has added: the first enabled one from the second "network" on,
 // since the first is the configuration from before. Null when there is none. first: the tree's

@@ -116,8 +116,8 @@ size_t _decode(const char *text, size_t length, char *out, size_t limit)
 }
 
 // bytes: what the value that was written stands for.
-void _take_password(const char *bytes, size_t length, const char *written,
-                    char (&password)[WPS_PASSWORD_SIZE])
+void _take_if_fitting(const char *bytes, size_t length, const char *written,
+                      char (&password)[WPS_PASSWORD_SIZE])
 {
     const char *text = strlen(bytes) == length ? bytes : written;
     const bool fits = strlen(text) < WPS_PASSWORD_SIZE;
@@ -159,14 +159,14 @@ void kelm_take_sae_password(const hapd_wpasupp_cfgitem &item, char (&password)[W
 {
     char bytes[CFG_VALUE_SIZE];
     const size_t length = kelm_decode_item(item, bytes, sizeof bytes);
-    _take_password(bytes, length, item.value, password);
+    _take_if_fitting(bytes, length, item.value, password);
 }
 
 void kelm_take_sae_password(const char *value, char (&password)[WPS_PASSWORD_SIZE])
 {
     char bytes[CFG_VALUE_SIZE];
     const size_t length = kelm_decode_value(value, bytes, sizeof bytes);
-    _take_password(bytes, length, value, password);
+    _take_if_fitting(bytes, length, value, password);
 }
 
 void kelm_log_left_out_password()

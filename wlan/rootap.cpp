@@ -23,7 +23,7 @@ namespace {
 
 constexpr int SCAN_ATTEMPTS = 6;
 
-unsigned _handle(const void *pointer)
+unsigned _pointer_number(const void *pointer)
 {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
 }
@@ -70,7 +70,7 @@ int32_t _mac_distance(const uint8_t *a, const uint8_t *b)
 // --- Entries of a scan result ---
 
 // The text under a key, or null when there is none or the value is of another type.
-const char *_text(json_object *entry, const char *key)
+const char *_entry_text(json_object *entry, const char *key)
 {
     json_object *value = nullptr;
     if (!json_object_object_get_ex(entry, key, &value))
@@ -81,7 +81,7 @@ const char *_text(json_object *entry, const char *key)
 template <size_t size>
 void _store_text(json_object *entry, const char *key, char (&field)[size])
 {
-    const char *value = _text(entry, key);
+    const char *value = _entry_text(entry, key);
     if (value != nullptr)
         copy_text(field, value);
 }
@@ -108,14 +108,14 @@ uint8_t _channel_number(const char *digits)
 
 void _store_channel(json_object *entry, kelm_rootap_info *rec)
 {
-    const char *value = _text(entry, "channel");
+    const char *value = _entry_text(entry, "channel");
     if (value != nullptr)
         rec->channel = _channel_number(value);
 }
 
 void _store_nodeid(json_object *entry, kelm_rootap_info *rec)
 {
-    const char *value = _text(entry, "nodeid");
+    const char *value = _entry_text(entry, "nodeid");
     if (value != nullptr)
         copy_fixed(rec->nodeid, sizeof rec->nodeid, value);
 }
@@ -160,7 +160,7 @@ bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
 // security that was learnt stands then.
 bool _may_have_key(json_object *entry)
 {
-    const char *told = _text(entry, "security");
+    const char *told = _entry_text(entry, "security");
     return told == nullptr || kelm_guards_key(told);
 }
 
@@ -169,7 +169,7 @@ bool _may_have_key(json_object *entry)
 // later entry must be strictly nearer.
 scan_pick _consider(json_object *entry, const kelm_rootap_info &wanted, scan_choice *choice)
 {
-    const char *mac = _text(entry, "mac");
+    const char *mac = _entry_text(entry, "mac");
     uint8_t bssid[WPS_BSSID_LEN] = {};
     if (mac == nullptr || _convert_macstr_to_bytes(mac, bssid) != 0)
         return scan_pick::none;
@@ -254,8 +254,8 @@ void kelm_store_apinfo_from_json(json_object *entry, kelm_rootap_info *rec, cons
 int kelm_match_rootap(const char *path, const kelm_session *suc_wps, kelm_session *wps)
 {
     if (path == nullptr || wps == nullptr || suc_wps == nullptr) {
-        kelm_log_normal("err args path[%08x] wps[%08x] suc_wps[%08x]\n", _handle(path),
-                        _handle(wps), _handle(suc_wps));
+        kelm_log_normal("err args path[%08x] wps[%08x] suc_wps[%08x]\n", _pointer_number(path),
+                        _pointer_number(wps), _pointer_number(suc_wps));
         return 0;
     }
     const int band = kelm_get_bandtype_by_session(wps);

@@ -53,7 +53,7 @@ struct credential {
 };
 
 // The first of each kind counts.
-void _take_attribute(const wps_attribute &one, credential *found)
+void _take_field(const wps_attribute &one, credential *found)
 {
     for (field *each :
          {&found->ssid, &found->auth_type, &found->encryption, &found->key, &found->mac}) {
@@ -64,7 +64,7 @@ void _take_attribute(const wps_attribute &one, credential *found)
 
 // False for bytes that are no attributes. Of several credentials the first counts: the name of one
 // must not meet the key of another.
-bool _read_attributes(const uint8_t *bytes, size_t length, credential *found)
+bool _read_first_credential(const uint8_t *bytes, size_t length, credential *found)
 {
     wps_attributes from = {bytes, bytes + length, false};
     wps_attribute one = {};
@@ -73,7 +73,7 @@ bool _read_attributes(const uint8_t *bytes, size_t length, credential *found)
     else
         from = {bytes, bytes + length, false};
     while (rtk_next_wps_attribute(&from, &one))
-        _take_attribute(one, found);
+        _take_field(one, found);
     return !from.broken;
 }
 
@@ -83,19 +83,19 @@ constexpr uint16_t AUTH_OPEN = 0x0001;
 constexpr uint16_t ENCRYPTION_NONE = 0x0001;
 
 // Flags of an authentication or an encryption, in wpa_supplicant's words.
-struct word_row {
+struct flag_words {
     uint16_t flags;
     const char *words;
 };
 
-constexpr word_row PROTO_WORDS[] = {{0x0002, "WPA"}, {0x0020, "RSN"}, {0x0022, "WPA RSN"}};
-constexpr word_row PAIRWISE_WORDS[] = {{0x0004, "TKIP"}, {0x0008, "CCMP"}, {0x000c, "CCMP TKIP"}};
+constexpr flag_words PROTO_WORDS[] = {{0x0002, "WPA"}, {0x0020, "RSN"}, {0x0022, "WPA RSN"}};
+constexpr flag_words PAIRWISE_WORDS[] = {{0x0004, "TKIP"}, {0x0008, "CCMP"}, {0x000c, "CCMP TKIP"}};
 
 // Null for flags that are in no row.
 template <size_t count>
-const char *_words(const word_row (&table)[count], uint16_t flags)
+const char *_words(const flag_words (&table)[count], uint16_t flags)
 {
-    for (const word_row &row : table) {
+    for (const flag_words &row : table) {
         if (row.flags == flags)
             return row.words;
     }
@@ -134,8 +134,8 @@ struct network_text {
     const char *pairwise;
 };
 
-// The three return what is wrong, or null.
-const char *_take_ssid(const field &ssid, network_text *network)
+// The four return what is wrong, or null; what is right goes into the network.
+const char *_judge_ssid(const field &ssid, network_text *network)
 {
     if (ssid.value == nullptr)
         return "no SSID";
@@ -147,7 +147,7 @@ const char *_take_ssid(const field &ssid, network_text *network)
     return nullptr;
 }
 
-const char *_take_key(const field &key, network_text *network)
+const char *_judge_key(const field &key, network_text *network)
 {
     if (key.value == nullptr)
         return "no key";
@@ -161,7 +161,7 @@ const char *_take_key(const field &key, network_text *network)
     return nullptr;
 }
 
-const char *_take_security(const credential &found, network_text *network)
+const char *_judge_security(const credential &found, network_text *network)
 {
     if (!_is_number(found.auth_type) || !_is_number(found.encryption))
         return "no authentication or encryption type";
@@ -173,15 +173,15 @@ const char *_take_security(const credential &found, network_text *network)
     network->pairwise = _words(PAIRWISE_WORDS, encryption);
     if (network->proto == nullptr || network->pairwise == nullptr)
         return "neither open nor WPA personal";
-    return _take_key(found.key, network);
+    return _judge_key(found.key, network);
 }
 
 const char *_judge(const credential &found, network_text *network)
 {
     if (found.mac.value != nullptr && found.mac.length != MAC_LENGTH)
         return "MAC address has not six bytes";
-    const char *wrong = _take_ssid(found.ssid, network);
-    return wrong != nullptr ? wrong : _take_security(found, network);
+    const char *wrong = _judge_ssid(found.ssid, network);
+    return wrong != nullptr ? wrong : _judge_security(found, network);
 }
 
 const char *_read(const char *payload, network_text *network)
@@ -191,18 +191,17 @@ const char *_read(const char *payload, network_text *network)
     credential found;
     if (length < 0)
         return "no hexadecimal digits";
-    if (!_read_attributes(bytes, static_cast<size_t>(length), &found))
+    if (!_read_first_credential(bytes, static_cast<size_t>(length), &found))
         return "attributes are cut off";
     return _judge(found, network);
 }
 
 // --- Writing ---
 
-bool _write(int band, const char *text)
+bool _write_station_file(int band, const char *text)
 {
     char path[SUPPLICANT_PATH_SIZE];
-    (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf",
-                   kelm_get_wps_session(band)->ifName);
+    kelm_supplicant_path(*kelm_get_wps_session(band), path);
     return kelm_replace_file(path, text, KELM_OWNER_ONLY) == 0;
 }
 
@@ -216,7 +215,7 @@ bool _write_network(int band, const network_text &network)
     char text[FILE_TEXT_SIZE];
     (void)snprintf(text, sizeof text, "%s\n\nnetwork={\n\tssid=%s\n%s}", BLOCK_BEFORE, network.ssid,
                    security);
-    return _write(band, text);
+    return _write_station_file(band, text);
 }
 
 }  // namespace
@@ -224,7 +223,7 @@ bool _write_network(int band, const network_text &network)
 bool rtk_forget_credential(int band)
 {
     has_credential[band] = false;
-    return _write(band, BLOCK_BEFORE);
+    return _write_station_file(band, BLOCK_BEFORE);
 }
 
 void rtk_take_credential(int band, const char *payload)

@@ -8,8 +8,8 @@
 
 #include <strings.h>
 
+#include "config/conf_keys.h"
 #include "config/key_mgmt.h"
-#include "config/security_words.h"
 #include "config/value_text.h"
 #include "core/text.h"
 
@@ -22,9 +22,10 @@ constexpr uint32_t VERSION_END = 4;  // what is no version reads as mixed
 using cfgitem = hapd_wpasupp_cfgitem;
 
 // What hostapd's file says of its first network.
-struct reading {
+struct hostapd_reading {
     wps_ap_band_config *ap;
     bool quiet;
+    uint32_t encryption;
     uint32_t kinds;  // of wpa_key_mgmt
     bool is_wpa;
     bool asks_for_proof;
@@ -38,24 +39,23 @@ void _clear_security(wps_ap_band_config *ap)
 {
     ap->sec_type = WPS_AUTH_OPEN;
     ap->wpa_version = WPS_VERSION_MIXED;
-    ap->encryption = WPS_CIPHER_AUTO;
 }
 
 // hostapd's line may hold up to 255 characters; the field takes the 32 that an SSID can have.
-void _take_ssid(reading *at, const cfgitem &item)
+void _set_name(hostapd_reading *at, const cfgitem &item)
 {
     if (at->ap->ap_bss_enabled != 0)
         copy_ssid(at->ap->ssid, item.value, item.value_len);
 }
 
 // As hostapd writes down a name that is no plain text.
-void _take_ssid2(reading *at, const cfgitem &item)
+void _set_coded_name(hostapd_reading *at, const cfgitem &item)
 {
     if (at->ap->ap_bss_enabled != 0)
         kelm_decode_ssid(item, at->ap->ssid);
 }
 
-void _take_passphrase(reading *at, const cfgitem &item)
+void _set_passphrase(hostapd_reading *at, const cfgitem &item)
 {
     copy_text(at->ap->password, item.value);
     at->has_passphrase = true;
@@ -74,12 +74,12 @@ bool _is_everybodys(const char *value)
 }
 
 // Keys of some stations, each with its own.
-void _note_psk_file(reading *at, const cfgitem &)
+void _note_psk_file(hostapd_reading *at, const cfgitem &)
 {
     at->asks_for_proof = true;
 }
 
-void _take_sae_password(reading *at, const cfgitem &item)
+void _set_sae_password(hostapd_reading *at, const cfgitem &item)
 {
     at->asks_for_proof = true;
     if (!_is_everybodys(item.value))
@@ -99,59 +99,37 @@ void _take_sae_password(reading *at, const cfgitem &item)
         kelm_log_left_out_password();
 }
 
-void _take_pairwise(reading *at, const cfgitem &item)
+void _note_wpa_key_mgmt(hostapd_reading *at, const cfgitem &item)
 {
-    kelm_apply_pairwise(item.value, &at->ap->encryption);
-}
-
-void _take_key_mgmt(reading *at, const cfgitem &item)
-{
-    const uint32_t kinds = kelm_key_mgmt_kinds(item.value);
-    if (kinds != 0)
-        at->kinds = kinds;
+    kelm_key_mgmt_into<&hostapd_reading::kinds>(at, item);
     if (kelm_asks_for_proof(item.value))
         at->asks_for_proof = true;
 }
 
-void _take_version(reading *at, const cfgitem &item)
+void _set_version(hostapd_reading *at, const cfgitem &item)
 {
     const auto version = static_cast<uint32_t>(atoi(item.value));
     at->is_wpa = version != 0;
     at->ap->wpa_version = version < VERSION_END ? version : WPS_VERSION_MIXED;
 }
 
-struct hostapd_key {
-    const char *key;
-    void (*take)(reading *at, const cfgitem &item);
-};
-
 // "auth_algs" is left out on purpose: it would say open or shared, the record's one place for that
 // is the WEP type, and the scripts would take the access point for a WEP one.
-constexpr hostapd_key HOSTAPD_KEYS[] = {
-    {"ssid", _take_ssid},
-    {"ssid2", _take_ssid2},
-    {"wpa_psk", _take_passphrase},
-    {"wpa_passphrase", _take_passphrase},
+constexpr conf_key<hostapd_reading> HOSTAPD_KEYS[] = {
+    {"ssid", _set_name},
+    {"ssid2", _set_coded_name},
+    {"wpa_psk", _set_passphrase},
+    {"wpa_passphrase", _set_passphrase},
     {"wpa_psk_file", _note_psk_file},
-    {"sae_password", _take_sae_password},
-    {"wpa_pairwise", _take_pairwise},
-    {"wpa_key_mgmt", _take_key_mgmt},
-    {"wpa", _take_version},
+    {"sae_password", _set_sae_password},
+    {"wpa_pairwise", kelm_pairwise_into<&hostapd_reading::encryption>},
+    {"wpa_key_mgmt", _note_wpa_key_mgmt},
+    {"wpa", _set_version},
 };
-
-void _take_item(reading *at, const cfgitem &item)
-{
-    for (const hostapd_key &row : HOSTAPD_KEYS) {
-        if (strcmp(item.key, row.key) == 0) {
-            row.take(at, item);
-            return;
-        }
-    }
-}
 
 // The key and the security, once all lines are read. Without a key an access point is open, unless
 // it is one that needs none. False for one that lets stations in by other keys than everybody's.
-bool _settle_security(const reading &at)
+bool _settle_ap_security(const hostapd_reading &at)
 {
     if (at.has_left_out && kelm_is_sae_only(at.kinds))
         return false;
@@ -178,16 +156,17 @@ void rtk_hostapd_path(const kelm_session &session, char (&path)[HOSTAPD_PATH_SIZ
 // The lines behind "bss=" belong to another network on the same radio.
 bool rtk_take_hostapd_network(const hapd_wpasupp_cfgitem *first, wps_ap_band_config *ap, bool quiet)
 {
-    reading at = {};
+    hostapd_reading at = {};
     at.ap = ap;
     at.quiet = quiet;
     _clear_security(ap);
     for (const cfgitem *item = first; item != nullptr; item = item->next) {
         if (strcmp(item->key, "bss") == 0)
             break;
-        _take_item(&at, *item);
+        kelm_take_item(HOSTAPD_KEYS, &at, *item);
     }
-    return _settle_security(at);
+    ap->encryption = at.encryption;
+    return _settle_ap_security(at);
 }
 
 }  // namespace kelm

@@ -99,7 +99,7 @@ struct attributes {
 };
 
 // The first of each kind counts.
-void _take_attribute(const wps_attribute &one, attributes *found)
+void _note_attribute(const wps_attribute &one, attributes *found)
 {
     if (one.type == WPS_ATTR_SSID && found->ssid == nullptr) {
         found->ssid = one.value;
@@ -114,7 +114,7 @@ void _take_attribute(const wps_attribute &one, attributes *found)
 
 // False for bytes that are no attributes, one behind the other. A credential holds attributes of
 // its own, which follow its head: read on inside.
-bool _read_attributes(const uint8_t *bytes, size_t length, attributes *found)
+bool _read_announced_attributes(const uint8_t *bytes, size_t length, attributes *found)
 {
     wps_attributes from = {bytes, bytes + length, false};
     wps_attribute one = {};
@@ -122,7 +122,7 @@ bool _read_attributes(const uint8_t *bytes, size_t length, attributes *found)
         if (one.type == WPS_ATTR_CREDENTIAL)
             from.at = one.value;
         else
-            _take_attribute(one, found);
+            _note_attribute(one, found);
     }
     return !from.broken;
 }
@@ -154,7 +154,7 @@ announcement _read_payload(const char *payload, announced_settings *announced)
     if (length == 0)
         return announcement::without_content;
     attributes found = {};
-    if (length < 0 || !_read_attributes(bytes, static_cast<size_t>(length), &found) ||
+    if (length < 0 || !_read_announced_attributes(bytes, static_cast<size_t>(length), &found) ||
         !_take_content(found, announced))
         return announcement::not_understood;
     return announcement::with_content;

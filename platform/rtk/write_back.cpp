@@ -2,10 +2,10 @@
 // Repeater write-back: read the learnt network and the settings, decide, write.
 #include "platform/rtk/write_back.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "config/conf_keys.h"
 #include "config/conf_tree.h"
 #include "config/credentials.h"
 #include "config/key_mgmt.h"
@@ -52,46 +52,17 @@ constexpr uint32_t WEP_OPEN = 1;
 constexpr uint32_t WEP_SHARED = 0;
 constexpr uint32_t WEP_FORMAT = 1;  // the only format that comes out of an exchange
 
-// What counts only together with other lines.
-struct key_lines {
+// One reading: what the block's lines have told so far, and where its log lines belong.
+struct network_reading : learnt_network {
+    const write_back_copy &copy;
+    int ap_band;
+    hapd_wpasupp_cfgitem *block;
+    // What counts only together with other lines.
     uint32_t kinds;  // of key_mgmt
     char sae_password[WPS_PASSWORD_SIZE];
 };
 
-struct reading {
-    const write_back_copy &copy;
-    int ap_band;
-    hapd_wpasupp_cfgitem *block;
-    learnt_network *network;
-    key_lines *keys;
-};
-
 using cfgitem = hapd_wpasupp_cfgitem;
-
-void _take_ssid(const reading &at, const cfgitem &item)
-{
-    kelm_decode_ssid(item, at.network->ssid);
-}
-
-void _take_psk(const reading &at, const cfgitem &item)
-{
-    copy_text(at.network->password, item.value);
-}
-
-void _take_sae_password(const reading &at, const cfgitem &item)
-{
-    kelm_take_sae_password(item, at.keys->sae_password);
-}
-
-void _take_pairwise(const reading &at, const cfgitem &item)
-{
-    kelm_apply_pairwise(item.value, &at.network->encryption);
-}
-
-void _take_proto(const reading &at, const cfgitem &item)
-{
-    kelm_apply_proto(item.value, &at.network->wpa_version);
-}
 
 struct named_number {
     const char *name;
@@ -100,102 +71,68 @@ struct named_number {
 
 constexpr named_number AUTH_ALGS[] = {{"OPEN", WEP_OPEN}, {"SHARED", WEP_SHARED}};
 
-// The whole value must be a name of the table; any other leaves the number alone.
-template <size_t count>
-void _take_named(const named_number (&table)[count], const char *value, uint32_t *number)
+// The whole value must be a name of the table; any other leaves the type alone.
+void _learn_auth_alg(network_reading *at, const cfgitem &item)
 {
-    for (const named_number &row : table) {
-        if (strcmp(value, row.name) == 0)
-            *number = row.number;
+    for (const named_number &row : AUTH_ALGS) {
+        if (strcmp(item.value, row.name) == 0)
+            at->wep_auth_type = row.number;
     }
-}
-
-void _take_auth_alg(const reading &at, const cfgitem &item)
-{
-    _take_named(AUTH_ALGS, item.value, &at.network->wep_auth_type);
-}
-
-void _take_key_mgmt(const reading &at, const cfgitem &item)
-{
-    const uint32_t kinds = kelm_key_mgmt_kinds(item.value);
-    if (kinds != 0)
-        at.keys->kinds = kinds;
 }
 
 // The key itself goes nowhere: the settings' one key field is the passphrase, and a network
 // without a passphrase is written as open.
-void _take_wep_key(const reading &at, const cfgitem &)
+void _learn_wep_format(network_reading *at, const cfgitem &)
 {
-    at.network->wep_key_format = WEP_FORMAT;
+    at->wep_key_format = WEP_FORMAT;
 }
 
-void _take_wep_index(const reading &at, const cfgitem &item)
-{
-    at.network->key_index = static_cast<uint32_t>(atoi(item.value));
-}
-
-void _take_multiap(const reading &at, const cfgitem &item)
+void _learn_multiap(network_reading *at, const cfgitem &item)
 {
     if (atoi(item.value) == 1)
-        at.network->multiap = 1;
-    kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "--------------------band %d multiap %d\n",
-                at.ap_band, at.network->multiap);
+        at->multiap = 1;
+    kelm_log_as(at->copy.name, KELM_LOG_DETAIL, "--------------------band %d multiap %d\n",
+                at->ap_band, at->multiap);
 }
 
-void _take_mesh(const reading &at, const cfgitem &item)
+void _learn_mesh(network_reading *at, const cfgitem &item)
 {
-    at.network->support_mesh = atoi(item.value) != 0 ? 1 : 0;
-    kelm_log_as(at.copy.name, KELM_LOG_NORMAL, "--------------------band %d support_mesh %d\n",
-                at.ap_band, at.network->support_mesh);
-    if (at.network->support_mesh == 0)
+    at->support_mesh = atoi(item.value) != 0 ? 1 : 0;
+    kelm_log_as(at->copy.name, KELM_LOG_NORMAL, "--------------------band %d support_mesh %d\n",
+                at->ap_band, at->support_mesh);
+    if (at->support_mesh == 0)
         return;
-    const hapd_wpasupp_cfgitem *element =
-        wps_hapd_wpasupp_config_get(at.block->child, "corvex_qmie");
+    const cfgitem *element = wps_hapd_wpasupp_config_get(at->block->child, "corvex_qmie");
     if (element == nullptr)
         return;
-    copy_text(at.network->data, element->value);
-    kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "--------------------band %d corvex_qmie %s\n",
-                at.ap_band, at.network->data);
+    copy_text(at->data, element->value);
+    kelm_log_as(at->copy.name, KELM_LOG_DETAIL, "--------------------band %d corvex_qmie %s\n",
+                at->ap_band, at->data);
 }
 
-struct network_key {
-    const char *key;
-    void (*take)(const reading &at, const cfgitem &item);
+constexpr conf_key<network_reading> NETWORK_KEYS[] = {
+    {"ssid", kelm_ssid_into<&learnt_network::ssid>},
+    {"psk", kelm_text_into<&learnt_network::password>},
+    {"sae_password", kelm_sae_password_into<&network_reading::sae_password>},
+    {"pairwise", kelm_pairwise_into<&learnt_network::encryption>},
+    {"proto", kelm_proto_into<&learnt_network::wpa_version>},
+    {"auth_alg", _learn_auth_alg},
+    {"key_mgmt", kelm_key_mgmt_into<&network_reading::kinds>},
+    {"wep_key0", _learn_wep_format},
+    {"wep_tx_keyidx", kelm_number_into<&learnt_network::key_index>},
+    {"multi_ap_backhaul_sta", _learn_multiap},
+    {"corvex_support", _learn_mesh},
 };
-
-constexpr network_key NETWORK_KEYS[] = {
-    {"ssid", _take_ssid},
-    {"psk", _take_psk},
-    {"sae_password", _take_sae_password},
-    {"pairwise", _take_pairwise},
-    {"proto", _take_proto},
-    {"auth_alg", _take_auth_alg},
-    {"key_mgmt", _take_key_mgmt},
-    {"wep_key0", _take_wep_key},
-    {"wep_tx_keyidx", _take_wep_index},
-    {"multi_ap_backhaul_sta", _take_multiap},
-    {"corvex_support", _take_mesh},
-};
-
-void _take_item(const reading &at, const cfgitem &item)
-{
-    kelm_log_as(at.copy.name, KELM_LOG_DETAIL, "key[%s]: value[%s]\n", item.key, item.value);
-    for (const network_key &row : NETWORK_KEYS) {
-        if (strcmp(item.key, row.key) == 0) {
-            row.take(at, item);
-            return;
-        }
-    }
-}
 
 // The key and the security, once all lines are read.
-void _settle_security(const key_lines &keys, learnt_network *network)
+learnt_network _settled(const network_reading &at)
 {
-    if (keys.sae_password[0] != '\0' &&
-        (network->password[0] == '\0' || kelm_is_sae_only(keys.kinds)))
-        copy_text(network->password, keys.sae_password);
-    network->security =
-        kelm_key_mgmt_mode(keys.kinds, network->password[0] != '\0', &network->wpa_version);
+    learnt_network network = at;
+    if (at.sae_password[0] != '\0' && (network.password[0] == '\0' || kelm_is_sae_only(at.kinds)))
+        copy_text(network.password, at.sae_password);
+    network.security =
+        kelm_key_mgmt_mode(at.kinds, network.password[0] != '\0', &network.wpa_version);
+    return network;
 }
 
 // Reads the block that sta_band's attempt has added to wpa_supplicant's file. False (logged) when
@@ -203,7 +140,7 @@ void _settle_security(const key_lines &keys, learnt_network *network)
 bool _read_network(const write_back_copy &copy, const kelm_session &station, write_back_case *given)
 {
     char path[SUPPLICANT_PATH_SIZE];
-    (void)snprintf(path, sizeof path, "/tmp/run/wpa_supplicant-%s.conf", station.ifName);
+    kelm_supplicant_path(station, path);
     const unique_cfg_tree tree(wps_hapd_wpasupp_config_parse(path));
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "Analyze wpa_supplicnat config file %s\n\n", path);
     if (!tree) {
@@ -220,12 +157,13 @@ bool _read_network(const write_back_copy &copy, const kelm_session &station, wri
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "Find enabled network configs:\n");
     wps_hapd_wpasupp_config_dump(block);
 
-    key_lines keys = {};
-    const reading at = {copy, given->ap_band, block, &given->network, &keys};
-    at.network->wep_key_format = WEP_FORMAT;
-    for (const cfgitem *item = block->child; item != nullptr; item = item->next)
-        _take_item(at, *item);
-    _settle_security(keys, at.network);
+    network_reading at = {{}, copy, given->ap_band, block, 0, {}};
+    at.wep_key_format = WEP_FORMAT;
+    for (const cfgitem *item = block->child; item != nullptr; item = item->next) {
+        kelm_log_as(copy.name, KELM_LOG_DETAIL, "key[%s]: value[%s]\n", item->key, item->value);
+        kelm_take_item(NETWORK_KEYS, &at, *item);
+    }
+    given->network = _settled(at);
     return true;
 }
 
@@ -267,7 +205,7 @@ void _apply_texts(const write_back_case &given, learnt_network *network)
     _apply_cipher_text(from->cipher, network);
 }
 
-void _set_security(learnt_network *network, uint32_t security, uint32_t version, uint32_t cipher)
+void _overrule(learnt_network *network, uint32_t security, uint32_t version, uint32_t cipher)
 {
     network->security = security;
     network->wpa_version = version;
@@ -279,7 +217,7 @@ void _set_security(learnt_network *network, uint32_t security, uint32_t version,
 void _apply_missing_passphrase(learnt_network *network)
 {
     if (network->password[0] == '\0')
-        _set_security(network, WPS_AUTH_OPEN, WPS_VERSION_MIXED, WPS_CIPHER_AUTO);
+        _overrule(network, WPS_AUTH_OPEN, WPS_VERSION_MIXED, WPS_CIPHER_AUTO);
 }
 
 // A key is there to be used.
@@ -296,7 +234,7 @@ void _apply_band_rules(int ap_band, learnt_network *network)
         return;
     const bool open = network->security == WPS_AUTH_OWE || network->security == WPS_AUTH_OPEN ||
                       network->password[0] == '\0';
-    _set_security(network, open ? WPS_AUTH_OWE : WPS_AUTH_SAE, WPS_VERSION_WPA3, WPS_CIPHER_AES);
+    _overrule(network, open ? WPS_AUTH_OWE : WPS_AUTH_SAE, WPS_VERSION_WPA3, WPS_CIPHER_AES);
 }
 
 constexpr const char *OWN_POSTFIX = "_EXT";
@@ -324,6 +262,18 @@ void _make_ap_ssid(const write_back_case &given, char (&ssid)[WPS_SSID_SIZE])
     add_ssid_postfix(ssid, own ? OWN_POSTFIX : ssid_suffix[given.ap_band]);
 }
 
+// What both records have under the same names.
+template <typename config_t>
+void _set_security_of(config_t *config, const learnt_network &network)
+{
+    copy_text(config->password, network.password);
+    config->wpa_version = network.wpa_version;
+    config->encryption = network.encryption;
+    config->wep_auth_type = network.wep_auth_type;
+    config->wep_key_format = network.wep_key_format;
+    config->key_index = network.key_index;
+}
+
 // --- Writing ---
 
 bool _is_write_back_possible(int ap_band, int sta_band)
@@ -333,8 +283,8 @@ bool _is_write_back_possible(int ap_band, int sta_band)
 
 // False when the band's credentials stand nowhere afterwards: a write failed that was due, or none
 // was.
-bool _write(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
-            wps_ap_band_config *ap)
+bool _write_both(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
+                 wps_ap_band_config *ap)
 {
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "%s\n", copy.call_text);
     const bool station_due = sta.sta_bss_enabled != 0;
@@ -377,7 +327,7 @@ int _patch_back(const write_back_copy &copy, int ap_band, int sta_band,
     given.no_postfix = check_GermanySSID();
 
     rtk_decide_write_back(given, &stations[ap_band], &access_points[ap_band]);
-    if (!_write(copy, ap_band, stations[ap_band], &access_points[ap_band]))
+    if (!_write_both(copy, ap_band, stations[ap_band], &access_points[ap_band]))
         return -1;
     kelm_count_credentials();
     return 0;
@@ -407,25 +357,15 @@ void rtk_decide_write_back(const write_back_case &given, wps_sta_band_config *st
 
     const char *station_ssid = _station_ssid(given);
     copy_ssid(sta->ssid, station_ssid, ssid_len(station_ssid));
-    copy_text(sta->password, network.password);
+    _set_security_of(sta, network);
     sta->auth_mode = network.security;
-    sta->wpa_version = network.wpa_version;
-    sta->encryption = network.encryption;
-    sta->wep_auth_type = network.wep_auth_type;
-    sta->wep_key_format = network.wep_key_format;
-    sta->key_index = network.key_index;
     copy_text(sta->data, network.data);
     sta->support_mesh = network.support_mesh;
     sta->multiap = network.multiap;
 
     _make_ap_ssid(given, ap->ssid);
-    copy_text(ap->password, network.password);
+    _set_security_of(ap, network);
     ap->sec_type = network.security;
-    ap->wpa_version = network.wpa_version;
-    ap->encryption = network.encryption;
-    ap->wep_auth_type = network.wep_auth_type;
-    ap->wep_key_format = network.wep_key_format;
-    ap->key_index = network.key_index;
 }
 
 }  // namespace kelm
