@@ -52,18 +52,56 @@ void _socket_path(const kelm_session &session, char (&path)[SOCKET_PATH_SIZE])
 // anywhere in the Wi-Fi daemon's own words, since a level prefix may stand before it and other
 // words around it. The first row that matches decides. ---
 
-constexpr int NO_RESULT = -1;
-constexpr int NO_STATUS = -1;
-constexpr int NO_STEP = -1;
+constexpr int SUCCESS_RESULT = 1;
+constexpr int NOTHING = -1;  // no status and no step has this number
 
 struct event_row {
+    using effect_call = void (*)(int band, kelm_session *session, char *text);
+
     const char *text;
-    int result;  // for the result file, before all else, or NO_RESULT
-    int status;  // the band's new status, or NO_STATUS
-    int step;    // progress step to push, or NO_STEP
-    bool ends_worker;
-    void (*effect)(int band, kelm_session *session, char *text);  // what else happens, or null
+    bool is_success = false;      // for the result file, before all else
+    int new_status = NOTHING;     // of the band
+    int progress_step = NOTHING;  // to push
+    bool is_worker_end = false;
+    effect_call effect = nullptr;  // what else happens
+
+    // A row is written as a sentence: its text, and what it does.
+    constexpr event_row writes_success() const
+    {
+        event_row row = *this;
+        row.is_success = true;
+        return row;
+    }
+    constexpr event_row status(int number) const
+    {
+        event_row row = *this;
+        row.new_status = number;
+        return row;
+    }
+    constexpr event_row step(int number) const
+    {
+        event_row row = *this;
+        row.progress_step = number;
+        return row;
+    }
+    constexpr event_row ends_worker() const
+    {
+        event_row row = *this;
+        row.is_worker_end = true;
+        return row;
+    }
+    constexpr event_row then(effect_call call) const
+    {
+        event_row row = *this;
+        row.effect = call;
+        return row;
+    }
 };
+
+constexpr event_row on(const char *text)
+{
+    return {text};
+}
 
 void _note_rootap(int, kelm_session *session, char *text)
 {
@@ -116,28 +154,35 @@ void _apply_new_settings(int band, kelm_session *session, char *text)
 // wpa_supplicant's, as an enrollee. A line with both a success and a failure is a success: the
 // order counts.
 constexpr event_row STATION_EVENTS[] = {
-    {"WPS-AP-AVAILABLE-PBC", NO_RESULT, WPS_STATUS_PBC_SEEN, EAP_STEP_PBC_FOUND, false,
-     _note_rootap},
-    {"PBC overlap detected", NO_RESULT, WPS_STATUS_OVERLAP, NO_STEP, true, nullptr},
-    {"WPS-SUCCESS", 1, WPS_STATUS_SUCCESS, EAP_STEP_SUCCESS, true, _tell_station_success},
-    {"WPS-TIMEOUT", NO_RESULT, WPS_STATUS_TIMEOUT, NO_STEP, true, nullptr},
-    {"WPS-FAIL", NO_RESULT, WPS_STATUS_ERROR, NO_STEP, true, nullptr},
-    {"WPS-AP-KEY_SWAPED", NO_RESULT, NO_STATUS, EAP_STEP_KEY_SWAPPED, false, nullptr},
-    {"WPS-AP-PIN-CHECKED", NO_RESULT, NO_STATUS, EAP_STEP_PIN_CHECKED, false, nullptr},
-    {"WPS-M2D", NO_RESULT, NO_STATUS, EAP_STEP_M2D, false, nullptr},
+    on("WPS-AP-AVAILABLE-PBC")
+        .status(WPS_STATUS_PBC_SEEN)
+        .step(EAP_STEP_PBC_FOUND)
+        .then(_note_rootap),
+    on("PBC overlap detected").status(WPS_STATUS_OVERLAP).ends_worker(),
+    on("WPS-SUCCESS")
+        .writes_success()
+        .status(WPS_STATUS_SUCCESS)
+        .step(EAP_STEP_SUCCESS)
+        .ends_worker()
+        .then(_tell_station_success),
+    on("WPS-TIMEOUT").status(WPS_STATUS_TIMEOUT).ends_worker(),
+    on("WPS-FAIL").status(WPS_STATUS_ERROR).ends_worker(),
+    on("WPS-AP-KEY_SWAPED").step(EAP_STEP_KEY_SWAPPED),
+    on("WPS-AP-PIN-CHECKED").step(EAP_STEP_PIN_CHECKED),
+    on("WPS-M2D").step(EAP_STEP_M2D),
 };
 
 // hostapd's, as a registrar. Its own "WPS-SUCCESS" only ends the worker, whatever became of the
 // client; a failed exchange is no event here, since the client may try again within the walk time.
 constexpr event_row ACCESS_POINT_EVENTS[] = {
-    {"WPS-ENROLLEE-SEEN", NO_RESULT, NO_STATUS, NO_STEP, false, nullptr},
-    {"WPS-REG-SUCCESS", NO_RESULT, WPS_STATUS_SUCCESS, NO_STEP, true, _note_enrollee},
-    {"WPS-SUCCESS", NO_RESULT, NO_STATUS, NO_STEP, true, _end_with_restart},
-    {"WPS-PBC-DISABLE", NO_RESULT, NO_STATUS, NO_STEP, true, _end_with_restart},
-    {"AP-STA-CONNECTED", NO_RESULT, NO_STATUS, NO_STEP, false, nullptr},
-    {"WPS-OVERLAP-DETECTED", NO_RESULT, WPS_STATUS_OVERLAP, NO_STEP, true, nullptr},
-    {"WPS-TIMEOUT", NO_RESULT, WPS_STATUS_TIMEOUT, NO_STEP, true, nullptr},
-    {NEW_SETTINGS, NO_RESULT, NO_STATUS, NO_STEP, false, _apply_new_settings},
+    on("WPS-ENROLLEE-SEEN"),
+    on("WPS-REG-SUCCESS").status(WPS_STATUS_SUCCESS).ends_worker().then(_note_enrollee),
+    on("WPS-SUCCESS").ends_worker().then(_end_with_restart),
+    on("WPS-PBC-DISABLE").ends_worker().then(_end_with_restart),
+    on("AP-STA-CONNECTED"),
+    on("WPS-OVERLAP-DETECTED").status(WPS_STATUS_OVERLAP).ends_worker(),
+    on("WPS-TIMEOUT").status(WPS_STATUS_TIMEOUT).ends_worker(),
+    on(NEW_SETTINGS).then(_apply_new_settings),
 };
 
 // A line quotes names and texts that strangers choose: device names in brackets or between bars,
@@ -197,13 +242,13 @@ const event_row *_find_event(const event_row (&table)[count], const char *text)
 
 void _apply_event(const event_row &row, int band, kelm_session *session, char *text)
 {
-    if (row.result != NO_RESULT)
-        kelm_update_wps_result_file(row.result);
-    if (row.status != NO_STATUS)
-        kelm_set_status(band, row.status);
-    if (row.step != NO_STEP)
-        kelm_push_eap_status(band, row.step);
-    if (row.ends_worker)
+    if (row.is_success)
+        kelm_update_wps_result_file(SUCCESS_RESULT);
+    if (row.new_status != NOTHING)
+        kelm_set_status(band, row.new_status);
+    if (row.progress_step != NOTHING)
+        kelm_push_eap_status(band, row.progress_step);
+    if (row.is_worker_end)
         kelm_set_worker_done(band);
     if (row.effect != nullptr)
         row.effect(band, session, text);
