@@ -26,6 +26,8 @@ namespace {
 constexpr size_t LINE_SIZE = 512;    // a longer line comes in pieces
 constexpr size_t SHORTEST_LINE = 5;  // shorter ones hold no key with a value
 constexpr int STATION_COUNT = 2;
+constexpr const char *BACKHAUL =
+    "rtk_repeater_easymesh_patching_back";  // whose lines its steps write
 
 // By fixed names, whatever the sessions' interfaces are called: the backhaul uses the stations of
 // the first two bands only, and their names are crossed like the radios'.
@@ -33,6 +35,8 @@ constexpr const char *STATION_FILES[STATION_COUNT] = {
     "/tmp/run/wpa_supplicant-wlan1-vxd.conf",
     "/tmp/run/wpa_supplicant-wlan0-vxd.conf",
 };
+
+// --- Reading ---
 
 // What counts only together with a block's other lines.
 struct block_keys {
@@ -91,7 +95,7 @@ void _copy_key(char (&field)[WPS_PASSWORD_SIZE], const char *value)
 }
 
 // At the end of a block: whether its password for SAE is the one that counts.
-bool _take_sae_password(block_keys *keys, wps_ap_band_config *ap)
+bool _end_block(block_keys *keys, wps_ap_band_config *ap)
 {
     const block_keys block = *keys;
     *keys = {};
@@ -101,33 +105,74 @@ bool _take_sae_password(block_keys *keys, wps_ap_band_config *ap)
     return true;
 }
 
-enum class credential { none, ssid, password };
+enum class found_line { none, ssid, password };
 
 // Takes the next credential of the file into the band's record. A later one overwrites an earlier
 // one, so that the block which the attempt has added at the end is the one that counts.
-credential _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
+found_line _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
 {
     while (const char *line = _next_line(reader)) {
         if (strlen(line) < SHORTEST_LINE)
             continue;
         if (starts_with(line, "ssid=")) {
             kelm_decode_ssid(line + strlen("ssid="), ap->ssid);
-            return credential::ssid;
+            return found_line::ssid;
         }
         if (starts_with(line, "psk=")) {
             _copy_key(ap->password, line + strlen("psk="));
             reader->keys.has_psk = true;
-            return credential::password;
+            return found_line::password;
         }
         if (starts_with(line, "sae_password="))
             kelm_take_sae_password(line + strlen("sae_password="), reader->keys.sae_password);
         if (starts_with(line, "key_mgmt="))
             reader->keys.kinds = kelm_key_mgmt_kinds(line + strlen("key_mgmt="));
-        if (starts_with(line, "network=") && _take_sae_password(&reader->keys, ap))
-            return credential::password;
+        if (starts_with(line, "network=") && _end_block(&reader->keys, ap))
+            return found_line::password;
     }
-    return _take_sae_password(&reader->keys, ap) ? credential::password : credential::none;
+    return _end_block(&reader->keys, ap) ? found_line::password : found_line::none;
 }
+
+// All credentials of a station's file. False (logged) where there is none.
+bool _read_station(int station, wps_ap_band_config *ap)
+{
+    block_reader reader = {kelm_open_to_read(STATION_FILES[station]), false, {}, {}};
+    if (!reader.file) {
+        kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "Open /tmp/wpa_supplicant.conf failed.\n\n");
+        return false;
+    }
+    for (;;) {
+        switch (_take_next_credential(&reader, ap)) {
+        case found_line::none:
+            return true;
+        case found_line::ssid:
+            kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "--------------------band %d localApSsid %s\n",
+                        station, ap->ssid);
+            break;
+        case found_line::password:
+            kelm_log_as(BACKHAUL, KELM_LOG_NORMAL,
+                        "--------------------band %d localApSecCfg password: %s\n", station,
+                        ap->password);
+            break;
+        }
+    }
+}
+
+// ap: one for each band. From the WPS settings, not the Wi-Fi settings: the EasyMesh scripts keep
+// the access points of the backhaul in the second block there. Missing: all empty.
+bool _read_backhaul(wps_ap_band_config *ap)
+{
+    kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "call wps_parse_config\n");
+    (void)wps_parse_config(WPS_CONF_PATH, ap, WPS_CONFIG_AP);
+    kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "wps_parse_config finished.\n");
+    for (int station = 0; station < STATION_COUNT; ++station) {
+        if (!_read_station(station, &ap[station]))
+            return false;
+    }
+    return true;
+}
+
+// --- Choosing ---
 
 // The band whose outcome decides: the one that lends its credentials, or for a band with its own
 // the other one of the backhaul's pair. Bands 2 and 3 are paired with band 1 like band 0.
@@ -142,6 +187,36 @@ void _copy_credentials(wps_ap_band_config *to, const wps_ap_band_config &from)
 {
     copy_ssid(to->ssid, from.ssid, ssid_len(from.ssid));
     copy_text(to->password, from.password);
+}
+
+// Fills the band that has no credentials of its own with the other's. False when there is nothing
+// to fill it with.
+bool _choose_backhaul(int band, int sta_band, wps_ap_band_config *ap)
+{
+    const int partner = _partner(band, sta_band);
+    const bool own = band == sta_band;
+    const bool partner_succeeded = kelm_is_worker_succeed(partner, true);
+    if (own && partner_succeeded)
+        kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "all Radio Easymesh WPS Success\n");
+    else if (own)
+        _copy_credentials(&ap[partner], ap[band]);
+    else if (partner_succeeded)
+        _copy_credentials(&ap[band], ap[partner]);
+    else
+        kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "no Easymesh WPS Success\n");
+    return own || partner_succeeded;
+}
+
+// --- Writing ---
+
+// False when nothing was written, or a name could not be held: no script runs then.
+bool _write_backhaul(const wps_ap_band_config *ap)
+{
+    kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "call wps_set_dual_ap_bh_config\n");
+    if (wps_set_dual_ap_bh_config(ap) != 0 || !kelm_hold_mesh_credential_names())
+        return false;
+    (void)kelm_system("/etc/init.d/wps mesh_config_wifi", command_kind::script);
+    return true;
 }
 
 }  // namespace
@@ -173,51 +248,10 @@ int rtk_repeater_easymesh_patching_back(int band, int sta_band)
         kelm_log_bad_band(kelm_is_band(band) ? sta_band : band);
         return -1;
     }
-    kelm_log_normal("call wps_parse_config\n");
     wps_ap_band_config ap[KELM_BAND_COUNT] = {};
-    // From the WPS settings, not the Wi-Fi settings: the EasyMesh scripts keep the access points of
-    // the backhaul in the second block there. Missing: all empty.
-    (void)wps_parse_config(WPS_CONF_PATH, ap, WPS_CONFIG_AP);
-    kelm_log_normal("wps_parse_config finished.\n");
-
-    for (int station = 0; station < STATION_COUNT; ++station) {
-        block_reader reader = {kelm_open_to_read(STATION_FILES[station]), false, {}, {}};
-        if (!reader.file) {
-            kelm_log_normal("Open /tmp/wpa_supplicant.conf failed.\n\n");
-            return -1;
-        }
-        for (;;) {
-            const credential taken = _take_next_credential(&reader, &ap[station]);
-            if (taken == credential::none)
-                break;
-            if (taken == credential::ssid)
-                kelm_log_normal("--------------------band %d localApSsid %s\n", station,
-                                ap[station].ssid);
-            else
-                kelm_log_normal("--------------------band %d localApSecCfg password: %s\n", station,
-                                ap[station].password);
-        }
-    }
-
-    const int partner = _partner(band, sta_band);
-    const bool own = band == sta_band;
-    const bool partner_succeeded = kelm_is_worker_succeed(partner, true);
-    if (!own && !partner_succeeded) {
-        kelm_log_normal("no Easymesh WPS Success\n");
-        return -1;
-    }
-    if (own && partner_succeeded)
-        kelm_log_normal("all Radio Easymesh WPS Success\n");
-    else if (own)
-        _copy_credentials(&ap[partner], ap[band]);
-    else
-        _copy_credentials(&ap[band], ap[partner]);
-
-    kelm_log_normal("call wps_set_dual_ap_bh_config\n");
-    if (wps_set_dual_ap_bh_config(ap) != 0 || !kelm_hold_mesh_credential_names())
-        return -1;
-    (void)kelm_system("/etc/init.d/wps mesh_config_wifi", command_kind::script);
-    return 0;
+    const bool written =
+        _read_backhaul(ap) && _choose_backhaul(band, sta_band, ap) && _write_backhaul(ap);
+    return written ? 0 : -1;
 }
 
 }  // namespace kelm
