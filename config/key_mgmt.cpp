@@ -17,13 +17,13 @@ constexpr uint32_t KIND_OWE = 0x08;
 constexpr uint32_t KIND_WEP = 0x10;
 constexpr uint32_t KIND_NONE = 0x20;
 
-struct word_row {
+struct key_mgmt_word {
     const char *word;
     uint32_t kind;
 };
 
 // The three in the middle are the words of older firmware.
-constexpr word_row WORDS[] = {
+constexpr key_mgmt_word WORDS[] = {
     {"WPA-PSK", KIND_PSK},
     {"WPA-PSK-SHA256", KIND_PSK},
     {"FT-PSK", KIND_PSK},
@@ -41,9 +41,9 @@ constexpr word_row WORDS[] = {
 constexpr const char *BLANKS = " \t\r";
 
 // 0 for a word that is not known.
-uint32_t _kind_of(const char *word, size_t length)
+uint32_t _kind_of_word(const char *word, size_t length)
 {
-    for (const word_row &row : WORDS) {
+    for (const key_mgmt_word &row : WORDS) {
         if (strlen(row.word) == length && memcmp(row.word, word, length) == 0)
             return row.kind;
     }
@@ -55,7 +55,7 @@ bool _next_word(const char **rest, uint32_t *kind)
 {
     const char *word = *rest + strspn(*rest, BLANKS);
     const size_t length = strcspn(word, BLANKS);
-    *kind = _kind_of(word, length);
+    *kind = _kind_of_word(word, length);
     *rest = word + length;
     return length > 0;
 }

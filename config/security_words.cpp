@@ -2,7 +2,9 @@
 // The tables of words, and those who look into them.
 #include "config/security_words.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "config/band_config.h"
 #include "core/text.h"
@@ -116,13 +118,13 @@ const cipher_words &kelm_words_of_cipher(uint32_t cipher)
 
 bool kelm_read_cipher(const char *text, uint32_t *cipher)
 {
-    for (const cipher_words &row : CIPHERS) {
-        if (starts_with(text, row.word)) {
-            *cipher = row.cipher;
-            return true;
-        }
-    }
-    return false;
+    const auto *row =
+        std::find_if(std::begin(CIPHERS), std::end(CIPHERS),
+                     [text](const cipher_words &one) { return starts_with(text, one.word); });
+    if (row == std::end(CIPHERS))
+        return false;
+    *cipher = row->cipher;
+    return true;
 }
 
 void kelm_apply_pairwise(const char *value, uint32_t *cipher)

@@ -66,35 +66,30 @@ struct event_row {
     effect_call effect = nullptr;  // what else happens
 
     // A row is written as a sentence: its text, and what it does.
-    constexpr event_row writes_success() const
+    constexpr event_row &writes_success()
     {
-        event_row row = *this;
-        row.is_success = true;
-        return row;
+        is_success = true;
+        return *this;
     }
-    constexpr event_row status(int number) const
+    constexpr event_row &status(int number)
     {
-        event_row row = *this;
-        row.new_status = number;
-        return row;
+        new_status = number;
+        return *this;
     }
-    constexpr event_row step(int number) const
+    constexpr event_row &step(int number)
     {
-        event_row row = *this;
-        row.progress_step = number;
-        return row;
+        progress_step = number;
+        return *this;
     }
-    constexpr event_row ends_worker() const
+    constexpr event_row &ends_worker()
     {
-        event_row row = *this;
-        row.is_worker_end = true;
-        return row;
+        is_worker_end = true;
+        return *this;
     }
-    constexpr event_row then(effect_call call) const
+    constexpr event_row &then(effect_call call)
     {
-        event_row row = *this;
-        row.effect = call;
-        return row;
+        effect = call;
+        return *this;
     }
 };
 
@@ -207,7 +202,7 @@ struct words {
 };
 
 // Where a word begins, or null.
-const char *_find(const words &in, const char *word)
+const char *_find_word(const words &in, const char *word)
 {
     return static_cast<const char *>(
         memmem(in.begin, static_cast<size_t>(in.end - in.begin), word, strlen(word)));
@@ -222,7 +217,7 @@ words _own_words(const char *text)
         text += strcspn(text, " ");
     words own = {text, text + strcspn(text, QUOTING_MARKS)};
     for (const char *event : QUOTING_EVENTS) {
-        const char *quoting = _find(own, event);
+        const char *quoting = _find_word(own, event);
         if (quoting != nullptr)
             own.end = quoting;
     }
@@ -234,7 +229,7 @@ const event_row *_find_event(const event_row (&table)[count], const char *text)
 {
     const words own = _own_words(text);
     for (const event_row &row : table) {
-        if (_find(own, row.text) != nullptr)
+        if (_find_word(own, row.text) != nullptr)
             return &row;
     }
     return nullptr;
@@ -263,7 +258,7 @@ const char *_cut_off_credential(char *text)
     if (!kelm_takes_credential_events())
         return nullptr;
     const words own = _own_words(text);
-    const char *name = _find(own, CREDENTIAL_EVENT);
+    const char *name = _find_word(own, CREDENTIAL_EVENT);
     if (name == nullptr)
         return nullptr;
     char *behind = text + (name - text) + strlen(CREDENTIAL_EVENT);
@@ -307,7 +302,7 @@ int _process_access_point_event(int band, kelm_session *session, char *text)
 // The text behind a field name, or null.
 const char *_field(const words &in, const char *name)
 {
-    const char *at = _find(in, name);
+    const char *at = _find_word(in, name);
     return at == nullptr ? nullptr : at + strlen(name);
 }
 

@@ -68,7 +68,7 @@ file_version _version_of(int band)
     return {there.st_dev, there.st_ino, there.st_size, there.st_mtim};
 }
 
-bool _is_same(const file_version &one, const file_version &other)
+bool _is_same_version(const file_version &one, const file_version &other)
 {
     return one.device == other.device && one.node == other.node && one.size == other.size &&
            one.written.tv_sec == other.written.tv_sec &&
@@ -77,7 +77,7 @@ bool _is_same(const file_version &one, const file_version &other)
 
 // What the band's file says, with the name where switched_on. False when there is none, or it says
 // what cannot be stored.
-bool _read_file(int band, uint8_t switched_on, wps_ap_band_config *ap)
+bool _read_hostapd_file(int band, uint8_t switched_on, wps_ap_band_config *ap)
 {
     char path[HOSTAPD_PATH_SIZE];
     rtk_hostapd_path(*kelm_get_wps_session(band), path);
@@ -165,7 +165,8 @@ announcement _read_payload(const char *payload, announced_settings *announced)
 bool _holds(int band, const announced_settings &announced)
 {
     wps_ap_band_config ap = {};
-    return _read_file(band, 1, &ap) && memcmp(ap.ssid, announced.ssid, sizeof ap.ssid) == 0 &&
+    return _read_hostapd_file(band, 1, &ap) &&
+           memcmp(ap.ssid, announced.ssid, sizeof ap.ssid) == 0 &&
            strcmp(ap.password, announced.key) == 0;
 }
 
@@ -175,7 +176,7 @@ bool _has_come(int band, const settings_watch &watch, const file_version &now)
     case announcement::with_content:
         return _holds(band, watch.announced);
     case announcement::without_content:
-        return !watch.has_known || !_is_same(now, watch.known);
+        return !watch.has_known || !_is_same_version(now, watch.known);
     case announcement::none:
     case announcement::not_understood:
         return true;
@@ -190,7 +191,7 @@ bool _wait_for_file(int band, const settings_watch &watch)
     while (!has_come && !kelm_is_ending() && _now_ms() < watch.announced.deadline_ms) {
         (void)::poll(nullptr, 0, LOOK_EVERY_MS);
         const file_version now = _version_of(band);
-        if (_is_same(now, seen))
+        if (_is_same_version(now, seen))
             continue;
         seen = now;
         has_come = _has_come(band, watch, now);
@@ -254,7 +255,7 @@ bool rtk_has_newer_settings(int band)
     if (watch.announced.kind == announcement::with_content && !_holds(band, watch.announced))
         return false;
     wps_ap_band_config ap = {};
-    if (!_read_file(band, watch.has_stored ? watch.stored.ap_bss_enabled : 1, &ap) ||
+    if (!_read_hostapd_file(band, watch.has_stored ? watch.stored.ap_bss_enabled : 1, &ap) ||
         ap.password[0] == '\0')
         return false;
     return !watch.has_stored || memcmp(ap.ssid, watch.stored.ssid, sizeof ap.ssid) != 0 ||

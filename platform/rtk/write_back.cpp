@@ -125,14 +125,11 @@ constexpr conf_key<network_reading> NETWORK_KEYS[] = {
 };
 
 // The key and the security, once all lines are read.
-learnt_network _settled(const network_reading &at)
+void _settle_learnt_security(network_reading *at)
 {
-    learnt_network network = at;
-    if (at.sae_password[0] != '\0' && (network.password[0] == '\0' || kelm_is_sae_only(at.kinds)))
-        copy_text(network.password, at.sae_password);
-    network.security =
-        kelm_key_mgmt_mode(at.kinds, network.password[0] != '\0', &network.wpa_version);
-    return network;
+    if (at->sae_password[0] != '\0' && (at->password[0] == '\0' || kelm_is_sae_only(at->kinds)))
+        copy_text(at->password, at->sae_password);
+    at->security = kelm_key_mgmt_mode(at->kinds, at->password[0] != '\0', &at->wpa_version);
 }
 
 // Reads the block that sta_band's attempt has added to wpa_supplicant's file. False (logged) when
@@ -163,7 +160,9 @@ bool _read_network(const write_back_copy &copy, const kelm_session &station, wri
         kelm_log_as(copy.name, KELM_LOG_DETAIL, "key[%s]: value[%s]\n", item->key, item->value);
         kelm_take_item(NETWORK_KEYS, &at, *item);
     }
-    given->network = _settled(at);
+    _settle_learnt_security(&at);
+    const learnt_network &learnt = at;
+    given->network = learnt;
     return true;
 }
 
