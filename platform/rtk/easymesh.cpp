@@ -26,8 +26,9 @@ namespace {
 constexpr size_t LINE_SIZE = 512;    // a longer line comes in pieces
 constexpr size_t SHORTEST_LINE = 5;  // shorter ones hold no key with a value
 constexpr int STATION_COUNT = 2;
-constexpr const char *BACKHAUL =
-    "rtk_repeater_easymesh_patching_back";  // whose lines its steps write
+
+// Whose lines the steps of the write-back write.
+constexpr const char *BACKHAUL = "rtk_repeater_easymesh_patching_back";
 
 // By fixed names, whatever the sessions' interfaces are called: the backhaul uses the stations of
 // the first two bands only, and their names are crossed like the radios'.

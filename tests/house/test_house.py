@@ -12,8 +12,6 @@ from builds import must_run, needed, of_openwrt, through_cache
 ROOT = Path(__file__).resolve().parents[2]
 # The folders of the daemon from the ground up.
 FLOORS = ("core", "config", "ctrl", "ipc", "wlan", "platform", "daemon")
-# The folders whose helper functions have names that no other file has.
-OWN_NAMES = ("core", "ctrl", "ipc", "daemon", "watch")
 # What the recorder takes from the daemon.
 SHARED_WITH_WATCH = {
     "core/handle", "core/json_text", "core/signals", "core/text",
@@ -139,8 +137,6 @@ def test_a_helper_has_a_name_of_its_own():
     """In a list of symbols, in a search and in a debugger a name is one function."""
     files = {}
     for path in daemon_files() + watch_files():
-        if path.relative_to(ROOT).parts[0] not in OWN_NAMES:
-            continue
         for name, is_helper, _ in functions(path.read_text(encoding="utf-8")):
             if is_helper:
                 files.setdefault(name, set()).add(str(path.relative_to(ROOT)))
