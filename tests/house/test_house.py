@@ -75,7 +75,7 @@ def test_rooms_do_not_include_each_other_in_a_circle():
 
 
 def functions(text):
-    """(name, whether a helper, body) of each function of a source file, as the formatter sets it."""
+    """(name, whether a helper, body) of each function of a file, as the formatter sets it."""
     found = []
     head = []
     body = None
@@ -150,7 +150,8 @@ def names_of(argument, text):
     if argument.startswith('"'):
         return {argument.strip('"')}
     if argument.isupper():
-        return set(re.findall(rf'^constexpr const char \*{argument} = "(\w+)";', text, re.MULTILINE))
+        constant = rf'^constexpr const char \*{argument} = "(\w+)";'
+        return set(re.findall(constant, text, re.MULTILINE))
     if argument.endswith(".name"):  # of a table's row, where it comes first
         return set(re.findall(r'^constexpr \w+ \w+ = {\n    "(\w+)",', text, re.MULTILINE))
     return {name for name, _, body in functions(text) if re.search(r"[(, ]__func__[,)]", body)}
