@@ -353,19 +353,22 @@ def _commands(attempt, moments):
     has_console = any(event.source == "console" for event in attempt.events)
     goes_on, ends, spans = None, {}, []
     for event in reversed(attempt.events):
-        ended = re.match(r"\d+ command \S+ status \d+ (.*)$", event.text)
+        ended = re.match(r"\d+ command \S+ (status|signal) (\d+) (.*)$", event.text)
         if event.source == "exit" and ended:
-            ends[ended.group(1)] = event
+            how, number, command = ended.groups()
+            ends[command] = event, ", then is killed by signal %s" % number if how == "signal" else ""
         if event.source == "console" and not re.search(OTHER_THREAD, event.text):
             goes_on = event
         found = re.match(r"[1-9]\d* (.+)", event.text)
         if event.source not in ("command", "script") or not found:
             continue
-        seen_end = ends.pop(found.group(1), None)
+        seen_end, how = ends.pop(found.group(1), (None, ""))
         end = seen_end or (goes_on if has_console else None)
         goes_on = event
         if end is not None and moments.of(end) > moments.of(event):
-            spans.append((lane_id(event), _command(event, end, seen_end is not None, moments)))
+            span = _command(event, end, seen_end is not None, moments)
+            span.words += how
+            spans.append((lane_id(event), span))
     yield from reversed(spans)
 
 

@@ -135,6 +135,15 @@ def test_a_command_lasts_until_its_end_was_seen():
         (0.0, 2.5, "runs killall wpa_cli for 2.50 s")]
 
 
+def test_a_command_lasts_until_it_is_killed():
+    found = picture([(1.0, "command", "1 hostapd_cli -p /var/run/hostapd -i wlan1 wps_pbc"),
+                     (11.0, "exit", "1 command 99 signal 9 hostapd_cli -p /var/run/hostapd "
+                                    "-i wlan1 wps_pbc")])
+    assert [(one.begin_s, one.end_s, one.words) for one in lane(found, "daemon").spans] == [
+        (0.0, 10.0, "runs hostapd_cli -p /var/run/hostapd -i wlan1 wps_pbc for 10.00 s, then is "
+                    "killed by signal 9")]
+
+
 def test_a_command_lasts_at_most_until_the_daemon_goes_on():
     found = picture([(1.0, "script", "1 /usr/bin/wifi scan 2g"),
                      (1.5, "console", "kelm[wps_ubus_gpio_cb:86]: Message: {}"),
