@@ -23,7 +23,7 @@ bool _begins_with_shape(text_span text, const char *shape)
         if (i >= text.length || (shape[i] == 'x' ? !_is_hex(text.at[i]) : text.at[i] != shape[i]))
             return false;
     }
-    // A longer run of bytes is something else; a colon alone may end a word.
+    // If more bytes follow, it is something else. One colon may follow: it may end a word.
     const size_t length = strlen(shape);
     const text_span behind = {text.at + length, text.length - length};
     if (behind.length > 1 && behind.at[0] == ':')
@@ -50,7 +50,7 @@ bool _is_nobody(text_span text)
     return true;
 }
 
-// FNV-1a. Of addresses and UUIDs the digits count alone, in either case.
+// The hash FNV-1a. Of addresses and UUIDs only the digits count, in upper or lower case.
 uint64_t _mark_of(alias_kind kind, text_span text)
 {
     const bool is_hex = kind == alias_kind::device || kind == alias_kind::uuid;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The command line's word, the makers' names, and what the sources have found out.
+// A band is known from the command line, from the makers' names, or from what the sources found.
 #include "watch/bands.h"
 
 #include "core/text.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The bus: a thread listens, as the daemon's does, since a broker that hangs may not hold the
-// others. What it hears goes through a queue to the main thread, a PIN does not.
+// The bus. A thread listens, as in the daemon, so that a broker that hangs does not hold the other
+// sources. What the thread hears goes through a queue to the main thread, but never a PIN.
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -29,9 +29,9 @@ constexpr size_t QUEUE_SIZE = size_t{16} * 1024;
 constexpr size_t LINE_SIZE = 2048;
 constexpr size_t NAME_SHOWN = 32;  // bytes of a member's name
 constexpr size_t WORD_SHOWN = 32;  // bytes of a text that is kept
-constexpr int MEMBERS_MAX = 24;    // the rest is counted
+constexpr int MEMBERS_MAX = 24;    // more members are only counted
 constexpr int TELL_MAX = 16;       // lines told at a time
-constexpr int64_t HUNG_MS = 5000;  // that the broker's greeting may take
+constexpr int64_t HUNG_MS = 5000;  // after this long without a greeting the broker hangs
 constexpr int64_t LOOK_MS = 1000;
 constexpr unsigned RETRY_S = 1;
 
@@ -58,7 +58,7 @@ void _put(uint32_t tag, const char *text)
     (void)::eventfd_write(wake_fd, 1);
 }
 
-// Members whose values are told. Of any other one, a PIN above all, the length is.
+// Members whose values are told. Of any other member, such as a PIN, only the length is told.
 enum class kept { number, word };
 struct member_row {
     const char *event;
@@ -107,7 +107,7 @@ bool _is_word_character(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
 }
 
-// A PIN is digits: a text that has one is not kept.
+// A PIN is made of digits, so a text with a digit in it is not told.
 bool _is_word(const char *text)
 {
     const size_t length = strnlen(text, WORD_SHOWN + 1);
@@ -118,7 +118,7 @@ bool _is_word(const char *text)
     return length > 0 && length <= WORD_SHOWN;
 }
 
-// A line of JSON under way; what finds no room is left out whole.
+// A line of JSON that is being made. A part that does not fit is left out as a whole.
 struct json_line {
     char text[LINE_SIZE];
     size_t length;
@@ -136,7 +136,7 @@ __attribute__((format(printf, 2, 3))) void _add_to_line(json_line &line, const c
     line.text[line.length] = '\0';
 }
 
-// A member's name is a stranger's text.
+// Anybody may have chosen the member's name: it is cut and cleaned.
 void _add_name(json_line &line, const char *name)
 {
     char shown[NAME_SHOWN + 1];
@@ -186,7 +186,7 @@ uint32_t _tag_of(const char *event, blob_attr *message)
     return LINE;
 }
 
-// As `ubus listen` prints it. Nested values are counted, never entered.
+// Makes the line that `ubus listen` would print. Of a nested value only the length is told.
 void _hear(ubus_context *, ubus_event_handler *, const char *event, blob_attr *message)
 {
     json_line line = {};
@@ -264,7 +264,7 @@ void _tell_line(uint32_t tag, const char *text, size_t length)
         watch_attempt_ended();
 }
 
-// A copy, so that the thread need not wait until it is told.
+// Copies the line, so that the bus thread need not wait until it is told.
 bool _next(uint32_t *tag, char (&line)[LINE_SIZE], size_t *length)
 {
     pthread_mutex_lock(&lock);
@@ -315,7 +315,7 @@ void _take_bus(const pollfd *set, size_t)
         ++told;
     }
     if (told == TELL_MAX)
-        (void)::eventfd_write(wake_fd, 1);  // the rest comes after the others
+        (void)::eventfd_write(wake_fd, 1);  // the rest comes when the other sources had their turn
     const unsigned count = _take_lost();
     if (count > 0)
         watch_say("watch", "", "%u events of the bus lost", count);

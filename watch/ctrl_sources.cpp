@@ -27,13 +27,13 @@ namespace kelm {
 
 namespace {
 
-constexpr int64_t LOOK_MS = 1000;         // at the folders, where no event tells of a change
-constexpr int64_t HUNG_MS = 5000;         // that an answer to ATTACH may take
+constexpr int64_t LOOK_MS = 1000;         // between looks at the folders, for what inotify misses
+constexpr int64_t HUNG_MS = 5000;         // without an answer to ATTACH: the daemon hangs
 constexpr int64_t ASK_AGAIN_MS = 10'000;  // after a refusal
 constexpr int64_t LOSS_TOLD_MS = 5000;    // at most once in this time for one socket
 constexpr int64_t QUIET_MS = 1000;        // after a flood, before the daemon is asked anew
 constexpr int ENTRIES_MAX = 1024;         // of one folder
-constexpr int NOTES_MAX = 32;             // about sockets that are passed over
+constexpr int NOTES_MAX = 32;             // lines about sockets that are not used
 constexpr int DRAIN_MAX = 256;            // events of one socket at a time
 constexpr int TELL_MAX = 64;              // events told at a time
 constexpr int TELL_BETWEEN_DRAINS = 4;
@@ -44,14 +44,14 @@ constexpr mode_t WRITABLE_BY_OTHERS = S_IWGRP | S_IWOTH;
 constexpr const char *USUAL_QUEUE_PATH = "/proc/sys/net/unix/max_dgram_qlen";
 constexpr int USUAL_QUEUE = 10;
 
-// What stands beside the interfaces' own sockets: the programs' global ones, devices that carry no
-// network, and clients' own ends.
+// Sockets in the folder that belong to no interface: the programs' global ones, devices that carry
+// no network, and the clients' own sockets.
 constexpr const char *PASSED_OVER[] = {"global", "p2p-dev-", "wpa_ctrl_"};
 
 enum class state {
     closed,  // to be opened at the next look
-    dead,    // its name is there, and nobody behind it
-    asking,  // ATTACH was sent, or is to be
+    dead,    // the name is there, but nobody listens
+    asking,  // ATTACH was sent, or will be
     attached,
     refused,
 };
@@ -71,12 +71,12 @@ struct wifi_socket {
     timespec made = {};
     unique_wpa_ctrl ctrl;
     state now = state::closed;
-    bool sent = false;  // ATTACH has left us
+    bool sent = false;  // ATTACH was sent
     bool told_dead = false;
     bool told_hung = false;
     bool told_trouble = false;
-    bool was_full = false;  // more came than its queue holds: the daemon may have given us up
-    bool here = false;      // seen in the look that is under way
+    bool was_full = false;  // its queue was full: the daemon may have dropped us
+    bool here = false;      // found in the present look at the folder
     int64_t asked_ms = 0;
     int64_t full_ms = 0;
     int64_t loss_told_ms = 0;
@@ -86,7 +86,7 @@ wifi_socket sockets[WATCH_WIFI_SOCKETS_MAX];
 char queue_memory[QUEUE_SIZE];
 watch_queue queue(queue_memory, sizeof queue_memory);
 char datagram[WATCH_ROOM];
-unique_fd changes;  // of the folders, where the kernel tells
+unique_fd changes;  // inotify on the folders; invalid where the kernel has none
 int queue_length = USUAL_QUEUE;
 int notes_told = 0;
 bool has_heard = false;
@@ -105,7 +105,7 @@ void _path_of(const wifi_socket &which, char (&path)[PATH_SIZE])
     snprintf(path, sizeof path, "%s/%s", which.folder->path, which.iface);
 }
 
-// False: it takes nothing now, and is asked again at the next look.
+// False: the daemon takes nothing now. The next look tries again.
 bool _send_to_socket(const wifi_socket &which, const char *command)
 {
     return wpa_ctrl_send(which.ctrl.get(), command, strlen(command)) == 0;
@@ -118,8 +118,8 @@ void _ask(wifi_socket &which, int64_t now_ms)
     which.sent = _send_to_socket(which, "ATTACH");
 }
 
-// A Wi-Fi daemon gives up a client that takes nothing, without a word to it. Who attaches twice
-// might hear everything twice.
+// A Wi-Fi daemon drops a client that takes nothing, and does not tell it. So attach again. Detach
+// first: a client that is attached twice might get each event twice.
 void _ask_anew(wifi_socket &which, int64_t now_ms)
 {
     which.was_full = !_send_to_socket(which, "DETACH");
@@ -138,7 +138,7 @@ void _open_socket(wifi_socket &which, int64_t now_ms)
         _ask(which, now_ms);
         return;
     }
-    // The name of a daemon that was killed stays, and leads to nobody.
+    // When a daemon is killed, its socket's name stays, and nobody listens there.
     const int error = errno;
     which.now = error == ECONNREFUSED || error == ENOENT ? state::dead : state::closed;
     if (which.now == state::closed && !which.told_trouble) {
@@ -148,12 +148,12 @@ void _open_socket(wifi_socket &which, int64_t now_ms)
     }
 }
 
-// Whether somebody still listens behind the name; nothing is sent for it.
+// Whether a daemon still listens on the socket. Nothing is sent to find out.
 bool _is_alive(const wifi_socket &which)
 {
     const unique_fd probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!probe.valid() || !which.ctrl)
-        return true;  // nobody knows
+        return true;  // it cannot be known
     const auto *to = reinterpret_cast<const sockaddr *>(&which.ctrl->dest);
     return ::connect(probe.get(), to, sizeof which.ctrl->dest) == 0 || errno != ECONNREFUSED;
 }
@@ -187,7 +187,7 @@ void _look_at_socket(wifi_socket &which, int64_t now_ms)
 void _take_answer(wifi_socket &which, const char *text, size_t length)
 {
     if (which.now != state::asking)
-        return;  // to a goodbye, or asked anew after a flood
+        return;  // the answer to a DETACH, or to an ATTACH after a full queue
     const bool taken = length >= 2 && memcmp(text, "OK", 2) == 0;
     has_heard = true;
     _say(which, taken ? "attached" : "refuses");
@@ -196,7 +196,7 @@ void _take_answer(wifi_socket &which, const char *text, size_t length)
     which.told_dead = false;
 }
 
-// Without the level that stands before it, as the programs print it.
+// Tells an event without the level before it ("<3>"), as the Wi-Fi programs print it.
 void _tell_event(const wifi_socket &which, const char *text, size_t length)
 {
     char line[WATCH_ROOM + IFACE_SIZE];
@@ -271,7 +271,7 @@ void _tell_some()
     }
 }
 
-// All that this socket has said, before its place is given away.
+// Tells all that waits in the queue, before a socket's place is used for another one.
 void _tell_all()
 {
     while (!queue.empty())
@@ -288,8 +288,8 @@ void _leave(wifi_socket &which)
 
 // --- The folders ---
 
-// The user besides root whose sockets count: the Wi-Fi daemon's own, to whom the folder was given
-// by who may write to the folder above it.
+// The user besides root whose sockets count: the one whom the Wi-Fi daemon runs as. It owns the
+// folder, if nobody but root or ourselves can write to the folder above it.
 uid_t _trusted_user_of(int folder)
 {
     struct stat own = {};
@@ -302,7 +302,7 @@ uid_t _trusted_user_of(int folder)
     return given && kept ? own.st_uid : 0;
 }
 
-// Whether nobody but those who count could have put another socket in the place of one of theirs.
+// Whether only users who count can have put a socket into the folder.
 bool _is_safe(int folder)
 {
     struct stat own = {};
@@ -387,7 +387,7 @@ void _take_up(const socket_folder &folder, const char *name, const struct stat &
     }
     if (which == nullptr)
         return;
-    _tell_all();  // nothing that came for another may count for this one
+    _tell_all();  // what waits for the socket before must not count for this one
     *which = {};
     which->folder = &folder;
     copy_text(which->iface, name);
@@ -403,7 +403,7 @@ struct folder_closer {
 };
 using unique_folder = std::unique_ptr<DIR, folder_closer>;
 
-// A stock router's names have links beside them, by which the daemon knows the bands.
+// On stock OpenWrt a link stands beside each interface's socket. Its name tells the band.
 void _learn_band(int folder, const char *link)
 {
     char name[IFACE_SIZE];
@@ -418,7 +418,8 @@ void _learn_band(int folder, const char *link)
 
 void _look_into(const socket_folder &from)
 {
-    // Every look anew: the folder may be another one by now. The same one keeps its number.
+    // Again at each look: the folder may have been replaced. For the same folder this changes
+    // nothing.
     if (changes.valid())
         (void)::inotify_add_watch(changes.get(), from.path,
                                   IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_ONLYDIR);
@@ -503,7 +504,7 @@ void _take_wifi(const pollfd *set, size_t)
 {
     if (set[0].revents != 0) {
         char events[WATCH_ROOM];
-        (void)(::read(changes.get(), events, sizeof events) < 0);  // what has changed is looked at
+        (void)(::read(changes.get(), events, sizeof events) < 0);  // the look finds the change
         look_now = true;
     }
     watch_drain_wifi();

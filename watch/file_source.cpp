@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The daemon's files in "/tmp", where every user may put what he likes: each is read as a
-// stranger's. Of what holds keys nothing leaves the function that reads it but the names and the
-// lengths.
+// The daemon's files in "/tmp". Every user may put anything there, so no file is trusted. Of a file
+// with keys only names and lengths leave the function that reads it.
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
@@ -32,9 +31,9 @@ namespace {
 constexpr const char *FOLDER = "/tmp";
 constexpr size_t FOLDER_LENGTH = 5;  // with its slash
 constexpr int64_t LOOK_MS = 1000;
-constexpr int64_t SOON_MS = 100;       // an empty file is one that is just being written
-constexpr int64_t QUIET_MS = 300;      // a maker's script writes hostapd's file in pieces
-constexpr int64_t STRANGER_MS = 1000;  // between two lines about what is not root's
+constexpr int64_t SOON_MS = 100;   // until the next look at an empty file, which is being written
+constexpr int64_t QUIET_MS = 300;  // without a change: scripts write hostapd's file in pieces
+constexpr int64_t STRANGER_MS = 1000;  // between two lines about a file that is not read
 constexpr size_t FILE_SIZE_MAX = size_t{16} * 1024;
 constexpr size_t STATUS_SHOWN = 1024;
 constexpr size_t KEY_SHOWN = 40;
@@ -150,8 +149,8 @@ void _take_network_line(const char *line, band_settings &band)
     }
 }
 
-// Cuts the text into lines; hostapd's file up to its second network. Lines with secrets match no
-// key.
+// Reads the text line by line; hostapd's file only up to its second network. No key here belongs to
+// a line with a secret.
 void _take_settings(const watched_file &file)
 {
     int enabled = 0;
@@ -194,7 +193,7 @@ const char *_security_of(const band_settings &band)
     return known ? SECURITY_WORDS[band.security] : "";
 }
 
-// "2.4 GHz: enabled, hidden, wpa3"; nothing of a band that no file tells of.
+// "2.4 GHz: enabled, hidden, wpa3"; an empty line for a band of which no file tells anything.
 void _settings_line(const band_settings &band, char (&line)[LINE_SIZE])
 {
     const char *parts[] = {
@@ -252,7 +251,7 @@ size_t _length_of(json_object *value)
     return shown != nullptr ? strlen(shown) : 0;
 }
 
-// Appends to a line; what finds no room is left out.
+// Appends to a line. What does not fit is left out.
 __attribute__((format(printf, 3, 4))) void _append_format(char *line, size_t size,
                                                           const char *format, ...)
 {
@@ -289,7 +288,7 @@ void _tell_status(const watched_file &file, size_t length)
     while (length > 0 && (text[length - 1] == '\n' || text[length - 1] == '\r'))
         --length;
     if (length == 0)
-        return;  // it is about to be written
+        return;  // it will be written in a moment
     watch_say("file", "", "%s %.*s", file.path,
               static_cast<int>(length < STATUS_SHOWN ? length : STATUS_SHOWN), text);
 }
@@ -303,7 +302,7 @@ const char *_kind_in_words(mode_t mode)
     return S_ISFIFO(mode) ? "a FIFO" : "no file";
 }
 
-// Why it is not read, or an empty text.
+// Writes why the file is not read; an empty text if it is.
 void _why_not_read(const struct stat &there, char *reason, size_t size)
 {
     reason[0] = '\0';
@@ -317,7 +316,8 @@ void _why_not_read(const struct stat &there, char *reason, size_t size)
         snprintf(reason, size, "has %lld bytes", static_cast<long long>(there.st_size));
 }
 
-// Reads into text. The bytes, or -1 for what is not there, or is not the file that was looked at.
+// Reads the file into text. Returns the bytes, or -1 when it is gone, is not to be read, or was
+// replaced since it was looked at.
 ssize_t _read_watched_file(const watched_file &file)
 {
     const unique_fd from(
@@ -353,7 +353,7 @@ void _tell_content(const watched_file &file)
 {
     const ssize_t length = _read_watched_file(file);
     if (length < 0)
-        return;  // it changes just now, and is looked at again for that
+        return;  // it changes just now, so there will be another look
     if (file.holds == content::status)
         _tell_status(file, static_cast<size_t>(length));
     else if (file.holds == content::credentials)
@@ -365,7 +365,7 @@ void _tell_content(const watched_file &file)
 
 void _tell_refused(watched_file &file, const char *reason, int64_t now_ms)
 {
-    // Whoever makes and removes such a thing without end may not fill the recording.
+    // Somebody may make and remove such a file again and again. That must not fill the recording.
     if (file.told_refused && now_ms - file.told_ms < STRANGER_MS) {
         file.look_again = true;
         return;
@@ -388,7 +388,7 @@ void _note_removed(watched_file &file)
     file.seen = {};
 }
 
-// The same text, with another mode or a name less.
+// Whether only the mode or the number of names has changed, not the text.
 bool _has_same_text(const watched_file &file, const struct stat &there)
 {
     return file.was_read && file.holds == content::status && file.seen.st_ino == there.st_ino &&
@@ -444,7 +444,7 @@ void _look_at_all(int64_t now_ms)
 
 // --- What the loop calls ---
 
-unique_fd changes;  // of the folder, where the kernel tells
+unique_fd changes;  // inotify on the folder; invalid where the kernel has none
 
 void _open_files(const watch_options &)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The allow-list at work.
+// Applies the list of what may be kept (watch/kept.inc) to a line.
 #include "watch/kept.h"
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace kelm {
 
 namespace {
 
-constexpr int DEEPEST = 4;  // rows that hand the rest to other rows
+constexpr int DEEPEST = 4;  // so many rows may pass the rest of a line to other rows
 constexpr size_t WORD_MAX_LENGTH = 32;
 constexpr size_t DIGITS_MAX = 6;  // fewer than a PIN has
 
@@ -38,7 +38,7 @@ constexpr member_row MEMBERS[] = {
 };
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
-// A line on its way.
+// A line while it is made.
 struct keeper {
     watch_aliases *aliases;
     text_out *out;
@@ -47,7 +47,7 @@ struct keeper {
 
 void _keep(keeper *to, text_span source, text_span text, int depth);
 
-// Blanks around it stay. What was left out before stays as it is.
+// Writes "[N bytes]" for the text. Blanks around it stay, and so does a "[N bytes]" of before.
 void _leave_out(keeper *to, text_span text)
 {
     const text_span core = stripped(text);
@@ -132,7 +132,7 @@ bool _is_kept_member(text_span source, text_span name)
     });
 }
 
-// A number, or a word that is none: a PIN as text is no word.
+// Whether it is a number, or a word. A PIN as a text is neither.
 bool _may_be_kept(const watch_member &member)
 {
     size_t digits = 0;

@@ -7,9 +7,9 @@
 
 namespace kelm {
 
-// Writes the line with "[N bytes]" where something may be a secret; one that grows beyond out is
-// "[N bytes]" as a whole. aliases: null, or what names on the air are replaced by. iface: the
-// interface that the line names, or an empty part of it.
+// Writes the line to out, with "[N bytes]" in place of what may be a secret. If the result does not
+// fit into out, the whole line becomes "[N bytes]". aliases: replaces names on the air by aliases;
+// null: they stay. iface: becomes the interface that the line names, or an empty part of the line.
 void watch_keep(const char *source, text_span text, watch_aliases *aliases, text_out *out,
                 text_span *iface);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The heads of busybox's syslogd and of OpenWrt's logread, word for word.
+// Reads the head of a line word by word, as busybox's syslogd and OpenWrt's logread write it.
 #include "watch/log_line.h"
 
 namespace kelm {
@@ -25,7 +25,7 @@ bool _take_expected(text_span *text, const char *expected)
     return true;
 }
 
-// Takes the first word and the blanks behind it off the text.
+// Takes the first word and the blanks behind it from the text.
 text_span _take_word(text_span *text)
 {
     text_span word = {text->at, 0};
@@ -106,7 +106,8 @@ bool _is_facility(text_span word)
     return true;
 }
 
-// No program's name: that ends with a colon. "(none)" is a machine without a name.
+// Whether the word is a machine's name. A program's name is none: it ends with a colon. "(none)" is
+// a machine without a name.
 bool _is_machine(text_span word)
 {
     for (size_t i = 0; i < word.length; ++i) {
@@ -117,7 +118,7 @@ bool _is_machine(text_span word)
     return word.length > 0;
 }
 
-// Up to the name of the program.
+// Takes all that stands before the name of the program.
 bool _take_head(text_span *text)
 {
     text_span rest = *text;
@@ -148,7 +149,7 @@ bool _take_head(text_span *text)
     return true;
 }
 
-// "kelm[284]: " or "kelm: ", and how it was.
+// Takes "kelm[284]: " or "kelm: "; has_number tells which.
 bool _take_program(text_span *text, bool *has_number)
 {
     text_span rest = *text;
@@ -196,7 +197,7 @@ watch_log_line watch_read_log_line(text_span line)
         return {nullptr, line};
     if (_is_daemons(text))
         return {"console", text};
-    // Behind a number stands what the daemon's commands print.
+    // With a process number it is what the daemon's commands print.
     return {has_number ? nullptr : "log", tagged};
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The daemon's log, where somebody keeps it: a file that is followed, a FIFO, or standard input.
-// Lines of other programs are passed over, but what the scripts for stock OpenWrt say of kelm.
+// The daemon's log, if somebody keeps it: a file, a FIFO, or standard input. Lines of other
+// programs are not told, but for those of the scripts for stock OpenWrt.
 #include <cerrno>
 #include <cstring>
 
@@ -17,22 +17,22 @@ namespace kelm {
 
 namespace {
 
-constexpr int64_t LOOK_MS = 100;  // at a file, which cannot be waited for
+constexpr int64_t LOOK_MS = 100;  // between looks at a file: no descriptor tells that it has grown
 constexpr int64_t ABSENT_LOOK_MS = 1000;
 constexpr size_t LINE_SIZE = 2048;
-constexpr int READS_MAX = 16;  // of one piece, at a time
+constexpr int READS_MAX = 16;  // pieces in one turn
 constexpr size_t PIECE_SIZE = 1024;
 
 const char *path = nullptr;
 unique_fd log;
-bool is_file = false;  // of any length: reading it never waits
+bool is_file = false;  // a regular file: reading it never waits
 bool told_missing = false;
-bool at_end = false;  // what stood in it before the start is not told
+bool at_end = false;  // once true, what was in the file before the start is passed
 dev_t device = 0;
 ino_t inode = 0;
 char line[LINE_SIZE];
 size_t length = 0;
-bool skipping = false;  // the rest of a line that was cut
+bool skipping = false;  // the rest of a line that was cut is left out
 
 void _end_line()
 {
@@ -58,7 +58,7 @@ void _take_bytes(const char *bytes, size_t count)
     }
 }
 
-// False at the end of what is there; "end" of a FIFO or of standard input closes it.
+// False when nothing more is there. The end of a FIFO or of standard input closes it.
 bool _read_piece()
 {
     char piece[PIECE_SIZE];
@@ -76,10 +76,12 @@ void _read_some(int pieces)
         watch_drain_wifi();
 }
 
-// The first time from its end on, a new file under the name from its begin.
+// Opens the file. The first time it is read from its end on; a new file under the same name is read
+// from its start.
 void _open_path()
 {
-    // Both ends of a FIFO: it has no end when a writer goes. Neither waits for anybody.
+    // A FIFO is opened for reading and writing: then it does not end when a writer goes. Neither
+    // call waits for anybody.
     struct stat there = {};
     unique_fd opened(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (opened.valid() && ::fstat(opened.get(), &there) == 0 && S_ISFIFO(there.st_mode))
@@ -99,7 +101,8 @@ void _open_path()
     log.reset(opened.release());
 }
 
-// A file that was emptied is read from its begin, one that was put aside up to its end.
+// A file that was emptied is read from its start. One that was moved aside is read to its end, then
+// the new one is opened.
 void _follow_log()
 {
     struct stat there = {};
@@ -140,7 +143,7 @@ size_t _log_descriptors(pollfd *set)
 
 void _take_log(const pollfd *set, size_t count)
 {
-    // One piece: the second might wait, since standard input may be anything.
+    // Of standard input one piece: it may be anything, and the second read might wait.
     if (count > 0 && set[0].revents != 0)
         _read_some(_is_standard_input() ? 1 : READS_MAX);
 }

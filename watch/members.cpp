@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// One pass over the text, strict: what it does not know it does not read.
+// Reads the text once, and strictly: it fails at anything that it does not know.
 #include "watch/members.h"
 
 namespace kelm {
@@ -29,7 +29,7 @@ bool _is_bare(char c)
     return (c >= 'a' && c <= 'z') || is_digit(c) || c == '-' || c == '+' || c == '.' || c == 'E';
 }
 
-// "11" or "-1", of which every reader makes the same.
+// Whether it is a number such as "11" or "-1", which all readers understand alike.
 bool _is_plain_number(text_span text)
 {
     const size_t sign = text.length > 0 && text.at[0] == '-' ? 1 : 0;
@@ -94,7 +94,7 @@ void watch_members::_skip_blanks()
         (void)_take(rest_.at[0]);
 }
 
-// What stands between two quotes.
+// Takes the text between two quotes.
 bool watch_members::_take_text(text_span *text)
 {
     if (!_take('"'))

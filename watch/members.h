@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The members of a flat JSON object, as the bus and the status files have them; no memory is asked.
+// Reads the members of a flat JSON object, as on the bus and in the status files. Allocates
+// nothing.
 #pragma once
 
 #include "watch/text.h"
@@ -17,8 +18,8 @@ class watch_members {
 public:
     explicit watch_members(text_span object);
 
-    // The next member; false behind the last one, and where the text is not what is read here:
-    // failed() tells which. Objects and arrays within the object are not read.
+    // Reads the next member. False after the last one, or when the text cannot be read: then
+    // failed() is true. Objects and arrays inside the object cannot be read.
     bool next(watch_member *member);
     bool failed() const { return failed_; }
 

@@ -12,7 +12,7 @@ namespace kelm {
 
 namespace {
 
-constexpr unsigned LIMIT_MAX_KIB = 1024 * 1024;  // what a computer of today opens with patience
+constexpr unsigned LIMIT_MAX_KIB = 1024 * 1024;  // one GiB: more is hardly read by any tool
 constexpr unsigned SECONDS_MAX = 7 * 24 * 60 * 60;
 
 struct band_word {
@@ -25,7 +25,7 @@ constexpr band_word BAND_WORDS[] = {
     {"5 GHz", "5 GHz"}, {"6", "6 GHz"},         {"6 GHz", "6 GHz"},
 };
 
-// What an option does with its value; null when that is well, else what is wrong with the value.
+// Takes an option's value. Returns null, or what is wrong with the value.
 using taker = const char *(*)(watch_options *, const char *);
 
 const char *_take_number(const char *value, unsigned least, unsigned most, unsigned *number)
@@ -125,7 +125,7 @@ const char *_no_colour(watch_options *options, const char *)
 struct option_row {
     const char *name;
     const char *value;  // what its value is called, or null if it takes none
-    taker take;         // null: the program says something and ends
+    taker take;         // null: the option prints something, and the program ends
     const char *help;
 };
 
@@ -168,7 +168,8 @@ watch_use _wrong(const char *subject, const char *trouble, const char *more = ""
     return watch_use::wrong;
 }
 
-// The row of an argument, "--name" or "--name=value"; value is what stands behind the "=", or null.
+// The row of an argument, "--name" or "--name=value". value: becomes the text behind the "=", or
+// null.
 const option_row *_option_row(const char *argument, const char **value)
 {
     *value = nullptr;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// A placeholder reaches as far as the first place where the text behind it stands, and is not moved
-// from there: no text can make the matcher try again and again, nor choose between two readings.
+// A placeholder ends where the plain text behind it is found first, and the matcher never goes back
+// to try a later place. So no text can make it try again and again, and each text has one reading.
 #include "watch/pattern.h"
 
 namespace kelm {
@@ -24,7 +24,7 @@ constexpr kind_row KINDS[] = {
     {"{as-", watch_kind::as, true},  // and a source's name
 };
 
-// The placeholder that begins at pattern, or null. end: behind it.
+// The placeholder that the pattern begins with, or null. end: becomes the place behind it.
 const kind_row *_placeholder(const char *pattern, const char **end)
 {
     if (pattern[0] != '{')
@@ -64,7 +64,7 @@ bool _is_name_character(char c)
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || is_digit(c) || c == '_' || c == '?';
 }
 
-// How far characters of a kind go at most.
+// How many characters of a kind the text begins with.
 size_t _run(watch_kind kind, text_span text)
 {
     size_t length = 0;
@@ -106,7 +106,7 @@ bool _is_lengths(text_span text)
     return true;
 }
 
-// The mark that a text begins with, or nothing.
+// The mark ("[12 bytes]") that a text begins with, or an empty text.
 text_span _mark_at(text_span text)
 {
     size_t at = 1;
@@ -153,7 +153,7 @@ bool _begins_with(text_span text, text_span with)
     return text.length >= with.length && memcmp(text.at, with.at, with.length) == 0;
 }
 
-// How much of the text a placeholder covers that is the pattern's last.
+// How much of the text a placeholder covers at the end of the pattern.
 size_t _length_of_last(const kind_row &row, text_span text)
 {
     if (row.kind == watch_kind::hidden) {
@@ -168,7 +168,7 @@ size_t _length_of_last(const kind_row &row, text_span text)
 
 constexpr size_t NOWHERE = static_cast<size_t>(-1);
 
-// How much of the text a placeholder covers that has this plain text behind it.
+// How much of the text a placeholder covers when this plain text follows it in the pattern.
 size_t _length_before(const kind_row &row, text_span text, text_span plain, bool is_at_end)
 {
     if (is_at_end) {
@@ -190,7 +190,7 @@ size_t _length_before(const kind_row &row, text_span text, text_span plain, bool
                             : static_cast<size_t>(static_cast<const char *>(there) - text.at);
 }
 
-// Takes what a placeholder covers off the front of the text. behind: the pattern behind it.
+// Takes what a placeholder covers from the start of the text. behind: the rest of the pattern.
 bool _take_covered(const kind_row &row, text_span source, const char *behind, text_span *text,
                    watch_match *found)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Processes: the daemon's start and end, the commands that it runs, the scripts that others run.
-// The kernel's process connector tells of each where it is there; else "/proc" is looked at.
+// The kernel's process connector tells of each process; where there is none, "/proc" is read.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -27,22 +27,22 @@ namespace kelm {
 namespace {
 
 constexpr const char *DAEMON = "kelm";
-// What others run is told for these alone; "0" is said to be their run.
+// Of the programs that others run only these are told, as commands of run "0".
 constexpr const char *SCRIPTS[] = {"/etc/init.d/wps", "/etc/init.d/wifi", "/usr/bin/wifi",
                                    "/sbin/wifi"};
 constexpr const char *CLIENTS[] = {"hostapd_cli", "wpa_cli"};
 
 constexpr size_t TRACED_MAX = 128;
-constexpr size_t LINE_SIZE = 256;      // of a command that is told again at its end
+constexpr size_t LINE_SIZE = 256;      // kept of a command, to tell it again at its end
 constexpr size_t COMMAND_SIZE = 2048;  // bytes of a command line that are looked at
 constexpr size_t WORDS_MAX = 64;
 constexpr int EVENTS_MAX = 64;  // taken at a time
 constexpr int EVENTS_BETWEEN_DRAINS = 8;
-constexpr int CONNECTOR_ROOM = 1024 * 1024;  // the kernel's; a busy device starts many programs
+constexpr int CONNECTOR_ROOM = 1024 * 1024;  // of the socket; a busy device starts many programs
 constexpr int64_t IDLE_LOOK_MS = 500;
-constexpr int64_t CHILDREN_LOOK_MS = 20;  // while an attempt runs: a file a thread of the daemon
-constexpr int64_t ATTEMPT_LOOK_MS = 200;  // the same where all of "/proc" has to be read for it
-constexpr int64_t SETTLED_MS = 400;       // what goes into the background has done so by then
+constexpr int64_t CHILDREN_LOOK_MS = 20;  // in an attempt: reads one file per thread of the daemon
+constexpr int64_t ATTEMPT_LOOK_MS = 200;  // the same where all of "/proc" must be read
+constexpr int64_t SETTLED_MS = 400;       // after so long the daemon is in the background
 constexpr int64_t LOSS_TOLD_MS = 5000;
 
 enum class kind {
@@ -61,16 +61,16 @@ struct traced {
     int run;
     bool first;  // started by the daemon itself
     bool told;
-    bool seen;         // in the look that is under way
-    int64_t since_ms;  // that it is starting
-    pid_t ghost;       // a starting one's child that has ended before it, and how
+    bool seen;         // found in the present look
+    int64_t since_ms;  // when it began to start
+    pid_t ghost;       // a child of a starting process that ended before it
     int ghost_status;
     char line[LINE_SIZE];
 };
 
 traced table[TRACED_MAX];
 int runs = 0;
-unique_fd connector;  // none: by looking
+unique_fd connector;  // invalid: "/proc" is read instead
 bool lost_some = false;
 int64_t loss_told_ms = -LOSS_TOLD_MS;
 
@@ -83,7 +83,7 @@ traced *_find_process(pid_t pid)
     return nullptr;
 }
 
-// Null when there is no place left: then it is none of ours.
+// Null when there is no place left: then the process is not followed.
 traced *_add_process(kind is, pid_t pid, pid_t parent, int run)
 {
     for (traced &one : table) {
@@ -146,21 +146,21 @@ command_words command;  // of the process that was looked at last
 
 enum class look { read, gone, not_ours };
 
-// What lives in a container or a jail has files of its own, and another "/tmp".
+// A process in a container or a jail has another "/tmp", so it is none of ours.
 look _look_at_mounts(pid_t pid)
 {
     static struct stat own = {};
     char path[64];
     struct stat there = {};
     if (own.st_ino == 0 && ::stat("/proc/self/ns/mnt", &own) != 0)
-        return look::read;  // a kernel that keeps no such files knows one kind of folders only
+        return look::read;  // without such files in "/proc" the kernel knows no containers
     snprintf(path, sizeof path, "/proc/%d/ns/mnt", static_cast<int>(pid));
     if (::stat(path, &there) != 0)
         return look::gone;
     return there.st_ino == own.st_ino ? look::read : look::not_ours;
 }
 
-// A process that ends has no command line any more.
+// Reads the command line. A process that is ending has none any more.
 look _look_at_words(pid_t pid)
 {
     char path[64];
@@ -223,8 +223,9 @@ bool _is_watched_script(const char *word)
     return found;
 }
 
-// The command that a shell was given. Who comes late finds the program in the shell's place: then
-// it is told as the shell was, by its name, without the shell that reads a script.
+// The command that a shell was given. If the look comes late, the shell has already become the
+// program: then the line is made of the program's name and words. For a script its own name is
+// told, not the shell that reads it.
 void _daemons_command(char *line, size_t size)
 {
     const bool by_shell = command.count >= 2 && strcmp(_base_name(command.words[0]), "sh") == 0;
@@ -238,8 +239,8 @@ void _daemons_command(char *line, size_t size)
     _join(by_shell ? 1 : 0, line, size);
 }
 
-// The word that a stranger's command is told from, or count for one that is not told. A shell
-// stands before its script, and "/etc/rc.common" between the two.
+// The word where the line of another program's command begins; count if the command is not told. A
+// script may have a shell before it, and "/etc/rc.common" between the two.
 size_t _told_from()
 {
     for (size_t i = 0; i < command.count && i < 3; ++i) {
@@ -258,7 +259,8 @@ size_t _told_from()
 
 // --- What happens to a process ---
 
-// It runs as what it is now: nothing that goes into the background has children or threads.
+// The process has a child or a thread, so it will not go into the background any more: it is the
+// daemon itself.
 void _settle(pid_t pid)
 {
     traced *one = _find_process(pid);
@@ -303,7 +305,7 @@ void _note_command(traced &one)
     _tell_command(one.run, line);
 }
 
-// one: the process, if it is known. One that was found by looking is known before its event comes.
+// one: the process, if it is known already: a look at "/proc" may find it before its event comes.
 void _has_begun_daemon(pid_t pid, traced *one)
 {
     if (one != nullptr && (one->is == kind::daemon || one->is == kind::starting))
@@ -319,7 +321,7 @@ void _has_begun_program(pid_t pid)
 {
     traced *one = _find_process(pid);
     const look seen = _look_at_words(pid);
-    // It may have been the daemon, which goes into the background at once: its child tells.
+    // It may have been the daemon's first process, which ends at once. Its child will show that.
     if (seen == look::gone && one == nullptr)
         (void)_add_process(kind::vanished, pid, 0, 0);
     if (seen != look::read)
@@ -335,7 +337,8 @@ void _has_begun_program(pid_t pid)
     }
 }
 
-// Its child, which runs on, is the daemon; or it was one itself, and short.
+// A starting process has ended. If it has a child, the child is the daemon. Else it was the daemon
+// itself, and ran for a short time only.
 void _end_of_starting(traced &one, int status)
 {
     for (traced &child : table) {
@@ -390,7 +393,7 @@ struct folder_closer {
 };
 using unique_folder = std::unique_ptr<DIR, folder_closer>;
 
-// -1 for what is gone.
+// The parent's number; -1 when the process is gone.
 pid_t _parent_of(pid_t pid)
 {
     char path[64];
@@ -401,18 +404,19 @@ pid_t _parent_of(pid_t pid)
     if (length <= 0)
         return -1;
     line[length] = '\0';
-    // A program's name may hold anything, brackets too.
+    // The name of the program may hold anything, brackets too: look for the last one.
     const char *end = strrchr(line, ')');
     return end != nullptr && strlen(end) > 4 ? static_cast<pid_t>(atol(end + 4)) : -1;
 }
 
-// A daemon counts once it was seen twice: by then it is not the one that goes into the background.
+// A daemon counts when it was seen in two looks: the process that goes into the background is gone
+// by the second.
 void _see_daemon(pid_t pid, pid_t parent)
 {
     traced *one = _find_process(pid);
     const traced *other = _find_process(parent);
     if (one == nullptr && other != nullptr && other->is == kind::daemon)
-        return;  // a child that has no program yet
+        return;  // a child that runs no program of its own yet
     if (one == nullptr)
         one = _add_process(kind::starting, pid, parent, 0);
     else if (one->is == kind::starting)
@@ -488,7 +492,7 @@ bool _lists_children()
 void _see_children(int folder, const char *thread, const traced &daemon)
 {
     char path[64];
-    char list[512];  // of the numbers of some fifty processes
+    char list[512];  // room for the numbers of some fifty processes
     snprintf(path, sizeof path, "%.32s/children", thread);
     const unique_fd file(::openat(folder, path, O_RDONLY | O_CLOEXEC));
     const ssize_t length = file.valid() ? ::read(file.get(), list, sizeof list - 1) : -1;
@@ -497,7 +501,7 @@ void _see_children(int folder, const char *thread, const traced &daemon)
     for (char *at = list;; at = end) {
         const auto pid = static_cast<pid_t>(strtol(at, &end, 10));
         if (end == at || *end != ' ')
-            return;  // no more, or a number that was cut
+            return;  // the end of the list, or a number that was cut
         const traced *known = _find_process(pid);
         const bool is_told = known != nullptr && known->told;
         if (!is_told && _read_words(pid) && !_is_daemon())
@@ -505,7 +509,7 @@ void _see_children(int folder, const char *thread, const traced &daemon)
     }
 }
 
-// False when there is none, or one is gone.
+// False when no daemon is there, or one is gone.
 bool _look_at_children()
 {
     bool found = false;
@@ -548,7 +552,7 @@ int64_t _look_for_processes(int64_t now_ms)
                                                                : next_ms;
 }
 
-// A daemon that is there already, and those that events were lost of.
+// Looks for daemons that ran before the start of this program, or whose events were lost.
 void _look_for_daemons()
 {
     const unique_folder all(::opendir("/proc"));
@@ -570,7 +574,7 @@ void _look_for_daemons()
 
 // --- By the kernel's connector ---
 
-// The kernel's numbers, which its headers have put in more than one place.
+// Numbers of the kernel's interface. They are not in the same header for all kernels.
 constexpr uint32_t EVENT_ACKNOWLEDGED = 0;
 constexpr uint32_t EVENT_FORK = 1;
 constexpr uint32_t EVENT_EXEC = 2;
@@ -593,7 +597,8 @@ bool _send_listen(int fd)
     return ::send(fd, bytes, sizeof bytes, MSG_DONTWAIT) == static_cast<ssize_t>(sizeof bytes);
 }
 
-// The next event. False: there is none; from others than the kernel none is taken.
+// Takes the next event. False when there is none. A message that is not from the kernel is no
+// event.
 bool _next_event(int fd, proc_event *event)
 {
     alignas(nlmsghdr) char bytes[1024];
@@ -622,8 +627,7 @@ bool _next_event(int fd, proc_event *event)
     }
 }
 
-// The kernel answers at once, or does not serve this process: in a container of its own kind it
-// says nothing.
+// The kernel answers at once, if at all. In some containers it never does.
 bool _is_acknowledged(int fd)
 {
     proc_event event = {};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Texts one behind the other, each with its number and its length before it.
+// The texts stand one after the other. Before each stand its number and its length.
 #include "watch/queue.h"
 
 #include <cstring>

@@ -9,13 +9,13 @@ namespace kelm {
 
 class watch_queue {
 public:
-    // memory is the caller's, and lasts as long as the queue.
+    // memory belongs to the caller and must live as long as the queue.
     watch_queue(char *memory, size_t size) : memory_(memory), size_(size) {}
 
-    // Puts a text and a number behind the others. False: there is no room, and nothing was put.
+    // Puts a text and a number at the end. False: there is no room, and nothing was put.
     bool push(uint32_t tag, const char *text, size_t length);
 
-    // The first text, not terminated; it stays until pop(). False for an empty queue.
+    // The first text, not terminated. It stays in the queue until pop(). False for an empty queue.
     bool front(uint32_t *tag, const char **text, size_t *length) const;
     void pop();
 

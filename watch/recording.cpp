@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// One write a line, a limit, and no file of somebody else's.
+// One write for each line, a limit, and never another user's file.
 #include "watch/recording.h"
 
 #include <cerrno>
@@ -10,15 +10,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-
 namespace kelm {
 
 namespace {
 
 constexpr int VERSION = 1;
 constexpr size_t ESCAPE_LENGTH = 6;  // "\u0000", for a byte
-constexpr size_t FRAME_SIZE = 512;   // what stands around a text
-// A text without its secrets may be a little longer than it was.
+constexpr size_t FRAME_SIZE = 512;   // for the other members of a line
+// A text may grow a little when its secrets are replaced.
 constexpr size_t LINE_SIZE = (WATCH_TEXT_SIZE + 1024) * ESCAPE_LENGTH + FRAME_SIZE;
 constexpr size_t LAST_LINE_SIZE = 256;
 constexpr uint64_t MS_PER_S = 1000;
@@ -32,7 +31,7 @@ uint64_t _clock_ms(clockid_t clock)
            static_cast<uint64_t>(now.tv_nsec / NS_PER_MS);
 }
 
-// The control characters behind ASCII, U+0080 to U+009F, which some terminals obey.
+// The control characters above ASCII, U+0080 to U+009F. Some terminals obey them.
 bool _is_control(text_span character)
 {
     const auto first = static_cast<uint8_t>(character.at[0]);
@@ -84,7 +83,7 @@ void _add_line(watch_moment now, const char *source, const char *band, const cha
     out->add("}\n");
 }
 
-// Whether an existing file is nobody else's work.
+// Whether a file that is there already is empty and only ours.
 bool _may_be_taken(int file)
 {
     struct stat there = {};
@@ -171,7 +170,7 @@ const char *watch_recording::add(watch_moment now, const char *source, const cha
     return _write(line.span());
 }
 
-// A line that could not be written whole ends the recording, and what there is of it is taken away.
+// If a line cannot be written whole, the recording ends, and the part that was written is removed.
 const char *watch_recording::_write(text_span line)
 {
     ssize_t written;
@@ -185,7 +184,7 @@ const char *watch_recording::_write(text_span line)
     const int reason = written < 0 ? errno : ENOSPC;
     const off_t end = lseek(file_.get(), 0, SEEK_END);
     if (written > 0 && end >= written)
-        (void)(ftruncate(file_.get(), end - written) != 0);  // else readers skip what has no end
+        (void)(ftruncate(file_.get(), end - written) != 0);  // readers skip a line without end
     file_.reset();
     failed_ = true;
     errno = reason;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The loop that the sources share: one wait, and a bounded part of each source in turn.
+// The loop that all sources share: one wait for all, then a bounded part of each in turn.
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -19,24 +19,24 @@ namespace kelm {
 
 namespace {
 
-// The Wi-Fi daemons first: their sockets hold the least.
+// The Wi-Fi daemons come first: their sockets hold the fewest events.
 constexpr const watch_source *SOURCES[] = {&WATCH_CTRL, &WATCH_BUS, &WATCH_PROCESSES, &WATCH_FILES,
                                            &WATCH_LOG};
 constexpr size_t SOURCE_COUNT = sizeof SOURCES / sizeof SOURCES[0];
 
 constexpr int HEARD_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGTSTP};
-// Whoever writes to a terminal from the background would be stopped by them.
+// These would stop a program in the background that uses the terminal.
 constexpr int UNHEARD_SIGNALS[] = {SIGTTOU, SIGTTIN};
 constexpr int64_t NEVER = INT64_MAX;
-constexpr int64_t TICK_MS = 500;                 // of the line that tells what is waited for
-constexpr int64_t REFUSED_MS = 15'000;           // a press that nothing followed
-constexpr int64_t AFTER_ATTEMPT_MS = 5000;       // the restart is to be seen, too
+constexpr int64_t TICK_MS = 500;                 // between changes of the line that waits
+constexpr int64_t REFUSED_MS = 15'000;           // after so long without a start a press is refused
+constexpr int64_t AFTER_ATTEMPT_MS = 5000;       // to see the restart too
 constexpr int64_t LONGEST_ATTEMPT_MS = 180'000;  // the walk time, and the scripts after it
 
 enum class stage { idle, asked, running, ended };
 
 stage attempt = stage::idle;
-bool look_now = false;  // the stage has changed, and with it how closely some things are looked at
+bool look_now = false;  // the stage has changed: some sources must look more often, or less
 int64_t attempt_since_ms = 0;
 
 struct source_wait {
@@ -45,8 +45,8 @@ struct source_wait {
     int64_t look_ms;
 };
 
-// Handlers that do nothing: the bus library takes these signals for itself where it finds the
-// default. All threads hold them back, and the loop reads them.
+// Installs handlers that do nothing: the bus library installs its own where it finds the default
+// ones. All threads block these signals, and the loop reads them from a descriptor.
 unique_fd _claim_signals()
 {
     struct sigaction taken = {};
@@ -88,7 +88,8 @@ void _enter(stage next)
     watch_waiting(_waits_for());
 }
 
-// Ctrl-Z. hostapd waits for a client that takes nothing: nobody may be attached who is stopped.
+// For Ctrl-Z. A stopped program takes no events, and hostapd waits for a client that takes none. So
+// detach before the stop.
 void _stop_until_continued()
 {
     watch_say("watch", "", "stopped by SIGTSTP: nothing is heard from here on");
@@ -98,7 +99,7 @@ void _stop_until_continued()
     look_now = true;
 }
 
-// When the options want the end, or NEVER.
+// When the program ends by its options, or NEVER.
 int64_t _end_of(const watch_options &options, int64_t begun_ms)
 {
     int64_t end_ms = NEVER;
@@ -171,7 +172,7 @@ private:
         }
     }
 
-    // What was taken may be a reason to look again soon.
+    // Whether a source has taken something: that may be a reason to look again soon.
     bool _has_news(const source_wait &wait) const
     {
         for (size_t i = 0; i < wait.count; ++i) {

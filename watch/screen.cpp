@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Lines for a person, who may look at them through a serial line, or not at all.
+// Lines for a person, who may read them over a slow serial line, or not at all.
 #include "watch/screen.h"
 
 #include <algorithm>
@@ -20,13 +20,13 @@ namespace kelm {
 namespace {
 
 constexpr size_t LINE_SIZE = 1024;
-constexpr int SLOW_MS = 50;  // a terminal that is just busy is waited for, once
+constexpr int SLOW_MS = 50;  // one wait for a terminal that is just busy
 constexpr size_t WHO_WIDTH = 9;
 constexpr size_t BAND_WIDTH = 8;
 constexpr size_t COLUMNS_DEFAULT = 80;
 constexpr const char *TAKE_AWAY = "\r\033[K";
 
-// What makes a reader see another order of characters than is there.
+// Control characters, and those that make a terminal show the characters in another order.
 struct code_range {
     uint32_t first;
     uint32_t last;
@@ -63,7 +63,7 @@ size_t _columns(int file)
     return size.ws_col;
 }
 
-// Fills a column; a longer text is not cut.
+// Adds the text and blanks up to the column's width. A longer text is not cut.
 void _add_padded(const char *text, size_t width, text_out *out)
 {
     const size_t before = out->span().length;
@@ -86,7 +86,7 @@ void watch_add_shown(text_span text, text_out *out)
     while (text.length > 0) {
         const size_t length = utf8_length(text);
         const size_t taken = length > 0 ? length : 1;
-        // A zero byte is a character too, and one that no reader takes.
+        // A zero byte is valid UTF-8 too, but text functions end at it.
         if (length == 0 && text.at[0] != '\0')
             out->add("\xef\xbf\xbd");
         else if (length > 0 && _is_shown({text.at, length}))
@@ -128,7 +128,7 @@ void watch_screen::line(const char *stamp, const char *who, const char *band, co
     _add_padded(band, BAND_WIDTH, &made);
     made.add(' ');
     watch_add_shown(span_of(text), &made);
-    // What is cut keeps its end of line.
+    // A line that was cut ends with a line feed too.
     text_out whole(buffer + made.span().length, 2);
     whole.add('\n');
     _write({buffer, made.span().length + 1}, true);
@@ -144,7 +144,7 @@ void watch_screen::rewrite(const char *stamp, const char *waiting)
     text.add(stamp);
     text.add("  ... waiting for ");
     text.add(waiting);
-    // A line that wraps could not be taken back.
+    // The line must not wrap: what has wrapped cannot be removed.
     const size_t columns = _columns(file_);
     const size_t length = text.span().length < columns ? text.span().length : columns - 1;
     char buffer[LINE_SIZE + 8];
@@ -179,9 +179,9 @@ void watch_screen::_write(text_span text, bool is_line)
             snprintf(told, sizeof told, "%s(%u lines are missing here: nobody read them in time)\n",
                      rewrites_ ? TAKE_AWAY : "", missed_);
         missed_ = 0;
-        (void)(write(file_, told, static_cast<size_t>(length)) < 0);  // the next one says as much
+        (void)(write(file_, told, static_cast<size_t>(length)) < 0);  // told again with the next line
     }
-    // A reader that is gone is no trouble of the recording's.
+    // If the reader is gone, the recording still goes on.
     if (write(file_, text.at, text.length) < 0 && errno != EINTR && errno != EAGAIN)
         file_ = -1;
 }

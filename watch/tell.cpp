@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// From what was seen to the outputs: without the secrets, then under aliases, then told.
+// What was seen loses its secrets, then gets aliases if asked, then goes to screen and recording.
 #include "watch/tell.h"
 
 #include <cerrno>
@@ -38,7 +38,7 @@ watch_aliases aliases;
 bool is_anonymous = false;
 bool wants_recording = false;
 
-// Seconds are counted from the press.
+// The seconds on the screen count from the press.
 bool has_press = false;
 bool attempt_runs = false;
 uint64_t press_ms = 0;
@@ -47,7 +47,7 @@ char waiting[WAITING_SIZE];
 unsigned dots = 0;
 watch_told last_told;  // some things are said twice, once for hostapd and once for its clients
 
-// A press during an attempt is none of its own.
+// A press during an attempt does not begin another one.
 void _note_press(uint64_t now_ms)
 {
     if (attempt_runs && now_ms - press_ms < LONGEST_ATTEMPT_MS)
@@ -115,7 +115,7 @@ void _show(uint64_t now_ms, const char *source, const char *iface, text_span tex
     _show_waiting(now_ms);
 }
 
-// Trouble of the recording is told on the screen, if there is one, and on standard error.
+// Tells on the screen, if there is one, and on standard error why the recording has ended.
 void _tell_trouble(const char *trouble)
 {
     screen.clear();
@@ -174,7 +174,7 @@ bool watch_recording_failed()
 
 bool watch_open_outputs(const watch_options &options)
 {
-    // Whoever reads the screen may go, and a file may reach a limit of the user's.
+    // The reader of the screen may go, and a file may reach a limit that the user has set.
     (void)signal(SIGPIPE, SIG_IGN);
     (void)signal(SIGXFSZ, SIG_IGN);
     is_anonymous = options.anonymous;

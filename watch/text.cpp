@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Parts of texts, and texts that are put together.
+// Parts of texts, and texts that are made part by part.
 #include "watch/text.h"
 
 #include <cstdio>

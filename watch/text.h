@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Texts that were not made here: a part of one, and the buffer that a new one is put together in.
+// A part of a text that somebody else wrote, and a buffer in which a new text is made.
 #pragma once
 
 #include <cstddef>
@@ -7,10 +7,10 @@
 
 namespace kelm {
 
-// Bytes of one text that was seen that are used; what is longer is cut.
+// Bytes that are used of one text; the rest is cut.
 constexpr size_t WATCH_TEXT_SIZE = 4096;
 
-// A part of somebody's text, any bytes.
+// A part of a text; any bytes, not terminated.
 struct text_span {
     const char *at;
     size_t length;
@@ -36,14 +36,14 @@ inline bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
-// Without the blanks at both ends.
+// The text without the blanks at both ends.
 text_span stripped(text_span text);
 
 // The length in bytes of the UTF-8 character that the text begins with; 0 when it begins with none.
 size_t utf8_length(text_span text);
 
-// Puts a text together in a buffer. What does not fit is left out, and full says so. The text is
-// terminated.
+// Makes a text in a buffer, part by part. What does not fit is left out, and full() is true then.
+// The text is always terminated.
 class text_out {
 public:
     template <size_t size>

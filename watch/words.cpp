@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The table of words at work.
+// Applies the tables of words (watch/words.inc).
 #include "watch/words.h"
 
 #include "core/text.h"
@@ -34,7 +34,7 @@ struct name_row {
 };
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage): tables that Python reads too
-// Each table takes its rows; the file leaves out the others and forgets the macro.
+// Each table defines the macro of its rows. The file leaves out all other rows, and undefines it.
 constexpr word_row WORDS[] = {
 #define WORD(source, pattern, who, text) {source, pattern, who, text},
 #include "watch/words.inc"
@@ -118,7 +118,7 @@ const char *_text_of(const name_row (&table)[count], text_span name, const char 
     return fallback;
 }
 
-// The words with a part in place of each "{0}", "{1}".
+// Writes the words with the parts in place of "{0}", "{1}".
 void _fill_in(const char *words, const text_span *parts, size_t count, text_out *out)
 {
     for (; *words != '\0'; ++words) {
@@ -156,7 +156,7 @@ void _add_band_state(const char *band, long code, text_out *out)
         _add_number(code, out);
 }
 
-// What an announced state means; an attempt has two ends, its stop and then its result.
+// What an announced state means. An attempt ends twice: first it stops, then comes its result.
 void _announcement(text_span state, text_out *out)
 {
     const long action = watch_member_number(state, "action", NO_NUMBER);
