@@ -179,7 +179,7 @@ void watch_screen::_write(text_span text, bool is_line)
             snprintf(told, sizeof told, "%s(%u lines are missing here: nobody read them in time)\n",
                      rewrites_ ? TAKE_AWAY : "", missed_);
         missed_ = 0;
-        (void)(write(file_, told, static_cast<size_t>(length)) < 0);  // told again with the next line
+        (void)(write(file_, told, static_cast<size_t>(length)) < 0);  // the next line tells it too
     }
     // If the reader is gone, the recording still goes on.
     if (write(file_, text.at, text.length) < 0 && errno != EINTR && errno != EAGAIN)
