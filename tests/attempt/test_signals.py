@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from daemon_run import HELD_SIGNALS, SIG_NEW_CONFIG
+from daemon_run import HELD_SIGNALS, SIG_NEW_CONFIG, is_built_with_musl
 from router import REPEATER_MODE, dump_lines, hostapd_cli, publication_lines, ubus_send
 from world import wait_for
 
@@ -32,9 +32,14 @@ echo "$name$held" >>/mnt/log/descriptors
 NOTE_UMASK = 'umask >>/mnt/log/umask\n'
 CRASH_SIGNALS = (signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE, signal.SIGILL, signal.SIGTRAP,
                  signal.SIGABRT, signal.SIGSYS)
-# The C library's two own signals, which its posix_spawn and system() switch off in a child.
-LIBRARY_SIGNALS = 1 << 32 - 1 | 1 << 33 - 1
+# The C library's own signals, which its posix_spawn and system() switch off in a child.
+GLIBC_SIGNALS = 1 << 32 - 1 | 1 << 33 - 1
+MUSL_SIGNALS = GLIBC_SIGNALS | 1 << 34 - 1
 ALL_STAND_INS = ('hostapd_cli', 'nvram', 'killall', '/etc/init.d/wps', '/etc/init.d/wifi')
+
+
+def library_signals():
+    return MUSL_SIGNALS if is_built_with_musl() else GLIBC_SIGNALS
 
 
 def idle_dump(flag_word=0):
@@ -192,7 +197,7 @@ def test_the_signals_are_held_back_except_in_the_wait(router):
     # The bus thread takes no signal at all, but for those that cannot be held back, and those of a
     # crash: held back they would end the daemon without a report.
     crash = sum(1 << number - 1 for number in CRASH_SIGNALS)
-    unheld = 1 << signal.SIGKILL - 1 | 1 << signal.SIGSTOP - 1 | LIBRARY_SIGNALS
+    unheld = 1 << signal.SIGKILL - 1 | 1 << signal.SIGSTOP - 1 | library_signals()
     everything = (1 << 64) - 1 & ~unheld & ~crash
     assert everything in [mask & ~unheld for mask in masks.values()]
 
@@ -221,7 +226,7 @@ def test_children_get_a_clean_signal_mask_and_no_ignored_signals(router):
     assert len(noted) == 2 * len(router.commands())
     for line in noted:
         _, mask = line.split('\t')
-        assert int(mask, 16) & ~LIBRARY_SIGNALS == 0, line
+        assert int(mask, 16) & ~library_signals() == 0, line
 
 
 def test_children_get_only_the_standard_descriptors(router):

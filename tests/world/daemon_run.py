@@ -36,6 +36,12 @@ def is_emulated():
     return os.path.exists('/mnt/build/emulated')
 
 
+def is_built_with_musl():
+    """By the loader that the program asks for, which stands near its beginning."""
+    with open(PROGRAM, 'rb') as program:
+        return b'/ld-musl-' in program.read(4096)
+
+
 def outside(number):
     """The number of one of the daemon's signals outside an emulator."""
     return number + (MOVED_BY if is_emulated() and number >= MOVED_FROM else 0)

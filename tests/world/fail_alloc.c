@@ -3,7 +3,6 @@
 // test names.
 #include <dlfcn.h>
 #include <errno.h>
-#include <execinfo.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -31,18 +30,16 @@ struct control {
 
 static struct control *control;
 static __thread int role = 1;  // index of counted; the constructor claims 0 for its thread
-static __thread int inside;    // the notes below allocate themselves
+static __thread int inside;    // what the notes below and the C library allocate in a call of its own
 
-extern void *__libc_malloc(size_t size);
-extern void *__libc_calloc(size_t count, size_t size);
-extern void *__libc_realloc(void *memory, size_t size);
-extern void *__libc_memalign(size_t alignment, size_t size);
+// musl has none: a note is then the innermost call alone.
+extern int backtrace(void **calls, int size) __attribute__((weak));
 
 // "function+offset" or "file+offset" for each call.
-static void note_calls(char *chain)
+static void note_calls(char *chain, void *innermost)
 {
-    void *calls[DEPTH];
-    const int count = backtrace(calls, DEPTH);
+    void *calls[DEPTH] = {innermost};
+    const int count = backtrace ? backtrace(calls, DEPTH) : innermost != 0;
     size_t used = 0;
     for (int i = 0; i < count && used < CHAIN_SIZE; ++i) {
         Dl_info place;
@@ -62,11 +59,11 @@ static void note_calls(char *chain)
 static void note_crash(int number)
 {
     inside = 1;
-    note_calls(control->crashed_in);
+    note_calls(control->crashed_in, 0);
     raise(number);
 }
 
-static int is_refused(void)
+static int is_refused(void *caller)
 {
     if (!control || inside || !control->armed)
         return 0;
@@ -78,7 +75,7 @@ static int is_refused(void)
         return 0;
     if (__atomic_add_fetch(&control->refused, 1, __ATOMIC_SEQ_CST) == 1) {
         inside = 1;
-        note_calls(control->refused_in);
+        note_calls(control->refused_in, caller);
         inside = 0;
     }
     errno = ENOMEM;
@@ -99,7 +96,8 @@ __attribute__((constructor)) static void begin(void)
     if (page == MAP_FAILED)
         return;
     void *first[1];
-    (void)backtrace(first, 1);  // loads what it needs
+    if (backtrace)
+        (void)backtrace(first, 1);  // loads what it needs
     struct sigaction dying = {.sa_handler = note_crash, .sa_flags = (int)SA_RESETHAND};
     sigaction(SIGSEGV, &dying, 0);
     sigaction(SIGBUS, &dying, 0);
@@ -123,34 +121,47 @@ int pthread_sigmask(int how, const sigset_t *set, sigset_t *old)
     return next(how, &less, old);
 }
 
+// The C library's own. Its calloc() may ask malloc() in turn, which is then not counted again.
+#define NEXT(name, ...)                                    \
+    ({                                                     \
+        static __typeof__(name) *next;                     \
+        const int nested = inside;                         \
+        inside = 1;                                        \
+        if (!next)                                         \
+            next = (__typeof__(next))dlsym(RTLD_NEXT, #name); \
+        void *const found = next(__VA_ARGS__);             \
+        inside = nested;                                   \
+        found;                                             \
+    })
+
 void *malloc(size_t size)
 {
-    return is_refused() ? 0 : __libc_malloc(size);
+    return is_refused(__builtin_return_address(0)) ? 0 : NEXT(malloc, size);
 }
 
 void *calloc(size_t count, size_t size)
 {
-    return is_refused() ? 0 : __libc_calloc(count, size);
+    return is_refused(__builtin_return_address(0)) ? 0 : NEXT(calloc, count, size);
 }
 
 void *realloc(void *memory, size_t size)
 {
-    return is_refused() ? 0 : __libc_realloc(memory, size);
+    return is_refused(__builtin_return_address(0)) ? 0 : NEXT(realloc, memory, size);
 }
 
 void *aligned_alloc(size_t alignment, size_t size)
 {
-    return is_refused() ? 0 : __libc_memalign(alignment, size);
+    return is_refused(__builtin_return_address(0)) ? 0 : NEXT(aligned_alloc, alignment, size);
 }
 
 void *memalign(size_t alignment, size_t size)
 {
-    return is_refused() ? 0 : __libc_memalign(alignment, size);
+    return is_refused(__builtin_return_address(0)) ? 0 : NEXT(memalign, alignment, size);
 }
 
 int posix_memalign(void **memory, size_t alignment, size_t size)
 {
-    void *found = is_refused() ? 0 : __libc_memalign(alignment, size);
+    void *found = is_refused(__builtin_return_address(0)) ? 0 : NEXT(memalign, alignment, size);
     if (!found)
         return ENOMEM;
     *memory = found;

@@ -18,12 +18,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/fs.h>
 #include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 enum { MAX_RULES = 64, MAX_WORDS = 5, TEXT_SIZE = 4096 };
@@ -86,8 +88,9 @@ static int put_file(const struct rule *rule)
     char own[64];
     if (make_file(rule, own, sizeof own) != 0)
         return -1;
-    /* Never takes the place of what is there. */
-    const int result = renameat2(AT_FDCWD, own, AT_FDCWD, rule->path, RENAME_NOREPLACE);
+    /* Never takes the place of what is there. musl has no renameat2(). */
+    const int result =
+        (int)syscall(SYS_renameat2, AT_FDCWD, own, AT_FDCWD, rule->path, RENAME_NOREPLACE);
     if (result != 0)
         (void)unlink(own);
     return result;
