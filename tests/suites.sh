@@ -136,8 +136,11 @@ attack() {
             echo "The attacks need root, to start processes of another user: run this as root or install sudo."
             return 1
         fi
-        # sudo empties the environment; the mark and the sanitizers' options are to come along.
-        as_root=(sudo -n env "$RUN_MARK=1" PYTHONDONTWRITEBYTECODE=1
+        # sudo empties the environment; the marks, of a run within a run too, and the sanitizers' options are to
+        # come along.
+        local marks
+        mapfile -t marks < <(compgen -e KELM_RUN_ | sed 's/$/=1/')
+        as_root=(sudo -n env "${marks[@]}" PYTHONDONTWRITEBYTECODE=1
             "ASAN_OPTIONS=$ASAN_OPTIONS" "UBSAN_OPTIONS=$UBSAN_OPTIONS" "TSAN_OPTIONS=$TSAN_OPTIONS")
     fi
     # pytest fails where it finds no test, and says so at the end only.

@@ -19,6 +19,7 @@ packages_of() {
         bench) echo binutils valgrind libc6-dev ;;
         armhf) echo g++-arm-linux-gnueabihf qemu-user-static libc6-dev dpkg-dev ;;
         s390x) echo g++-s390x-linux-gnu qemu-user-static libc6-dev dpkg-dev ;;
+        musl) echo musl-tools linux-libc-dev dpkg-dev binutils ;;
         mips) echo g++-mips-linux-gnu qemu-user-static libc6-dev dpkg-dev ;;
         esac
     done

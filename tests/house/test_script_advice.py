@@ -140,7 +140,7 @@ def test_a_script_can_be_called_through_a_link(tree, script):
     (["coverage", "all"], "unknown argument 'all'"),
     (["cross"], "it takes a target and what to do"),
     (["cross", "mips"], "it takes a target and what to do"),
-    (["cross", "vax", "test"], "no target 'vax'; there are: armhf s390x mips"),
+    (["cross", "vax", "test"], "no target 'vax'; there are: armhf s390x mips musl"),
     (["cross", "mips", "eat"], "no 'eat'; there are: build test"),
     (["cross", "mips", "test", "--results"], "--results takes a folder"),
     (["cross", "mips", "test", "fast"], "unknown argument 'fast'"),

@@ -106,12 +106,15 @@ def _environment(own=None):
 class Daemon:
     """One run of the daemon, from its start as a command to its exit status."""
 
-    def __init__(self, arguments=(), environment=None, umask=0o022, before=None, program=PROGRAM):
-        """before: called in the new process right before the program, for limits and the like."""
+    def __init__(self, arguments=(), environment=None, umask=0o022, before=None, program=None):
+        """before: called in the new process right before the program, for limits and the like.
+
+        program: another one than PROGRAM as it stands now, which the bench replaces.
+        """
         begin = time.monotonic()
         known = {pid for pid, _ in _children()}
         command = subprocess.Popen(
-            [program, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            [program or PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=subprocess.PIPE, env=_environment(environment),
             cwd='/', umask=umask, restore_signals=True, preexec_fn=before)
         self.output, self.errors = command.communicate(timeout=20)

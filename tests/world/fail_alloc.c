@@ -30,7 +30,7 @@ struct control {
 
 static struct control *control;
 static __thread int role = 1;  // index of counted; the constructor claims 0 for its thread
-static __thread int inside;    // what the notes below and the C library allocate in a call of its own
+static __thread int inside;  // what the notes below and the C library allocate in a call of its own
 
 // musl has none: a note is then the innermost call alone.
 extern int backtrace(void **calls, int size) __attribute__((weak));
@@ -122,16 +122,16 @@ int pthread_sigmask(int how, const sigset_t *set, sigset_t *old)
 }
 
 // The C library's own. Its calloc() may ask malloc() in turn, which is then not counted again.
-#define NEXT(name, ...)                                    \
-    ({                                                     \
-        static __typeof__(name) *next;                     \
-        const int nested = inside;                         \
-        inside = 1;                                        \
-        if (!next)                                         \
+#define NEXT(name, ...)                                       \
+    ({                                                        \
+        static __typeof__(name) *next;                        \
+        const int nested = inside;                            \
+        inside = 1;                                           \
+        if (!next)                                            \
             next = (__typeof__(next))dlsym(RTLD_NEXT, #name); \
-        void *const found = next(__VA_ARGS__);             \
-        inside = nested;                                   \
-        found;                                             \
+        void *const found = next(__VA_ARGS__);                \
+        inside = nested;                                      \
+        found;                                                \
     })
 
 void *malloc(size_t size)
