@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include <locale.h>
+
 namespace kelm {
 
 namespace {
@@ -15,13 +17,71 @@ struct tokener_freer {
 };
 using unique_tokener = std::unique_ptr<json_tokener, tokener_freer>;
 
-// Behind a colon or a comma: a key stands before the one, so a copy of it that failed is seen
-// before the library uses it, and no piece holds two numbers, each of which clears errno.
+// The C locale for the calling thread. The library sets it anew in each call, which costs more than
+// all of its parsing unless it is there already.
+class c_locale {
+public:
+    c_locale() : own_(::newlocale(LC_ALL_MASK, "C", nullptr)), before_(::uselocale(own_)) {}
+    c_locale(const c_locale &) = delete;
+    c_locale &operator=(const c_locale &) = delete;
+    ~c_locale()
+    {
+        ::uselocale(before_);
+        if (own_ != nullptr)
+            ::freelocale(own_);
+    }
+
+private:
+    locale_t own_;
+    locale_t before_;
+};
+
+bool _is_digit(char byte)
+{
+    return byte >= '0' && byte <= '9';
+}
+
+bool _is_letter_or_digit(char byte)
+{
+    return _is_digit(byte) || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+}
+
+bool _may_end_number(char byte)
+{
+    return _is_digit(byte) || byte == '.' || byte == 'e' || byte == 'E' || byte == '+' ||
+           byte == '-';
+}
+
+// A piece ends behind each colon that may stand behind a key: the copy of a key that failed is seen
+// before the library uses it. And it ends before what ends a number: the library clears errno
+// there, and what failed before is seen first. What looks like either within a text makes a piece
+// too many, no more.
 size_t _piece_length(const char *text, size_t length)
 {
-    for (size_t at = 0; at < length; ++at) {
-        if (text[at] == ':' || text[at] == ',')
-            return at + 1;
+    for (size_t at = 1; at < length; ++at) {
+        const char before = text[at - 1];
+        switch (text[at]) {
+        case ':':
+            if (!_is_letter_or_digit(before))
+                return at + 1;
+            break;
+        case ',':
+        case ']':
+        case '}':
+        case '/':
+        case ' ':
+        case '\t':
+        case '\n':
+        case '\v':
+        case '\f':
+        case '\r':
+        case '\0':
+            if (_may_end_number(before))
+                return at;
+            break;
+        default:
+            break;
+        }
     }
     return length;
 }
@@ -78,6 +138,7 @@ size_t _character_length(const char *text, size_t left)
 
 unique_json kelm_parse_json(const char *text, size_t length, bool *no_memory)
 {
+    const c_locale locale;
     const unique_tokener tokener(json_tokener_new());
     *no_memory = !tokener;
     while (tokener && length > 0) {
