@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -25,10 +24,6 @@ namespace {
 
 constexpr size_t TOUCH_SIZE = 128;  // of the whole command
 
-// A scan list of some hundred entries. In pieces a longer one would take some five times as long;
-// at once json-c 0.16 crashes where the copy of a key finds no memory.
-constexpr off_t IN_PIECES_MAX = off_t{64} * 1024;
-
 // By itself touch would create what a link under the name points to, and let every user read it.
 void _touch(const char *path)
 {
@@ -37,33 +32,32 @@ void _touch(const char *path)
         (void)kelm_system_format(TOUCH_SIZE, "touch %s", word);
 }
 
-// Some releases of the library answer a failure with a pointer of all ones.
-bool _is_error_mark(const json_object *object)
+ssize_t _read_once(const unique_fd &file, char *text, size_t size)
 {
-    return reinterpret_cast<uintptr_t>(object) == UINTPTR_MAX;
-}
-
-unique_json _parse_in_pieces(FILE *file, off_t file_size, bool *no_memory)
-{
-    const auto size = static_cast<size_t>(file_size);
-    const unique_text text(static_cast<char *>(malloc(size + 1)));
-    *no_memory = !text;
-    if (!text)
-        return nullptr;
-    return kelm_parse_json(text.get(), ::fread(text.get(), 1, size, file), no_memory);
+    ssize_t length = -1;
+    do {
+        length = ::read(file.get(), text, size);
+    } while (length < 0 && errno == EINTR);
+    return length;
 }
 
 // Null for what is no JSON, a missing file included. What is there must not be lost because it
 // could not be read for want of memory: no_memory tells.
-unique_json _load_to_merge(const char *path, bool *no_memory)
+unique_json _load(const char *path, bool *no_memory)
 {
     errno = 0;
-    const unique_file file = kelm_open_to_read(path);
-    *no_memory = !file && errno == ENOMEM;
+    const unique_fd file = kelm_open_trusted(path, O_RDONLY);
+    *no_memory = !file.valid() && errno == ENOMEM;
     struct stat status = {};
-    if (!file || ::fstat(fileno(file.get()), &status) != 0 || status.st_size > KELM_JSON_FILE_MAX)
+    if (!file.valid() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size > KELM_JSON_FILE_MAX)
         return nullptr;
-    return _parse_in_pieces(file.get(), status.st_size, no_memory);
+    const auto size = static_cast<size_t>(status.st_size);
+    const unique_text text(static_cast<char *>(malloc(size + 1)));
+    *no_memory = !text;
+    const ssize_t length = text ? _read_once(file, text.get(), size) : -1;
+    return length < 0 ? nullptr
+                      : kelm_parse_json(text.get(), static_cast<size_t>(length), no_memory);
 }
 
 unsigned _handle(const unique_json &object)
@@ -82,11 +76,7 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
     const unique_fd file = kelm_open_trusted(path, flags);
     if (!file.valid())
         return json_read_result::open_failed;
-    ssize_t length = -1;
-    do {
-        length = ::read(file.get(), text.get(), limit);
-    } while (length < 0 && errno == EINTR);
-    if (length < 0)
+    if (_read_once(file, text.get(), limit) < 0)
         return json_read_result::read_failed;
 
     bool no_memory = false;
@@ -99,18 +89,8 @@ json_read_result kelm_read_json(const char *path, int flags, size_t limit, uniqu
 
 unique_json kelm_load_json(const char *path)
 {
-    const unique_file file = kelm_open_to_read(path);
-    struct stat size = {};
-    if (!file || ::fstat(fileno(file.get()), &size) != 0 || size.st_size > KELM_JSON_FILE_MAX)
-        return nullptr;
-    if (size.st_size <= IN_PIECES_MAX) {
-        bool no_memory = false;
-        return _parse_in_pieces(file.get(), size.st_size, &no_memory);
-    }
-    unique_json root(json_object_from_fd(fileno(file.get())));
-    if (_is_error_mark(root.get()))
-        (void)root.release();
-    return root;
+    bool no_memory = false;
+    return _load(path, &no_memory);
 }
 
 int kelm_json_int(json_object *object, const char *key, int fallback)
@@ -126,7 +106,7 @@ unique_json _get_json_from_file(const char *path)
     _touch(path);
 
     bool no_memory = false;
-    unique_json root = _load_to_merge(path, &no_memory);
+    unique_json root = _load(path, &no_memory);
     kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
                     json_object_get_type(root.get()));
     if (!no_memory && !json_object_is_type(root.get(), json_type_object))
