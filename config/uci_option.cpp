@@ -130,7 +130,7 @@ const char *_name_to_load(const char *package, char (&path)[PATH_SIZE])
 }
 
 // Null where it cannot be read; a line for one that stayed locked.
-uci_package *_load(uci_context *context, const char *package)
+uci_package *_load_package(uci_context *context, const char *package)
 {
     char path[PATH_SIZE];
     const char *name = _name_to_load(package, path);
@@ -187,7 +187,7 @@ int _get_uci_option(const char *package, const char *section, const char *option
         puts("uci alloc context failed.");
         return -1;
     }
-    const unique_uci_package loaded(_load(context.get(), package));
+    const unique_uci_package loaded(_load_package(context.get(), package));
     if (!loaded) {
         printf("%s %d\n", __func__, __LINE__);
         return -1;

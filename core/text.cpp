@@ -13,14 +13,14 @@ namespace {
 constexpr size_t SSID_LEN = WPS_SSID_SIZE - 1;
 constexpr size_t SHORT_PIN_LEN = 4;
 
-bool _is_digit(char c)
+bool _is_decimal(char c)
 {
     return c >= '0' && c <= '9';
 }
 
 int _nibble(char c)
 {
-    if (_is_digit(c))
+    if (_is_decimal(c))
         return c - '0';
     if (c >= 'A' && c <= 'F')
         return c - 'A' + 10;
@@ -31,7 +31,7 @@ int _nibble(char c)
 
 bool _is_plain(char c)
 {
-    return _is_digit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+    return _is_decimal(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
            (c != '\0' && strchr("_-./:@%+,=", c) != nullptr);
 }
 
@@ -45,7 +45,7 @@ bool _is_plain_word(const char *text)
 uint32_t _leading_number(const char *text)
 {
     uint32_t number = 0;
-    for (; _is_digit(*text); ++text)
+    for (; _is_decimal(*text); ++text)
         number = number * 10 + static_cast<uint32_t>(*text - '0');
     return number;
 }
