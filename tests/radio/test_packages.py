@@ -3,7 +3,9 @@
 
 import errno
 import io
+import lzma
 import os
+import struct
 import subprocess
 import sys
 
@@ -186,3 +188,62 @@ def test_demonstration_tells_it_in_one_line(tmp_path):
     assert done.stderr.splitlines() == [
         "script/demo: the guest's packages cannot be kept in /proc/nope/kelm/router (No such file "
         "or directory): name another folder, for example with XDG_CACHE_HOME=/var/tmp/kelm-cache."]
+
+
+ENTRY_NOTE = struct.pack("<III4sQ", 4, 8, 18, b"Xen\0", 0x1000000)
+KERNEL_TEXT = b"\x7fELF" + bytes(1000) + ENTRY_NOTE + bytes(1000)
+
+
+def wrapped(payload, magic=b"HdrS"):
+    """An image as the boot protocol has it: set-up, the unpacker, what it unpacks."""
+    header = bytearray(1024)
+    header[0x1f1] = 1
+    header[0x202:0x206] = magic
+    header[0x248:0x250] = struct.pack("<II", 300, len(payload))
+    return bytes(header) + bytes(300) + payload + b"what follows"
+
+
+@pytest.fixture
+def tree(tmp_path):
+    (tmp_path / "boot").mkdir()
+    return tmp_path
+
+
+def test_the_guest_starts_an_unpacked_kernel(tree):
+    packed = tree / "boot/vmlinuz-6.1.0-1-amd64"
+    packed.write_bytes(wrapped(lzma.compress(KERNEL_TEXT) + b"size"))
+    for _ in range(2):
+        found = packages.kernel_image(str(tree))
+        assert found == str(tree / "boot/vmlinux")
+        with open(found, "rb") as kernel:
+            assert kernel.read() == KERNEL_TEXT
+        # Once: afterwards the packed one is not read.
+        packed.write_bytes(b"")
+    assert sorted(os.listdir(tree / "boot")) == ["vmlinux", "vmlinuz-6.1.0-1-amd64"]
+
+
+@pytest.mark.parametrize("content", [
+    b"", b"short", bytes(4000),
+    wrapped(lzma.compress(KERNEL_TEXT), magic=b"None"),
+    wrapped(b"\x1f\x8b another packer"),
+    wrapped(lzma.compress(KERNEL_TEXT)[:40]),
+    wrapped(lzma.compress(KERNEL_TEXT.replace(b"Xen", b"xen"))),
+    wrapped(lzma.compress(KERNEL_TEXT.replace(b"ELF", b"elf"))),
+], ids=["empty", "short", "zeros", "no header", "another packer", "half of it", "no direct entry",
+        "no program"])
+def test_a_kernel_that_cannot_be_unpacked_here_unpacks_itself(tree, content):
+    packed = tree / "boot/vmlinuz-6.1.0-1-amd64"
+    packed.write_bytes(content)
+    assert packages.kernel_image(str(tree)) == str(packed)
+    assert os.listdir(tree / "boot") == [packed.name]
+
+
+def test_a_full_disk_under_the_unpacked_kernel_is_told(tree, monkeypatch):
+    (tree / "boot/vmlinuz-1").write_bytes(wrapped(lzma.compress(KERNEL_TEXT)))
+
+    def fail(*_):
+        raise OSError(errno.ENOSPC, os.strerror(errno.ENOSPC))
+    monkeypatch.setattr(packages.os, "rename", fail)
+    with pytest.raises(packages.PackageError, match="free 600 MB there"):
+        packages.kernel_image(str(tree))
+    assert os.listdir(tree / "boot") == ["vmlinuz-1"]
