@@ -22,7 +22,7 @@ def _memory(pid):
     return found['Rss'], peak, found['Private_Clean'] + found['Private_Dirty']
 
 
-def _of_attempt(world, name):
+def of_attempt(world, name):
     """Idle before the attempt, and with its last command running."""
     begin, play = attempts.ATTEMPTS[name]
     world.reset()
@@ -75,7 +75,7 @@ def measure(world, tools):
     client_idle, client_end = _of_client(world, tools)
     rows = []
     for name in attempts.ATTEMPTS:
-        idle, last = _of_attempt(world, name)
+        idle, last = of_attempt(world, name)
         if not rows:
             rows += [('resident memory, idle', idle[0], client_idle[0]),
                      ('private memory, idle', idle[2], client_idle[2])]

@@ -85,7 +85,9 @@ class Kelm(Router):
     def launch(self, **options):
         environment = dict(options.pop('environment', None) or {})
         environment.setdefault('LD_PRELOAD', '')
-        return super().launch(environment=environment, **options)
+        daemon = super().launch(environment=environment, **options)
+        assert os.path.samefile(f'/proc/{daemon.pid}/exe', daemon_run.PROGRAM)
+        return daemon
 
 
 class Contender:

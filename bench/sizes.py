@@ -14,7 +14,7 @@ def _output(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
-def _sections(path, size='size'):
+def sections(path, size='size'):
     """(text, data, bss)"""
     return [int(word) for word in _output(size, path).splitlines()[1].split()[:3]]
 
@@ -31,7 +31,7 @@ def _file_size(name, program, peer_name, peer, goal=None):
 
 def _other_machine(target, program, peer):
     size = f'{target.triplet}-size'
-    own, other = _sections(program, size), _sections(peer, size)
+    own, other = sections(program, size), sections(peer, size)
     peer_name = f'hostapd_cli, {target.peer}'
     return [_file_size(f'stripped file, {target.name}', program, peer_name, peer, Goal(1.0))] + [
         Figure(f'{name}, {target.name}', Samples(value, 'bytes'), peer_name,
@@ -54,8 +54,8 @@ def measure(tools):
     ]
     figures.append(_file_size('stripped file of kelm-watch', f'{tools.build}/stage/sbin/kelm-watch',
                               'hostapd_cli', tools.hostapd_cli))
-    for name, own, peer in zip(('text', 'data', 'bss'), _sections(shipped),
-                               _sections(tools.hostapd_cli)):
+    for name, own, peer in zip(('text', 'data', 'bss'), sections(shipped),
+                               sections(tools.hostapd_cli)):
         figures.append(Figure(name, Samples(own, 'bytes'), 'hostapd_cli', Samples(peer, 'bytes')))
     libraries = needed(shipped)
     figures.append(Figure('libraries needed', Samples(len(libraries)), ' '.join(libraries)))

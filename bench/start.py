@@ -33,7 +33,7 @@ class _Notes:
         return self.times[count - 1]
 
 
-def _start_kelm(world, bands):
+def start_kelm(world, bands):
     """Without the tests' own launch, which looks through all processes before and after."""
     notes = _Notes()
     router = scene.Kelm(world)
@@ -68,7 +68,7 @@ def measure(world, tools, rounds):
     scene.use_stamps(world)
     times = {'kelm': [], 'client': [], 'floor': []}
     for _ in range(rounds + 1):
-        times['kelm'].append(_start_kelm(world, BANDS))
+        times['kelm'].append(start_kelm(world, BANDS))
         times['client'].append(_start_other(tools.hostapd_cli, '-p', FOLDER, '-i', 'wlan1', '-a',
                                             '/bin/true'))
         times['floor'].append(_start_other(f'{scene.PROGRAMS}/event_floor', f'{FOLDER}/own',

@@ -2,6 +2,7 @@
 """The daemon for other machines, built with the tool chain that script/cross has set up."""
 import dataclasses
 import os
+import platform
 import subprocess
 
 import packages
@@ -21,6 +22,8 @@ class Target:
 # Debian 12 has no packages for big-endian MIPS; the little-endian one has the same instructions.
 TARGETS = (Target('armhf', 'arm-linux-gnueabihf', 'armhf'),
            Target('mips', 'mips-linux-gnu', 'mipsel'))
+# This machine with another C library: it runs here, so more than its size is measured. See musl.py.
+MUSL = Target('musl', f'{platform.machine()}-linux-musl', '')
 
 
 def _apt(folder, machine, *words, cwd=None, check=True):
@@ -48,7 +51,11 @@ def _hostapd_cli(machine):
     return program
 
 
-def _build(target, build):
+def is_set_up(target):
+    return os.path.exists(f'{SOURCE}/build-{target.name}/sysroot/complete')
+
+
+def build_one(target, build, *options):
     """Linked as on a router; returns the stripped program."""
     folder = f'{build}/{target.name}'
     # Without pkg-config, json-c is looked for in the sysroot alone.
@@ -64,11 +71,11 @@ def _build(target, build):
     subprocess.run(['cmake', '--install', f'{folder}/openwrt'], check=True, capture_output=True)
     libraries = [f'-D{name.upper()}_LIBRARY={prefix}/lib/lib{name}.so' for name in HOSTLIBS]
     includes = [f'-D{name}_INCLUDE_DIR={prefix}/include' for name in ('UBOX', 'UBUS', 'UCI')]
-    configure_and_build(SOURCE, folder, *toolchain, *libraries, *includes)
+    configure_and_build(SOURCE, folder, *toolchain, *libraries, *includes, *options)
     return install_stripped(folder)
 
 
 def build_all(build):
     """(target, program, peer) of those whose tool chain is there: see script/cross TARGET build."""
-    return [(target, _build(target, build), _hostapd_cli(target.peer)) for target in TARGETS
-            if os.path.exists(f'{SOURCE}/build-{target.name}/sysroot/complete')]
+    return [(target, build_one(target, build), _hostapd_cli(target.peer)) for target in TARGETS
+            if is_set_up(target)]
