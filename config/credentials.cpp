@@ -100,7 +100,7 @@ const char *_ap_security(const wps_ap_band_config *config)
 const char *_ap_owe_security(const wps_ap_band_config *config)
 {
     if (config->sec_type != WPS_AUTH_OWE)
-        return nullptr;
+        return "";
     return kelm_words_of_security(config->sec_type, config->wpa_version).station_file;
 }
 
@@ -115,8 +115,8 @@ json_object *_follows_uplink(const wps_ap_band_config *)
 }
 
 // One key of a band: its name before "_2g" and so on, and its value, made, one of the words or a
-// text; a word that is null leaves the key as it is in the file. The order of the rows is the order
-// of the keys in a fresh file.
+// text; a word that is empty leaves the key as it is in the file. The order of the rows is the
+// order of the keys in a fresh file.
 template <typename config_t>
 struct key_row {
     const char *stem = nullptr;
@@ -220,7 +220,7 @@ bool _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int 
             added = _add_text(object, key, hex_key, row.text(config));
         } else if (row.word == nullptr) {
             added = kelm_json_add(object, key, row.make(config));
-        } else if (const char *word = row.word(config)) {
+        } else if (const char *word = row.word(config); word[0] != '\0') {
             added = kelm_json_add(object, key, json_object_new_string(word));
         }
         if (!added)

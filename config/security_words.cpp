@@ -22,15 +22,15 @@ constexpr security_words SECURITY[] = {
     {WPS_AUTH_WPA, WPS_VERSION_WPA2, "wpa2", "wpa2", "wpa2", 5},
     {WPS_AUTH_WPA, KELM_ANY_VERSION, "wpa/wpa2", "wpa/wpa2", "wpa/wpa2", 4},
     {WPS_AUTH_WEP, KELM_ANY_VERSION, "wep", "wep", "wep", 2},
-    {WPS_AUTH_WPA_SINGLE, KELM_ANY_VERSION, "wpa", "wpa", nullptr, 3},
+    {WPS_AUTH_WPA_SINGLE, KELM_ANY_VERSION, "wpa", "wpa", "", 3},
     {WPS_AUTH_SAE, WPS_VERSION_WPA3, "sae_only", "wpa3", "sae_only", 7},
     {WPS_AUTH_SAE, KELM_ANY_VERSION, "psk_sae", "wpa2/wpa3", "psk_sae", 6},
-    {WPS_AUTH_OWE, KELM_ANY_VERSION, "owe", nullptr, nullptr, 1},
+    {WPS_AUTH_OWE, KELM_ANY_VERSION, "owe", "", "", 1},
 };
-constexpr security_words NO_SECURITY = {0, KELM_ANY_VERSION, nullptr, nullptr, nullptr, 0};
+constexpr security_words NO_SECURITY = {0, KELM_ANY_VERSION, "", "", "", 0};
 
 struct security_beginning {
-    const char *beginning;
+    char beginning[KELM_SECURITY_WORD_SIZE];
     uint32_t mode;
     uint32_t version;
 };
@@ -50,12 +50,12 @@ constexpr security_beginning BEGINNINGS[] = {
 constexpr cipher_words CIPHERS[] = {
     {WPS_CIPHER_AES, "aes", "CCMP", 3},
     {WPS_CIPHER_TKIP, "tkip", "TKIP", 1},
-    {WPS_CIPHER_AUTO, "auto", nullptr, 2},
+    {WPS_CIPHER_AUTO, "auto", "", 2},
 };
-constexpr cipher_words NO_CIPHER = {WPS_CIPHER_AUTO, "auto", nullptr, 0};
+constexpr cipher_words NO_CIPHER = {WPS_CIPHER_AUTO, "auto", "", 0};
 
 struct version_word {
-    const char *word;
+    char word[KELM_CIPHER_WORD_SIZE];
     uint32_t version;
 };
 
@@ -130,7 +130,7 @@ bool kelm_read_cipher(const char *text, uint32_t *cipher)
 void kelm_apply_pairwise(const char *value, uint32_t *cipher)
 {
     for (const cipher_words &row : CIPHERS) {
-        if (row.daemon != nullptr)
+        if (row.daemon[0] != '\0')
             _combine(row.daemon, row.cipher, value, cipher);
     }
 }

@@ -4,19 +4,25 @@
 // in key_mgmt.h.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kelm {
 
-// One security, a mode and a version together, in the words of those who read it. Null: the reader
+// The longest word fits. The words stand in their rows: a pointer to one would cost more, and
+// memory that each process has for itself.
+constexpr size_t KELM_SECURITY_WORD_SIZE = 10;
+constexpr size_t KELM_CIPHER_WORD_SIZE = 5;
+
+// One security, a mode and a version together, in the words of those who read it. Empty: the reader
 // has no word for it.
 struct security_words {
-    uint32_t mode;                  // WPS_AUTH_*
-    uint32_t version;               // WPS_VERSION_*, or KELM_ANY_VERSION
-    const char *station_file;       // "security_2g" and its like
-    const char *access_point_file;  // "sec_2g" and its like
-    const char *record;             // scan result and root access point record
-    int rank;                       // how well it guards a key: the more the better
+    uint32_t mode;                                    // WPS_AUTH_*
+    uint32_t version;                                 // WPS_VERSION_*, or KELM_ANY_VERSION
+    char station_file[KELM_SECURITY_WORD_SIZE];       // "security_2g" and its like
+    char access_point_file[KELM_SECURITY_WORD_SIZE];  // "sec_2g" and its like
+    char record[KELM_SECURITY_WORD_SIZE];             // scan result and root access point record
+    int rank;  // how well it guards a key: the more the better
 };
 constexpr uint32_t KELM_ANY_VERSION = UINT32_MAX;
 
@@ -32,9 +38,9 @@ bool kelm_read_security(const char *text, uint32_t *mode, uint32_t *version);
 bool kelm_guards_key(const char *text);
 
 struct cipher_words {
-    uint32_t cipher;     // WPS_CIPHER_*
-    const char *word;    // of credential files, scan results and records
-    const char *daemon;  // of "pairwise" in the Wi-Fi daemons' files; null: none
+    uint32_t cipher;                     // WPS_CIPHER_*
+    char word[KELM_CIPHER_WORD_SIZE];    // of credential files, scan results and records
+    char daemon[KELM_CIPHER_WORD_SIZE];  // of "pairwise" in the Wi-Fi daemons' files; empty: none
     int rank;
 };
 

@@ -119,7 +119,7 @@ const char *_cipher_of(const extraction &work)
 void _store_security(const extraction &work)
 {
     const char *auth = kelm_words_of_security(work.auth_mode, work.proto).record;
-    copy_text(work.record->auth, auth != nullptr ? auth : "unknown");
+    copy_text(work.record->auth, auth[0] != '\0' ? auth : "unknown");
     copy_text(work.record->cipher, _cipher_of(work));
 }
 

@@ -389,7 +389,7 @@ void kelm_store_apinfo_from_cfg(const wps_sta_band_config *cfg, kelm_rootap_info
     if (ssid_len(cfg->ssid) != 0)
         copy_ssid(rec->ssid, cfg->ssid, ssid_len(cfg->ssid));
     const char *auth = kelm_words_of_security(cfg->auth_mode, cfg->wpa_version).record;
-    if (auth != nullptr)
+    if (auth[0] != '\0')
         copy_text(rec->auth, auth);
     copy_text(rec->cipher, kelm_words_of_cipher(cfg->encryption).word);
     copy_text(rec->qm_data, cfg->data);

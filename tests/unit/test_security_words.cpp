@@ -18,7 +18,7 @@ TEST(security_words, each_reader_has_its_word_for_a_security)
     const struct {
         uint32_t mode;
         uint32_t version;
-        const char *station_file;  // null: no word
+        const char *station_file;  // empty: no word
         const char *access_point_file;
         const char *record;
     } rows[] = {
@@ -29,13 +29,13 @@ TEST(security_words, each_reader_has_its_word_for_a_security)
         {WPS_AUTH_WPA, WPS_VERSION_MIXED, "wpa/wpa2", "wpa/wpa2", "wpa/wpa2"},
         {WPS_AUTH_WPA, WPS_VERSION_WPA3, "wpa/wpa2", "wpa/wpa2", "wpa/wpa2"},
         {WPS_AUTH_WEP, WPS_VERSION_WPA2, "wep", "wep", "wep"},
-        {WPS_AUTH_WPA_SINGLE, WPS_VERSION_WPA2, "wpa", "wpa", nullptr},
+        {WPS_AUTH_WPA_SINGLE, WPS_VERSION_WPA2, "wpa", "wpa", ""},
         {WPS_AUTH_SAE, WPS_VERSION_WPA3, "sae_only", "wpa3", "sae_only"},
         {WPS_AUTH_SAE, WPS_VERSION_WPA2, "psk_sae", "wpa2/wpa3", "psk_sae"},
         {WPS_AUTH_SAE, WPS_VERSION_MIXED, "psk_sae", "wpa2/wpa3", "psk_sae"},
-        {WPS_AUTH_OWE, WPS_VERSION_WPA3, "owe", nullptr, nullptr},
-        {NO_MODE, WPS_VERSION_WPA2, nullptr, nullptr, nullptr},
-        {UINT32_MAX, KELM_ANY_VERSION, nullptr, nullptr, nullptr},
+        {WPS_AUTH_OWE, WPS_VERSION_WPA3, "owe", "", ""},
+        {NO_MODE, WPS_VERSION_WPA2, "", "", ""},
+        {UINT32_MAX, KELM_ANY_VERSION, "", "", ""},
     };
 
     for (const auto &row : rows) {
@@ -54,9 +54,9 @@ TEST(security_words, a_cipher_has_a_word_of_ours_and_one_of_the_daemons)
         const char *daemon;
     } rows[] = {{WPS_CIPHER_TKIP, "tkip", "TKIP"},
                 {WPS_CIPHER_AES, "aes", "CCMP"},
-                {WPS_CIPHER_AUTO, "auto", nullptr},
-                {3, "auto", nullptr},
-                {UINT32_MAX, "auto", nullptr}};
+                {WPS_CIPHER_AUTO, "auto", ""},
+                {3, "auto", ""},
+                {UINT32_MAX, "auto", ""}};
 
     for (const auto &row : rows) {
         EXPECT_STREQ(row.word, kelm_words_of_cipher(row.cipher).word) << row.cipher;
