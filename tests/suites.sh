@@ -56,7 +56,7 @@ need_world() {
     why=$(/usr/bin/python3 tests/world/try_world.py) || give_up "$why"
 }
 
-readonly SHARDS=2  # of each unit test program
+readonly SHARDS=4  # of each unit test program
 
 # Once in a run, though several stages at once may ask for it.
 build() {
