@@ -115,7 +115,8 @@ unique_json _get_json_from_file(const char *path)
         kelm_log_always("Parse string to json failed.\n");
         return root;
     }
-    kelm_log_detail("obj %s\n", json_object_to_json_string(root.get()));
+    if (kelm_dbg_level.load(std::memory_order_relaxed) >= KELM_LOG_DETAIL)  // the text costs memory
+        kelm_log_detail("obj %s\n", json_object_to_json_string(root.get()));
     kelm_log_detail("Return root %08x. type(%d)\n", _handle(root),
                     json_object_get_type(root.get()));
     return root;

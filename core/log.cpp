@@ -2,6 +2,7 @@
 // The log, on the console: one line, one open, one try. Or in the system log.
 #include "core/log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -77,23 +78,49 @@ int _write_line(const char *line)
     return ::close(console.release());
 }
 
-}  // namespace
-
-int kelm_printf(const char *format, ...)
+// Formats the text behind what stands before that place.
+__attribute__((format(printf, 3, 0))) void _put_behind(char (&line)[LINE_SIZE], size_t at,
+                                                       const char *format, va_list values)
 {
-    char line[LINE_SIZE] = {};
-    va_list values;
-    va_start(values, format);
-    const int length = vsnprintf(line, sizeof line, format, values);
-    va_end(values);
-    if (length >= static_cast<int>(sizeof line))
+    const int length = vsnprintf(line + at, sizeof line - at, format, values);
+    if (length < 0)
+        line[at] = '\0';
+    else if (static_cast<size_t>(length) >= sizeof line - at)
         line[sizeof line - 2] = '\n';  // cut, but still a line
+}
 
+int _hand_over(const char *line)
+{
     pthread_mutex_lock(&writer_lock);
     const int result = to_system_log ? kelm_send_to_system_log(LOG_DAEMON | LOG_INFO, true, line)
                                      : _write_line(line);
     pthread_mutex_unlock(&writer_lock);
     return result;
+}
+
+}  // namespace
+
+int kelm_printf(const char *format, ...)
+{
+    char line[LINE_SIZE];
+    va_list values;
+    va_start(values, format);
+    _put_behind(line, 0, format, values);
+    va_end(values);
+    return _hand_over(line);
+}
+
+void kelm_log_line(int level, const char *name, int number, const char *format, ...)
+{
+    if (kelm_dbg_level.load(std::memory_order_relaxed) < level)
+        return;
+    char line[LINE_SIZE];
+    const int begin = snprintf(line, sizeof line, "kelm[%s:%d]: ", name, number);
+    va_list values;
+    va_start(values, format);
+    _put_behind(line, std::min(static_cast<size_t>(begin), LINE_SIZE - 1), format, values);
+    va_end(values);
+    (void)_hand_over(line);
 }
 
 void kelm_log_to_system_log(bool on)

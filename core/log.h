@@ -23,6 +23,12 @@ namespace kelm {
 //   never inside this function then.
 int kelm_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
+// "kelm[NAME:NUMBER]: " and the text, written as by kelm_printf, from this level on. Call it
+// through the macros below. The level is looked at in here, and the line's beginning stands in
+// here: at each of 240 calls both would be a twentieth of the program.
+void kelm_log_line(int level, const char *name, int number, const char *format, ...)
+    __attribute__((format(printf, 4, 5)));
+
 // Where lines go from now on. true: to the system log, as "kelm[PID]: TEXT" with facility "daemon"
 // and level "info". false: to the console, as at the start. Call it before the first thread is
 // made.
@@ -30,17 +36,15 @@ void kelm_log_to_system_log(bool on);
 
 }  // namespace kelm
 
-// One log line with a function's name and the number of this line. The format is a literal.
+// One log line with a function's name and the number of this line. The format is a literal. The
+// values are computed even where the line is not written.
 // kelm_log_as is for a helper that writes a line of another function: log readers look for that
 // function's name. docs/interfaces.md lists these names and their files.
-#define kelm_log_as(name, level, format, ...)                                           \
-    do {                                                                                \
-        if (::kelm::kelm_dbg_level.load(std::memory_order_relaxed) >= (level))          \
-            ::kelm::kelm_printf("kelm[%s:%d]: " format, name, __LINE__, ##__VA_ARGS__); \
-    } while (0)
+#define kelm_log_as(name, level, format, ...) \
+    ::kelm::kelm_log_line((level), (name), __LINE__, format, ##__VA_ARGS__)
 
 #define kelm_log_always(format, ...) \
-    ::kelm::kelm_printf("kelm[%s:%d]: " format, __func__, __LINE__, ##__VA_ARGS__)
+    kelm_log_as(__func__, ::kelm::KELM_LOG_ALWAYS, format, ##__VA_ARGS__)
 #define kelm_log_normal(format, ...) \
     kelm_log_as(__func__, ::kelm::KELM_LOG_NORMAL, format, ##__VA_ARGS__)
 #define kelm_log_detail(format, ...) \

@@ -13,25 +13,40 @@ namespace {
 constexpr size_t KEPT = 64 * 1024;
 std::string kept;
 
+__attribute__((format(printf, 1, 0))) void keep(const char *format, va_list values)
+{
+    char line[4096];
+    PROPERTY(vsnprintf(line, sizeof line, format, values) >= 0);
+    if (kept.size() < KEPT)
+        kept += line;
+}
+
 }  // namespace
 
 namespace kelm {
 
 std::atomic<int32_t> kelm_dbg_level{KELM_LOG_DETAIL};
 
-// Takes the place of the daemon's own function, which opens, locks and closes the console for each
+// Take the place of the daemon's own functions, which open, lock and close the console for each
 // line.
 int kelm_printf(const char *format, ...)
 {
-    char line[4096];
     va_list values;
     va_start(values, format);
-    const int length = vsnprintf(line, sizeof line, format, values);
+    keep(format, values);
     va_end(values);
-    PROPERTY(length >= 0);
-    if (kept.size() < KEPT)
-        kept += line;
     return 0;
+}
+
+void kelm_log_line(int level, const char *name, int number, const char *format, ...)
+{
+    if (kelm_dbg_level < level)
+        return;
+    kelm_printf("kelm[%s:%d]: ", name, number);
+    va_list values;
+    va_start(values, format);
+    keep(format, values);
+    va_end(values);
 }
 
 void kelm_log_to_system_log(bool) {}
