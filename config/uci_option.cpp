@@ -41,16 +41,16 @@ using unique_uci_package = std::unique_ptr<uci_package, uci_package_unloader>;
 
 // --- The library waits without end for a file that another program has locked ---
 
-constexpr int64_t LOCK_LIMIT_MS = 1000;
+constexpr int LOCK_LIMIT_MS = 1000;
 // Once a lock was not had, or where the daemon is told to end: an attempt looks up a dozen options.
-constexpr int64_t SHORT_LOCK_LIMIT_MS = 50;
+constexpr int SHORT_LOCK_LIMIT_MS = 50;
 constexpr int64_t LOCK_MEMORY_MS = int64_t{10} * 1000;
 constexpr suseconds_t KNOCK_US =
     suseconds_t{100} * 1000;  // and again: a signal may come right before the wait
 
 int64_t lock_missed_ms = -LOCK_MEMORY_MS;
 
-int64_t _lock_limit_ms()
+int _lock_limit_ms()
 {
     const bool in_haste = kelm_is_ending() || kelm_monotonic_ms() - lock_missed_ms < LOCK_MEMORY_MS;
     return in_haste ? SHORT_LOCK_LIMIT_MS : LOCK_LIMIT_MS;
@@ -60,7 +60,7 @@ int64_t _lock_limit_ms()
 class wait_limit {
 public:
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): sigaction and the like fill the rest.
-    explicit wait_limit(int64_t limit_ms) : end_ms_(kelm_monotonic_ms() + limit_ms)
+    explicit wait_limit(int limit_ms) : end_ms_(kelm_monotonic_ms() + limit_ms)
     {
         struct sigaction knock = {};
         knock.sa_handler = [](int) {};  // without SA_RESTART: that it came is all
@@ -69,9 +69,7 @@ public:
         sigemptyset(&alarm);
         sigaddset(&alarm, SIGALRM);
         pthread_sigmask(SIG_UNBLOCK, &alarm, &mask_);
-        const itimerval timer = {{0, KNOCK_US},
-                                 {static_cast<time_t>(limit_ms / 1000),
-                                  static_cast<suseconds_t>(limit_ms % 1000 * 1000)}};
+        const itimerval timer = {{0, KNOCK_US}, {limit_ms / 1000, limit_ms % 1000 * 1000}};
         setitimer(ITIMER_REAL, &timer, nullptr);
     }
     wait_limit(const wait_limit &) = delete;

@@ -115,6 +115,9 @@ struct kelm_session {
     int32_t wps_score;       // chance of success in percent
 };
 
+// All below is the program's own: said here too, no file looks its address up at each use.
+#pragma GCC visibility push(hidden)
+
 // State of the main thread, defined in core/session.cpp. No other thread writes it, and the bus
 // thread touches none of it.
 extern kelm_session *global_wps_sessions;  // four records, null before kelm_create_session
@@ -132,5 +135,7 @@ extern std::atomic<int32_t> kelm_dbg_level;
 
 // Band names in commands, file names, keys and the system log.
 extern const char *const bandname[KELM_BAND_COUNT];
+
+#pragma GCC visibility pop
 
 }  // namespace kelm
