@@ -42,14 +42,14 @@ def _other_machine(target, program, peer):
 def measure(tools):
     shipped = f'{tools.build}/stage/sbin/kelm'
     hardened = f'{tools.build}/hardened/stage/sbin/kelm'
-    # A size does not depend on how busy the machine is.
-    # Missed since the daemon trusts nobody, and by more since it serves stock OpenWrt too: see
-    # docs/performance.md. It is not to grow further.
-    smaller = Goal(1.0, limit=1.25)
+    # A size does not depend on how busy the machine is. Both goals are missed since the daemon
+    # trusts nobody and serves stock OpenWrt: see docs/performance.md. The limits leave room for one
+    # page more in the first file, and for none in the second.
+    smaller, smaller_hardened = Goal(1.0, limit=1.18), Goal(1.0, limit=1.22)
     figures = [
         _file_size('stripped file, as shipped', shipped, 'hostapd_cli', tools.hostapd_cli, smaller),
         _file_size('stripped file, hardened as the peer', hardened, 'hostapd_cli',
-                   tools.hostapd_cli, smaller),
+                   tools.hostapd_cli, smaller_hardened),
         _file_size('stripped file, as shipped', shipped, 'wpa_cli', tools.wpa_cli),
     ]
     figures.append(_file_size('stripped file of kelm-watch', f'{tools.build}/stage/sbin/kelm-watch',
