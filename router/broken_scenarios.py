@@ -222,7 +222,7 @@ def start_marker(scene):
     scene.say("the wireless service has left its mark behind: it says that it is starting")
     scene.must_run(": >/tmp/wifid_is_starting")
     # The daemon tells why it refuses when its log is raised.
-    scene.must_run("for i in 1 2 3; do kill -USR1 $(cat /tmp/kelm.pid); sleep 2; done")
+    scene.raise_log(3)
     scene.begin()
     scene.press_button()
     scene.expect("console", "wps do nothing because of wifi starting", "the daemon's refusal")

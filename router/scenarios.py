@@ -349,7 +349,7 @@ def press_cancel_press(scene):
 def second_press(scene):
     scene.start_router()
     client = scene.start_client("phone", "2g")
-    scene.must_run("for i in 1 2 3; do kill -USR1 $(cat /tmp/kelm.pid); sleep 2; done")
+    scene.raise_log(3)
     scene.begin()
     scene.press_button()
     scene.expect("hostapd", "^wlan0: WPS-PBC-ACTIVE", "hostapd's push-button method")

@@ -174,6 +174,12 @@ class Scene:
         self.expect("console", r"eventCtrl open success", "the daemon's event sockets",
                     since=self.nth_index("console", DAEMON_STARTED, run))
 
+    def raise_log(self, times):
+        """Each signal is taken before the next: two that wait together are one."""
+        self.must_run("pid=$(cat /tmp/kelm.pid) && for i in $(seq %d); do kill -USR1 $pid &&"
+                      " until grep -q '^ShdPnd:[[:space:]]*0*$' /proc/$pid/status; do"
+                      " sleep 0.1; done; done" % times)
+
     def start_client(self, name, band, more_settings=""):
         """Starts a supplicant; `more_settings` are lines for its file."""
         number = self._clients
