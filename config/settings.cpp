@@ -9,8 +9,8 @@
 #include "core/file.h"
 #include "core/handle.h"
 #include "core/log.h"
-#include "core/text.h"
 #include "core/run_mode.h"
+#include "core/text.h"
 
 namespace kelm {
 

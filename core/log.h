@@ -18,9 +18,8 @@ namespace kelm {
 // - After kelm_log_to_system_log(true) the text goes to "/dev/log" instead (core/system_log.h).
 //   There each text is one line.
 // - The two threads take turns, so neither loses a line to the other.
-// - The signal handler may call it too, as it runs in the main loop's wait alone: the main thread
-// is
-//   never inside this function then.
+// - The signal handler may call it too. It runs in the main loop's wait alone, and there the main
+//   thread is never inside this function.
 int kelm_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // "kelm[NAME:NUMBER]: " and the text, written as by kelm_printf, from this level on. Call it

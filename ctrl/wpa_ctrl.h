@@ -34,8 +34,8 @@ bool wpa_ctrl_is_event(const char *message, size_t length);
 
 // Sends a command and waits for the reply. reply_len in: room in reply; out: bytes of the reply,
 // which is not terminated. Events that come before the reply go to callback; with null they are
-// lost. Returns 0; -1 when it could not be sent or received; -2 when no reply came in time. It
-// waits
+// lost. Returns 0; -1 when it could not be sent or received; -2 when no reply came in time.
+// It waits
 // - up to 5 seconds to send;
 // - up to 10 seconds for each datagram. After 30 seconds in all it takes no further event;
 // - after SIGTERM for a share of the time that is left, see core/signals.h.

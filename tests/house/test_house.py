@@ -74,6 +74,19 @@ def test_rooms_do_not_include_each_other_in_a_circle():
     assert [one for one in (circle(name, []) for name in graph) if one] == []
 
 
+def test_the_page_of_the_architecture_lists_each_file_in_its_folder():
+    """A file by its room, or by its name where it is a header alone."""
+    page = (ROOT / "docs/architecture.md").read_text(encoding="utf-8")
+    rows = re.findall(r"^\| `([a-z/]+)/` \| [^|]+ \| ((?:`[\w.]+` ?)+)\|$", page, re.MULTILINE)
+    listed = sorted(f"{folder}/{name}" for folder, names in rows
+                    for name in re.findall("`(.+?)`", names))
+    files = {str(path.relative_to(ROOT)) for path in daemon_files()}
+    sources = {name.removesuffix(".cpp") for name in files if name.endswith(".cpp")}
+    headers = {name for name in files if name.endswith(".h")}
+    assert listed == sorted(sources | {name for name in headers
+                                       if name.removesuffix(".h") not in sources})
+
+
 def functions(text):
     """(name, whether a helper, body) of each function of a file, as the formatter sets it."""
     found = []

@@ -194,6 +194,16 @@ def test_a_stage_named_twice_runs_once(tree):
     assert (tree / "runs").read_text(encoding="utf-8") == "ran\n"
 
 
+def test_a_run_of_all_stages_leaves_none_out():
+    """The stages stand in two orders and in a table of what they need: none may lack one."""
+    text = (ROOT / "script/test").read_text(encoding="utf-8")
+    stages = re.search(r"^all_stages=\((.+?)\)$", text, re.MULTILINE)[1].split()
+    order = re.search(r'^readonly longest_first="(.+?)"$', text, re.MULTILINE | re.DOTALL)[1]
+    shares = re.search(r"^declare -A busy_share=\((.+?)\)$", text, re.MULTILINE | re.DOTALL)[1]
+    assert sorted(order.split()) == sorted(stages)
+    assert sorted(re.findall(r"\[(\w+)\]=", shares)) == sorted(stages)
+
+
 def test_a_stage_that_does_not_exist_runs_nothing(tree):
     program(tree / "script/lint", "touch ran")
     status, lines = run(tree, "lint", "flint")
