@@ -229,6 +229,27 @@ TEST_F(core_log, a_longer_line_is_cut_there_and_still_ends_as_a_line)
     }
 }
 
+// The beginning counts, too: name and number leave the text less room.
+TEST_F(core_log, a_line_of_the_macros_is_cut_at_the_same_length)
+{
+    int number = 0;
+    const auto log = [&number](size_t length) {
+        const std::string text(length, 'a');
+        number = __LINE__ + 1;
+        kelm_log_as("whole", KELM_LOG_ALWAYS, "%s", text.c_str());
+    };
+    log(0);
+    const std::string begin = "kelm[whole:" + std::to_string(number) + "]: ";
+    EXPECT_EQ(begin, console_text());
+    const size_t room = 2047 - begin.size();
+    log(room);
+    EXPECT_TRUE(begin + std::string(room, 'a') == console_text());
+    for (const size_t length : {room + 1, room + 2, size_t{10000}}) {
+        log(length);
+        EXPECT_TRUE(begin + std::string(room - 1, 'a') + "\n" == console_text()) << length;
+    }
+}
+
 TEST_F(core_log, a_zero_byte_ends_the_line)
 {
     EXPECT_EQ(0, kelm_printf("12%c34\n", '\0'));
