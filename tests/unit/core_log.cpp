@@ -250,6 +250,15 @@ TEST_F(core_log, a_line_of_the_macros_is_cut_at_the_same_length)
     }
 }
 
+// The C locale has no such character: the C library gives up in the middle of the text.
+TEST_F(core_log, a_text_that_cannot_be_formatted_is_left_out)
+{
+    EXPECT_EQ(0, kelm_printf("text %ls\n", L"\x20ac"));
+    EXPECT_EQ("", console_text());
+    kelm_log_as("whole", KELM_LOG_ALWAYS, "text %ls\n", L"\x20ac");
+    EXPECT_EQ("kelm[whole:N]: ", console_text_without_line_numbers());
+}
+
 TEST_F(core_log, a_zero_byte_ends_the_line)
 {
     EXPECT_EQ(0, kelm_printf("12%c34\n", '\0'));
