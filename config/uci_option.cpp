@@ -16,10 +16,10 @@ extern "C" {
 #include <uci.h>
 }
 
-#include "core/trust.h"
 #include "core/log.h"
 #include "core/signals.h"
 #include "core/text.h"
+#include "core/trust.h"
 
 namespace kelm {
 

@@ -11,12 +11,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "core/exec.h"
 #include "core/file.h"
 #include "core/json_text.h"
-#include "core/trust.h"
 #include "core/log.h"
 #include "core/text.h"
-#include "core/exec.h"
+#include "core/trust.h"
 
 namespace kelm {
 

@@ -5,21 +5,21 @@
 #include <fcntl.h>
 
 #include "config/settings.h"
-#include "core/trust.h"
 #include "config/uci_option.h"
-#include "ipc/bus.h"
+#include "core/exec.h"
 #include "core/handle.h"
 #include "core/log.h"
+#include "core/ops.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "core/switches.h"
 #include "core/text.h"
-#include "core/exec.h"
-#include "core/ops.h"
-#include "wlan/predict.h"
+#include "core/trust.h"
+#include "ipc/bus.h"
 #include "wlan/easymesh_marks.h"
 #include "wlan/link_state.h"
+#include "wlan/predict.h"
 #include "wlan/security_type.h"
-#include "core/run_mode.h"
 
 namespace kelm {
 

@@ -6,14 +6,14 @@
 #include <cstring>
 
 #include "config/security_words.h"
+#include "core/exec.h"
 #include "core/file.h"
 #include "core/json_file.h"
 #include "core/log.h"
+#include "core/ops.h"
 #include "core/session.h"
 #include "core/switches.h"
 #include "core/text.h"
-#include "core/exec.h"
-#include "core/ops.h"
 #include "wlan/precheck.h"
 #include "wlan/verdict.h"
 

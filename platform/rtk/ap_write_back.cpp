@@ -7,13 +7,13 @@
 #include "config/settings.h"
 #include "config/uci_option.h"
 #include "core/log.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "core/text.h"
 #include "platform/rtk/easymesh.h"
 #include "platform/rtk/hostapd_file.h"
 #include "platform/rtk/new_settings.h"
 #include "platform/rtk/write_back.h"
-#include "core/run_mode.h"
 
 namespace kelm {
 

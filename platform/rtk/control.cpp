@@ -9,16 +9,16 @@
 
 #include "config/credentials.h"
 #include "config/uci_option.h"
-#include "ipc/event_socks.h"
-#include "core/log.h"
-#include "core/session.h"
-#include "ipc/status_files.h"
-#include "core/text.h"
-#include "core/exec.h"
-#include "wlan/precheck.h"
 #include "core/enabled.h"
-#include "wlan/availability.h"
+#include "core/exec.h"
+#include "core/log.h"
 #include "core/run_mode.h"
+#include "core/session.h"
+#include "core/text.h"
+#include "ipc/event_socks.h"
+#include "ipc/status_files.h"
+#include "wlan/availability.h"
+#include "wlan/precheck.h"
 
 namespace kelm {
 

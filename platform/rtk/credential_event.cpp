@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <initializer_list>
 
-#include "core/file.h"
 #include "config/supplicant_credentials.h"
+#include "core/file.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "platform/rtk/wps_attributes.h"

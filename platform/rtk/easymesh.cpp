@@ -7,15 +7,15 @@
 #include <cstring>
 
 #include "config/credentials.h"
-#include "core/file.h"
 #include "config/key_mgmt.h"
 #include "config/settings.h"
 #include "config/value_text.h"
+#include "core/exec.h"
+#include "core/file.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/text.h"
-#include "core/exec.h"
 #include "wlan/easymesh_marks.h"
 #include "wlan/verdict.h"
 

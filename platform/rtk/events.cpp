@@ -6,19 +6,19 @@
 #include <cstring>
 
 #include "config/credentials.h"
+#include "core/exec.h"
 #include "core/log.h"
+#include "core/run_mode.h"
 #include "core/session.h"
-#include "ipc/status_files.h"
 #include "core/switches.h"
 #include "core/text.h"
 #include "ctrl/wpa_ctrl.h"
-#include "core/exec.h"
+#include "ipc/status_files.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
 #include "platform/rtk/credential_event.h"
 #include "platform/rtk/new_settings.h"
 #include "wlan/predict.h"
-#include "core/run_mode.h"
 
 namespace kelm {
 

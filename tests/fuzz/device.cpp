@@ -9,23 +9,23 @@
 
 #include <json-c/json.h>
 
+#include "config/supplicant_credentials.h"
+#include "core/exec.h"
 #include "core/json_file.h"
-#include "ipc/bus.h"
-#include "ipc/event_socks.h"
-#include "daemon/lifecycle.h"
+#include "core/ops.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "core/exec.h"
-#include "core/ops.h"
+#include "daemon/lifecycle.h"
+#include "ipc/bus.h"
+#include "ipc/event_socks.h"
 #include "platform/rtk/ap_write_back.h"
 #include "platform/rtk/control.h"
 #include "platform/rtk/events.h"
-#include "config/supplicant_credentials.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"
 #include "tests/world/world.h"
 #include "wlan/easymesh_marks.h"
-#include "core/run_mode.h"
 
 namespace kelm_fuzz {
 

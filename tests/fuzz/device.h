@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "ipc/bus.h"
 #include "core/kelm.h"
+#include "ipc/bus.h"
 
 namespace kelm_fuzz {
 

@@ -25,6 +25,7 @@
 #include <unistd.h>
 
 #include "core/handle.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "ctrl/wpa_ctrl.h"
 #include "platform/rtk/control.h"
@@ -32,7 +33,6 @@
 #include "tests/fuzz/device.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"
-#include "core/run_mode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" ssize_t __wrap_send(int, const void *, size_t length, int);

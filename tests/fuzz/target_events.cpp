@@ -17,11 +17,11 @@
 #include <signal.h>
 #include <sys/socket.h>
 
-#include "ipc/bus.h"
-#include "ipc/event_socks.h"
+#include "core/session.h"
 #include "daemon/lifecycle.h"
 #include "daemon/mainloop.h"
-#include "core/session.h"
+#include "ipc/bus.h"
+#include "ipc/event_socks.h"
 #include "tests/fuzz/device.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"

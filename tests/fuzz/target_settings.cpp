@@ -10,9 +10,9 @@
 
 #include "config/settings.h"
 #include "core/kelm.h"
+#include "core/run_mode.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/world.h"
-#include "core/run_mode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

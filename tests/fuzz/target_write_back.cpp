@@ -18,8 +18,8 @@
 
 #include "config/conf_tree.h"
 #include "config/credentials.h"
-#include "core/json_file.h"
 #include "config/supplicant_credentials.h"
+#include "core/json_file.h"
 #include "core/session.h"
 #include "core/text.h"
 #include "platform/rtk/ap_write_back.h"

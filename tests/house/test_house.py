@@ -87,6 +87,16 @@ def test_the_page_of_the_architecture_lists_each_file_in_its_folder():
                                        if name.removesuffix(".h") not in sources})
 
 
+def test_the_projects_headers_are_included_in_the_order_of_their_names():
+    """So that whoever looks for one, or adds one, finds its place."""
+    blocks = [(path, block.splitlines()) for path in tracked_files()
+              if path.suffix in (".cpp", ".h") and path.exists()
+              for block in re.findall(r'(?:^#include "[^"]+"\n)+', path.read_text(encoding="utf-8"),
+                                      re.MULTILINE)]
+    assert any(len(lines) > 1 for _, lines in blocks)
+    assert [str(path) for path, lines in blocks if lines != sorted(lines)] == []
+
+
 def functions(text):
     """(name, whether a helper, body) of each function of a file, as the formatter sets it."""
     found = []

@@ -20,11 +20,11 @@ extern "C" {
 #include <libubus.h>
 }
 
-#include "daemon/lifecycle.h"
+#include "core/exec.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "core/exec.h"
+#include "daemon/lifecycle.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
 

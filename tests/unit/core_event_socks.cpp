@@ -9,10 +9,10 @@
 
 #include <thread>
 
-#include "ipc/bus.h"
 #include "core/log.h"
 #include "core/session.h"
 #include "core/signals.h"
+#include "ipc/bus.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
 

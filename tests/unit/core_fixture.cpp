@@ -11,13 +11,13 @@
 
 #include <regex>
 
-#include "ipc/event_socks.h"
+#include "core/exec.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "core/signals.h"
-#include "core/exec.h"
+#include "ipc/event_socks.h"
 #include "wlan/easymesh_marks.h"
 #include "wlan/verdict.h"
-#include "core/run_mode.h"
 
 // The handler may allocate, since it runs only where nothing is half done; the bus thread is never
 // joined. Asked for by the thread sanitizer alone.

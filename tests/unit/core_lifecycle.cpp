@@ -11,17 +11,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "ipc/event_socks.h"
+#include "core/exec.h"
 #include "core/log.h"
+#include "core/run_mode.h"
 #include "core/session.h"
 #include "core/signals.h"
 #include "core/switches.h"
-#include "core/exec.h"
+#include "ipc/event_socks.h"
 #include "tests/unit/core_faults.h"
 #include "tests/unit/core_fixture.h"
 #include "wlan/easymesh_marks.h"
 #include "wlan/verdict.h"
-#include "core/run_mode.h"
 
 using namespace kelm;
 using namespace kelm_test;

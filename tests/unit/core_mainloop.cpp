@@ -6,9 +6,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "ipc/bus.h"
 #include "core/log.h"
 #include "core/session.h"
+#include "ipc/bus.h"
 #include "ipc/status_files.h"
 #include "tests/unit/core_fixture.h"
 #include "wlan/predict.h"

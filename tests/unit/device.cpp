@@ -11,14 +11,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "ipc/event_socks.h"
-#include "core/signals.h"
 #include "core/exec.h"
+#include "core/run_mode.h"
+#include "core/signals.h"
+#include "ipc/event_socks.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/clock.h"
 #include "wlan/easymesh_marks.h"
 #include "wlan/verdict.h"
-#include "core/run_mode.h"
 
 namespace kelm_test {
 

@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include "config/credentials.h"
-#include "core/json_file.h"
 #include "config/settings.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "tests/unit/device.h"

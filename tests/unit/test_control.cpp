@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include "config/credentials.h"
-#include "ipc/event_socks.h"
 #include "core/log.h"
+#include "ipc/event_socks.h"
 #include "ipc/status_files.h"
 #include "platform/rtk/events.h"
 #include "tests/unit/ctrl_server.h"

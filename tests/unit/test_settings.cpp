@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "core/log.h"
-#include "tests/world/world.h"
 #include "core/run_mode.h"
+#include "tests/world/world.h"
 
 using namespace kelm;
 using namespace kelm_test;
