@@ -13,8 +13,8 @@ from router import PRESS
 
 PROGRAM = '/mnt/build/stage/sbin/kelm-watch'
 RECORDING = '/tmp/recording'
-# A recorder changes nothing. An attempt of empty programs takes some 30 ms on a quiet machine; beside
-# a load of 20 the quickest of twelve with it was up to 10 ms slower than the quickest without.
+# A recorder changes nothing. An attempt of empty programs takes some 30 ms on a quiet machine.
+# Beside a load of 20 the quickest of twelve with it was up to 10 ms slower than without.
 UNCHANGED = NotSlowerAtBest(5e6, of_ratio=False, limit=30e6)
 LOOK_PAUSE_S = 0.0002
 

@@ -69,7 +69,7 @@ public:
         sigemptyset(&alarm);
         sigaddset(&alarm, SIGALRM);
         pthread_sigmask(SIG_UNBLOCK, &alarm, &mask_);
-        const itimerval timer = {{0, KNOCK_US}, {limit_ms / 1000, limit_ms % 1000 * 1000}};
+        const itimerval timer = {{0, KNOCK_US}, {limit_ms / 1000, limit_ms % 1000 * 1000L}};
         setitimer(ITIMER_REAL, &timer, nullptr);
     }
     wait_limit(const wait_limit &) = delete;

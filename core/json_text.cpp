@@ -3,10 +3,9 @@
 #include "core/json_text.h"
 
 #include <cerrno>
+#include <clocale>
 #include <cstdint>
 #include <cstring>
-
-#include <locale.h>
 
 namespace kelm {
 

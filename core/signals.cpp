@@ -96,11 +96,11 @@ ending_wait::ending_wait(int part) : has_end_(kelm_is_ending())
         return;
     const int64_t now_ms = kelm_monotonic_ms();
     const int64_t limit_ms = kelm_ending.closing ? ENDING_LIMIT_MS : ENDING_WORK_MS;
-    const int64_t left_ms = kelm_ending.since_ms + limit_ms - now_ms;
+    const int64_t time_ms = kelm_ending.since_ms + limit_ms - now_ms;
     end_ms_ = now_ms;
     // Divided in 32 bits: most routers' processors have no instruction for more.
-    if (left_ms >= ENDING_LEAST_MS * part)
-        end_ms_ += static_cast<int32_t>(left_ms) / part;
+    if (time_ms >= ENDING_LEAST_MS * part)
+        end_ms_ += static_cast<int32_t>(time_ms) / part;
 }
 
 int ending_wait::left_ms()

@@ -356,7 +356,8 @@ def _commands(attempt, moments):
         ended = re.match(r"\d+ command \S+ (status|signal) (\d+) (.*)$", event.text)
         if event.source == "exit" and ended:
             how, number, command = ended.groups()
-            ends[command] = event, ", then is killed by signal %s" % number if how == "signal" else ""
+            killed = ", then is killed by signal %s" % number
+            ends[command] = event, killed if how == "signal" else ""
         if event.source == "console" and not re.search(OTHER_THREAD, event.text):
             goes_on = event
         found = re.match(r"[1-9]\d* (.+)", event.text)

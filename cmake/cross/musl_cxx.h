@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Read before each C++ file of a musl build: Debian's C++ headers were set up for glibc and use two names
-// that musl lacks.
+// Read before each C++ file of a musl build: Debian's C++ headers were set up for glibc and use two
+// names that musl lacks.
 #ifndef KELM_CMAKE_CROSS_MUSL_CXX_H
 #define KELM_CMAKE_CROSS_MUSL_CXX_H
 

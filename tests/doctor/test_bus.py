@@ -85,8 +85,8 @@ def test_a_daemon_whose_pid_file_is_gone_or_another_ones(maker, done):
     pid = pid_in_file(maker)
     do(maker, done)
     assert told(maker, 'daemon') == warning(
-        f'kelm runs, process {pid}, and /tmp/kelm.pid does not have its number: a start would put a '
-        f'second one beside it; kill {pid}; rm -f /tmp/kelm.pid; /etc/init.d/wps start')
+        f'kelm runs, process {pid}, and /tmp/kelm.pid does not have its number: a start would put '
+        f'a second one beside it; kill {pid}; rm -f /tmp/kelm.pid; /etc/init.d/wps start')
 
 
 def comm(pid):

@@ -95,9 +95,10 @@ __attribute__((constructor)) static void begin(void)
     close(fd);
     if (page == MAP_FAILED)
         return;
-    void *first[1];
-    if (backtrace)
+    if (backtrace) {
+        void *first[1];
         (void)backtrace(first, 1);  // loads what it needs
+    }
     struct sigaction dying = {.sa_handler = note_crash, .sa_flags = (int)SA_RESETHAND};
     sigaction(SIGSEGV, &dying, 0);
     sigaction(SIGBUS, &dying, 0);
