@@ -12,7 +12,8 @@ extern "C" void qm_syslog(int level, int success, const char *format, ...)
 namespace kelm {
 
 // Writes one text to "/dev/console", at most 2047 bytes of it; the rest is cut. Allocates nothing.
-// Returns 0, or -1 when the console cannot be opened. Call it through the macros below.
+// Returns 0, or -1 when the console cannot be opened. The daemon's lines are written by the macros
+// below, for which the same holds.
 // - The daemon never waits long for its log. A line is dropped without notice when another process
 //   holds the console's lock, or when the console takes nothing.
 // - After kelm_log_to_system_log(true) the text goes to "/dev/log" instead (core/system_log.h).
