@@ -77,6 +77,13 @@ const struct {
     {"{\"a\":1." + DIGITS + ",\"b\":1}", "{\"a\":1." + DIGITS + ",\"b\":1}"},
     {"[" + DIGITS + ",-" + DIGITS + "]", "[18446744073709551615,-9223372036854775808]"},
     {"[0." + DIGITS + "e+1 , 0." + DIGITS + "]", "[0." + DIGITS + "e+1,0." + DIGITS + "]"},
+    // Each of what may stand behind a number, which itself needs memory.
+    {"{\"a\":" + DIGITS + "}", R"({"a":18446744073709551615})"},
+    {"[" + DIGITS + "/**/,1]", "[18446744073709551615,1]"},
+    {"[" + DIGITS + "\t,1]", "[18446744073709551615,1]"},
+    {"[" + DIGITS + "\n,1]", "[18446744073709551615,1]"},
+    {"[" + DIGITS + "\r,1]", "[18446744073709551615,1]"},
+    {DIGITS, "18446744073709551615"},
 };
 
 TEST(json_memory, an_object_is_whole_or_missing_for_want_of_memory)
