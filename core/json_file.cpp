@@ -41,6 +41,18 @@ ssize_t _read_once(const unique_fd &file, char *text, size_t size)
     return length;
 }
 
+// Up to size bytes, fewer only at the file's end. Returns how many, or -1.
+ssize_t _read_whole(const unique_fd &file, char *text, size_t size)
+{
+    size_t used = 0;
+    ssize_t count = 1;
+    while (count > 0 && used < size) {
+        count = _read_once(file, text + used, size - used);
+        used += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+    return count < 0 ? -1 : static_cast<ssize_t>(used);
+}
+
 // Null for what is no JSON, a missing file included. What is there must not be lost because it
 // could not be read for want of memory: no_memory tells.
 unique_json _load(const char *path, bool *no_memory)
@@ -55,7 +67,7 @@ unique_json _load(const char *path, bool *no_memory)
     const auto size = static_cast<size_t>(status.st_size);
     const unique_text text(static_cast<char *>(malloc(size + 1)));
     *no_memory = !text;
-    const ssize_t length = text ? _read_once(file, text.get(), size) : -1;
+    const ssize_t length = text ? _read_whole(file, text.get(), size) : -1;
     return length < 0 ? nullptr
                       : kelm_parse_json(text.get(), static_cast<size_t>(length), no_memory);
 }

@@ -39,7 +39,7 @@ struct kelm_platform_ops {
     int (*set_ap_pin)(int band, const char *pin);
     // Ends the attempt on all launched bands. The SIGTERM handler calls it too.
     int (*wps_cancel)();
-    // Called for each band of the device at each boost check.
+    // Called for each band of the device at each boost check, once a band has succeeded.
     void (*band_tick)(int band);
     // Reads a root access point message. It is not for us if this returns -1 or leaves band at 4.
     int (*parse_rootap_msg)(const char *message, size_t length,
