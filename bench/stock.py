@@ -15,11 +15,12 @@ NOT_SLOWER_MS = 150
 # For five seconds after a cancel the scripts look whether it was one. Nobody presses meanwhile.
 SETTLES = 'sleep 6'
 
-# Each process of the package: its memory in KiB, and what it is.
+# Each process of the package: its memory in KiB, and what it is. The recorder is the scene's own.
 WAITING = """
 for folder in /proc/[0-9]*; do
     words=$(tr '\\000' ' ' 2>/dev/null <$folder/cmdline)
     case $words in
+    */kelm-watch*) ;;
     */kelm*) echo $(sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' $folder/status) $words ;;
     esac
 done
