@@ -103,19 +103,20 @@ struct kelm_rootap_info {
 struct kelm_session {
     uint32_t wps_inited;  // 1: the device has this band
     int32_t wps_status;
-    int32_t wps_priority;  // which succeeded band's credentials win
+    int32_t wps_priority;  // of the succeeded bands, the one with the highest wins
     uint32_t wps_flags;
     const char *scan_path;  // scan result file of the band
     char ifName[WPS_IFNAME_SIZE];
     char enrollee_mac[WPS_STA_MAC_SIZE];
     kelm_rootap_info rootap;
-    uint32_t rootap_valid;   // for the dump alone, decides nothing; 1: an event has told rootap
+    uint32_t rootap_valid;   // for the dump only, decides nothing; 1: an event has filled rootap
     int32_t pre_eap_status;  // progress step at the previous evaluation
     int32_t eap_status;      // latest progress step
     int32_t wps_score;       // chance of success in percent
 };
 
-// All below is the program's own: said here too, no file looks its address up at each use.
+// All names below belong to the program itself. This pragma says so to every file that uses them.
+// Otherwise the code would look up their addresses at each use.
 #pragma GCC visibility push(hidden)
 
 // State of the main thread, defined in core/session.cpp. No other thread writes it, and the bus

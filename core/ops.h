@@ -9,8 +9,8 @@ namespace kelm {
 
 struct wps_listen_event_t;
 
-// All functions are called on the main thread and may block for the time of a shell command. No
-// caller uses the slots with a number for a name; they may be null.
+// All functions are called on the main thread and may block for the time of a shell command. Nobody
+// calls the slots that have only a number (slot5, slot10, slot15); they may be null.
 struct kelm_platform_ops {
     const char *name;
 
@@ -27,7 +27,7 @@ struct kelm_platform_ops {
     // Handles a request from the bus. The mailbox is locked meanwhile.
     int (*process_bus_msg)(const wps_listen_event_t *event);
     // Handles one event text of length bytes. It is terminated and may be changed. Returns 0 when
-    // it was handled: the caller then evaluates the attempt; -1 for an unknown event.
+    // it was handled; the caller then evaluates the attempt. Returns -1 for an unknown event.
     int (*process_event_msg)(int band, char *text, int length);
     // Returns the address of the band's enrollee as text, for the info file; "" when unknown.
     const char *(*get_sta_mac)(int band);
@@ -41,7 +41,8 @@ struct kelm_platform_ops {
     int (*wps_cancel)();
     // Called for each band of the device at each boost check, once a band has succeeded.
     void (*band_tick)(int band);
-    // Reads a root access point message. It is not for us if this returns -1 or leaves band at 4.
+    // Reads a root access point message. If this returns -1 or leaves band at 4, the message is not
+    // for us.
     int (*parse_rootap_msg)(const char *message, size_t length,
                             struct kelm_worker_rootapinfo *rootap, int *band);
     void (*slot15)();

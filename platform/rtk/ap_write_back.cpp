@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Write-back by run mode, and the access point's.
+// The write-back for each run mode, and that of the access point.
 #include "platform/rtk/ap_write_back.h"
 
 #include "config/conf_tree.h"
@@ -21,9 +21,9 @@ namespace {
 
 constexpr uint8_t SWITCH_NOT_READ = 2;
 
-// False when there are no settings: written without them, the record would switch the access point
-// off. So would settings that are cut short before the band's switch; its access point is on then,
-// since its hostapd has just spoken.
+// False when there is no settings file: a record that is written without it would switch the access
+// point off. A file that is cut short before the band's switch would do the same. There the access
+// point counts as on, since its hostapd has just sent an event.
 bool _read_settings(int band, wps_ap_band_config *access_points)
 {
     uint8_t &on = access_points[band].ap_bss_enabled;
@@ -39,9 +39,9 @@ int _repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *r
 {
     if (!check_easymesh_enable() || rtk_repeater_check_ap_easymesh_support() != 0)
         return rtk_repeater_patching_back(ap_band, sta_band, record);
-    // A backhaul proves nothing where the credentials are not stored: its file also holds what
-    // stood in the station's file before the attempt. A band with its own success needs both; for
-    // one that borrows there may be no backhaul to write.
+    // A written backhaul does not prove that the credentials are stored: its file also holds what
+    // stood in the station's file before the attempt. A band with its own success needs both. A
+    // band that takes over another band's credentials may have no backhaul to write.
     const int written = _rtk_repeater_patching_back(ap_band, sta_band, record);
     const int backhaul = rtk_repeater_easymesh_patching_back(ap_band, sta_band);
     return written == 0 && ap_band == sta_band ? backhaul : written;

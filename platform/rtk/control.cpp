@@ -35,8 +35,8 @@ constexpr const char *MULTI_AP_EASYMESH = "multi_ap=2";
 constexpr const char *MULTI_AP_ON = "multi_ap=1";
 constexpr const char *MULTI_AP_OFF = "";
 
-// The board's wiring: 2.4 GHz is wlan1, 5 GHz wlan0. The other bands have no interface of their
-// own.
+// How the board is wired: 2.4 GHz is wlan1 and 5 GHz is wlan0. The other bands have no interface of
+// their own.
 constexpr const char *BASE_NAMES[KELM_BAND_COUNT] = {"wlan1", "wlan0", "", ""};
 
 constexpr const char *BAND_NAMES[] = {"2.4G", "5G", "5G2"};
@@ -47,8 +47,8 @@ void _remove_if_there(const char *path)
         (void)kelm_system_format(REMOVE_COMMAND_SIZE, "rm %s", path);
 }
 
-// hostapd_cli takes a word that begins with a dash for an option wherever it stands, and one of its
-// options runs a program. Behind this mark every word is data.
+// For hostapd_cli a word that begins with a dash is an option, wherever it stands. One of its
+// options runs a program. After this mark every word is data.
 const char *_end_of_options(const char *pin)
 {
     return pin[0] == '-' ? "-- " : "";
@@ -111,7 +111,8 @@ int _start_by_wps_cli(const wps_listen_event_t *event)
     copy_text(pin, sizeof pin, event->pin, WPS_PIN_LEN);
     if (_read_settings_and_reopen_sockets() != 0)
         return -1;
-    // Whoever asked looks at the published event, so the start's result goes no further.
+    // The program that asked looks at the published event. So the result of the start is not passed
+    // on.
     if (event->method == IBUS_WPS_METHOD_PBC)
         (void)_start_by_button();
     else if (event->method == IBUS_WPS_METHOD_PIN)
@@ -183,9 +184,9 @@ int rtk_wps_start(int method, const char *pin)
         kelm_log_normal("IBUS_WPS_METHOD_PIN \n\n");
         if (kelm_check_wlan_status() != 0)
             return -1;
-        // No alive mark and no reset of the result file, unlike a push: scripts that watch those
-        // two wait for the button's attempt. In repeater mode nothing is started and yet this
-        // returns 0.
+        // Unlike a push, a PIN sets no alive mark and does not reset the result file: scripts that
+        // watch those two wait for the button's attempt. In repeater mode nothing is started, and
+        // this returns 0 all the same.
         rtk_pin_handle(pin);
         return 0;
     default:
@@ -222,7 +223,7 @@ void rtk_pin_handle(const char *pin)
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         if (!kelm_get_band_inited(band) || !kelm_get_iface_enabled(band))
             continue;
-        // A station shows its PIN to the registrar, it has no command to take one.
+        // A station gives its PIN to the registrar. It has no command that takes a PIN.
         if (kelm_get_run_mode() != KELM_MODE_AP)
             continue;
         wps_exec_cmd("hostapd_cli -p /var/run/hostapd -i %s %swps_pin any %s",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// A credential: read it, judge it, write it down as wpa_supplicant would.
+// Reads a credential, judges it, and writes it to the file as wpa_supplicant would.
 #include "platform/rtk/credential_event.h"
 
 #include <cctype>
@@ -18,13 +18,14 @@ namespace {
 
 constexpr size_t SSID_MAX = 32;
 constexpr size_t PASSPHRASE_MIN = 8;
-constexpr size_t KEY_MAX = 64;  // of so many digits: the key itself, else a passphrase
+constexpr size_t KEY_MAX = 64;  // 64 digits are the key itself, a shorter text is a passphrase
 constexpr size_t MAC_LENGTH = 6;
 constexpr size_t FILE_TEXT_SIZE = 512;
 constexpr size_t SSID_DIGITS_SIZE = SSID_MAX * 2 + 1;
 constexpr size_t KEY_LINE_SIZE = KEY_MAX + 16;
 
-// The first block of such a file is the network from before, which nobody looks at.
+// The first block of such a file stands for the network from before the attempt. Nobody looks at
+// it.
 constexpr const char *BLOCK_BEFORE =
     "network={\n"
     "\tssid=\"none yet\"\n"
@@ -37,7 +38,7 @@ bool has_credential[KELM_BAND_COUNT];
 
 // --- Reading ---
 
-// One kind of attribute; null: not there.
+// One kind of attribute. value is null when there is none.
 struct field {
     uint16_t type;
     const uint8_t *value;
@@ -62,8 +63,8 @@ void _take_field(const wps_attribute &one, credential *found)
     }
 }
 
-// False for bytes that are no attributes. Of several credentials the first counts: the name of one
-// must not meet the key of another.
+// False when the bytes are not attributes. Of several credentials only the first counts: the name
+// of one must not be used with the key of another.
 bool _read_first_credential(const uint8_t *bytes, size_t length, credential *found)
 {
     wps_attributes from = {bytes, bytes + length, false};
@@ -82,7 +83,7 @@ bool _read_first_credential(const uint8_t *bytes, size_t length, credential *fou
 constexpr uint16_t AUTH_OPEN = 0x0001;
 constexpr uint16_t ENCRYPTION_NONE = 0x0001;
 
-// Flags of an authentication or an encryption, in wpa_supplicant's words.
+// Flags of an authentication or an encryption type, and wpa_supplicant's words for them.
 struct flag_words {
     uint16_t flags;
     const char *words;
@@ -107,7 +108,8 @@ bool _is_number(const field &of)
     return of.value != nullptr && of.length == 2;
 }
 
-// wpa_supplicant takes no control characters, and a line feed would end the line.
+// wpa_supplicant takes no control characters in a passphrase. A line feed would also end the file's
+// line.
 bool _is_passphrase(const char *key, size_t length)
 {
     for (size_t i = 0; i < length; ++i) {
@@ -128,13 +130,14 @@ bool _is_key_in_digits(const char *key, size_t length)
 
 // A network in the words of wpa_supplicant's file.
 struct network_text {
-    char ssid[SSID_DIGITS_SIZE];  // digits, since a name may be any bytes
-    char key[KEY_LINE_SIZE];      // a whole line, or empty: an open network
+    char ssid[SSID_DIGITS_SIZE];  // as hexadecimal digits, since a name may hold any bytes
+    char key[KEY_LINE_SIZE];      // a whole line; empty for an open network
     const char *proto;
     const char *pairwise;
 };
 
-// The four return what is wrong, or null; what is right goes into the network.
+// These four functions return a text that says what is wrong, or null. They put what is right into
+// the network.
 const char *_judge_ssid(const field &ssid, network_text *network)
 {
     if (ssid.value == nullptr)

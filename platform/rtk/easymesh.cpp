@@ -27,11 +27,12 @@ constexpr size_t LINE_SIZE = 512;    // a longer line comes in pieces
 constexpr size_t SHORTEST_LINE = 5;  // shorter ones hold no key with a value
 constexpr int STATION_COUNT = 2;
 
-// Whose lines the steps of the write-back write.
+// The steps of the write-back write their log lines under this name.
 constexpr const char *BACKHAUL = "rtk_repeater_easymesh_patching_back";
 
-// By fixed names, whatever the sessions' interfaces are called: the backhaul uses the stations of
-// the first two bands only, and their names are crossed like the radios'.
+// The names are fixed, whatever the sessions' interfaces are called: the backhaul uses only the
+// stations of the first two bands. The names are crossed like those of the radios: band 0 is wlan1,
+// band 1 is wlan0.
 constexpr const char *STATION_FILES[STATION_COUNT] = {
     "/tmp/run/wpa_supplicant-wlan1-vxd.conf",
     "/tmp/run/wpa_supplicant-wlan0-vxd.conf",
@@ -39,14 +40,14 @@ constexpr const char *STATION_FILES[STATION_COUNT] = {
 
 // --- Reading ---
 
-// What counts only together with a block's other lines.
+// These lines of a block count only together with its other lines.
 struct block_keys {
     uint32_t kinds;  // of key_mgmt
     bool has_psk;
     char sae_password[WPS_PASSWORD_SIZE];
 };
 
-// A station file, read by lines from its first network block on.
+// A station file that is read line by line, from its first network block on.
 struct block_reader {
     unique_file file;
     bool in_block;
@@ -54,7 +55,7 @@ struct block_reader {
     char line[LINE_SIZE];
 };
 
-// The text without blanks around it, cut in place.
+// Cuts off the blanks around the text, in place.
 char *_strip(char *text)
 {
     text += strspn(text, " \t");
@@ -85,7 +86,8 @@ const char *_next_value(block_reader *reader, const char *key)
     return line == nullptr ? nullptr : line + strlen(key);
 }
 
-// A text in double quotes without them, a bare one, the digits of a key, as it is.
+// Copies a text in double quotes without the quotes. A bare text, which is the digits of a key, is
+// copied as it is.
 void _copy_key(char (&field)[WPS_PASSWORD_SIZE], const char *value)
 {
     const size_t length = strlen(value);
@@ -95,7 +97,8 @@ void _copy_key(char (&field)[WPS_PASSWORD_SIZE], const char *value)
         copy_text(field, value);
 }
 
-// At the end of a block: whether its password for SAE is the one that counts.
+// At the end of a block: takes the block's password for SAE, if that is the one that counts. True
+// if so.
 bool _end_block(block_keys *keys, wps_ap_band_config *ap)
 {
     const block_keys block = *keys;
@@ -109,7 +112,7 @@ bool _end_block(block_keys *keys, wps_ap_band_config *ap)
 enum class found_line { none, ssid, password };
 
 // Takes the next credential of the file into the band's record. A later one overwrites an earlier
-// one, so that the block which the attempt has added at the end is the one that counts.
+// one. So the last block counts, which is the one that the attempt has added.
 found_line _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
 {
     while (const char *line = _next_line(reader)) {
@@ -134,7 +137,7 @@ found_line _take_next_credential(block_reader *reader, wps_ap_band_config *ap)
     return _end_block(&reader->keys, ap) ? found_line::password : found_line::none;
 }
 
-// All credentials of a station's file. False (logged) where there is none.
+// Reads all credentials of a station's file. False (logged) when there is no file.
 bool _read_station(int station, wps_ap_band_config *ap)
 {
     block_reader reader = {kelm_open_to_read(STATION_FILES[station]), false, {}, {}};
@@ -159,8 +162,9 @@ bool _read_station(int station, wps_ap_band_config *ap)
     }
 }
 
-// ap: one for each band. From the WPS settings, not the Wi-Fi settings: the EasyMesh scripts keep
-// the access points of the backhaul in the second block there. Missing: all empty.
+// ap: one for each band. It is read from the WPS settings, not from the Wi-Fi settings: there the
+// EasyMesh scripts keep the access points of the backhaul, in the second block. Without the file
+// all are empty.
 bool _read_backhaul(wps_ap_band_config *ap)
 {
     kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "call wps_parse_config\n");
@@ -175,8 +179,9 @@ bool _read_backhaul(wps_ap_band_config *ap)
 
 // --- Choosing ---
 
-// The band whose outcome decides: the one that lends its credentials, or for a band with its own
-// the other one of the backhaul's pair. Bands 2 and 3 are paired with band 1 like band 0.
+// The band whose outcome decides. For a band that takes over credentials this is the band that
+// gives them. For a band with its own credentials it is the other band of the backhaul's pair. Band
+// 1 is the other band for bands 0, 2 and 3.
 int _partner(int band, int sta_band)
 {
     if (band != sta_band)
@@ -190,8 +195,8 @@ void _copy_credentials(wps_ap_band_config *to, const wps_ap_band_config &from)
     copy_text(to->password, from.password);
 }
 
-// Fills the band that has no credentials of its own with the other's. False when there is nothing
-// to fill it with.
+// Gives the credentials of one band to the other, if that has none of its own. False when there are
+// no credentials to give.
 bool _choose_backhaul(int band, int sta_band, wps_ap_band_config *ap)
 {
     const int partner = _partner(band, sta_band);
@@ -210,7 +215,7 @@ bool _choose_backhaul(int band, int sta_band, wps_ap_band_config *ap)
 
 // --- Writing ---
 
-// False when nothing was written, or a name could not be held: no script runs then.
+// False when nothing was written, or when a file name could not be held. No script runs then.
 bool _write_backhaul(const wps_ap_band_config *ap)
 {
     kelm_log_as(BACKHAUL, KELM_LOG_NORMAL, "call wps_set_dual_ap_bh_config\n");
@@ -232,7 +237,8 @@ int rtk_repeater_check_ap_easymesh_support()
             continue;
         }
         bool supported = false;
-        // Every such line decides anew: the learnt block, the last one, has the last word.
+        // Every such line replaces what an earlier one said. So the last block counts, which is the
+        // learnt one.
         while (const char *value = _next_value(&reader, "easymesh_support=")) {
             supported = atoi(value) == 1;
             kelm_log_normal("ap_easymesh_support[band:%d] = %d\n", band, supported ? 1 : 0);

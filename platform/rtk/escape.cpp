@@ -8,8 +8,8 @@ namespace {
 
 constexpr size_t GROUP_LEN = 4;  // "\x41"
 
-// Whether a whole group stands at text, of which left characters remain. Its digits are not looked
-// at.
+// Whether a whole group stands at text. left: how many characters there are from text on. The
+// digits are not looked at.
 bool _is_group(const char *text, size_t left)
 {
     return left >= GROUP_LEN && text[0] == '\\' && (text[1] == 'x' || text[1] == 'X');
@@ -51,8 +51,8 @@ int rtk_hexstr_unescape(char *out, const char *in, size_t in_length, size_t out_
             out[0] = '\0';
             return -1;
         }
-        // Bad digits become the byte 0xFF, the low eight bits of -1: one damaged group costs one
-        // character of a name. Refused, it would cost the whole name.
+        // Bad digits become the byte 0xFF, which is the low eight bits of -1. So one damaged group
+        // costs one character of a name. If it were refused, the whole name would be lost.
         out[count++] = static_cast<char>(hex2byte(in + i + 2));
     }
     out[count] = '\0';

@@ -28,9 +28,9 @@ constexpr size_t SOCKET_PATH_SIZE = 64;
 constexpr size_t REMOVE_COMMAND_SIZE = 128;
 constexpr const char *NEW_SETTINGS = "WPS-NEW-AP-SETTINGS";
 constexpr const char *CREDENTIAL_EVENT = "WPS-CRED-RECEIVED";
-constexpr const char *ENTRY = "rtk_process_wpas_msg";  // whose lines the steps write
+constexpr const char *ENTRY = "rtk_process_wpas_msg";  // the steps log under this name
 
-// The band's attached connections, null while closed.
+// The bands' attached connections; null while closed.
 unique_wpa_ctrl wpas_ctrl[KELM_BAND_COUNT];
 
 void _socket_path(const kelm_session &session, char (&path)[SOCKET_PATH_SIZE])
@@ -48,7 +48,7 @@ void _socket_path(const kelm_session &session, char (&path)[SOCKET_PATH_SIZE])
     }
 }
 
-// --- What an event does to its band. One row of a table is one event; a text is looked for
+// --- What an event does to its band. One row of a table is one event. Its text is looked for
 // anywhere in the Wi-Fi daemon's own words, since a level prefix may stand before it and other
 // words around it. The first row that matches decides. ---
 
@@ -59,7 +59,7 @@ struct event_row {
     using effect_call = void (*)(int band, kelm_session *session, char *text);
 
     const char *text;
-    bool is_success = false;      // for the result file, before all else
+    bool is_success = false;      // written to the result file, before all else
     int new_status = NOTHING;     // of the band
     int progress_step = NOTHING;  // to push
     bool is_worker_end = false;
@@ -101,7 +101,7 @@ constexpr event_row on(const char *text)
 void _note_rootap(int, kelm_session *session, char *text)
 {
     _store_rootap_info(text, &session->rootap);
-    session->rootap_valid = 1;  // for the dump alone
+    session->rootap_valid = 1;  // for the dump only
 }
 
 void _tell_station_success(int, kelm_session *, char *)
@@ -128,8 +128,8 @@ void _store_new_settings(int band, kelm_session *session)
     kelm_log_as(ENTRY, KELM_LOG_NORMAL, "/etc/init.d/wps config_wifi\n");
 }
 
-// A file that came later than it was waited for is looked at once more, before the restart makes
-// what was stored the truth.
+// hostapd's file may have come after the wait for it was over. So it is looked at once more now:
+// after this the restart puts the stored settings into use.
 void _end_with_restart(int band, kelm_session *session, char *)
 {
     if (rtk_has_newer_settings(band))
@@ -146,8 +146,8 @@ void _apply_new_settings(int band, kelm_session *session, char *text)
     rtk_note_hostapd_file(band);
 }
 
-// wpa_supplicant's, as an enrollee. A line with both a success and a failure is a success: the
-// order counts.
+// Events of wpa_supplicant, which is the enrollee. The order of the rows counts: a line with both a
+// success and a failure is a success.
 constexpr event_row STATION_EVENTS[] = {
     on("WPS-AP-AVAILABLE-PBC")
         .status(WPS_STATUS_PBC_SEEN)
@@ -167,8 +167,9 @@ constexpr event_row STATION_EVENTS[] = {
     on("WPS-M2D").step(EAP_STEP_M2D),
 };
 
-// hostapd's, as a registrar. Its own "WPS-SUCCESS" only ends the worker, whatever became of the
-// client; a failed exchange is no event here, since the client may try again within the walk time.
+// Events of hostapd, which is the registrar. Its own "WPS-SUCCESS" ends the worker and sets no
+// status, whatever became of the client. A failed exchange is no event here, since the client may
+// try again within the walk time.
 constexpr event_row ACCESS_POINT_EVENTS[] = {
     on("WPS-ENROLLEE-SEEN"),
     on("WPS-REG-SUCCESS").status(WPS_STATUS_SUCCESS).ends_worker().then(_note_enrollee),
@@ -181,8 +182,8 @@ constexpr event_row ACCESS_POINT_EVENTS[] = {
 };
 
 // A line quotes names and texts that strangers choose: device names in brackets or between bars,
-// network names in quotes or behind a "=". One of these stands before each such text, but for the
-// events below, whose text follows plain words.
+// network names in quotes or behind a "=". One of these characters stands before each such text.
+// The events below are the exception: there the text follows plain words.
 constexpr const char *QUOTING_MARKS = "[('\"|=";
 constexpr const char *INTERFACE_PREFIX = "IFNAME=";
 
@@ -208,9 +209,9 @@ const char *_find_word(const words &in, const char *word)
         memmem(in.begin, static_cast<size_t>(in.end - in.begin), word, strlen(word)));
 }
 
-// The part of a line that nobody but the Wi-Fi daemon has written. A neighbour whose device is
-// called "WPS-SUCCESS" would otherwise end an attempt, and one called "WPS-NEW-AP-SETTINGS" have
-// the stored settings written anew, just by being near.
+// The part of a line that the Wi-Fi daemon alone has written. Otherwise a neighbour's device could
+// do harm just by being near: one that is called "WPS-SUCCESS" would end an attempt. One that is
+// called "WPS-NEW-AP-SETTINGS" would make the daemon write the stored settings anew.
 words _own_words(const char *text)
 {
     if (strncmp(text, INTERFACE_PREFIX, strlen(INTERFACE_PREFIX)) == 0)
@@ -251,8 +252,9 @@ void _apply_event(const event_row &row, int band, kelm_session *session, char *t
 
 // --- The two run modes ---
 
-// What stands behind the name of an event with a credential, cut off from the text: no log line may
-// show it, since it holds the key. Null for any other event, and where none is looked for.
+// Returns what stands behind the name of an event with a credential, and cuts it off from the text:
+// no log line may show it, since it holds the key. Null for any other event, and when such events
+// are not looked for.
 const char *_cut_off_credential(char *text)
 {
     if (!kelm_takes_credential_events())
@@ -306,7 +308,7 @@ const char *_field(const words &in, const char *name)
     return at == nullptr ? nullptr : at + strlen(name);
 }
 
-// The index-th blank-separated token, counted from 0. Cuts the text up.
+// The word with this index, counted from 0. Words are separated by blanks. Cuts the text up.
 char *_token(char *text, int index)
 {
     char *rest = nullptr;
@@ -381,8 +383,9 @@ int rtk_process_wpas_msg(int band, char *text, int)
 
 void _store_rootap_info(const char *text, kelm_rootap_info *rootap)
 {
-    // The name may hold blanks and stands last, so it runs to the end of the line. Whoever named
-    // the network could write the other fields into it; behind it none of them counts.
+    // The name may hold blanks and is the last field, so it runs to the end of the line. A stranger
+    // who chose the name could write the other fields into it. So no field counts that stands
+    // behind it.
     words fields = {text, text + strlen(text)};
     const char *ssid = _field(fields, " ssid=");
     if (ssid != nullptr)

@@ -17,7 +17,7 @@ namespace kelm {
 
 namespace {
 
-constexpr uint32_t VERSION_END = 4;  // what is no version reads as mixed
+constexpr uint32_t VERSION_END = 4;  // this number and any higher one read as mixed
 
 using cfgitem = hapd_wpasupp_cfgitem;
 
@@ -34,7 +34,7 @@ struct hostapd_reading {
     char sae_password[WPS_PASSWORD_SIZE];
 };
 
-// The security of the band's record is what hostapd's file says, not what the settings said.
+// Only hostapd's file tells the security of the band's record. What the settings said is cleared.
 void _clear_security(wps_ap_band_config *ap)
 {
     ap->sec_type = WPS_AUTH_OPEN;
@@ -48,7 +48,7 @@ void _set_name(hostapd_reading *at, const cfgitem &item)
         copy_ssid(at->ap->ssid, item.value, item.value_len);
 }
 
-// As hostapd writes down a name that is no plain text.
+// hostapd writes a name that is not plain text in a coded form.
 void _set_coded_name(hostapd_reading *at, const cfgitem &item)
 {
     if (at->ap->ap_bss_enabled != 0)
@@ -64,8 +64,8 @@ void _set_passphrase(hostapd_reading *at, const cfgitem &item)
 constexpr const char *SAE_OPTIONS[] = {"|mac=", "|vlanid=", "|pk=", "|id="};
 constexpr const char *ANY_STATION = "|mac=ff:ff:ff:ff:ff:ff";
 
-// A password with an identifier, or of one station alone, is not everybody's: no other device comes
-// in with it.
+// A password with an identifier, or for one station only, is not everybody's: no other device can
+// join with it.
 bool _is_everybodys(const char *value)
 {
     const char *mac = strstr(value, "|mac=");
@@ -73,7 +73,7 @@ bool _is_everybodys(const char *value)
            (mac == nullptr || strncasecmp(mac, ANY_STATION, strlen(ANY_STATION)) == 0);
 }
 
-// Keys of some stations, each with its own.
+// The file that this line names holds keys of some stations, each with its own.
 void _note_psk_file(hostapd_reading *at, const cfgitem &)
 {
     at->asks_for_proof = true;
@@ -113,8 +113,8 @@ void _set_version(hostapd_reading *at, const cfgitem &item)
     at->ap->wpa_version = version < VERSION_END ? version : WPS_VERSION_MIXED;
 }
 
-// "auth_algs" is left out on purpose: it would say open or shared, the record's one place for that
-// is the WEP type, and the scripts would take the access point for a WEP one.
+// "auth_algs" is left out on purpose. It says open or shared, and the record's one place for that
+// is the WEP type. The scripts would then think that the access point uses WEP.
 constexpr conf_key<hostapd_reading> HOSTAPD_KEYS[] = {
     {"ssid", _set_name},
     {"ssid2", _set_coded_name},
@@ -127,8 +127,9 @@ constexpr conf_key<hostapd_reading> HOSTAPD_KEYS[] = {
     {"wpa", _set_version},
 };
 
-// The key and the security, once all lines are read. Without a key an access point is open, unless
-// it is one that needs none. False for one that lets stations in by other keys than everybody's.
+// Sets the key and the security, once all lines are read. An access point without a key is open,
+// unless its security needs no key. False when stations join with other keys than one for
+// everybody, or when that key is too long to be stored.
 bool _settle_ap_security(const hostapd_reading &at)
 {
     if (at.has_left_out && kelm_is_sae_only(at.kinds))

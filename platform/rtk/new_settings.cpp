@@ -34,7 +34,7 @@ enum class announcement { none, without_content, with_content, not_understood };
 
 struct announced_settings {
     announcement kind;
-    bool has_come;  // its file has, by the end of the wait
+    bool has_come;  // its file had come when the wait ended
     int64_t deadline_ms;
     char ssid[WPS_SSID_SIZE];
     char key[WPS_PASSWORD_SIZE];  // empty: an open network
@@ -75,8 +75,8 @@ bool _is_same_version(const file_version &one, const file_version &other)
            one.written.tv_nsec == other.written.tv_nsec;
 }
 
-// What the band's file says, with the name where switched_on. False when there is none, or it says
-// what cannot be stored.
+// Reads the band's file; its name only if switched_on. False when there is no file, or when it says
+// something that cannot be stored.
 bool _read_hostapd_file(int band, uint8_t switched_on, wps_ap_band_config *ap)
 {
     char path[HOSTAPD_PATH_SIZE];
@@ -112,8 +112,8 @@ void _note_attribute(const wps_attribute &one, attributes *found)
     }
 }
 
-// False for bytes that are no attributes, one behind the other. A credential holds attributes of
-// its own, which follow its head: read on inside.
+// False when the bytes are not a row of attributes. A credential holds attributes of its own, which
+// follow its head. So the reading goes on inside it.
 bool _read_announced_attributes(const uint8_t *bytes, size_t length, attributes *found)
 {
     wps_attributes from = {bytes, bytes + length, false};
@@ -127,7 +127,7 @@ bool _read_announced_attributes(const uint8_t *bytes, size_t length, attributes 
     return !from.broken;
 }
 
-// False for what names no network that hostapd could write down.
+// False when the attributes tell no network that hostapd could write to its file.
 bool _take_content(const attributes &found, announced_settings *announced)
 {
     const size_t name =
@@ -199,8 +199,8 @@ bool _wait_for_file(int band, const settings_watch &watch)
     return has_come;
 }
 
-// Without its content an announcement is that of a key: hostapd makes one for the first client of
-// an open access point.
+// An announcement without content counts as that of a key: hostapd makes a key for the first client
+// of an open access point.
 bool _tells_a_key(const announced_settings &announced)
 {
     return announced.kind == announcement::without_content ||
@@ -227,8 +227,8 @@ void rtk_note_new_settings(int band, const char *payload)
     announced.deadline_ms = _now_ms() + RTK_NEW_SETTINGS_LIMIT_MS;
 }
 
-// Once for each event: after its write-back the file is no news any more, and would be waited for
-// in vain.
+// Waits once for each event. After its write-back the file is not new any more, and a second wait
+// would be in vain.
 bool rtk_wait_for_new_settings(int band)
 {
     announced_settings &announced = watches[band].announced;
@@ -245,8 +245,8 @@ void rtk_note_stored_settings(int band, const wps_ap_band_config &stored)
     watch.stored = stored;
 }
 
-// A file that has no key, or is not what was told, may be one that is being made anew by the
-// scripts.
+// A file without a key, or one that is not what was announced, does not count: the scripts may be
+// making it anew just now.
 bool rtk_has_newer_settings(int band)
 {
     const settings_watch &watch = watches[band];

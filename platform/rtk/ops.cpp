@@ -15,8 +15,8 @@ void _rtk_nothing() {}
 
 void _rtk_band_tick(int) {}
 
-// This platform sends no root access point messages: the band stays unset, so the core passes the
-// message over.
+// This platform sends no root access point messages. The band stays unset, so the daemon ignores
+// the message.
 int _rtk_parse_rootap_msg(const char *, size_t, kelm_worker_rootapinfo *, int *)
 {
     return 0;

@@ -24,7 +24,7 @@ int rtk_read_wps_payload(const char *text, uint8_t (&bytes)[WPS_PAYLOAD_MAX])
     if (digits % 2 != 0 || count > sizeof bytes || strspn(text, DIGITS) != digits)
         return -1;
     memset(bytes, 0, sizeof bytes);
-    (void)_convert_hexstr_to_bytes(text, bytes, count);  // as many digits as were counted
+    (void)_convert_hexstr_to_bytes(text, bytes, count);  // cannot fail: all are digits
     return static_cast<int>(count);
 }
 

@@ -23,9 +23,10 @@ namespace kelm {
 
 namespace {
 
-// The two copies of the write-back: one body, two targets. The log texts are crossed: each names
-// the other function's underscore, as it names the writer and not the caller. Whoever follows an
-// EasyMesh attempt in the log looks for the text without the underscore.
+// The write-back exists twice: the code is the same, the files that it writes are others. The
+// underscores in the log texts are crossed, since a text names the writer and not the caller: the
+// function without an underscore logs a text with one, and the other way round. To follow an
+// EasyMesh attempt in the log, look for the text without the underscore.
 struct write_back_copy {
     const char *name;  // under which the steps write their log lines
     int (*write_sta)(int band, const wps_sta_band_config *config);
@@ -52,12 +53,12 @@ constexpr uint32_t WEP_OPEN = 1;
 constexpr uint32_t WEP_SHARED = 0;
 constexpr uint32_t WEP_FORMAT = 1;  // the only format that comes out of an exchange
 
-// One reading: what the block's lines have told so far, and where its log lines belong.
+// One reading: what the block's lines have told so far, and what its log lines need.
 struct network_reading : learnt_network {
     const write_back_copy &copy;
     int ap_band;
     hapd_wpasupp_cfgitem *block;
-    // What counts only together with other lines.
+    // These count only together with other lines.
     uint32_t kinds;  // of key_mgmt
     char sae_password[WPS_PASSWORD_SIZE];
 };
@@ -71,7 +72,7 @@ struct named_number {
 
 constexpr named_number AUTH_ALGS[] = {{"OPEN", WEP_OPEN}, {"SHARED", WEP_SHARED}};
 
-// The whole value must be a name of the table; any other leaves the type alone.
+// The whole value must be a name of the table. Any other value leaves the type as it is.
 void _learn_auth_alg(network_reading *at, const cfgitem &item)
 {
     for (const named_number &row : AUTH_ALGS) {
@@ -80,8 +81,8 @@ void _learn_auth_alg(network_reading *at, const cfgitem &item)
     }
 }
 
-// The key itself goes nowhere: the settings' one key field is the passphrase, and a network
-// without a passphrase is written as open.
+// The WEP key itself is not stored: the settings have one key field only, the passphrase. And a
+// network without a passphrase is written as open.
 void _learn_wep_format(network_reading *at, const cfgitem &)
 {
     at->wep_key_format = WEP_FORMAT;
@@ -124,7 +125,7 @@ constexpr conf_key<network_reading> NETWORK_KEYS[] = {
     {"corvex_support", _learn_mesh},
 };
 
-// The key and the security, once all lines are read.
+// Sets the key and the security, once all lines are read.
 void _settle_learnt_security(network_reading *at)
 {
     if (at->sae_password[0] != '\0' && (at->password[0] == '\0' || kelm_is_sae_only(at->kinds)))
@@ -192,9 +193,10 @@ void _apply_cipher_text(const char *text, learnt_network *network)
         network->encryption = cipher;
 }
 
-// A station that has succeeded knows best; for any other band the texts of the scan count. They may
-// come from a neighbour, so with a key they can raise what was learnt, never lower it: an open twin
-// of the network, or one with an older cipher, would be handed the user's devices otherwise.
+// What a station has learnt by its own success counts as it is. In any other case the texts of the
+// scan count too. They may come from a neighbour. So for a network with a key they can raise the
+// security that was learnt, but never lower it. Otherwise an open twin of the network, or one with
+// an older cipher, would get the user's devices.
 void _apply_texts(const write_back_case &given, learnt_network *network)
 {
     if (given.record == nullptr && given.station_succeeded)
@@ -211,15 +213,15 @@ void _overrule(learnt_network *network, uint32_t security, uint32_t version, uin
     network->encryption = cipher;
 }
 
-// Without a passphrase nothing but an open network can be joined, whatever the texts say. That
-// takes WEP in as well, whose key is none.
+// Without a passphrase only an open network can be joined, whatever the texts say. This is so for
+// WEP too: its key is no passphrase.
 void _apply_missing_passphrase(learnt_network *network)
 {
     if (network->password[0] == '\0')
         _overrule(network, WPS_AUTH_OPEN, WPS_VERSION_MIXED, WPS_CIPHER_AUTO);
 }
 
-// A key is there to be used.
+// A network with a key is not open, whatever its security says.
 void _apply_passphrase(learnt_network *network)
 {
     if (network->password[0] != '\0' && network->security == WPS_AUTH_OPEN)
@@ -241,8 +243,9 @@ constexpr const char *OWN_POSTFIX = "_EXT";
 // For a band that takes over another band's SSID.
 constexpr const char *ssid_suffix[KELM_BAND_COUNT] = {"_2.4GEXT", "_5GEXT", "_5GEXT", "_6GEXT"};
 
-// The station of another band than the one that learnt the network gets no SSID: the root access
-// point may bear another name there, and a wrong one would keep the station off the right one.
+// Without a record, the station gets an SSID only on the band that learnt the network. On another
+// band the root access point may have another name. With a wrong SSID the station would not find
+// it.
 const char *_station_ssid(const write_back_case &given)
 {
     if (given.record != nullptr)
@@ -261,7 +264,7 @@ void _make_ap_ssid(const write_back_case &given, char (&ssid)[WPS_SSID_SIZE])
     add_ssid_postfix(ssid, own ? OWN_POSTFIX : ssid_suffix[given.ap_band]);
 }
 
-// What both records have under the same names.
+// Sets the fields that both records have under the same names.
 template <typename config_t>
 void _set_security_of(config_t *config, const learnt_network &network)
 {
@@ -280,8 +283,8 @@ bool _is_write_back_possible(int ap_band, int sta_band)
     return kelm_get_wps_session(sta_band) != nullptr && ap_band >= 0 && ap_band < KELM_BAND_COUNT;
 }
 
-// False when the band's credentials stand nowhere afterwards: a write failed that was due, or none
-// was.
+// False when the band's credentials are not stored afterwards: a write that was due has failed, or
+// no write was due.
 bool _write_both(const write_back_copy &copy, int ap_band, const wps_sta_band_config &sta,
                  wps_ap_band_config *ap)
 {
@@ -291,12 +294,13 @@ bool _write_both(const write_back_copy &copy, int ap_band, const wps_sta_band_co
     kelm_log_as(copy.name, KELM_LOG_NORMAL, "sta config over! then config apCfg %d[%d/%d]\n",
                 ap_band, ap->ap_bss_enabled, factory_mode);
     bool access_point_written = false;
-    // A device fresh from the factory opens its access points with the first attempt.
+    // A device in its factory state switches its access points on with the first attempt.
     if (ap->ap_bss_enabled != 0 || factory_mode != 0) {
         ap->ap_bss_enabled = 1;
         access_point_written = copy.write_ext(ap_band, ap) == 0;
     }
-    // Without the station's credentials the access point would extend a network that is not there.
+    // Without the station's credentials the access point would extend a network that the device
+    // cannot join.
     return station_due ? station_written : access_point_written;
 }
 

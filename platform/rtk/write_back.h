@@ -10,12 +10,12 @@ namespace kelm {
 // Writes the credentials of sta_band's station as station and access point settings of ap_band.
 // record: the root access point to mirror, or null for the station's own result. Returns 0, or -1
 // when the credentials were not written: a failure (logged), or the settings switch the band's
-// station and access point off. The one with the underscore writes the files of the EasyMesh
-// scripts, the other the plain ones.
+// station and access point off. The function with the underscore writes the files of the EasyMesh
+// scripts, the other one writes the plain files.
 int rtk_repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record);
 int _rtk_repeater_patching_back(int ap_band, int sta_band, const kelm_rootap_info *record);
 
-// What stands in the network block that an attempt has added, as the settings' numbers.
+// The network block that an attempt has added, in the numbers of the settings.
 struct learnt_network {
     char ssid[WPS_SSID_SIZE];
     char password[WPS_PASSWORD_SIZE];
@@ -30,7 +30,7 @@ struct learnt_network {
     uint8_t multiap;
 };
 
-// All that a write-back is decided from.
+// All that is needed to decide a write-back.
 struct write_back_case {
     int ap_band;   // 0 to 3
     int sta_band;  // 0 to 3
@@ -41,8 +41,8 @@ struct write_back_case {
     learnt_network network;
 };
 
-// The decision, without any input or output of its own: fills the two records of ap_band but for
-// the switches in them, which stay.
+// Makes the decision, without any input or output of its own. Fills the two records of ap_band.
+// Only the switches in them stay as they are.
 void rtk_decide_write_back(const write_back_case &given, wps_sta_band_config *sta,
                            wps_ap_band_config *ap);
 
