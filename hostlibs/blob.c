@@ -8,7 +8,7 @@
 #include <string.h>
 
 #define GROWTH_STEP 256
-/* The outermost length has 24 bits; growth stops one step of rounding short of that. */
+/* The length of the outermost attribute has 24 bits. The buffer grows to one rounding step less. */
 #define LARGEST_END 16777208u
 
 static size_t padded(size_t len)
@@ -40,7 +40,7 @@ static void set_raw_len(struct blob_attr *attr, size_t raw_len)
     attr->id_len = htobe32(word | ((uint32_t)raw_len & BLOB_ATTR_LEN_MASK));
 }
 
-/* Makes room up to the offset end; the head moves along with the allocation. */
+/* Makes room up to the offset end. If the allocation moves, the head moves with it. */
 static bool reserve(struct blob_buf *buf, size_t end)
 {
     size_t size = (end / GROWTH_STEP + 1) * GROWTH_STEP;
@@ -61,7 +61,7 @@ static bool reserve(struct blob_buf *buf, size_t end)
     return true;
 }
 
-/* Writes a new attribute behind the open container without counting it there yet. */
+/* Writes a new attribute into the open container, which does not count it yet. */
 static struct blob_attr *append(struct blob_buf *buf, int id, const void *ptr, size_t len)
 {
     size_t raw = sizeof(struct blob_attr) + len;
@@ -183,7 +183,7 @@ size_t blob_len(const struct blob_attr *attr)
 {
     size_t raw = blob_raw_len(attr);
 
-    /* A head word that claims less than itself would wrap around to gigabytes. */
+    /* A head word may claim a length below its own. That would wrap around to gigabytes. */
     return raw < sizeof(struct blob_attr) ? 0 : raw - sizeof(struct blob_attr);
 }
 

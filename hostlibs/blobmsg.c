@@ -29,7 +29,7 @@ static size_t name_length(const struct blob_attr *attr)
     return (size_t)bytes[0] << 8 | bytes[1];
 }
 
-/* Bytes before the data. Never more than there are, so that no reader runs out. */
+/* Bytes before the data. Never more than the attribute has, so nobody reads past its end. */
 static size_t data_offset(const struct blob_attr *attr)
 {
     size_t have = blob_len(attr);
@@ -127,7 +127,7 @@ int blobmsg_add_blob(struct blob_buf *buf, struct blob_attr *attr)
                              (unsigned int)blobmsg_data_len(attr));
 }
 
-/* The outer container counts the new one only when it is closed, with its final length. */
+/* The outer container counts the new one only when that is closed and has its final length. */
 static void *open_container(struct blob_buf *buf, int type, const char *name)
 {
     size_t name_len = name ? strlen(name) : 0;
@@ -204,7 +204,7 @@ size_t blobmsg_children_len(const struct blob_attr *attr)
     return blobmsg_data_len(attr);
 }
 
-/* Big-endian and byte by byte: 64-bit payloads are aligned to 4 only. */
+/* Reads big-endian, byte by byte: 64-bit payloads are aligned to 4 bytes only. */
 static uint64_t read_bytes(const struct blob_attr *attr, size_t count)
 {
     const uint8_t *bytes = blobmsg_data(attr);

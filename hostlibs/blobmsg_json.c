@@ -9,8 +9,8 @@
 #include <string.h>
 
 /*
- * A message of a megabyte can nest a hundred thousand containers in eight bytes each.
- * Containers deeper than this print as null, so that the stack stays small.
+ * In a message of a megabyte a hundred thousand containers can lie one inside the other, at eight
+ * bytes each. Containers that are deeper than this print as null, so that the stack stays small.
  */
 #ifndef DEEPEST
 #define DEEPEST 512
@@ -178,7 +178,7 @@ static void put_value(struct writer *w, struct blob_attr *attr)
     }
 }
 
-/* A malformed element prints nothing; the comma in front of it is already there. */
+/* A malformed element prints nothing. The comma in front of it is printed already. */
 static void put_element(struct writer *w, struct blob_attr *attr, bool with_name)
 {
     if (!blobmsg_check_attr(attr, false))
@@ -213,7 +213,7 @@ char *blobmsg_format_json_with_cb(struct blob_attr *attr, bool list, blobmsg_jso
         return finish(&w);
     }
     put_element(&w, attr, true);
-    /* An event without members, printed as one element, has always come out as NULL. */
+    /* An event without members that is printed as one element has always given NULL. */
     if (w.len == 0 && blob_len(attr) == 0 && !cb)
         return NULL;
     return finish(&w);
@@ -283,7 +283,7 @@ static bool add_integer(struct blob_buf *b, const char *name, int64_t value)
     return blobmsg_add_u64(b, name, (uint64_t)value) == 0;
 }
 
-/* The recursion is as deep as the parser let the text be, which is 32 levels. */
+/* The recursion is as deep as the text. The parser allows 32 levels. */
 static bool add_value(struct blob_buf *b, const char *name, struct json_object *value)
 {
     switch (json_object_get_type(value)) {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: ISC */
 /*
- * The bus client. Like the library it stands for it keeps its scratch message in one static
- * buffer, so contexts of different threads disturb each other: one thread for all bus work.
+ * The bus client. Like the library that it stands for, it has one static buffer for its messages.
+ * So contexts of different threads would disturb each other: do all bus work in one thread.
  */
 #include <libubus.h>
 
@@ -21,7 +21,7 @@
 #include "ubus_request.h"
 #include "ubus_wire.h"
 
-/* Events that arrive during a synchronous wait are kept; beyond this they are dropped. */
+/* Events that arrive during a synchronous wait are kept, up to so many bytes. More are dropped. */
 #define PENDING_LIMIT ((size_t)8 * 1024 * 1024)
 
 struct ubus_message {
@@ -31,7 +31,7 @@ struct ubus_message {
     struct blob_attr body[]; /* size bytes, zero-padded to a multiple of 4 */
 };
 
-/* A request somebody is waiting for; they nest when a callback sends one. */
+/* A request that somebody waits for. Requests nest when a callback sends one. */
 struct ubus_call {
     struct ubus_call *outer;
     const struct ubus_request *request;
@@ -79,7 +79,7 @@ static int64_t now_ms(void)
     return (int64_t)clock.tv_sec * 1000 + clock.tv_nsec / 1000000;
 }
 
-/* Waits without a limit; an interruption by a signal does not end the wait. */
+/* Waits without a limit. A signal does not end the wait. */
 static void wait_ready(int fd, short events)
 {
     struct pollfd pfd = {.fd = fd, .events = events};
@@ -109,7 +109,10 @@ static bool send_message(struct ubus_context *ctx, const struct ubus_wire_header
     }
 }
 
-/* 1 all read, 0 nothing there yet, -1 the connection is over. Once begun it waits for the rest. */
+/*
+ * Returns 1 when all is read, 0 when nothing is there yet, -1 when the connection is over. Once it
+ * has read some bytes, it waits for the rest.
+ */
 static int read_all(struct ubus_context *ctx, void *into, size_t len, bool wait)
 {
     char *pos = into;
@@ -150,7 +153,7 @@ static struct ubus_message *receive(struct ubus_context *ctx)
         return NULL;
     m = calloc(1, sizeof(*m) + size + BLOB_ATTR_ALIGN);
     if (!m) {
-        /* Its body, left in the socket, would be read as the next header, and so on for ever. */
+        /* The body stays in the socket. It would be read as a header, and so on for ever. */
         ctx->sock.eof = true;
         return NULL;
     }
@@ -311,8 +314,8 @@ static void on_readable(struct uloop_fd *u, unsigned int events)
 }
 
 /*
- * Does nothing once the loop has dropped the descriptor, which it does before it tells anybody
- * that the broker died. The program then sits there deaf, exactly as it would on a router.
+ * Does nothing once the loop has dropped the descriptor. The loop drops it before it tells anybody
+ * that the broker has died. The program then runs on and hears nothing, exactly as on a router.
  */
 static void connection_lost_default(struct ubus_context *ctx)
 {
@@ -320,7 +323,7 @@ static void connection_lost_default(struct ubus_context *ctx)
         uloop_end();
 }
 
-/* Milliseconds until the deadline; -1 for none, 0 when it has passed. */
+/* Milliseconds until the deadline. -1 when there is no deadline, 0 when it has passed. */
 static int time_left(int64_t deadline)
 {
     int64_t left;
@@ -351,7 +354,7 @@ static int wait_for_status(struct ubus_context *ctx, struct ubus_call *call)
     return call->status;
 }
 
-/* Events that came during the wait: from the loop if there is one, otherwise at once. */
+/* Delivers events that came during the wait: from the loop if there is one, otherwise at once. */
 static void after_wait(struct ubus_context *ctx)
 {
     if (link_is_empty(&ctx->pending) || ctx->busy || ctx->waiting)
@@ -384,7 +387,7 @@ int ubus_request_send(struct ubus_context *ctx, const struct ubus_request *reque
     return status;
 }
 
-/* One read of the greeting: broken off, cut short or from nobody means no connection. */
+/* One read for the greeting. No connection if that is interrupted, cut short or without an id. */
 static bool read_greeting(struct ubus_context *ctx, int fd)
 {
     uint8_t prefix[UBUS_WIRE_PREFIX];
@@ -471,7 +474,7 @@ struct ubus_context *ubus_connect(const char *path)
     return ctx;
 }
 
-/* Registered handlers keep their dead id; clear them before they are used again. */
+/* Registered handlers keep their old id. Clear them before they are used again. */
 void ubus_free(struct ubus_context *ctx)
 {
     if (!ctx)
@@ -525,7 +528,7 @@ int ubus_reconnect(struct ubus_context *ctx, const char *path)
     return UBUS_STATUS_OK;
 }
 
-/* Starts a call of a method of the event object; the members go between begin and end. */
+/* Starts a call of a method of the event object. The members are written between begin and end. */
 static void *begin_event_call(const char *method)
 {
     blob_buf_init(&scratch, 0);

@@ -25,7 +25,7 @@ static inline bool link_is_empty(const struct list_head *head)
     return head->next == head;
 }
 
-/* Puts item in front of where; before a list's head that is its end. */
+/* Puts item in front of where. If where is a list's head, that is the end of the list. */
 static inline void link_before(struct list_head *where, struct list_head *item)
 {
     item->prev = where->prev;
@@ -34,8 +34,8 @@ static inline void link_before(struct list_head *where, struct list_head *item)
     where->prev = item;
 }
 
-/* Leaves item pointing at itself, so removing it twice is harmless. What is freed was removed
-   before; the analyzer loses sight of that. */
+/* Leaves item pointing at itself, so removing it twice is harmless. Only items that were removed
+   are freed; the analyzer does not see that. */
 static inline void link_remove(struct list_head *item)
 {
     /* NOLINTNEXTLINE(clang-analyzer-unix.Malloc) */

@@ -5,7 +5,7 @@
 
 #include <libubus.h>
 
-/* tb holds the attributes of one DATA answer; they die when the function returns. */
+/* tb holds the attributes of one DATA answer. They are gone when the function returns. */
 typedef void (*ubus_answer_t)(void *priv, struct blob_attr **tb);
 
 struct ubus_request {
@@ -17,7 +17,7 @@ struct ubus_request {
     int limit_ms; /* negative: wait for ever */
 };
 
-/* Returns the status. Event callbacks may run before it does. */
+/* Returns the status. Event callbacks may run before it returns. */
 int ubus_request_send(struct ubus_context *ctx, const struct ubus_request *request);
 
 #endif

@@ -22,13 +22,16 @@ struct ubus_wire_header {
 void ubus_wire_put_header(uint8_t *out, const struct ubus_wire_header *header);
 void ubus_wire_get_header(const uint8_t *in, struct ubus_wire_header *header);
 
-/* Length of the body whose head word ends the prefix; 0 when it is too short or too long. */
+/* Length of the body, which the prefix tells at its end; 0 when it is too short or too long. */
 size_t ubus_wire_body_len(const uint8_t *prefix);
 
 /* True when this body may be sent. */
 bool ubus_wire_body_fits(const struct blob_attr *body);
 
-/* Fills tb[UBUS_ATTR_MAX]. Unknown and mistyped attributes are left out, the last one counts. */
+/*
+ * Fills tb[UBUS_ATTR_MAX]. Unknown and mistyped attributes are left out. Of several with the same
+ * id the last one counts.
+ */
 void ubus_wire_parse(const struct blob_attr *body, struct blob_attr **tb);
 
 /* The text of an attribute, or NULL when it is absent. */

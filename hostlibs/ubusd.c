@@ -27,7 +27,7 @@ static void on_pause_over(struct uloop_timeout *t)
 
 static struct uloop_timeout pause_timer = {.cb = on_pause_over};
 
-/* Out of descriptors, the waiting connection would wake the loop for ever. */
+/* There is no free descriptor, so the waiting connection would wake the loop again and again. */
 static void pause_accepting(void)
 {
     uloop_fd_delete(&listener);
@@ -52,7 +52,7 @@ static void on_connection(struct uloop_fd *u, unsigned int events)
     }
 }
 
-/* Takes the path over without asking; a broker still running there goes unheard from now on. */
+/* Takes the path over without asking. A broker that still runs there is not heard any more. */
 static bool bind_socket(int fd, const char *path)
 {
     struct sockaddr_un address = {.sun_family = AF_UNIX};
@@ -62,7 +62,7 @@ static bool bind_socket(int fd, const char *path)
         return false;
     }
     memcpy(address.sun_path, path, strlen(path));
-    (void)unlink(path); /* nothing there is the normal case */
+    (void)unlink(path); /* normally there is nothing */
     if (bind(fd, (struct sockaddr *)&address, sizeof(address)) < 0)
         return false;
     return chmod(path, 0666) == 0 && listen(fd, BACKLOG) == 0;

@@ -9,7 +9,7 @@
 
 #include "link.h"
 
-/* Bounds on what one client can make the broker keep. */
+/* Limits for what one client can make the broker keep. */
 #define OBJECTS_PER_CLIENT 1024
 #define PATTERNS_PER_OBJECT 1024
 #define RESERVED_EVENTS "ubus."
@@ -52,7 +52,7 @@ static struct list_head objects = LINK_EMPTY(objects);
 static struct list_head types = LINK_EMPTY(types);
 static uint32_t event_count;
 
-/* One for what a handler writes, one for events written meanwhile. */
+/* One buffer for the answer of a handler, one for events that are written meanwhile. */
 static struct blob_buf answer;
 static struct blob_buf delivery;
 
@@ -119,7 +119,7 @@ static bool type_taken(uint32_t id)
     return find_type(id) != NULL;
 }
 
-/* Answers carry the request's sequence number and peer, or they are not recognised. */
+/* An answer carries the request's sequence number and peer. Without them it is not recognised. */
 static void send_answer(const struct message *m, int type)
 {
     struct ubus_wire_header header = {
@@ -165,7 +165,7 @@ static void deliver(struct object *obj, const char *type, const void *members, s
     client_send(obj->owner, &header, delivery.head);
 }
 
-/* One copy per object however many of its patterns match, none for the sender itself. */
+/* Each object gets one copy, however many of its patterns match. The sender itself gets none. */
 static void send_event(const struct client *from, const char *type, const void *members, size_t len)
 {
     struct list_head *pos;
@@ -265,7 +265,9 @@ static void put_copy(struct blob_attr *const *tb, int id)
         blob_put(&answer, id, blob_data(tb[id]), (unsigned int)blob_len(tb[id]));
 }
 
-/* The owner answers; the caller's id travels in the peer so that it can. */
+/*
+ * The owner of the object answers. For that it needs the caller's id, which goes in the peer field.
+ */
 static int forward_call(struct message *m, struct object *obj)
 {
     struct ubus_wire_header header = {
@@ -278,7 +280,7 @@ static int forward_call(struct message *m, struct object *obj)
     blob_put_string(&answer, UBUS_ATTR_GROUP, m->from->group);
     put_copy(m->tb, UBUS_ATTR_NO_REPLY);
     put_copy(m->tb, UBUS_ATTR_DATA);
-    /* The caller's names made it longer than it came. */
+    /* The names of the caller's user and group were added, so the message may be too long now. */
     if (!ubus_wire_body_fits(answer.head))
         return UBUS_STATUS_INVALID_ARGUMENT;
     client_send(obj->owner, &header, answer.head);
@@ -299,7 +301,7 @@ static int handle_invoke(struct message *m)
     return obj ? forward_call(m, obj) : UBUS_STATUS_NOT_FOUND;
 }
 
-/* An owner's answer to a call. One that fits nobody is dropped without a word. */
+/* An owner's answer to a call. An answer without a caller or an own object is dropped silently. */
 static int handle_reply(struct message *m)
 {
     struct ubus_wire_header header = *m->header;
@@ -340,7 +342,7 @@ static struct object_type *new_type(const struct blob_attr *signature)
     return type;
 }
 
-/* True when that was its last user. */
+/* True when that was the type's last user. */
 static bool drop_type(struct object_type *type)
 {
     if (!type || --type->users > 0)
@@ -379,7 +381,7 @@ static void free_object(struct object *obj)
     free(obj);
 }
 
-/* Either of the two ways to name a type; *type stays NULL for an object without one. */
+/* A message can name a type in two ways. *type stays NULL for an object without a type. */
 static int choose_type(struct message *m, struct object_type **type)
 {
     if (m->tb[UBUS_ATTR_SIGNATURE]) {
@@ -428,7 +430,7 @@ static int handle_add_object(struct message *m)
     return UBUS_STATUS_OK;
 }
 
-/* Off the list first: nobody is to hear of an object that is still there. */
+/* Takes the object off the list first: when clients hear that it is removed, it must be gone. */
 static bool remove_object(struct object *obj)
 {
     bool type_gone;

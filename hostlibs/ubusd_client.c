@@ -14,7 +14,9 @@
 #include "link.h"
 #include "ubusd_bus.h"
 
-/* What a client that does not read may pile up before messages to it are dropped. */
+/*
+ * So many bytes may wait for a client that does not read. After that, messages to it are dropped.
+ */
 #define OUTPUT_LIMIT ((size_t)1024 * 1024)
 /* Messages taken from one client before the others get their turn. */
 #define MESSAGES_PER_TURN 64
@@ -87,7 +89,7 @@ static void keep_rest(struct client *c, const struct iovec *pieces)
     struct output *o = malloc(sizeof(*o) + size);
 
     if (!o) {
-        /* Half a message is out already: the stream cannot be saved. */
+        /* A part of the message may be sent already, so the stream cannot be used any more. */
         give_up(c);
         return;
     }
@@ -127,7 +129,10 @@ void client_send(struct client *c, const struct ubus_wire_header *header,
     struct iovec pieces[2] = {{head, sizeof(head)}, {blob_at(body), blob_raw_len(body)}};
     bool queued = !link_is_empty(&c->output);
 
-    /* A reader takes the next bytes of one that is too long for a header, and is lost for good. */
+    /*
+     * A reader refuses a message that is too long, and takes its next bytes for a header. After
+     * that it never finds a message again.
+     */
     if (!ubus_wire_body_fits(body))
         return;
     if (queued && c->output_bytes + sizeof(head) + blob_raw_len(body) > OUTPUT_LIMIT)
@@ -146,7 +151,7 @@ static void flush(struct client *c)
         ssize_t sent = send(c->sock.fd, o->bytes + o->done, rest, MSG_NOSIGNAL | MSG_DONTWAIT);
 
         if (sent < 0)
-            return; /* full, or a hang-up the loop will report */
+            return; /* full, or a hang-up that the loop will report */
         o->done += (size_t)sent;
         if (o->done == o->size)
             pop_output(c);
@@ -155,7 +160,7 @@ static void flush(struct client *c)
         watch(c);
 }
 
-/* Reads towards len bytes at into; *have counts them over any number of calls. */
+/* Reads up to len bytes to into. *have counts them, also over several calls. */
 static enum progress fill(struct client *c, void *into, size_t len, size_t *have)
 {
     while (*have < len) {
@@ -201,7 +206,7 @@ static enum progress read_message(struct client *c)
     return progress;
 }
 
-/* The version byte is not looked at: only clients drop messages over it. */
+/* The version byte is not looked at. Only clients drop messages with a wrong one. */
 static void handle_message(struct client *c)
 {
     struct ubus_wire_header header;
@@ -241,7 +246,7 @@ static void name_peer(struct client *c)
     const struct passwd *user;
     const struct group *group;
 
-    (void)getsockopt(c->sock.fd, SOL_SOCKET, SO_PEERCRED, &peer, &size); /* 0 is root, as here */
+    (void)getsockopt(c->sock.fd, SOL_SOCKET, SO_PEERCRED, &peer, &size); /* if it fails: 0, root */
     user = getpwuid(peer.uid);
     group = getgrgid(peer.gid);
     if (user)
@@ -254,7 +259,10 @@ static void name_peer(struct client *c)
         snprintf(c->group, sizeof(c->group), "%u", (unsigned int)peer.gid);
 }
 
-/* All twelve bytes in one write: a client reads them with one read and gives up otherwise. */
+/*
+ * Sends all twelve bytes in one write: a client reads the greeting with one read. If bytes are
+ * missing then, it gives up.
+ */
 static void greet(struct client *c)
 {
     struct ubus_wire_header header = {.type = UBUS_MSG_HELLO, .peer = c->id};

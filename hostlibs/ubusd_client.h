@@ -27,12 +27,17 @@ struct client {
     size_t output_bytes;
 };
 
-/* Takes the descriptor over and greets. NULL when that failed; it is closed then. */
+/*
+ * Takes the descriptor over and greets the client. If that fails, it closes the descriptor and
+ * returns NULL.
+ */
 struct client *client_open(int fd);
 
 struct client *client_find(uint32_t id);
 
-/* Never blocks and never frees a client. What a slow reader has no room for is dropped. */
+/*
+ * Never blocks and never frees a client. A message that a slow reader has no room for is dropped.
+ */
 void client_send(struct client *c, const struct ubus_wire_header *header,
                  const struct blob_attr *body);
 

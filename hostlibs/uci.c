@@ -98,7 +98,7 @@ static void free_element(struct uci_element *e)
     free(e);
 }
 
-/* What the loops below free was removed from its list first; the analyzer loses sight of that.
+/* The loops below free only what was removed from its list first. The analyzer does not see that.
    NOLINTBEGIN(clang-analyzer-unix.Malloc) */
 static void free_items(struct uci_list *list)
 {
@@ -207,7 +207,7 @@ static unsigned int hash_type(const char *type)
     return hash & 0x7fffffff;
 }
 
-/* People type these names into their shells, so they have to come out the same everywhere. */
+/* People type these names into their shells, so they must be the same on every machine. */
 static void made_up_name(char *name, size_t size, int ordinal, const char *type)
 {
     snprintf(name, size, "cfg%02x%04x", (unsigned int)ordinal, hash_type(type) & 0xffff);
@@ -280,7 +280,7 @@ static struct uci_option *get_option(struct uci_section *s, const char *name)
     return known ? uci_to_option(known) : new_option(s, name);
 }
 
-/* A string replaces whatever was there, a whole list too, at the first one's position. */
+/* A string replaces the earlier value, even a whole list. The option stays at its place. */
 int uci_put_option(struct uci_section *s, const char *name, const char *value)
 {
     char *copy = strdup(value);
@@ -306,7 +306,7 @@ static int append_item(struct uci_option *o, const char *value)
     return UCI_OK;
 }
 
-/* A string that was there before the first item becomes the first item. */
+/* A string that the option had before becomes the first item of the list. */
 static int become_list(struct uci_option *o)
 {
     char *old = o->v.string;
@@ -343,7 +343,10 @@ static bool is_package_name(const char *name)
     return true;
 }
 
-/* The file of a package, or the file itself for "/..." and "./...". The caller frees it. */
+/*
+ * The path of a package's file. A name like "/..." or "./..." is the path itself. The caller frees
+ * it.
+ */
 static int find_path(const struct uci_context *ctx, const char *name, char **path)
 {
     size_t size = strlen(ctx->confdir) + strlen(name) + 2;
@@ -375,7 +378,7 @@ static int code_of_errno(int number)
                                                                      : UCI_ERR_IO;
 }
 
-/* Looked at before it is opened: opening a pipe nobody writes to would never return. */
+/* Looks at the file before it opens it: to open a pipe that nobody writes to would never return. */
 static int open_file(const char *path, int *fd)
 {
     struct stat st;
@@ -387,7 +390,10 @@ static int open_file(const char *path, int *fd)
     *fd = open(path, O_RDONLY | O_CLOEXEC);
     if (*fd < 0)
         return code_of_errno(errno);
-    /* While another program writes the file this waits for it to finish; a signal ends the wait. */
+    /*
+     * While another program writes the file, this waits until it has finished. A signal ends the
+     * wait.
+     */
     if (flock(*fd, LOCK_SH) < 0 && errno != ENOSYS) {
         close(*fd);
         return UCI_ERR_IO;

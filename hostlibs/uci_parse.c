@@ -67,7 +67,7 @@ static void next_line(struct parser *ps)
     ps->line_start = ps->pos;
 }
 
-/* Consumes one byte; inside quotes and continuations it may be a line end. */
+/* Takes one byte. Inside quotes and continuations it may be a line end. */
 static char take(struct parser *ps)
 {
     char byte = *ps->pos++;
@@ -84,7 +84,7 @@ static void keep(struct parser *ps, char byte)
     *ps->word_end++ = byte;
 }
 
-/* Behind a backslash: a line end vanishes, anything else stands for itself. */
+/* Behind a backslash: a line end is dropped, any other byte is kept as it is. */
 static void take_escaped(struct parser *ps)
 {
     char byte;
@@ -163,7 +163,7 @@ static void skip_blanks(struct parser *ps)
     }
 }
 
-/* The arguments up to the end of the statement; a comment ends the line with it. */
+/* Takes the arguments up to the end of the statement. A comment ends the statement and the line. */
 static int take_arguments(struct parser *ps, char **args, int *count)
 {
     *count = 0;
@@ -208,7 +208,7 @@ static bool is_type(const char *text)
     return true;
 }
 
-/* The package is named after its file; the statement is checked and has no effect. */
+/* A package has the name of its file. So the statement is checked, and has no effect. */
 static int apply_package(struct parser *ps, char **args, int count)
 {
     (void)count;
@@ -271,7 +271,7 @@ static bool keyword_is(const char *keyword, const char *start, size_t len)
     return strlen(keyword) == len && memcmp(keyword, start, len) == 0;
 }
 
-/* The keyword must be followed by a space or a tab; at the line end it is no command. */
+/* The keyword must be followed by a space or a tab. At the end of a line it is no command. */
 static const struct statement *take_keyword(struct parser *ps)
 {
     const char *start = ps->pos;
@@ -313,8 +313,8 @@ static int run_statement(struct parser *ps)
 }
 
 /*
- * True when another statement follows on the line. Directly behind a bare word a ';' drops the
- * rest of the line instead: files that happen to contain that keep meaning what they meant.
+ * True when another statement follows on the line. A ';' directly behind a bare word drops the rest
+ * of the line instead. So files that contain this keep the meaning that they had.
  */
 static bool next_statement(struct parser *ps)
 {
@@ -341,7 +341,10 @@ static int run_line(struct parser *ps)
     return UCI_OK;
 }
 
-/* A NUL byte hides the rest of its line; taking the bytes out leaves nothing to stumble over. */
+/*
+ * A NUL byte hides the rest of its line. These bytes are taken out first, so the parser never sees
+ * a NUL.
+ */
 static size_t drop_after_nul(char *text, size_t len)
 {
     bool hidden = false;

@@ -1,5 +1,8 @@
 /* SPDX-License-Identifier: ISC */
-/* Between the two halves of the configuration reader: the file's text and the elements. */
+/*
+ * What the two halves of the configuration reader share: one reads the text, one keeps the
+ * elements.
+ */
 #ifndef HOSTLIBS_UCI_PARSE_H
 #define HOSTLIBS_UCI_PARSE_H
 
@@ -12,8 +15,8 @@
 int uci_parse_text(struct uci_context *ctx, struct uci_package *p, char *text, size_t len);
 
 /*
- * What a statement does. 0, UCI_ERR_MEM, or UCI_ERR_DUPLICATE when the section exists with
- * another type. An empty name makes an anonymous section. *section is set on success.
+ * Carry out one statement. They return 0, UCI_ERR_MEM, or UCI_ERR_DUPLICATE when the section exists
+ * with another type. An empty name makes an anonymous section. *section is set on success.
  */
 int uci_put_section(struct uci_package *p, const char *type, const char *name,
                     struct uci_section **section);

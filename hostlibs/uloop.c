@@ -1,5 +1,7 @@
 /* SPDX-License-Identifier: ISC */
-/* The event loop: all of its state is global, one loop per process, and it is not thread-safe. */
+/*
+ * The event loop. All of its state is global: there is one loop per process. It is not thread-safe.
+ */
 #include <libubox/uloop.h>
 
 #include <errno.h>
@@ -38,7 +40,7 @@ static int fetched_count;
 static struct list_head timers = LINK_EMPTY(timers);
 static struct list_head due_timers = LINK_EMPTY(due_timers);
 
-/* Only what a handler and the loop share is read and written atomically. */
+/* Only what the signal handlers share with the loop is read and written atomically. */
 static bool is_cancelled(void)
 {
     return __atomic_load_n(&uloop_cancelled, __ATOMIC_RELAXED);
@@ -69,8 +71,9 @@ static void on_child_signal(int number)
 }
 
 /*
- * Takes a signal only while nobody else has: a program's own handler, and an ignored signal
- * inherited from a shell, stay. The flags are 0 on purpose, blocking calls get interrupted.
+ * Takes a signal only if nobody else has taken it. So the program's own handler stays, and a signal
+ * that the shell has set to be ignored stays ignored. The flags are 0 on purpose: signals must
+ * interrupt blocking calls.
  */
 static void take_signal(int number, void (*handler)(int))
 {
@@ -103,7 +106,7 @@ static void take_signals(void)
     take_signal(SIGPIPE, SIG_IGN);
 }
 
-/* SIGPIPE stays ignored: other code has come to rely on it by now. */
+/* SIGPIPE stays ignored: by now other code relies on that. */
 static void give_back_signals(void)
 {
     give_back_signal(SIGINT, on_end_signal);
@@ -259,7 +262,7 @@ static void now(struct timeval *time)
     time->tv_usec = clock.tv_nsec / 1000;
 }
 
-/* Rounds towards zero, which is why a timer may fire up to a millisecond early. */
+/* Rounds towards zero. So a timer may fire up to a millisecond early. */
 static int64_t milliseconds_until(const struct uloop_timeout *timeout)
 {
     struct timeval clock;
@@ -318,7 +321,10 @@ int uloop_timeout_remaining(struct uloop_timeout *timeout)
     return (int)uloop_timeout_remaining64(timeout);
 }
 
-/* Set apart first, so that a callback re-arming its timer with 0 waits for the next round. */
+/*
+ * Puts the due timers into a list of their own first. If a callback sets its timer again with 0,
+ * that timer waits for the next round.
+ */
 static void collect_due_timers(void)
 {
     while (!link_is_empty(&timers)) {
@@ -407,7 +413,7 @@ static bool handle(struct uloop_fd *sock, unsigned int events)
     return true;
 }
 
-/* At most one descriptor callback per round, so that timers and children get their turn. */
+/* Runs at most one descriptor callback per round, so that timers and children get their turn. */
 static void run_one_descriptor(int limit)
 {
     if (fetched_next >= fetched_count)
