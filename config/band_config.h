@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The settings records: WPS switches, and per band the access point's and the station's
-// configuration.
+// Records for the settings: the WPS switches, and for each band the configuration of the access
+// point and of the station.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,8 @@
 
 namespace kelm {
 
-// Numbers in the credential files, read by the configuration scripts. Do not renumber.
+// These numbers stand in the credential files, and the configuration scripts read them. Do not
+// renumber.
 constexpr uint32_t WPS_AUTH_OPEN = 0;
 constexpr uint32_t WPS_AUTH_WPA = 1;  // WPA personal family, see wpa_version
 constexpr uint32_t WPS_AUTH_WEP = 2;
@@ -32,13 +33,13 @@ struct wps_config_info {
     uint8_t ap_wps_available;   // band mask
     uint8_t sta_wps_available;  // band mask
     uint8_t pin_enabled;
-    char pin_code[WPS_PIN_LEN];  // not terminated when all eight are there
+    char pin_code[WPS_PIN_LEN];  // a PIN of eight digits has no terminator
 };
 static_assert(sizeof(wps_config_info) == 12, "callers clear twelve bytes");
 
 // One band's access point.
 struct wps_ap_band_config {
-    uint8_t configured;  // set to 1 before the access-point write-back writes the record
+    uint8_t configured;  // the access-point write-back sets it to 1 before it writes the record
     char ssid[WPS_SSID_SIZE];
     uint32_t sec_type;  // WPS_AUTH_*
     uint32_t wpa_version;

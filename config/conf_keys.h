@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Tables of keys for those who read a configuration tree: key, and what becomes of its value.
+// Tables of keys, for code that reads a configuration tree. A row says what happens to the value of
+// its key.
 #pragma once
 
 #include <cstddef>
@@ -15,14 +16,15 @@
 
 namespace kelm {
 
-// found_t: what a reader has found so far.
+// found_t: the type in which a reader collects what it has found.
 template <typename found_t>
 struct conf_key {
     const char *key;
     void (*take)(found_t *found, const hapd_wpasupp_cfgitem &item);
 };
 
-// Hands an item to the row with its key, compared whole. One without a row counts for nothing.
+// Hands an item to the row that has its key. The whole key must be equal. An item without a row is
+// ignored.
 template <typename found_t, size_t count>
 void kelm_take_item(const conf_key<found_t> (&rows)[count], found_t *found,
                     const hapd_wpasupp_cfgitem &item)
@@ -35,8 +37,9 @@ void kelm_take_item(const conf_key<found_t> (&rows)[count], found_t *found,
     }
 }
 
-// What a row takes where a value goes into a member and does nothing else. A later line with the
-// same key replaces the earlier one; of "pairwise" and "proto" it joins it.
+// Functions for rows that store a value in a member and do nothing else. If a key comes again, the
+// later line replaces the earlier one. But lines of "pairwise" and "proto" are combined with the
+// earlier ones (see config/security_words.h).
 template <auto member, typename found_t>
 void kelm_text_into(found_t *found, const hapd_wpasupp_cfgitem &item)
 {
@@ -73,7 +76,7 @@ void kelm_proto_into(found_t *found, const hapd_wpasupp_cfgitem &item)
     kelm_apply_proto(item.value, &(found->*member));
 }
 
-// A value without a word that is known leaves the kinds that an earlier line had.
+// If no word of the value is known, the kinds from an earlier line stay.
 template <auto member, typename found_t>
 void kelm_key_mgmt_into(found_t *found, const hapd_wpasupp_cfgitem &item)
 {

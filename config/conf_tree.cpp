@@ -18,13 +18,13 @@ namespace {
 
 constexpr size_t OPEN_BLOCKS_MAX = 10;
 constexpr char TABS[] = "\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t";
-constexpr size_t DUMP_LEVELS_MAX = sizeof TABS - 1;  // more than a parse ever nests
+constexpr size_t DUMP_LEVELS_MAX = sizeof TABS - 1;  // more than a parse makes
 
-// Both readers write the lines of a parse under these names.
+// Both readers write their log lines under these names.
 constexpr const char *PARSE = "wps_hapd_wpasupp_config_parse";
 constexpr const char *FETCH = "wps_hapd_wpasupp_config_fetch_keyvalue";
 
-// The open blocks of a parse, innermost last.
+// The open blocks of a parse; the innermost is the last.
 struct cfgitem_ptr_stack {
     hapd_wpasupp_cfgitem **items;
     size_t capacity;
@@ -51,7 +51,7 @@ size_t cfgitem_ptr_stack_count(const cfgitem_ptr_stack *stack)
     return stack->items == nullptr ? 0 : stack->count;
 }
 
-// The item, or null when there is no room for it.
+// Returns the item, or null when there is no room for it.
 hapd_wpasupp_cfgitem *cfgitem_ptr_stack_push(cfgitem_ptr_stack *stack, hapd_wpasupp_cfgitem *item)
 {
     if (stack->items == nullptr || stack->count == stack->capacity)
@@ -69,8 +69,8 @@ hapd_wpasupp_cfgitem *cfgitem_ptr_stack_pop(cfgitem_ptr_stack *stack)
     return item;
 }
 
-// A tree under construction. While a block is open, its lines follow it as siblings; its closing
-// brace hangs them below it in one step.
+// A tree that is being built. While a block is open, its lines follow it as siblings. Its closing
+// brace moves all of them below the block in one step.
 struct cfg_builder {
     cfg_builder() = default;
     cfg_builder(const cfg_builder &) = delete;
@@ -78,11 +78,11 @@ struct cfg_builder {
     ~cfg_builder() { cfgitem_ptr_stack_deinit(&open_blocks); }
 
     unique_cfg_tree tree;
-    hapd_wpasupp_cfgitem *last = nullptr;  // what the next item follows; null: nothing yet
+    hapd_wpasupp_cfgitem *last = nullptr;  // the next item comes behind this one; null: no item yet
     cfgitem_ptr_stack open_blocks = {};
     bool quiet = false;
 
-    // Where a line of the wanted level goes: with a quiet parse to one that is never reached.
+    // The level of a log line. In a quiet parse it is one that is never reached.
     int level(int wanted) const { return quiet ? INT_MAX : wanted; }
 };
 
@@ -95,9 +95,10 @@ void _append(cfg_builder *builder, hapd_wpasupp_cfgitem *item)
     builder->last = item;
 }
 
-// The eleventh open block is not recorded, so its closing brace closes the tenth: a file that nests
-// deeper, which no Wi-Fi daemon writes, ends with a brace too many and is refused as a whole. Were
-// the block dropped together with its brace, its lines would pass for the tenth's own.
+// The eleventh open block is not recorded, so its closing brace closes the tenth. A file with such
+// a block therefore ends with a brace too many, and is refused as a whole. No Wi-Fi daemon writes
+// such a file. If the eleventh block were left out together with its brace, its lines would be
+// taken for lines of the tenth.
 void _open_block(cfg_builder *builder, hapd_wpasupp_cfgitem *item)
 {
     _append(builder, item);
@@ -139,7 +140,7 @@ const char *_skip_blanks(const char *at)
     return at;
 }
 
-// Whether a line makes an item, where there is memory for one.
+// Whether a line makes an item if there is memory for one.
 bool _makes_item(const char *line)
 {
     return *_skip_blanks(line) != '#' && strchr(line, '=') != nullptr;
@@ -163,14 +164,15 @@ line_result _take_line(cfg_builder *builder, const char *line)
     case CFG_LINE_CLOSE:
         return _close_block(builder) ? line_result::taken : line_result::unmatched_brace;
     case CFG_LINE_NOTHING:
-        // Passed over, a passphrase that found no memory would make an open network of a secured
-        // one.
+        // If this line should have made an item, there was no memory for it. Then it must not be
+        // skipped: without its passphrase a secured network would become an open one.
         return _makes_item(line) ? line_result::unknown : line_result::skipped;
     }
     return line_result::unknown;
 }
 
-// Behind the last byte that is not zero, up to seven zeros further: most of a line is unused.
+// Returns a place behind the last byte that is not zero, with up to seven zeros before the place.
+// It goes back eight bytes at a time, since most of a line is unused.
 const char *_skip_zeros_back(const char *line)
 {
     const char *end = line + CFG_LINE_SIZE;
@@ -184,8 +186,8 @@ const char *_skip_zeros_back(const char *line)
     return end;
 }
 
-// The last character that counts. A carriage return does, as it does for hostapd: in a file with
-// CR-LF line ends the values end in one and keep their quotes.
+// Returns the last character that counts. A carriage return counts, as it does for hostapd. So in a
+// file with CR-LF line ends each value ends with a carriage return and keeps its quotes.
 const char *_last_character(const char *line)
 {
     const char *at = _skip_zeros_back(line) - 1;
@@ -201,8 +203,8 @@ void _store_key(hapd_wpasupp_cfgitem *item, const char *first, const char *equal
     copy_text(item->key, sizeof item->key, first, static_cast<size_t>(equals - first));
 }
 
-// first may stand behind last: the value is empty then. A single quote character is a value, not a
-// pair.
+// If first stands behind last, the value is empty. A value of one quote character has no pair of
+// quotes.
 void _store_value(hapd_wpasupp_cfgitem *item, const char *first, const char *last)
 {
     size_t length = first > last ? 0 : static_cast<size_t>(last - first) + 1;
@@ -215,7 +217,7 @@ void _store_value(hapd_wpasupp_cfgitem *item, const char *first, const char *las
         static_cast<uint32_t>(copy_text(item->value, sizeof item->value, first, length));
 }
 
-// hostapd's reading of a line.
+// Reads a line as hostapd does.
 line_result _take_hostapd_line(cfg_builder *builder, const char *line)
 {
     if (!_makes_item(line))
@@ -334,8 +336,8 @@ hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_fetch_keyvalue(const char *line,
     return item.release();
 }
 
-// The key's beginning decides: callers ask for "ssid" and are also served by a longer name, such as
-// an access point's "ssid2", where the plain one is not in the file.
+// The beginning of the key decides. Callers ask for "ssid". If the file has no plain "ssid", they
+// also get a longer name, such as the "ssid2" of an access point.
 hapd_wpasupp_cfgitem *wps_hapd_wpasupp_config_get(hapd_wpasupp_cfgitem *first, const char *key)
 {
     for (hapd_wpasupp_cfgitem *item = first; item != nullptr; item = item->next) {
@@ -360,7 +362,7 @@ void wps_hapd_wpasupp_config_free(hapd_wpasupp_cfgitem *first)
 void wps_hapd_wpasupp_config_dump(const hapd_wpasupp_cfgitem *first)
 {
     kelm_log_detail("Dump config file\n");
-    const hapd_wpasupp_cfgitem *after[DUMP_LEVELS_MAX] = {};  // where each outer level goes on
+    const hapd_wpasupp_cfgitem *after[DUMP_LEVELS_MAX] = {};  // where each outer level continues
     size_t level = 0;
     const hapd_wpasupp_cfgitem *item = first;
     while (item != nullptr) {

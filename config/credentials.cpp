@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Writers of the JSON credential files: key tables and one merge-and-rewrite.
+// Writers of the JSON credential files: tables of keys, and one way to merge them into a file.
 #include "config/credentials.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ namespace kelm {
 namespace {
 
 constexpr size_t KEY_SIZE = 32;
-constexpr size_t TEXT_MAX = WPS_QM_DATA_SIZE;  // of any text member
+constexpr size_t TEXT_MAX = WPS_QM_DATA_SIZE;  // the largest text member
 constexpr uint32_t LOWEST_KEY_INDEX = 1;
 constexpr uint32_t HIGHEST_KEY_INDEX = 4;
 
@@ -30,7 +30,7 @@ json_object *_switch_text(bool on)
     return json_object_new_string(on ? "on" : "off");
 }
 
-// The bytes of a text member; an SSID may hold zeros.
+// The bytes of a text member. An SSID may have zeros among them.
 struct byte_range {
     const char *bytes;
     size_t length;
@@ -49,8 +49,8 @@ byte_range _ssid(const config_t *config)
     return {config->ssid, ssid_len(config->ssid)};
 }
 
-// Makers of a key's value; null without memory. The first ones serve any number member of either
-// record.
+// These functions make the value of a key; null without memory. The first two serve any number
+// member of either record.
 template <auto member, typename config_t>
 json_object *_integer(const config_t *config)
 {
@@ -71,7 +71,7 @@ json_object *_key_index(const config_t *config)
     return json_object_new_int(static_cast<int>(valid ? index : LOWEST_KEY_INDEX));
 }
 
-// The band takes part with its station from now on, whatever the settings said before.
+// From now on the band takes part with its station, whatever the settings said before.
 json_object *_sta_enable(const wps_sta_band_config *)
 {
     return _switch_text(true);
@@ -114,9 +114,9 @@ json_object *_follows_uplink(const wps_ap_band_config *)
     return json_object_new_string("true");
 }
 
-// One key of a band: its name before "_2g" and so on, and its value, made, one of the words or a
-// text; a word that is empty leaves the key as it is in the file. The order of the rows is the
-// order of the keys in a fresh file.
+// One key of a band. stem: the key's name before "_2g" and so on. Its value comes from one of the
+// other three: a function that makes it, a word or a text. If the word is empty, the key stays as
+// it is in the file. The order of the rows is the order of the keys in a fresh file.
 template <typename config_t>
 struct key_row {
     const char *stem = nullptr;
@@ -143,9 +143,10 @@ constexpr sta_row STA_KEYS[] = {
     {"multiap", _truth<&wps_sta_band_config::multiap>},
 };
 
-// The encryption is a number here and a text in the station file: a script of its own reads each.
-// An OWE access point's text goes under the station file's key name, where the access point script
-// looks for it; "sec" keeps what the file had, since the script knows no "owe" there.
+// The encryption is a number here and a text in the station file, since different scripts read the
+// two files. The security text of an OWE access point is under the key name of the station file:
+// the access point script looks for it there. "sec" keeps what the file had, since the script knows
+// no "owe" under that key.
 constexpr ap_row AP_KEYS[] = {
     {"enable", _ap_enable},
     {"ssid", nullptr, nullptr, _ssid},
@@ -162,7 +163,7 @@ constexpr ap_row AP_KEYS[] = {
     {"wepKeyFormat", _integer<&wps_ap_band_config::wep_key_format>},
 };
 
-// An extender's access point has its key from the uplink, hence no security here.
+// An extender's access point gets its key from the uplink, so it has no security here.
 constexpr ap_row EXTENDER_KEYS[] = {
     {"enable", _ap_enable},
     {"ssid", nullptr, nullptr, _ssid},
@@ -170,11 +171,11 @@ constexpr ap_row EXTENDER_KEYS[] = {
     {"sec_follow", _follows_uplink},
 };
 
-// Where and how a writer's object goes to its file.
+// To which file a writer's object goes, and what is logged.
 struct target {
     const char *path;
-    const char *plain_path;  // what the failure line names: of a pair always the plain file
-    const char *total_line;  // begins the level 7 line with the whole text; null: no such line
+    const char *plain_path;  // in the failure line; of a pair always the plain file
+    const char *total_line;  // before the whole text, at level 7; null: no such line
     int failure_level;       // of the failure line
 };
 
@@ -187,8 +188,9 @@ constexpr target AP_TARGET = {WPS_AP_FILE, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAI
 constexpr target AP_MESH_TARGET = {WPS_AP_FILE_MESH, WPS_AP_FILE, AP_TOTAL, KELM_LOG_DETAIL};
 constexpr target MESH_SWITCH_TARGET = {WPS_STA_FILE, WPS_STA_FILE, nullptr, KELM_LOG_DETAIL};
 
-// Puts a text under its key. hex_key: where the exact bytes stand beside one that is no UTF-8; what
-// an earlier write has left there goes. False without memory.
+// Puts a text under its key. If the text is not UTF-8, the key gets it as UTF-8 with U+FFFD in it,
+// and hex_key gets the exact bytes as digits. If it is UTF-8, hex_key is removed: an earlier write
+// may have left it. False without memory.
 bool _add_text(json_object *object, const char *key, const char *hex_key, const byte_range &text)
 {
     json_object_object_del(object, hex_key);
@@ -205,7 +207,8 @@ bool _add_text(json_object *object, const char *key, const char *hex_key, const 
            kelm_json_add(object, hex_key, json_object_new_string(digits));
 }
 
-// False without memory: half of the keys, or one without the passphrase, must not be written.
+// False without memory. Then the object must not be written: it may have half of the keys only, or
+// no passphrase.
 template <typename config_t, size_t count>
 bool _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int band,
                const config_t *config)
@@ -229,8 +232,8 @@ bool _add_keys(json_object *object, const key_row<config_t> (&rows)[count], int 
     return true;
 }
 
-// Without memory or room for the new text the file keeps what it had, and one that was only just
-// created goes again.
+// When there is no memory or no room for the new text, the file keeps what it had. But a file that
+// was only just created is empty, and is removed.
 void _remove_empty(const char *path)
 {
     struct stat status = {};
@@ -238,8 +241,8 @@ void _remove_empty(const char *path)
         (void)::unlink(path);
 }
 
-// Rewrites a file with the object, if it is complete; 0 or -1. The lines carry the writer's name:
-// it alone tells the two files of a pair apart in the log.
+// Rewrites a file with the object, if the object is complete. Returns 0 or -1. The log lines carry
+// the writer's name: only this name shows which file of a pair is meant.
 int _commit(const char *writer, const target &to, json_object *object, bool complete)
 {
     const char *text = complete ? kelm_json_text(object) : nullptr;
@@ -257,7 +260,8 @@ int _commit(const char *writer, const target &to, json_object *object, bool comp
     return -1;
 }
 
-// What a writer adds to a file's object; false without memory.
+// Merges into a file what add puts into its object. add: returns false without memory. Returns 0 or
+// -1.
 template <typename add_t>
 int _merge(const char *writer, const target &to, const add_t &add)
 {
@@ -268,7 +272,7 @@ int _merge(const char *writer, const target &to, const add_t &add)
     return -1;
 }
 
-// Merges one band's keys into what the file holds.
+// Merges the keys of one band into what the file holds.
 template <typename config_t, size_t count>
 int _merge_band(const char *writer, const target &to, const key_row<config_t> (&rows)[count],
                 int band, const config_t *config)
@@ -291,11 +295,12 @@ struct backhaul_row {
     const char *ssid_hex_key;
     const char *password_key;
     const char *password_hex_key;
-    int source;  // whose record is written
+    int source;  // the band whose record is written
 };
 
-// The backhaul scripts know one 5 GHz network and look for these four keys only, so every band
-// above 2.4 GHz writes band 1's: a record of bands 2 or 3 under the same keys would replace it.
+// The backhaul scripts know one 5 GHz network. They look for four keys only: the SSID and the key
+// for 2.4 GHz, and the same for 5 GHz. So every band above 2.4 GHz writes the record of band 1. A
+// record of bands 2 or 3 under the same keys would replace it.
 constexpr backhaul_row BACKHAUL[KELM_BAND_COUNT] = {
     {"backhaul_ssid_2g", "backhaul_ssid_hex_2g", "backhaul_psk_key_2g", "backhaul_psk_key_hex_2g",
      KELM_BAND_2G},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// One table of words for both daemons.
+// One table of words, for hostapd and wpa_supplicant.
 #include "config/key_mgmt.h"
 
 #include <cstring>
@@ -22,7 +22,7 @@ struct key_mgmt_word {
     uint32_t kind;
 };
 
-// The three in the middle are the words of older firmware.
+// "WPA2-PSK", "WPA3-SAE" and "WEP" are the words of older firmware.
 constexpr key_mgmt_word WORDS[] = {
     {"WPA-PSK", KIND_PSK},
     {"WPA-PSK-SHA256", KIND_PSK},
@@ -50,7 +50,7 @@ uint32_t _kind_of_word(const char *word, size_t length)
     return 0;
 }
 
-// Takes the next word. False where there is none any more.
+// Takes the next word and its kind. False when no word is left.
 bool _next_word(const char **rest, uint32_t *kind)
 {
     const char *word = *rest + strspn(*rest, BLANKS);
@@ -103,7 +103,8 @@ uint32_t kelm_key_mgmt_mode(uint32_t kinds, bool has_key, uint32_t *version)
     }
     if ((kinds & KIND_WEP) != 0)
         return WPS_AUTH_WEP;
-    // A key beside "NONE", or beside nothing that is known: whoever wrote it means it to be used.
+    // A key may stand beside "NONE", or beside no word that is known. Whoever wrote the key wants
+    // it to be used.
     return has_key ? WPS_AUTH_WPA : WPS_AUTH_OPEN;
 }
 

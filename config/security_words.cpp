@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The tables of words, and those who look into them.
+// The tables of words, and the functions that search them.
 #include "config/security_words.h"
 
 #include <algorithm>
@@ -13,9 +13,9 @@ namespace kelm {
 
 namespace {
 
-// The first row that fits counts. The columns differ where their readers do: the access point
-// script has other words for SAE and none for OWE, and scan results know neither OWE nor the single
-// WPA.
+// The first row that fits counts. The columns differ where their readers differ. The access point
+// script has other words for SAE, and none for OWE. Scan results have no word for OWE, and none for
+// the single WPA.
 constexpr security_words SECURITY[] = {
     {WPS_AUTH_OPEN, KELM_ANY_VERSION, "none", "none", "none", 0},
     {WPS_AUTH_WPA, WPS_VERSION_WPA, "wpa", "wpa", "wpa", 3},
@@ -35,9 +35,10 @@ struct security_beginning {
     uint32_t version;
 };
 
-// For reading, in this order: "wpa" begins with less than the other three. Scans may come with
-// words that no scan result of our own has. A word that holds several is read by the first of them,
-// but for the pair of WPA and WPA2.
+// The table for reading. Its order matters: "wpa" comes after the three longer words that begin
+// with it. Scans may contain words that no scan result of our own has. If a word holds several of
+// these beginnings, the first one in it counts: "wpa2/wpa3" is read as "wpa2". Only the pair of WPA
+// and WPA2 is read as a whole.
 constexpr security_beginning BEGINNINGS[] = {
     {"owe", WPS_AUTH_OWE, WPS_VERSION_WPA3},      {"wpa3", WPS_AUTH_SAE, WPS_VERSION_WPA3},
     {"sae_only", WPS_AUTH_SAE, WPS_VERSION_WPA3}, {"psk_sae", WPS_AUTH_SAE, WPS_VERSION_MIXED},
@@ -46,7 +47,7 @@ constexpr security_beginning BEGINNINGS[] = {
     {"none", WPS_AUTH_OPEN, KELM_ANY_VERSION},
 };
 
-// The order in which "pairwise" is looked through.
+// In the order in which a value of "pairwise" is searched for them.
 constexpr cipher_words CIPHERS[] = {
     {WPS_CIPHER_AES, "aes", "CCMP", 3},
     {WPS_CIPHER_TKIP, "tkip", "TKIP", 1},
@@ -59,7 +60,7 @@ struct version_word {
     uint32_t version;
 };
 
-// Of "proto", in the order in which it is looked through.
+// The words of "proto", in the order in which a value is searched for them.
 constexpr version_word VERSIONS[] = {{"WPA", WPS_VERSION_WPA}, {"RSN", WPS_VERSION_WPA2}};
 
 const security_beginning *_find_beginning(const char *text)
@@ -71,8 +72,8 @@ const security_beginning *_find_beginning(const char *text)
     return nullptr;
 }
 
-// Notes a number whose word is found in a value, or forgets all when another was noted before: both
-// together mean "automatic".
+// If the word is in the value, notes its number. But if a number was noted before, forgets
+// everything: two together mean "automatic".
 void _combine(const char *word, uint32_t number, const char *value, uint32_t *found)
 {
     if (strstr(value, word) != nullptr)
@@ -137,7 +138,7 @@ void kelm_apply_pairwise(const char *value, uint32_t *cipher)
 
 void kelm_apply_proto(const char *value, uint32_t *version)
 {
-    // "WPA" is found in "WPA3" as well and takes the 3 back: WPA3 reads as mixed.
+    // "WPA" is found in "WPA3" too, and removes the 3 again. So WPA3 is read as mixed.
     if (strstr(value, "WPA3") != nullptr)
         *version = WPS_VERSION_WPA3;
     for (const version_word &row : VERSIONS)

@@ -19,7 +19,7 @@ namespace {
 constexpr size_t LINE_SIZE = 2048;
 constexpr int BLOCKS_PER_ROUND = 5;
 
-// What a failed argument check prints in place of its condition; log filters know the line as it
+// A failed argument check prints this in place of its condition. Log filters know the line as it
 // is.
 constexpr const char *NO_CONDITION = "(null)";
 
@@ -28,7 +28,7 @@ uint32_t _number(const char *value)
     return static_cast<uint32_t>(atoi(value));
 }
 
-// The two first characters decide, so that a carriage return behind the word does no harm.
+// The first two characters decide. So a carriage return behind the word does no harm.
 uint8_t _begins_on(const char *value)
 {
     return starts_with(value, "on") ? 1 : 0;
@@ -63,13 +63,13 @@ constexpr wps_key WPS_KEYS[] = {
     {"pinCode", _store_pin},
 };
 
-// Stems of the per-band keys; the band's name follows.
+// How the keys of a band begin. The band's name follows.
 constexpr const char *SEC_TYPE_STEM = "wlanSecType_";
 constexpr const char *AP_SWITCH_STEM = "apBssEnabled_";
 constexpr const char *AP_SWITCH_AP_MODE_STEM = "apBssEnabledApMode_";
 constexpr const char *STA_SWITCH_STEM = "staBssEnabled_";
 
-// The band that a key of this stem names, or KELM_BAND_NONE for any other key.
+// The band of a key that begins with stem, or KELM_BAND_NONE for any other key.
 int _band_of_key(const char *key, const char *stem)
 {
     if (!starts_with(key, stem))
@@ -80,8 +80,8 @@ int _band_of_key(const char *key, const char *stem)
     return band;
 }
 
-// Whether a parse of this type looks at lines of a block. Lines of the WPS switches count wherever
-// they stand; the Wi-Fi settings repeat their order of blocks every five.
+// Whether a parse of this type reads the lines of a block. The WPS switches are read from every
+// block. The Wi-Fi settings come in rounds of five blocks, always in the same order.
 bool _reads_block(int info_type, int block)
 {
     switch (info_type) {
@@ -93,7 +93,8 @@ bool _reads_block(int info_type, int block)
     }
 }
 
-// Cuts a line at its first "=". The value, or null for a line without one; the key is what remains.
+// Cuts a line at its first "=", so that only the key remains in it. Returns the value, or null for
+// a line without "=".
 char *_split(char *line)
 {
     char *equals = strchr(line, '=');
@@ -103,10 +104,10 @@ char *_split(char *line)
     return equals + 1;
 }
 
-// Takes the last character off whatever it is: the scripts end each line, the last included, with
-// one byte that is never part of the value. A last line written without one loses a character; a
-// test for the line feed here would let any other end byte into PINs and switches. -1 when nothing
-// can be cut.
+// Takes off the last character, whatever it is. The scripts end each line with one byte that is
+// never part of the value; they do so for the last line too. If a last line comes without such a
+// byte, its value loses a character. But if this function looked for the line feed, any other end
+// byte would get into PINs and switches. Returns -1 when nothing can be cut.
 int _cut_line_end(char *value)
 {
     const size_t length = strlen(value);

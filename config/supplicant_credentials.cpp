@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Credential extraction from wpa_supplicant's configuration file.
+// Takes credentials from wpa_supplicant's configuration file.
 #include "config/supplicant_credentials.h"
 
 #include <cstdio>
@@ -19,7 +19,7 @@ namespace kelm {
 
 namespace {
 
-// The lines of the extraction carry the name of its entry, whichever step writes them.
+// All log lines of the extraction carry this name, whichever step writes them.
 constexpr const char *ENTRY = "rtk_get_wps_credentials";
 
 // One extraction: where it reads, where it writes, and what it has found so far.
@@ -88,11 +88,11 @@ void _record_mesh(extraction *work, const cfgitem &item)
                 record->qm_data);
 }
 
-// The two keys with an equals sign are never found, since no key of the tree has one, and the
-// record depends on it: the root access point's security, cipher and mesh data come from the scan
-// table, its node id with them. Mesh support from here would come without a node id, the bands' ids
-// would differ and the mesh would be switched off; a security from here would stay in the record of
-// a root access point that the scan does not list.
+// The two keys with an equals sign are never found, since no key of the tree contains one. The
+// record depends on that: the root access point's security, cipher, mesh data and node id come from
+// the scan table. If mesh support were taken from here, it would come without a node id. Then the
+// ids of the bands would differ, and the mesh would be switched off. If the security were taken
+// from here, it would stay in the record of a root access point that the scan does not list.
 constexpr conf_key<extraction> NETWORK_KEYS[] = {
     {"ssid", _record_ssid},
     {"psk", _record_psk},
@@ -178,7 +178,8 @@ int rtk_get_wps_credentials(int band, kelm_rootap_info *record)
     work.record = record;
     for (const cfgitem *item = network->child; item != nullptr; item = item->next)
         kelm_take_item(NETWORK_KEYS, &work, *item);
-    // Whether there is a key decides which entries of a scan may stand for this network.
+    // The record needs the SAE password too: if it has a key, fewer entries of a scan can be this
+    // network.
     if (work.sae_password[0] != '\0' && (!work.has_psk || kelm_is_sae_only(work.kinds)))
         _record_password(&work, work.sae_password);
     _store_security(work);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Single options of the uci store.
+// Reads single options of the uci store.
 #include "config/uci_option.h"
 
 #include <csignal>
@@ -27,7 +27,7 @@ namespace {
 
 constexpr size_t SWITCH_SIZE = 33;
 constexpr size_t YES_SIZE = 4;
-constexpr size_t CLEARED_BYTES = 4;  // enough to make the answer of a failed look-up read as empty
+constexpr size_t CLEARED_BYTES = 4;  // a failed look-up then leaves an empty text
 
 struct uci_context_freer {
     void operator()(uci_context *context) const { uci_free_context(context); }
@@ -39,14 +39,15 @@ struct uci_package_unloader {
 };
 using unique_uci_package = std::unique_ptr<uci_package, uci_package_unloader>;
 
-// --- The library waits without end for a file that another program has locked ---
+// --- The library waits for ever for a file that another program has locked ---
 
 constexpr int LOCK_LIMIT_MS = 1000;
-// Once a lock was not had, or where the daemon is told to end: an attempt looks up a dozen options.
+// The limit after a lock that could not be had, and after the daemon was told to end. An attempt
+// looks up a dozen options, and each would wait.
 constexpr int SHORT_LOCK_LIMIT_MS = 50;
 constexpr int64_t LOCK_MEMORY_MS = int64_t{10} * 1000;
 constexpr suseconds_t KNOCK_US =
-    suseconds_t{100} * 1000;  // and again: a signal may come right before the wait
+    suseconds_t{100} * 1000;  // repeated, since the first may come right before the wait
 
 int64_t lock_missed_ms = -LOCK_MEMORY_MS;
 
@@ -56,14 +57,14 @@ int _lock_limit_ms()
     return in_haste ? SHORT_LOCK_LIMIT_MS : LOCK_LIMIT_MS;
 }
 
-// While one of these lives, a timer interrupts what the main thread waits for.
+// While an object of this class exists, a timer interrupts what the main thread waits for.
 class wait_limit {
 public:
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): sigaction and the like fill the rest.
     explicit wait_limit(int limit_ms) : end_ms_(kelm_monotonic_ms() + limit_ms)
     {
         struct sigaction knock = {};
-        knock.sa_handler = [](int) {};  // without SA_RESTART: that it came is all
+        knock.sa_handler = [](int) {};  // without SA_RESTART, so the wait ends
         sigaction(SIGALRM, &knock, &action_);
         sigset_t alarm;
         sigemptyset(&alarm);
@@ -90,10 +91,10 @@ private:
     sigset_t mask_;
 };
 
-// --- The library applies what stands in a folder of /tmp on top of each file ---
+// --- The library reads a file, and applies changes from a folder in /tmp to what it has read ---
 
 constexpr const char *CHANGES_FOLDER = "/tmp/.uci";
-constexpr const char *CONFIG_FOLDERS[] = {"/var/run/uci", "/etc/config"};  // the first one hides
+constexpr const char *CONFIG_FOLDERS[] = {"/var/run/uci", "/etc/config"};  // the first one wins
 constexpr size_t PATH_SIZE = 128;
 
 bool _may_apply_changes()
@@ -104,7 +105,7 @@ bool _may_apply_changes()
     if (S_ISDIR(there.st_mode) && (there.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&
         kelm_is_trusted_user(there.st_uid))
         return true;
-    static bool told = false;  // an attempt looks up a dozen options
+    static bool told = false;  // one line is enough for a dozen look-ups
     if (!told)
         kelm_log_as("_get_uci_option", KELM_LOG_ALWAYS, "%s: not used, others may write to it\n",
                     CHANGES_FOLDER);
@@ -112,8 +113,10 @@ bool _may_apply_changes()
     return false;
 }
 
-// What the library is to load. By its path a file is read without changes: there are none as long
-// as the folder is missing, and whoever makes it a moment later must not come in between.
+// Returns what the library shall load: the package's name, or the path of its file. A file that is
+// loaded by its path gets no changes. That is right too when the folder of changes is missing:
+// there are no changes then. If the name were loaded, anybody could still make the folder, before
+// the library looks for it.
 const char *_name_to_load(const char *package, char (&path)[PATH_SIZE])
 {
     if (package[0] == '/' || _may_apply_changes())
@@ -127,7 +130,7 @@ const char *_name_to_load(const char *package, char (&path)[PATH_SIZE])
     return path;
 }
 
-// Null where it cannot be read; a line for one that stayed locked.
+// Null when the package cannot be read. If it stayed locked, that is logged.
 uci_package *_load_package(uci_context *context, const char *package)
 {
     char path[PATH_SIZE];
@@ -144,7 +147,8 @@ uci_package *_load_package(uci_context *context, const char *package)
     return nullptr;
 }
 
-// The string of the first section that qualifies and has the option, or null. Lists do not count.
+// Of the sections that may be meant, returns the value of the first one that has the option as a
+// text. Null when there is none. Lists do not count.
 const char *_find_string(uci_context *context, uci_package *package, const char *section_name,
                          const char *option_name)
 {
@@ -161,7 +165,8 @@ const char *_find_string(uci_context *context, uci_package *package, const char 
     return nullptr;
 }
 
-// Whether an option is exactly the text; one that is missing or longer than the buffer is "".
+// Whether an option's value is exactly text. An option that is missing, or longer than the buffer,
+// counts as "".
 template <size_t size>
 bool _option_equals(const char *package, const char *section, const char *option, const char *text)
 {

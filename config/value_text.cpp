@@ -26,7 +26,7 @@ bool _is_octal(char c)
     return c >= '0' && c <= '7';
 }
 
-// -1 for no digit.
+// The value of a digit; -1 for any other character.
 int _hex_digit(char c)
 {
     constexpr char digits[] = "0123456789abcdef";
@@ -35,7 +35,8 @@ int _hex_digit(char c)
     return at != nullptr ? static_cast<int>(at - digits) : -1;
 }
 
-// Up to count digits of a base at a text of length bytes, as one byte. The digits read.
+// Reads up to count digits of a base, and makes one byte of them. text: length bytes. Returns the
+// number of digits read.
 size_t _read_number(const char *text, size_t length, size_t count, int base, char *byte)
 {
     int number = 0;
@@ -50,8 +51,8 @@ size_t _read_number(const char *text, size_t length, size_t count, int base, cha
     return read;
 }
 
-// What stands behind a backslash, as one byte. The characters read; 0 for what is no escape: the
-// backslash counts for nothing then.
+// Reads what stands behind a backslash, and makes one byte of it. Returns the number of characters
+// read. 0 means that this is no escape: the backslash is left out then.
 size_t _read_escape(const char *text, size_t length, char *byte)
 {
     if (length == 0)
@@ -80,7 +81,7 @@ size_t _decode_escapes(const char *text, size_t length, char *out, size_t limit)
         }
         ++at;
         const size_t read = _read_escape(text + at, length - at, &out[made]);
-        // "\x" without a digit stands for nothing.
+        // "\x" without a digit behind it gives no byte.
         at += read == 0 && at < length && text[at] == 'x' ? 1 : read;
         made += read == 0 ? 0 : 1;
     }
@@ -115,7 +116,8 @@ size_t _decode(const char *text, size_t length, char *out, size_t limit)
     return copy_text(out, limit + 1, text, length);
 }
 
-// bytes: what the value that was written stands for.
+// Stores a password if it fits. bytes: the bytes that the value stands for. written: the value as
+// it is in the file.
 void _take_if_fitting(const char *bytes, size_t length, const char *written,
                       char (&password)[WPS_PASSWORD_SIZE])
 {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The forms in which hostapd and wpa_supplicant write down bytes that may be no plain text.
+// Values in the files of hostapd and wpa_supplicant. Both have forms for bytes that may not be
+// plain text.
 #pragma once
 
 #include <cstddef>
@@ -9,25 +10,29 @@
 
 namespace kelm {
 
-// The bytes that a value stands for: those between double quotes, those of P"..." with its escapes,
-// or those that an even number of hexadecimal digits spells. Any other text, which both daemons
-// refuse, stands for itself. out is terminated; returns the number of bytes, which may hold zeros.
-// size: strlen(value) + 1 always does, and what does not fit is cut.
+// Writes the bytes that a value stands for into out, terminated. Returns the number of bytes; zeros
+// may be among them. size: of out. strlen(value) + 1 is always enough; what does not fit is cut. A
+// value stands for
+// - the bytes between double quotes;
+// - the bytes of P"..." with its escapes;
+// - the bytes that an even number of hexadecimal digits spells;
+// - itself, if it is any other text. Both daemons refuse such a value.
 size_t kelm_decode_value(const char *value, char *out, size_t size);
 
-// The same for the value of a parsed line, whose quotes are off already.
+// The same for the value of a parsed line. Its quotes are already removed.
 size_t kelm_decode_item(const hapd_wpasupp_cfgitem &item, char *out, size_t size);
 
-// The SSID that a parsed line or such a value names.
+// Sets ssid to the SSID that a parsed line or a value names.
 void kelm_decode_ssid(const hapd_wpasupp_cfgitem &item, char (&ssid)[WPS_SSID_SIZE]);
 void kelm_decode_ssid(const char *value, char (&ssid)[WPS_SSID_SIZE]);
 
-// The password of a "sae_password" line. One with a zero byte, which no field can hold, stays as it
-// is written; one that is too long is left out, with a log line: a cut one would let nobody in.
+// Sets password to the password of a "sae_password" line. No field can hold a password with a zero
+// byte; such a password stays as it is written in the line. A password that is too long is left out
+// (logged), and password becomes empty: a cut one would let nobody in.
 void kelm_take_sae_password(const hapd_wpasupp_cfgitem &item, char (&password)[WPS_PASSWORD_SIZE]);
 void kelm_take_sae_password(const char *value, char (&password)[WPS_PASSWORD_SIZE]);
 
-// The line that tells it.
+// Writes the log line for a password that was left out.
 void kelm_log_left_out_password();
 
 }  // namespace kelm
