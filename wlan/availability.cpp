@@ -28,7 +28,7 @@ void _set_ap_mode_flags(const wps_config_info &wps)
     }
 }
 
-// A repeater's stations may always use WPS: the global switch is the access points' alone.
+// The global switch is for access points only. So it does not count for the stations of a repeater.
 void _set_repeater_flags(const wps_config_info &wps, const wps_ap_band_config *ap)
 {
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
@@ -45,7 +45,7 @@ int kelm_check_available_status()
 {
     wps_config_info wps = {};
     wps_ap_band_config ap[KELM_BAND_COUNT] = {};
-    (void)wps_parse_config(WPS_CONF_PATH, &wps, WPS_CONFIG_GLOBAL);  // missing: all off
+    (void)wps_parse_config(WPS_CONF_PATH, &wps, WPS_CONFIG_GLOBAL);  // a missing file: all off
     (void)wps_parse_config(WIFI_CONF_PATH, ap, WPS_CONFIG_AP);
     kelm_log_normal(
         "enabled: %d, apWpsAvailable: %d, staWpsAvailable: %d, pinEnabled: %d, pinCode:%.8s\n\n",

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: ISC
-// Which interfaces the settings let take part in WPS.
+// Which interfaces may take part in WPS, as the settings say.
 #pragma once
 
 namespace kelm {
 
-// Sets the enable flags of all sessions from "/tmp/wps.conf" and "/tmp/wifi.conf". Returns 0, or -1
-// in an unknown run mode.
+// Sets the enable flags of all sessions by "/tmp/wps.conf" and "/tmp/wifi.conf". Logs the settings,
+// PIN included, at level 4. Returns 0, or -1 (logged) in an unknown run mode.
 int kelm_check_available_status();
 
 }  // namespace kelm

@@ -19,7 +19,8 @@ constexpr size_t DEVICE_SIZE = 2048;
 int kelm_get_RFBand(int32_t *code)
 {
     unique_json device;
-    // Opened for writing too, though only read: a read-only file counts as missing.
+    // The file is only read. But it is opened for writing too, so a read-only file counts as
+    // missing.
     switch (kelm_read_json(DEVICE_PATH, O_RDWR, DEVICE_SIZE, &device)) {
     case json_read_result::no_memory:
         kelm_log_always("malloc failed.\n");

@@ -6,7 +6,8 @@
 
 namespace kelm {
 
-// A band outside 0 to 3 is ignored and reads 0.
+// A mark for each band. set ignores a band outside 0 to 3, and get returns 0 for it. reset sets all
+// marks to 0.
 void set_band_easymesh_wps(int band, uint32_t value);
 uint32_t get_band_easymesh_wps(int band);
 void reset_band_easymesh_wps();

@@ -60,7 +60,8 @@ int kelm_backup_sta_connected(int band)
     const int connected = kelm_json_int(link.get(), "status", 0);
     kelm_log_normal("%s is %s before WPS\n", row.label,
                     connected != 0 ? "connected" : "disconnected");
-    // Other values are links in the making: told as connected, but such a band still takes part.
+    // A status other than 0 and 1 is a link that is still being made. It is logged as connected,
+    // but the band still takes part.
     if (kelm_get_wps_session(band) != nullptr)
         _set_connected(band, kelm_get_band_inited(band) != 0 && connected == LINK_UP);
     return 0;

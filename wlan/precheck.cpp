@@ -26,7 +26,7 @@ namespace kelm {
 namespace {
 
 constexpr const char *STARTING_MARKER = "/tmp/wifid_is_starting";
-constexpr const char *ENTRY = "kelm_check_wlan_status";  // whose lines the steps write
+constexpr const char *ENTRY = "kelm_check_wlan_status";  // in the log lines of all steps
 
 bool _has_enabled_station(int band)
 {
@@ -38,8 +38,9 @@ bool _is_wireless_starting()
     return kelm_open_trusted(STARTING_MARKER, O_RDWR).valid();
 }
 
-// A done mark of a cancelled attempt would end this one with its first event, and an overlap that
-// was heard while nothing ran would be told as its outcome.
+// A cancelled attempt may have left a done mark: it would end this attempt at its first event. An
+// overlap may have been heard while no attempt ran: it would be reported as the outcome of this
+// one.
 void _start_clean(bool keep_silence)
 {
     kelm_forget_attempt(keep_silence);
@@ -53,8 +54,8 @@ uint16_t _code(int band)
 
 // --- Repeater mode ---
 
-// Silences the bands without a station and notes the links of the others. False when a link is
-// unknown.
+// Silences the bands without an enabled station, and notes the links of the others. False when a
+// link cannot be read.
 bool _survey_stations()
 {
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
@@ -64,14 +65,14 @@ bool _survey_stations()
         }
         if (kelm_backup_sta_connected(band) != 0)
             return false;
-        // The 6 GHz band knows no WPS: it takes part by mirroring alone.
+        // There is no WPS on 6 GHz. The band takes part only by mirroring another band.
         if (band == KELM_BAND_6G)
             kelm_set_wps_flag_bit(band, WPS_FLAG_STAWPS_FAKEUP);
     }
     return true;
 }
 
-// Whether every link is up, the two 5 GHz radios being one link that either of them can hold.
+// Whether every link is up. The two 5 GHz radios count as one link, and either of them can hold it.
 bool _is_all_connected()
 {
     const kelm_session *second = kelm_get_wps_session(KELM_BAND_5G2);
@@ -108,7 +109,8 @@ void _sit_out(int band)
     kelm_set_status(band, WPS_STATUS_SILENT);
 }
 
-// The connected bands sit the attempt out, each 5 GHz radio for the other one too.
+// The connected bands sit the attempt out. If one 5 GHz radio is connected, the other one sits it
+// out too.
 void _silence_connected()
 {
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
@@ -160,7 +162,8 @@ void _note_open_access_point(int band)
         kelm_set_wps_flag_bit(band, WPS_FLAG_NONE_SECURITY);
 }
 
-// One press opens one 5 GHz radio, the first: on both, a client would meet an overlap.
+// Of two 5 GHz radios, one press opens only the first. If both were open, a client would meet an
+// overlap.
 bool _sits_out_as_access_point(int band)
 {
     if (!kelm_has_wps_flag(band, WPS_FLAG_APBSS_ENABLE))
@@ -170,7 +173,7 @@ bool _sits_out_as_access_point(int band)
 
 void _start_access_point(uint16_t *codes)
 {
-    _start_clean(true);  // a band that was silenced before stays so
+    _start_clean(true);  // a band that is silent stays silent
     for (int band = 0; band < KELM_BAND_COUNT; ++band) {
         if (!kelm_get_band_inited(band))
             continue;
@@ -187,7 +190,7 @@ void _start_access_point(uint16_t *codes)
     }
 }
 
-// The PIN of the settings as text, empty when the access points get none.
+// The PIN of the settings as text. It is empty when the access points get none.
 void _usable_pin(const wps_config_info &wps, char (&pin)[WPS_PIN_LEN + 1])
 {
     copy_text(pin, sizeof pin, wps.pin_code, WPS_PIN_LEN);
@@ -225,7 +228,7 @@ void start_background_wps()
     if (kelm_get_run_mode() != KELM_MODE_AP)
         return;
     wps_config_info wps = {};
-    (void)wps_parse_config(WPS_CONF_PATH, &wps, WPS_CONFIG_GLOBAL);  // missing: no PIN
+    (void)wps_parse_config(WPS_CONF_PATH, &wps, WPS_CONFIG_GLOBAL);  // a missing file: no PIN
     kelm_log_normal(
         "enabled: %d, apWpsAvailable: %d, staWpsAvailable: %d, pinEnabled: %d, pinCode:%.8s\n\n",
         wps.enabled, wps.ap_wps_available, wps.sta_wps_available, wps.pin_enabled, wps.pin_code);

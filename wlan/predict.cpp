@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The estimate of a repeater attempt's chance: weights of the progress steps and their arithmetic.
+// The weights of the progress steps, and how the estimate is computed from them.
 #include "wlan/predict.h"
 
 #include <cstdint>
@@ -13,11 +13,11 @@ namespace kelm {
 namespace {
 
 constexpr int START_PERCENT = 50;
-constexpr int KEPT_PERCENT = 85;  // of the chance, when a pass brought no progress
+constexpr int KEPT_PERCENT = 85;  // this part of the chance stays when a pass brings no progress
 
-// By progress step. A registrar's refusal stands in fourth place and weighs next to nothing, though
-// it comes late in an exchange: with a weight between its neighbours a refused band would look like
-// one that gets on well, and the attempt would run into the time-out.
+// One weight for each progress step. A registrar's refusal (EAP_STEP_M2D) weighs next to nothing,
+// though it comes late in an exchange. If its weight were between the weights beside it, a refused
+// band would look like one that gets on well. Then the attempt would run into the time-out.
 constexpr int32_t wps_eap_status_weight[EAP_STEP_COUNT] = {
     30, 50, 60, 70, 5, 75, 80, 85, 90, 95, 100, 100,
 };
@@ -34,7 +34,8 @@ int _clamp_percent(int value)
     return value < 0 ? 0 : value;
 }
 
-// Multiplied first, so that the division loses less than one percent; it cuts towards zero.
+// The multiplication comes first, so that the division loses less than one percent. The division
+// cuts towards zero.
 int _moved_score(int score, int weight, int previous_weight)
 {
     return _clamp_percent(score * (weight - previous_weight + KEPT_PERCENT) / 100);
@@ -45,7 +46,7 @@ bool _counts(int band)
     return kelm_get_band_inited(band) != 0 && kelm_is_worker_done(band) == 0;
 }
 
-// At least one of the two comes true, taken as independent.
+// The chance that at least one of two things happens. They are taken as independent.
 int _either(int total, int score)
 {
     return total + score - (total * score) / 100;
@@ -88,8 +89,8 @@ void reset_wps_band_predict_score(int band)
     }
     session->eap_status = EAP_STEP_START;
     session->pre_eap_status = EAP_STEP_START;
-    // Without an exchange of its own a band has no events to lose its chance by: at 0 it never
-    // raises the chance of the others, and keeps no hopeless attempt alive.
+    // A band without an exchange of its own has no events that could lower its chance. With score 0
+    // it never raises the chance of the others, and it keeps no hopeless attempt alive.
     const bool mirrors_only =
         band == KELM_BAND_6G || (session->wps_flags & WPS_FLAG_STAWPS_FAKEUP) != 0;
     session->wps_score = mirrors_only ? 0 : START_PERCENT;
@@ -109,13 +110,13 @@ int get_wps_band_predict_score(int band)
     const int weight = wps_eap_status_weight[session->eap_status];
     const int previous_weight = wps_eap_status_weight[session->pre_eap_status];
     const int score = _moved_score(before, weight, previous_weight);
-    // The text shows the formula loosely; readers of the log look for it as it is.
+    // The text shows the formula loosely. It stays as it is, since readers of the log look for it.
     kelm_log_detail(
         "wps predict rate [band%d]=%d (newrate[%d] = prerate[%d] * (85 + (stat[%d] - prestat[%d]) "
         "/ 100)\n",
         band, score, score, before, weight, previous_weight);
     kelm_push_score(band, score);
-    kelm_push_eap_status(band, session->eap_status);  // the step is used up
+    kelm_push_eap_status(band, session->eap_status);  // so a step counts only once
     return score;
 }
 

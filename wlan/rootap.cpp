@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The search for the root access point: address distance, scan results, the resolution per band.
+// The search for the root access point: distance of addresses, scan results, the result for each
+// band.
 #include "wlan/rootap.h"
 
 #include <cstdlib>
@@ -37,8 +38,8 @@ bool _is_known(const uint8_t (&bssid)[WPS_BSSID_LEN])
 // --- Addresses ---
 
 constexpr int OUI_LEN = 3;
-constexpr int OUI_DIFF_MAX = 1;  // one differing byte: the locally administered twin of an address
-constexpr int32_t FAR_DISTANCE = 256;  // no two radios of one device are numbered that far apart
+constexpr int OUI_DIFF_MAX = 1;        // a locally administered twin differs in one byte
+constexpr int32_t FAR_DISTANCE = 256;  // the radios of one device have nearer numbers
 
 int _oui_difference(const uint8_t *a, const uint8_t *b)
 {
@@ -53,9 +54,10 @@ int32_t _low_half(const uint8_t *mac)
     return mac[3] << 16 | mac[4] << 8 | mac[5];
 }
 
-// The same address counts as next to itself, at distance 1, since 0 means unrelated. Two addresses
-// that differ in one byte of the maker's half alone come out as 0 too: they are two networks of one
-// radio, not one network on two, and as "near" a guest network would be taken for the main one.
+// An address has distance 1 to itself, since 0 means unrelated. The distance is 0 too if two
+// addresses differ in nothing but one byte of the maker's half. Such addresses are two networks of
+// one radio, not one network on two radios. If they counted as near, a guest network would be taken
+// for the main one.
 int32_t _mac_distance(const uint8_t *a, const uint8_t *b)
 {
     const int oui_difference = _oui_difference(a, b);
@@ -69,7 +71,7 @@ int32_t _mac_distance(const uint8_t *a, const uint8_t *b)
 
 // --- Entries of a scan result ---
 
-// The text under a key, or null when there is none or the value is of another type.
+// The text under a key. Null when the key is missing or its value is of another type.
 const char *_entry_text(json_object *entry, const char *key)
 {
     json_object *value = nullptr;
@@ -86,7 +88,7 @@ void _store_text(json_object *entry, const char *key, char (&field)[size])
         copy_text(field, value);
 }
 
-// Byte by byte, since a name may hold zeros.
+// Copies by length, since a name may contain zero bytes.
 void _store_ssid(json_object *entry, kelm_rootap_info *rec)
 {
     json_object *value = nullptr;
@@ -97,7 +99,7 @@ void _store_ssid(json_object *entry, kelm_rootap_info *rec)
               static_cast<size_t>(json_object_get_string_len(value)));
 }
 
-// Modulo 256, however long the number is.
+// The number modulo 256; it may have any number of digits.
 uint8_t _channel_number(const char *digits)
 {
     unsigned number = 0;
@@ -136,14 +138,14 @@ struct scan_choice {
     json_object *entry;
     uint8_t bssid[WPS_BSSID_LEN];
     int32_t distance;  // 0: chosen by its name, unrelated by address
-    int32_t best;      // what a nearer one has to stay below
+    int32_t best;      // a nearer entry must be below this
 };
 
-constexpr int32_t WORST_DISTANCE = 255;  // so an entry exactly that far away is never chosen
+constexpr int32_t WORST_DISTANCE = 255;  // an entry at exactly this distance is not near
 
 enum class scan_pick { none, by_ssid, by_bssid };
 
-// A name that is not known matches nothing: hidden entries have an empty one.
+// An unknown name matches no entry. It is empty, and hidden entries have an empty name too.
 bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
 {
     json_object *value = nullptr;
@@ -154,19 +156,19 @@ bool _has_ssid(json_object *entry, const char (&ssid)[WPS_SSID_SIZE])
            memcmp(json_object_get_string(value), ssid, length) == 0;
 }
 
-// Whether an entry may be the network that has been joined. Anybody can send its name, or an
-// address near its own, but not with its key: what is open, or guards no key that is worth it, is
-// not the same network. An entry that tells nothing is taken by the rest that it tells; the
-// security that was learnt stands then.
+// Whether an entry may be the network that has been joined. Anybody can send the name of this
+// network, or an address near its own, but nobody else has its key. So an entry is not the same
+// network if it is open, or if its security does not really guard a key. An entry may name no
+// security. Then the rest of the entry decides, and the security that was learnt stays.
 bool _may_have_key(json_object *entry)
 {
     const char *told = _entry_text(entry, "security");
     return told == nullptr || kelm_guards_key(told);
 }
 
-// The name decides only while nothing is chosen, and only once: neighbours may carry the same name,
-// but what is near by address is the device itself. So a name never displaces an address, and a
-// later entry must be strictly nearer.
+// The name decides only while nothing is chosen, so only once. Neighbours may have the same name,
+// but an entry that is near by address is the device itself. So a name never replaces an address,
+// and a later entry must be strictly nearer.
 scan_pick _consider(json_object *entry, const kelm_rootap_info &wanted, scan_choice *choice)
 {
     const char *mac = _entry_text(entry, "mac");
@@ -187,8 +189,10 @@ scan_pick _consider(json_object *entry, const kelm_rootap_info &wanted, scan_cho
     return by_ssid ? scan_pick::by_ssid : scan_pick::by_bssid;
 }
 
-// Null when no attempt gave JSON. The command writes where it is told by name, as root: through a
-// link of anybody's, or into a file of anybody's, which is then not believed.
+// Null when no attempt gave JSON. The command runs as root and writes to the file of this name. If
+// there were a link of somebody else, it would write where the link leads. If there were a file of
+// somebody else, it would write there, and the daemon would not believe that file. So the name is
+// secured first; null if that fails.
 unique_json _fetch_scan_result(int band, const char *path)
 {
     if (!kelm_has_own_file(path) && !kelm_pin_file(path, KELM_FOR_ALL))
@@ -350,7 +354,8 @@ int kelm_resolve_apinfo_and_credential()
             !kelm_has_wps_flag(band, WPS_FLAG_OVER_SCAN))
             trigger_over_scan(band);
         if (band == suc || kelm_is_worker_succeed(band, false)) {
-            // It keeps its own credentials; the scan only completes what is known of its peer.
+            // This band keeps its own credentials. The scan only completes what is known of its
+            // root access point.
             kelm_clean_wps_flag_bit(band, WPS_FLAG_CONFIG_MIRROR);
             (void)check_rootapinfo_from_scantable(suc, band);
             continue;

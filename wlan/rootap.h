@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Finds, for the bands that failed, the root access point that the succeeded band has joined.
+// Finds the root access point that the succeeded band has joined, for the bands that failed.
 #pragma once
 
 #include <cstddef>
@@ -12,34 +12,42 @@
 
 namespace kelm {
 
-// How near two 6-byte addresses are: 0 unrelated, 1 the same or next to each other, more: further
-// apart.
+// Returns how near two 6-byte addresses are. 0: unrelated. 1: the same, or next to each other.
+// More: further apart. Logs the addresses at level 7.
 int32_t wps_bssid_co_hosted_check(const uint8_t *a, const uint8_t *b);
 
-// Fills rec from one entry of a scan result and the 6-byte address, then dumps it. Keys that are
-// missing or of another type leave their field alone.
+// Fills rec from one entry of a scan result and from bssid, an address of 6 bytes. Then logs rec
+// with dump_rootap_info. If a key is missing or its value is of another type, its field stays as it
+// is.
 void kelm_store_apinfo_from_json(json_object *entry, kelm_rootap_info *rec, const uint8_t *bssid);
 
-// Looks in a band's scan result for the root access point of the succeeded session, by SSID and by
-// address. Fetches the list up to six times, a second apart. Returns 1 with wps's record filled,
-// else 0.
+// Searches the scan result of a band for the root access point of the succeeded session, by SSID
+// and by address. path: the file of the scan result. wps: the session of the band. Fetches the list
+// with "/usr/bin/wifi getscanresult", up to six times, with "sleep 1" between. Returns 1 with wps's
+// record filled, else 0.
 int kelm_match_rootap(const char *path, const kelm_session *suc_wps, kelm_session *wps);
 
-// Whether both bands' records name one device: same UUID, SSIDs known, addresses near.
+// Returns 1 when the records of both bands name one device: the UUIDs are the same, SSIDs and
+// addresses are known, and the addresses are near. Else 0.
 int check_rootapinfo_with_uuid(int suc_band, int band);
 
-// kelm_match_rootap on the band's own scan result.
+// Calls kelm_match_rootap for band, on the band's own scan result. Returns the same, and 0 for a
+// bad band (logged).
 int check_rootapinfo_from_scantable(int suc_band, int band);
 
-// After the workers: completes the root access point records and sets WPS_FLAG_CONFIG_MIRROR on the
-// bands that may take the succeeded band's credentials. Returns 0; -1 while workers run or when
-// none succeeded; 2 when neither 0 nor 2 of the bands 0 to 2 had a link before.
+// For the time after the workers. Completes the root access point records. Sets
+// WPS_FLAG_CONFIG_MIRROR on the bands that may take the credentials of the succeeded band. Returns
+// - 0 when that is done;
+// - -1 while workers run, or when no band succeeded;
+// - 2 when one or three of the bands 0 to 2 had a link before. With none or two it goes on.
 int kelm_resolve_apinfo_and_credential();
 
-// A root access point message from a monitor. 0, or -1 when the platform knows no such message.
+// Takes a root access point message from a monitor into the record of its band. message: length
+// bytes. Returns 0, or -1 when the platform knows no such message or the band is bad.
 int _kelm_worker_process_rootapinfo(const char *message, size_t length);
 
-// Fills rec from a station configuration.
+// Fills rec from a station configuration. An address, SSID or security that is unknown there leaves
+// its field as it is.
 void kelm_store_apinfo_from_cfg(const wps_sta_band_config *cfg, kelm_rootap_info *rec);
 
 }  // namespace kelm

@@ -14,7 +14,7 @@ int _read_ap_secType(int band, uint32_t *sec_type)
         return -1;
     }
     wps_ap_band_config ap[KELM_BAND_COUNT] = {};
-    (void)wps_parse_config(WIFI_CONF_PATH, ap, WPS_CONFIG_AP);  // missing: no security known
+    (void)wps_parse_config(WIFI_CONF_PATH, ap, WPS_CONFIG_AP);  // a missing file: open
     kelm_log_detail("wps_parse_ap_config finished.\n");
     kelm_log_detail("SecType: %d\n", static_cast<int>(ap[band].sec_type));
     *sec_type = ap[band].sec_type;

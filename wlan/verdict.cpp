@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The verdict on a band, for the log, for the user and for the exit path.
+// Decides whether a band has succeeded: for the log, for the user and for the exit path.
 #include "wlan/verdict.h"
 
 #include "core/log.h"

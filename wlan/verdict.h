@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: ISC
-// What a band's attempt came to.
+// How a band's attempt has ended.
 #pragma once
 
 #include <cstdint>
 
 namespace kelm {
 
-// Whether the band's attempt succeeded; notes it for get_band_worker_succeed. With report also logs
-// it and writes the lines of the system log.
+// Returns whether the band's attempt succeeded, and notes the answer for get_band_worker_succeed.
+// report: also logs it and writes the lines of the system log. A bad band is logged, and false.
 bool kelm_is_worker_succeed(int band, bool report);
 
-// 1 when the band's attempt had succeeded when kelm_is_worker_succeed was asked last; the exit path
-// goes by it. A band outside 0 to 3 is ignored and reads 0.
+// What kelm_is_worker_succeed last answered for the band: 1 for success, else 0. The exit path goes
+// by it. set ignores a band outside 0 to 3, and get returns 0 for it.
 void set_band_worker_succeed(int band, int32_t value);
 int32_t get_band_worker_succeed(int band);
 
