@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Shell commands on posix_spawn.
+// Shell commands, started with posix_spawn.
 #include "core/exec.h"
 
 #include <cerrno>
@@ -25,8 +25,8 @@ namespace kelm {
 
 namespace {
 
-// Overwritten by every wps_exec_cmd_with_result; a program's output of the full size leaves room
-// for the terminator.
+// Each wps_exec_cmd_with_result overwrites this. There is room for the terminator even behind an
+// output of the full size.
 char g_wps_cmd_result[WPS_CMD_RESULT_SIZE + 1];
 
 constexpr int START_TRIES = 5;
@@ -35,13 +35,14 @@ constexpr timespec START_PAUSE = {0, 100L * 1000 * 1000};
 struct command_rule {
     command_kind kind;
     int limit_ms;
-    int limit_again_ms;   // where the last of its kind took all of that
-    bool may_outlive_us;  // is not killed for the sake of an end in time
-    int share;            // of what is left after SIGTERM it gets this part
+    int limit_again_ms;   // when the last command of the kind took all of limit_ms
+    bool may_outlive_us;  // is left running when the daemon or the attempt ends
+    int share;            // of the time left after SIGTERM; 4 means a quarter
 };
 
-// A publication gets more than the rest: it is what others learn of the end by, and comes last. A
-// tool that hangs is asked up to a dozen times in an attempt.
+// A publication gets the largest share. Others learn of the end by it, and it comes last. The limit
+// after a command that hung is short for quick and scan: a tool that hangs is asked up to a dozen
+// times in an attempt.
 constexpr command_rule RULES[] = {
     {command_kind::quick, 15 * 1000, 3 * 1000, false, 4},
     {command_kind::scan, 30 * 1000, 3 * 1000, false, 4},
@@ -53,23 +54,24 @@ constexpr size_t KIND_COUNT = sizeof RULES / sizeof RULES[0];
 static_assert(KIND_COUNT == static_cast<size_t>(command_kind::publish) + 1,
               "one row per kind, in order");
 
-constexpr int LEAST_MS = 1000;  // that a command gets at the end of an attempt
-// How often the clocks and SIGTERM are looked at while a command runs.
+constexpr int LEAST_MS = 1000;  // each command gets this, even when the attempt ends
+// While a command runs, the clocks and SIGTERM are looked at this often.
 constexpr int LOOK_MS = 100;
-// Where the kernel cannot tell of a child's end: ever longer pauses, since most commands take a few
-// milliseconds.
+// For a kernel that cannot report the end of a child. The pauses grow up to this, since most
+// commands take a few milliseconds.
 constexpr int LONGEST_PAUSE_MS = 20;
 constexpr timespec BURIAL_PAUSE = {0, 5L * 1000 * 1000};
 constexpr int BURIAL_TRIES = 100;
 
 bool last_one_hung[KIND_COUNT];
-bool script_is_left = false;  // one still runs, for the sake of the daemon's end
+bool script_is_left = false;  // one was left running because the daemon ends
 bool in_attempt = false;
 int32_t attempt_end = 0;
 
-// posix_spawn's attributes for a child that inherits none of the daemon's signal settings: the
-// held-back signals unblocked, and those the daemon does not hear back at their default. It leads a
-// process group, so that it can be killed with all that it has started.
+// posix_spawn's attributes for a child that inherits none of the daemon's signal settings. The
+// signals that the daemon holds back are unblocked. Those that it does not hear are at their
+// default again. The child leads a process group, so that it can be killed with all that it has
+// started.
 class clean_signals {
 public:
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): posix_spawnattr_init fills it.
@@ -84,7 +86,8 @@ public:
         posix_spawnattr_init(&attributes_);
         posix_spawnattr_setsigmask(&attributes_, &none);
         posix_spawnattr_setsigdefault(&attributes_, &all);
-        // The process group, of its own too, is that of the new process.
+        // The number of the group stays 0. So the child gets a group of its own, with its process
+        // id as the number.
         posix_spawnattr_setflags(
             &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     }
@@ -98,8 +101,9 @@ private:
     posix_spawnattr_t attributes_;
 };
 
-// A device that is short of processes or memory for a moment still gets its command: the restart at
-// the end above all, without which no daemon would serve the next attempt. Returns 0 or the error.
+// A device may be short of processes or memory for a moment. Then the command is tried again. This
+// matters most for the restart at the end: without it no daemon would serve the next attempt.
+// Returns 0 or the error.
 int _spawn_shell(pid_t *child, const posix_spawn_file_actions_t *actions,
                  const clean_signals &signals, char *const words[])
 {
@@ -114,13 +118,13 @@ int _spawn_shell(pid_t *child, const posix_spawn_file_actions_t *actions,
     return failed;
 }
 
-// Starts "/bin/sh -c command", its output going to out unless that is -1. Returns the process id or
-// -1.
+// Starts "/bin/sh -c command". Its output goes to out, or where the daemon's own goes if out is -1.
+// Returns the process id or -1.
 pid_t _start_shell(const char *command, int out)
 {
     char shell[] = "sh";
     char option[] = "-c";
-    // posix_spawn takes words that it could change, and changes none.
+    // By its type posix_spawn could change the words, but it changes none.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
     char *const words[] = {shell, option, const_cast<char *>(command), nullptr};
     const clean_signals signals;
@@ -140,7 +144,7 @@ pid_t _start_shell(const char *command, int out)
 
 // --- Waiting ---
 
-// What a command prints, as far as there is room for it.
+// The beginning of what a command prints, as much as there is room for.
 struct output {
     unique_fd from;  // does not block; closed once nothing more is taken
     char *buffer;
@@ -154,9 +158,9 @@ struct running_command {
     ending_wait ending;
     int limit_ms;
     int64_t begun_ms;
-    output *printed;  // null: goes where the daemon's own goes
+    output *printed;  // null: goes where the daemon's own output goes
     pid_t child;
-    unique_fd end;  // readable once the child has ended; none before the first pause
+    unique_fd end;  // readable once the child has ended; invalid until the first pause
     int pause_ms;
 };
 
@@ -191,7 +195,7 @@ int _ran_ms(const running_command &run)
     return static_cast<int>(kelm_monotonic_ms() - run.begun_ms);
 }
 
-// Why the command is not waited for any longer, or null.
+// Why the daemon does not wait for the command any longer; null if it still waits.
 const char *_why_over(running_command &run)
 {
     const int ran_ms = _ran_ms(run);
@@ -212,7 +216,7 @@ int _open_end_of(pid_t child)
 #endif
 }
 
-// Until the child has ended, or has printed something, or it is time to look at the clocks.
+// Waits until the child has ended, or has printed something, or it is time to look at the clocks.
 void _pause(running_command &run)
 {
     if (run.pause_ms == 0)
@@ -230,7 +234,7 @@ void _pause(running_command &run)
         _take_output(*run.printed);
 }
 
-// A killed process is gone at once, unless the kernel holds it: then nobody can wait for it.
+// A killed process is gone at once, unless the kernel holds it. In that case waiting does not help.
 void _bury(pid_t child)
 {
     for (int tries = 0; tries < BURIAL_TRIES; ++tries) {
@@ -254,8 +258,8 @@ void _give_up(const running_command &run, const char *why)
                 is_left ? "left running" : "killed", (_ran_ms(run) + 500) / 1000, why, run.text);
 }
 
-// False when it was not waited for to its end. status: the wait status, -1 without one. What the
-// shell leaves running is not waited for, nor what that prints.
+// Waits for the end of a command. False when the wait was given up before. status: the wait status,
+// -1 without one. If the shell leaves something running, neither that nor its output is waited for.
 bool _wait_for(running_command &run, int *status)
 {
     *status = -1;
@@ -275,8 +279,10 @@ bool _wait_for(running_command &run, int *status)
     return true;
 }
 
-// False (logged) for a command that would be killed as soon as it has begun, and for a restart
-// beside a script that still configures what it would start: whoever ends the daemon restarts.
+// Whether a command may be started. False (logged)
+// - for a command that would be killed as soon as it has begun;
+// - for a restart while a script that was left running still configures what the restart would
+//   start. Whoever ends the daemon restarts.
 bool _may_start(running_command &run)
 {
     const bool beside_script = script_is_left && run.rule.kind == command_kind::restart;
@@ -301,7 +307,7 @@ running_command _prepare(const char *command, command_kind kind, output *printed
             0};
 }
 
-// Formats into a cleared buffer. False when the command does not fit.
+// Clears the buffer and formats a command into it. False when the command does not fit.
 __attribute__((format(printf, 3, 0))) bool _format(char *command, size_t size, const char *format,
                                                    va_list values)
 {
@@ -310,8 +316,8 @@ __attribute__((format(printf, 3, 0))) bool _format(char *command, size_t size, c
     return length >= 0 && static_cast<size_t>(length) < size;
 }
 
-// Starts the shell with its output on a pipe, whose other end printed gets. Returns as
-// _start_shell.
+// Starts the shell with its output on a pipe. printed gets the other end of the pipe. Returns what
+// _start_shell returns.
 pid_t _start_with_output(const char *command, output &printed)
 {
     int ends[2] = {-1, -1};
@@ -323,7 +329,7 @@ pid_t _start_with_output(const char *command, output &printed)
     return _start_shell(command, to.get());
 }
 
-// Always under the name that log readers know.
+// The log lines always carry the name that readers of the log know.
 __attribute__((format(printf, 2, 0))) void _exec_logged(command_kind kind, const char *format,
                                                         va_list values)
 {
@@ -400,7 +406,7 @@ char *wps_exec_cmd_with_result(const char *format, ...)
     int status;
     if (!_wait_for(run, &status))
         return nullptr;
-    // The line feed, by trust: the last character goes whatever it is.
+    // The last character should be the line feed. It is removed without a look.
     if (printed.used > 0)
         g_wps_cmd_result[printed.used - 1] = '\0';
     kelm_log_detail("exec: %s, result: %s\n\n", command, g_wps_cmd_result);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// JSON files: bounded reading, objects to merge into.
+// JSON files: reading with a limit, and objects to merge into.
 #include "core/json_file.h"
 
 #include <cerrno>
@@ -24,7 +24,8 @@ namespace {
 
 constexpr size_t TOUCH_SIZE = 128;  // of the whole command
 
-// By itself touch would create what a link under the name points to, and let every user read it.
+// The name is secured first. Otherwise, if a link had this name, touch would create the file to
+// which the link points, and every user could read it.
 void _touch(const char *path)
 {
     char word[TOUCH_SIZE];
@@ -41,7 +42,7 @@ ssize_t _read_once(const unique_fd &file, char *text, size_t size)
     return length;
 }
 
-// Up to size bytes, fewer only at the file's end. Returns how many, or -1.
+// Reads up to size bytes; fewer only at the end of the file. Returns how many, or -1.
 ssize_t _read_whole(const unique_fd &file, char *text, size_t size)
 {
     size_t used = 0;
@@ -53,8 +54,8 @@ ssize_t _read_whole(const unique_fd &file, char *text, size_t size)
     return count < 0 ? -1 : static_cast<ssize_t>(used);
 }
 
-// Null for what is no JSON, a missing file included. What is there must not be lost because it
-// could not be read for want of memory: no_memory tells.
+// Null when the file is missing or no JSON, and also when memory ran out, which no_memory tells. In
+// that case the file may hold JSON, which must not be lost.
 unique_json _load(const char *path, bool *no_memory)
 {
     errno = 0;
@@ -81,7 +82,8 @@ unsigned _handle(const unique_json &object)
 
 json_read_result kelm_read_json(const char *path, int flags, size_t limit, unique_json *out)
 {
-    // One byte more than is read: the parser gets a terminated text also when the file fills it.
+    // One byte more than is read. So the parser gets a terminated text even when the file fills the
+    // limit.
     const unique_text text(static_cast<char *>(calloc(limit + 1, 1)));
     if (!text)
         return json_read_result::no_memory;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Parsing in pieces, formatting with an eye on memory.
+// Parsing in pieces, and formatting. Both notice when memory runs out.
 #include "core/json_text.h"
 
 #include <cerrno>
@@ -16,8 +16,8 @@ struct tokener_freer {
 };
 using unique_tokener = std::unique_ptr<json_tokener, tokener_freer>;
 
-// The C locale for the calling thread. The library sets it anew in each call, which costs more than
-// all of its parsing unless it is there already.
+// Sets the C locale for the calling thread, and restores the earlier one. The library sets the C
+// locale in each call. If it is not set already, that costs more than all of the parsing.
 class c_locale {
 public:
     c_locale() : own_(::newlocale(LC_ALL_MASK, "C", nullptr)), before_(::uselocale(own_)) {}
@@ -51,10 +51,12 @@ bool _may_end_number(char byte)
            byte == '-';
 }
 
-// A piece ends behind each colon that may stand behind a key: the copy of a key that failed is seen
-// before the library uses it. And it ends before what ends a number: the library clears errno
-// there, and what failed before is seen first. What looks like either within a text makes a piece
-// too many, no more.
+// A piece ends in two kinds of places:
+// - behind each colon that may stand behind a key. The library's copy of the key may have failed,
+//   and this is seen before the library uses the copy.
+// - before the character that ends a number. The library clears errno there, and this way an
+//   earlier failure is seen before.
+// A place within a text may look like one of these. It makes a piece too many, and nothing else.
 size_t _piece_length(const char *text, size_t length)
 {
     for (size_t at = 1; at < length; ++at) {
@@ -87,8 +89,8 @@ size_t _piece_length(const char *text, size_t length)
 
 constexpr char REPLACEMENT[] = "\xef\xbf\xbd";  // U+FFFD
 
-// The lead bytes of one length, and what the byte behind them may be: the rest is overlong, half of
-// a pair or beyond Unicode.
+// One row: lead bytes of characters of one length, and which second bytes may follow them. With any
+// other second byte a character is overlong, half of a surrogate pair or beyond Unicode.
 struct lead_row {
     size_t length;
     uint8_t first;
@@ -108,7 +110,7 @@ bool _is_tail(uint8_t byte)
     return (byte & 0xc0) == 0x80;
 }
 
-// Whether a character of the row's kind stands at bytes, of which there are left.
+// Whether a whole character of the row's kind stands at bytes. left: how many bytes there are.
 bool _is_whole(const lead_row &row, const uint8_t *bytes, size_t left)
 {
     if (row.length > left)
@@ -122,7 +124,7 @@ bool _is_whole(const lead_row &row, const uint8_t *bytes, size_t left)
     return true;
 }
 
-// The length of the character at bytes, or 0 where there is none.
+// The length of the character at text, or 0 where there is none. left: how many bytes there are.
 size_t _character_length(const char *text, size_t left)
 {
     const auto *bytes = reinterpret_cast<const uint8_t *>(text);
