@@ -47,7 +47,7 @@ constexpr security_beginning BEGINNINGS[] = {
     {"none", WPS_AUTH_OPEN, KELM_ANY_VERSION},
 };
 
-// In the order in which a value of "pairwise" is searched for them.
+// The ciphers, in the order in which a value of "pairwise" is searched for their words.
 constexpr cipher_words CIPHERS[] = {
     {WPS_CIPHER_AES, "aes", "CCMP", 3},
     {WPS_CIPHER_TKIP, "tkip", "TKIP", 1},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Runs shell commands. What a command prints can be taken.
+// Runs shell commands, and takes what they print if the caller wants it.
 #pragma once
 
 #include <cstddef>

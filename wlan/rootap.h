@@ -35,11 +35,11 @@ int check_rootapinfo_with_uuid(int suc_band, int band);
 // bad band (logged).
 int check_rootapinfo_from_scantable(int suc_band, int band);
 
-// For the time after the workers. Completes the root access point records. Sets
+// Call this when all workers have ended. Completes the root access point records. Sets
 // WPS_FLAG_CONFIG_MIRROR on the bands that may take the credentials of the succeeded band. Returns
 // - 0 when that is done;
 // - -1 while workers run, or when no band succeeded;
-// - 2 when one or three of the bands 0 to 2 had a link before. With none or two it goes on.
+// - 2, with nothing done, when one or three of the bands 0 to 2 had a link before.
 int kelm_resolve_apinfo_and_credential();
 
 // Takes a root access point message from a monitor into the record of its band. message: length

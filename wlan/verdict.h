@@ -11,7 +11,7 @@ namespace kelm {
 bool kelm_is_worker_succeed(int band, bool report);
 
 // What kelm_is_worker_succeed last answered for the band: 1 for success, else 0. The exit path goes
-// by it. set ignores a band outside 0 to 3, and get returns 0 for it.
+// by it. The first function ignores a band outside 0 to 3, and the second returns 0 for it.
 void set_band_worker_succeed(int band, int32_t value);
 int32_t get_band_worker_succeed(int band);
 
