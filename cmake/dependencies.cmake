@@ -18,12 +18,13 @@ if(NOT TARGET PkgConfig::JSONC)
         message(FATAL_ERROR "json-c not found: install libjson-c-dev")
     endif()
     add_library(PkgConfig::JSONC UNKNOWN IMPORTED GLOBAL)
-    # The headers are included as <json-c/json.h>, but include each other both ways.
+    # The headers are included as <json-c/json.h>. They include each other with and without the
+    # folder.
     set_target_properties(PkgConfig::JSONC PROPERTIES IMPORTED_LOCATION ${JSONC_LIBRARY}
         INTERFACE_INCLUDE_DIRECTORIES "${JSONC_INCLUDE_DIR};${JSONC_INCLUDE_DIR}/json-c")
 endif()
 
 include(cmake/openwrt_libraries.cmake)
 
-# Last: libblobmsg_json needs it, which matters where both are static.
+# json-c comes last, since libblobmsg_json needs it. The order matters where both are static.
 target_link_libraries(kelm_dependencies INTERFACE PkgConfig::JSONC)

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: ISC
-# Finds libubox, libblobmsg_json, libubus and libuci, or takes the stand-ins of hostlibs/, as KELM_HOSTLIBS
-# says; adds them to kelm_dependencies. KELM_STAND_INS tells which it was.
+# Finds libubox, libblobmsg_json, libubus and libuci, or takes the stand-ins of hostlibs/;
+# KELM_HOSTLIBS decides. Adds them to kelm_dependencies. KELM_STAND_INS tells whether they are the
+# stand-ins.
 include(CheckCSourceCompiles)
 
 set(KELM_HOSTLIBS AUTO CACHE STRING
@@ -8,7 +9,7 @@ set(KELM_HOSTLIBS AUTO CACHE STRING
 set_property(CACHE KELM_HOSTLIBS PROPERTY TYPE STRING)  # a build folder may know it as a switch
 set_property(CACHE KELM_HOSTLIBS PROPERTY STRINGS AUTO ON OFF)
 
-# Sets RESULT to AUTO, ON or OFF; every word is taken that CMake takes for a switch.
+# Sets RESULT to AUTO, ON or OFF. Accepts every word that CMake accepts for a switch.
 function(kelm_hostlibs_choice result)
     string(TOUPPER "${KELM_HOSTLIBS}" word)
     if(word MATCHES "^(ON|TRUE|YES|Y|1)$")
@@ -21,10 +22,11 @@ function(kelm_hostlibs_choice result)
     set(${result} ${word} PARENT_SCOPE)
 endfunction()
 
-# Fills the cache variables; sets "found" and "missing" to what a person knows each of them by.
+# Fills the cache variables. Sets "found" and "missing" to the names by which a person knows them.
 function(kelm_find_openwrt_libraries)
     find_path(UBOX_INCLUDE_DIR libubox/uloop.h)
-    # Of the same package, so beside the other one, wherever that was said to be.
+    # This header is of the same package. So it is first looked for beside the other one, wherever
+    # that lies.
     find_path(BLOBMSG_JSON_INCLUDE_DIR libubox/blobmsg_json.h PATHS ${UBOX_INCLUDE_DIR}
         NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
     find_path(BLOBMSG_JSON_INCLUDE_DIR libubox/blobmsg_json.h)
@@ -54,7 +56,8 @@ function(kelm_find_openwrt_libraries)
     set(missing "${missing}" PARENT_SCOPE)
 endfunction()
 
-# A router would get the stand-ins in silence, which ignore uncommitted uci changes.
+# Stops. Otherwise a router could get the stand-ins unnoticed, and they ignore uncommitted uci
+# changes.
 function(kelm_refuse_missing reason)
     list(JOIN missing "\n  " lines)
     message(FATAL_ERROR "${reason} Missing:\n  ${lines}\n"
@@ -63,12 +66,12 @@ function(kelm_refuse_missing reason)
         "hostlibs/ instead.")
 endfunction()
 
-# Links nothing that runs, so a library for another machine can be looked at.
+# Links a program and does not run it. So a library for another machine can be checked, too.
 function(kelm_check_libubox)
     set(CMAKE_REQUIRED_INCLUDES ${UBOX_INCLUDE_DIR})
     set(CMAKE_REQUIRED_LIBRARIES ${UBOX_LIBRARY})
     set(CMAKE_REQUIRED_QUIET ON)
-    # Looked at anew each time: the library may be another one now.
+    # Checked anew each time: the library may be another one now.
     unset(KELM_LIBUBOX_LINKS CACHE)
     unset(KELM_LIBUBOX_KEEPS_CHILDREN CACHE)
     check_c_source_compiles(
@@ -103,7 +106,8 @@ if(NOT KELM_HOSTLIBS_CHOICE STREQUAL "ON")
 endif()
 set(KELM_STAND_INS ${KELM_STAND_INS} CACHE INTERNAL "Whether the daemon is linked with hostlibs/")
 
-# Taken together or not at all: a stand-in beside a real one would be two event loops in one process.
+# All of the libraries are stand-ins, or none: one of each kind would be two event loops in one
+# process.
 if(KELM_STAND_INS)
     message(STATUS "OpenWrt libraries: the stand-ins of hostlibs/ (a router needs the real ones)")
     target_link_libraries(kelm_dependencies INTERFACE
@@ -116,7 +120,7 @@ else()
     target_link_libraries(kelm_dependencies INTERFACE
         ${UBUS_LIBRARY} ${BLOBMSG_JSON_LIBRARY} ${UCI_LIBRARY} ${UBOX_LIBRARY})
 endif()
-# The tests' broker and command are of the stand-ins always.
+# The tests always use the broker and the command of the stand-ins.
 if(KELM_STAND_INS OR KELM_TESTS OR KELM_FUZZ)
     add_subdirectory(hostlibs)
 endif()

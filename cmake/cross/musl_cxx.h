@@ -4,7 +4,8 @@
 #ifndef KELM_CMAKE_CROSS_MUSL_CXX_H
 #define KELM_CMAKE_CROSS_MUSL_CXX_H
 
-// Asked whether there are new threads, and no gets(): musl has the one and C++ forgot the other.
+// The C++ headers use this to ask whether threads are as in a new glibc, and gets() is gone. For
+// musl the answer is yes: it has such threads, and C++ has no gets() any more.
 #define __GLIBC_PREREQ(major, minor) 1
 // glibc's old name of the type.
 #define __locale_t locale_t

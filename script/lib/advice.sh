@@ -1,30 +1,33 @@
 # shellcheck shell=sh
 # SPDX-License-Identifier: ISC
-# What the scripts share: their help, and one sentence with the reason and the cure where the system
-# lacks something. A script sets "self" to its own path, links resolved, before it reads this file.
+# What the scripts share: their help, and a sentence for each thing that the system may lack, with
+# the reason and the remedy. Before a script reads this file, it sets "self" to its own path, with
+# links resolved.
 
-# The one that the person called: a script that another one runs speaks in its name.
+# The script that the person called. If it runs another script, that one uses this name in its
+# messages.
 KELM_SCRIPT=${KELM_SCRIPT:-script/${self##*/}}
 export KELM_SCRIPT
 
-# tell TEXT: a line for the person, beside the output.
+# tell TEXT: writes a line for the person, to the standard error.
 tell() {
     printf '%s: %s\n' "$KELM_SCRIPT" "$1" >&2
 }
 
-# give_up TEXT: ends the script.
+# give_up TEXT: tells it and ends the script.
 give_up() {
     tell "$1"
     exit 1
 }
 
-# wrong_use TEXT: ends the script as one that was called wrongly.
+# wrong_use TEXT: tells it and ends the script with the status for a wrong call.
 wrong_use() {
     printf 'script/%s: %s; see script/%s --help\n' "${self##*/}" "$1" "${self##*/}" >&2
     exit 2
 }
 
-# remove_at_end PATH: when the script ends, by an interrupt too, for which a trap on EXIT is not enough.
+# remove_at_end PATH: removes it when the script ends, and also at an interrupt. A trap on EXIT
+# alone is not enough for that.
 remove_at_end() {
     removed_at_end=$1
     trap 'rm -rf "$removed_at_end"' EXIT
@@ -43,19 +46,19 @@ help_asked() {
     done
 }
 
-# Caches lie in the home folder. Where the variable is missing the user's entry names it.
+# Caches lie in the home folder. If HOME is not set, the user's entry in the system names it.
 [ -n "${HOME-}" ] || HOME=$(getent passwd "$(id -u)" | cut -d: -f6) || true
 export HOME="${HOME:-/}"
 
 # Where the packages of the virtual router are kept.
 guest_cache=${XDG_CACHE_HOME:-$HOME/.cache}/kelm/router
 
-# can_write FOLDER: makes it where it is missing.
+# can_write FOLDER: tells whether files can be made in it. Makes the folder if it is missing.
 can_write() {
     mkdir -p "$1" 2>/dev/null && probe=$(mktemp "$1/.kelm.XXXXXX" 2>/dev/null) && rm -f "$probe"
 }
 
-# need_place BUILD: BUILD is a build folder.
+# need_place BUILD: ends the script if the build folder BUILD cannot be written.
 need_place() {
     if [ -d "$1" ]; then
         ! can_write "$1" || return 0
@@ -70,13 +73,14 @@ need_guest_cache() {
         "$guest_cache cannot be written; keep it elsewhere: XDG_CACHE_HOME=/var/tmp/kelm-cache $KELM_SCRIPT"
 }
 
-# need_room FOLDER MB
+# need_room FOLDER MB: ends the script if there is less room.
 need_room() {
     set -- "$1" "$2" "$(df -Pk "$1" | awk 'END { print int($4 / 1024) }')"
     [ "$3" -ge "$2" ] || give_up "$2 MB are needed in $(realpath "$1"), and $3 MB are free there; make room"
 }
 
-# The compiler's cache is a help only: one that cannot be written would fail each compilation.
+# The compiler's cache only saves time. If it cannot be written, every compilation would fail. So it
+# is switched off then.
 use_compiler_cache() {
     command -v ccache >/dev/null || return 0
     [ -z "${CCACHE_DISABLE-}" ] || return 0
@@ -87,7 +91,7 @@ use_compiler_cache() {
     fi
 }
 
-# The tests mount, the demo does not.
+# The tests mount file systems and need more rights for that. The demo does not.
 need_debian() {
     ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null || return 0
     rights="--privileged "
@@ -96,17 +100,19 @@ need_debian() {
     docker run -it ${rights}-v '${self%/script/*}':/kelm -w /kelm debian:12 $KELM_SCRIPT"
 }
 
-# warn_other_release FILE: FILE is the system's os-release.
+# warn_other_release FILE: warns if this is not the release that all is tried on. FILE is the
+# system's os-release.
 warn_other_release() {
     # shellcheck disable=SC1090  # the system's
     set -- "$([ ! -r "$1" ] || . "$1"; echo "${ID:-unknown} ${VERSION_ID-}")"
     [ "$1" = "debian 12" ] || tell "this system is '$1', and all this is tried on 'debian 12' only; going on"
 }
 
-# apt_reason LOG: why apt failed, in a sentence with what to do.
+# apt_reason LOG: prints a sentence that tells why apt failed and what to do.
 apt_reason() {
     log=$1
-    # What could not be fetched is the cause of the errors after it; other warnings are the cause of none.
+    # If something could not be fetched, that is the cause of the errors after it. Other warnings
+    # cause no error.
     set -- "$(awk '
         /^[WE]: / {
             rank = /Failed to fetch/ ? 1 : /^E/ ? 2 : 3

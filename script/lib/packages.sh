@@ -1,7 +1,7 @@
 # shellcheck shell=sh
 # SPDX-License-Identifier: ISC
-# The Debian packages that each script needs: script/test installs those of all its stages at once, before
-# the first one, since two stages that run beside each other cannot both install.
+# The Debian packages that each script needs. script/test installs the packages of all its stages
+# before the first stage begins: stages run at the same time, and only one could install.
 
 # packages_of USE ...: prints the names.
 packages_of() {

@@ -1,8 +1,9 @@
 # shellcheck shell=sh
 # SPDX-License-Identifier: ISC
-# Shows how far a long command is: one line that changes on a terminal, a few lines in a pipe.
+# Shows how far a long command has come: on a terminal by one line that changes, in a pipe by a few
+# lines.
 
-# show_percent WHAT PERCENT: prints it, in a pipe at each fifth only.
+# show_percent WHAT PERCENT: prints both. In a pipe it does so only at every 20 percent.
 show_percent() {
     case $2 in '' | *[!0-9]*) return 0 ;; esac
     [ "$1" = "$shown" ] || next_shown=0
@@ -15,8 +16,8 @@ show_percent() {
     [ "$2" -lt "$next_shown" ] || next_shown=$(($2 / 20 * 20 + 20))
 }
 
-# progress LABEL LOG: reads a command's output. apt's status lines and the counters of make and ninja
-# move the percentage; all but the former go to the log.
+# progress LABEL LOG: reads a command's output. The percentage comes from apt's status lines and
+# from the counters of make and ninja. All lines go to the log except apt's status lines.
 progress() {
     shown='' next_shown=0
     while IFS= read -r line; do
@@ -45,7 +46,8 @@ progress() {
     [ -z "$shown" ] || [ ! -t 1 ] || echo
 }
 
-# with_progress LABEL LOG COMMAND ...: returns the command's status; LOG gets its output and errors.
+# with_progress LABEL LOG COMMAND ...: runs the command and returns its status. LOG gets its output
+# and errors.
 with_progress() {
     progress_label=$1 progress_log=$2
     shift 2

@@ -1,14 +1,16 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: ISC
-"""Runs clang-tidy on files, each in a run of its own; not 0 when one of them is not clean.
+"""Runs clang-tidy on files, each in a run of its own. Fails when one of them is not clean.
 
-In one run the analyzer of this version takes the second file's va_list for uninitialized.
+If one run reads two files, the analyzer of this version takes the second one's va_list for
+uninitialized.
 
 usage: script/lib/tidy.py BUILD JOBS    reads the names of the files, one a line
 
-The verdict on a file follows from the file, all that it includes, the settings and the flags. Where
-this version has found these clean before, it is not asked again: an empty file of that name lies in
-the cache, ~/.cache/kelm/tidy. What is found is never kept.
+The verdict on a file depends on the file, all that it includes, the settings and the flags. A hash
+of these and of clang-tidy's version is a name in the cache, ~/.cache/kelm/tidy. If an empty file of
+that name lies there, clang-tidy has found all this clean before and does not run again. What it
+finds is never kept.
 """
 import concurrent.futures
 import contextlib
@@ -72,7 +74,7 @@ def relative(text):
 
 
 def key_of(file, commands, version):
-    """What the verdict follows from, in one word; None where that cannot be told."""
+    """A hash of all that the verdict depends on; None when that cannot be told."""
     digest = hashlib.sha256(version.encode())
     for folder, words in commands:
         names = included(folder, words, file)
@@ -101,7 +103,7 @@ def judge(file, build, commands, version):
                           stderr=subprocess.STDOUT, text=True, check=False)
     if done.returncode != 0:
         return f"clang-tidy fails at {file}:\n{done.stdout}"
-    # Whoever edits meanwhile has shown clang-tidy something else.
+    # If somebody edited a file meanwhile, clang-tidy has judged something else.
     if key and key == key_of(file, known or plain, version):
         with contextlib.suppress(OSError):
             stamp.parent.mkdir(parents=True, exist_ok=True)
@@ -110,7 +112,7 @@ def judge(file, build, commands, version):
 
 
 def forget_old():
-    """What nobody has asked for in two months."""
+    """Forgets what nobody has asked for in two months."""
     with contextlib.suppress(OSError):
         for stamp in cache_folder().iterdir():
             if stamp.stat().st_mtime < time.time() - KEPT_S:
