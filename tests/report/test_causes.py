@@ -331,6 +331,14 @@ CASES = {
         "learnt mirrored", None),
     "bus-gone": (DAEMON + [own("Failed to connect to ubus")] + PRESS + [(40.0, "watch", "stopped")],
                  "bus-gone", "The daemon had no connection to ubus and heard no press."),
+    "bus-gone, told before the start is seen from outside": (
+        [own("kelm 0.9.0", "main:52"), own("Failed to connect to ubus"),
+         ("exit", "1 parent 268 status 0"), ("start", "1 daemon 283")] + PRESS
+        + [(40.0, "watch", "stopped")], "bus-gone", None),
+    "bus-gone at an earlier start": (
+        [own("kelm 0.9.0", "main:52"), own("Failed to connect to ubus"),
+         ("exit", "1 daemon 283 status 0"), ("start", "2 daemon 290")] + PRESS
+        + [(40.0, "watch", "stopped")], "no-answer", None),
     "bus-gone, seen by the recorder": (
         DAEMON + [("socket", "bus attached")] + PRESS + [(40.0, "watch", "stopped")], "bus-gone",
         None),
