@@ -23,7 +23,7 @@ constexpr bool kelm_is_band(int band)
     return band >= 0 && band < KELM_BAND_COUNT;
 }
 
-// Log levels: a line is written while kelm_dbg_level is at least its level.
+// Log levels: a line is written if kelm_dbg_level is at its level or above.
 constexpr int KELM_LOG_ALWAYS = INT32_MIN;
 constexpr int KELM_LOG_NORMAL = 4;
 constexpr int KELM_LOG_DETAIL = 7;
@@ -43,7 +43,7 @@ enum kelm_wps_status : int32_t {
     WPS_STATUS_OVERLAP = 8,
     WPS_STATUS_PBC_SEEN = 9,  // a root access point with an active button was found
     WPS_STATUS_STARTED = 11,
-    WPS_STATUS_SILENT = 12,  // the band sits this attempt out
+    WPS_STATUS_SILENT = 12,  // the band takes no part in this attempt
 };
 
 // Flag word of one session. The log prints the names; the values stay inside the process.
@@ -83,7 +83,7 @@ constexpr size_t WPS_PASSWORD_SIZE = 65;
 constexpr size_t WPS_QM_DATA_SIZE = 129;
 constexpr size_t WPS_NODEID_LEN = 5;
 
-constexpr int32_t WPS_TIMEOUT_S = 125;  // the walk time of 120 seconds and some slack
+constexpr int32_t WPS_TIMEOUT_S = 125;  // the walk time of 120 seconds and a few more
 
 // The root access point that a band joined or was matched with. An empty text means unknown.
 struct kelm_rootap_info {

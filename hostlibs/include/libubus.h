@@ -30,7 +30,7 @@ struct ubus_object {
     struct ubus_object_type *type;
 };
 
-/* Zeroed but for cb; stays linked into the context as long as that lives. */
+/* All zero except cb. Stays linked into the context as long as the context lives. */
 struct ubus_event_handler {
     struct ubus_object obj;
     ubus_event_handler_t cb;
@@ -55,7 +55,7 @@ struct ubus_context {
 /* NULL path: the default socket. Waits for the greeting without a limit. NULL on failure. */
 struct ubus_context *ubus_connect(const char *path);
 void ubus_free(struct ubus_context *ctx);
-/* Objects come back with new ids, patterns do not. 0, a status, or -1. */
+/* Registers the objects again, with new ids, but not the patterns. 0, a status, or -1. */
 int ubus_reconnect(struct ubus_context *ctx, const char *path);
 
 /* Both return 0 or a status, and wait for the answer without a limit. */

@@ -97,7 +97,7 @@ int uci_set_savedir(struct uci_context *ctx, const char *dir);
 
 /* Reads the file anew. *package stays as it was on failure. */
 int uci_load(struct uci_context *ctx, const char *name, struct uci_package **package);
-/* Every pointer obtained from the package dies. */
+/* Every pointer into the package is invalid afterwards. */
 int uci_unload(struct uci_context *ctx, struct uci_package *p);
 
 int uci_lookup_next(struct uci_context *ctx, struct uci_element **e, struct uci_list *list,

@@ -186,7 +186,7 @@ int rtk_wps_start(int method, const char *pin)
             return -1;
         // Unlike a push, a PIN sets no alive mark and does not reset the result file: scripts that
         // watch those two wait for the button's attempt. In repeater mode nothing is started, and
-        // this returns 0 all the same.
+        // still this returns 0.
         rtk_pin_handle(pin);
         return 0;
     default:

@@ -17,7 +17,7 @@ extern "C" {
 #define BLOB_ATTR_LEN_MASK 0x00ffffffu
 #define BLOB_ATTR_ALIGN 4
 
-/* Payload kinds for checking only; they never travel. */
+/* Kinds of payload, for checking only. They are never sent. */
 enum {
     BLOB_ATTR_UNSPEC,
     BLOB_ATTR_NESTED,
@@ -54,7 +54,7 @@ struct blob_attr *blob_put_u8(struct blob_buf *buf, int id, uint8_t val);
 struct blob_attr *blob_put_u32(struct blob_buf *buf, int id, uint32_t val);
 struct blob_attr *blob_put_string(struct blob_buf *buf, int id, const char *str);
 
-/* Opens a container; the cookie survives growth. NULL when the buffer cannot grow. */
+/* Opens a container. The cookie stays valid when the buffer grows. NULL when it cannot grow. */
 void *blob_nest_start(struct blob_buf *buf, int id);
 void blob_nest_end(struct blob_buf *buf, void *cookie);
 
@@ -72,7 +72,7 @@ uint8_t blob_get_u8(const struct blob_attr *attr);
 uint32_t blob_get_u32(const struct blob_attr *attr);
 char *blob_get_string(const struct blob_attr *attr);
 
-/* What the iteration macros are made of; a NULL container has no children. */
+/* The iteration macros use these. A NULL container has no children. */
 struct blob_attr *blob_at(const void *ptr);
 struct blob_attr *blob_first_child(const struct blob_attr *attr);
 size_t blob_children_len(const struct blob_attr *attr);

@@ -56,7 +56,7 @@ void *blobmsg_data(const struct blob_attr *attr);
 size_t blobmsg_data_len(const struct blob_attr *attr);
 size_t blobmsg_len(const struct blob_attr *attr);
 
-/* The getters trust the type: use them on what a policy or a type check let through. */
+/* The getters do not check the type. Use them only after a policy or a type check. */
 uint8_t blobmsg_get_u8(struct blob_attr *attr);
 bool blobmsg_get_bool(struct blob_attr *attr);
 uint16_t blobmsg_get_u16(struct blob_attr *attr);

@@ -31,7 +31,7 @@ typedef void (*uloop_timeout_handler)(struct uloop_timeout *t);
 #define ULOOP_BLOCKING (1 << 3)
 #define ULOOP_ERROR_CB (1 << 6)
 
-/* Zeroed but for cb and fd, and at one address until deleted. */
+/* All zero except cb and fd. Must stay at one address until it is deleted. */
 struct uloop_fd {
     uloop_fd_handler cb;
     int fd;
@@ -41,7 +41,7 @@ struct uloop_fd {
     uint8_t flags;
 };
 
-/* Zeroed but for cb. */
+/* All zero except cb. */
 struct uloop_timeout {
     struct list_head list;
     bool pending;
