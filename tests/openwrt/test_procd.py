@@ -157,7 +157,9 @@ def test_a_changed_instance_with_a_reload_signal_gets_that(supervised):
     init(supervised, 'start')
     pid = wait_starts(supervised, 1)
     supervised.write('/tmp/a', '2')
-    init(supervised, 'start')
+    again = init(supervised, 'start')
+    assert (again.status, again.out, again.err) == (0, '', '')
+    assert instance(supervised)['env'] == {'A': '2'}
     assert wait_starts(supervised, 2) == pid + ['hup']
 
 
