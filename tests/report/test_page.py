@@ -136,13 +136,18 @@ def test_the_line_behind_a_mark_is_shown_to_a_keyboard(browser):
     assert card(browser) is None
 
 
+def follow(browser, go):
+    """Goes by a link to a line. The browser goes there by itself first; the page shows the line
+    whole when it is told of it, and this listener is told behind the page's."""
+    browser.run("window.followed = new Promise((done) => addEventListener('hashchange', done))")
+    go()
+    browser.driver.execute_async_script("followed.then(() => arguments[0]())")
+
+
 def test_enter_goes_from_a_mark_to_its_line(browser):
     browser.show(sample_page("push-button"))
-    browser.run("document.querySelector('svg.wide g[data-lane^=hostapd] a.good').focus();"
-                "window.followed = new Promise((done) => addEventListener('hashchange', done))")
-    press(browser, Keys.ENTER)
-    # The browser goes to the line by itself first; the page shows it whole when it is told of it.
-    browser.driver.execute_async_script("followed.then(() => arguments[0]())")
+    browser.run("document.querySelector('svg.wide g[data-lane^=hostapd] a.good').focus()")
+    follow(browser, lambda: press(browser, Keys.ENTER))
     assert "client 02:00:00:00:02:00 has received the key" in browser.run(
         "return document.activeElement.innerText")
     box = browser.run("return document.activeElement.getBoundingClientRect().toJSON()")
@@ -193,10 +198,7 @@ def test_a_link_shows_its_line_whatever_is_filtered(browser):
     browser.show(sample_page("push-button"))
     browser.driver.find_element(By.CSS_SELECTOR, "[data-none]").click()
     assert shown_rows(browser) == []
-    # The browser tells the page some time after the click, and this listener behind the page's.
-    browser.driver.execute_async_script(
-        "addEventListener('hashchange', () => arguments[0]());"
-        "document.querySelector('.evidence a').click()")
+    follow(browser, lambda: browser.run("document.querySelector('.evidence a').click()"))
     assert shown_rows(browser) == ["hostapd-24g"]
 
 
@@ -317,7 +319,7 @@ def test_a_log_without_an_attempt_says_why_a_press_would_have_come_to_nothing(br
     assert "A press would have come to nothing:" in text
     assert "The daemon was not running; its start had failed" in text
     assert "Start the service and read its first lines in the log." in text
-    browser.run("document.querySelector('.verdict .evidence a').click()")
+    follow(browser, lambda: browser.run("document.querySelector('.verdict .evidence a').click()"))
     assert browser.run("return document.activeElement.innerText").endswith(
         "exit 1 daemon 283 status 255")
     for width in WIDTHS:
