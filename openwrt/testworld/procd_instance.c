@@ -172,6 +172,8 @@ static void become(struct json_object *config, char **arguments, int out, int er
         close(none);
     sigemptyset(&all);
     sigprocmask(SIG_SETMASK, &all, NULL);
+    /* nohup has it ignored, and a shell cannot trap what was ignored when it began. */
+    signal(SIGHUP, SIG_DFL);
     setenv("PATH", BOOT_PATH, 1);
     if (variables) {
         json_object_object_foreach(variables, name, value)
