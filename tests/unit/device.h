@@ -44,6 +44,12 @@ protected:
     static kelm::kelm_session &band(int index) { return *kelm::kelm_get_wps_session(index); }
     static int status(int index) { return band(index).wps_status; }
     static uint32_t flags(int index) { return band(index).wps_flags; }
+    static void set_flags(uint32_t first, uint32_t second, uint32_t third, uint32_t fourth)
+    {
+        const uint32_t values[] = {first, second, third, fourth};
+        for (int index = 0; index < kelm::KELM_BAND_COUNT; ++index)
+            band(index).wps_flags = values[index];
+    }
 
     // "/tmp/wps.conf" as the web page's scripts write it.
     static void write_wps_conf(int enabled, int ap_bands, int sta_bands,

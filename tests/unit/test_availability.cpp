@@ -15,13 +15,6 @@ constexpr int other_mode = 5;
 
 class availability : public device_test {
 protected:
-    void set_flags(uint32_t first, uint32_t second, uint32_t third, uint32_t fourth)
-    {
-        const uint32_t values[] = {first, second, third, fourth};
-        for (int index = 0; index < KELM_BAND_COUNT; ++index)
-            band(index).wps_flags = values[index];
-    }
-
     static std::vector<uint32_t> all_flags() { return {flags(0), flags(1), flags(2), flags(3)}; }
 };
 

@@ -13,15 +13,7 @@ constexpr uint32_t sta = WPS_FLAG_STABSS_ENABLE;
 constexpr uint32_t ap = WPS_FLAG_APBSS_ENABLE;
 constexpr int other_mode = 5;
 
-class enabled : public device_test {
-protected:
-    void set_flags(uint32_t first, uint32_t second, uint32_t third, uint32_t fourth)
-    {
-        const uint32_t values[] = {first, second, third, fourth};
-        for (int index = 0; index < KELM_BAND_COUNT; ++index)
-            band(index).wps_flags = values[index];
-    }
-};
+class enabled : public device_test {};
 
 }  // namespace
 
