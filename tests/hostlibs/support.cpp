@@ -233,6 +233,14 @@ bool Program::running()
     return pid_ > 0;
 }
 
+// The state stands behind the name in brackets.
+bool Program::sleeps() const
+{
+    std::string stat = read_file("/proc/" + std::to_string(pid_) + "/stat");
+    size_t name_end = stat.rfind(") ");
+    return name_end != std::string::npos && stat[name_end + 2] == 'S';
+}
+
 static int connect_to(const std::string &path)
 {
     sockaddr_un address{};

@@ -97,6 +97,8 @@ public:
     std::string out() const { return read_file(out_); }
     std::string err() const { return read_file(err_); }
     bool running();
+    // Whether it waits for something, so has handled all that was sent to it before the call.
+    bool sleeps() const;
 
 private:
     pid_t pid_ = -1;

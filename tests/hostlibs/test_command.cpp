@@ -213,6 +213,8 @@ TEST(command, listen_does_not_notice_the_death_of_its_broker)
     Broker broker;
     Listener listener(broker);
     ASSERT_TRUE(listener.ready);
+    // While it still reads the marker, it would see the end of the connection itself, and end.
+    ASSERT_TRUE(eventually([&] { return listener.program.sleeps(); }));
     broker.process.signal(SIGKILL);
     broker.process.finish();
     sleep_ms(500);
