@@ -61,6 +61,25 @@ def test_each_run_has_a_line_and_each_second_one_a_load(tree):
     assert not (tree / "build-steady").exists()
 
 
+def test_together_the_builds_of_a_round_run_at_the_same_time(tree):
+    """Each build's attempt waits until the other's has begun."""
+    attempts(tree, f"""import time
+    build = pathlib.Path(pytestconfig.getoption("--build")).name
+    seen = pathlib.Path({str(tree)!r})
+    (seen / f"{{build}}-begun").touch()
+    deadline = time.monotonic() + 60
+    while len(list(seen.glob("*-begun"))) < 2:
+        assert time.monotonic() < deadline
+        time.sleep(0.01)""")
+    status, lines = run(tree, "--runs", "2", "--builds", "asan tsan", "--load", "1", "--together")
+    assert status == 0
+    assert lines[:4] == ["asan run 1 of 2, together: passed after N s",
+                         "tsan run 1 of 2, together: passed after N s",
+                         "asan run 2 of 2, together, beside 1: passed after N s",
+                         "tsan run 2 of 2, together, beside 1: passed after N s"]
+    assert lines[-1] == "4 runs, 0 failed"
+
+
 def test_all_that_is_built_and_kept_goes_where_it_is_told(tree, tmp_path, monkeypatch):
     elsewhere = tmp_path / "elsewhere"
     elsewhere.mkdir()
@@ -96,7 +115,7 @@ def test_a_failing_run_fails_all_and_its_log_is_kept(tree):
 
 
 @pytest.mark.parametrize("words", [
-    ["--runs"], ["--runs", "x"], ["--builds", "armhf"], ["now", "1"]])
+    ["--runs"], ["--together", "--runs"], ["--runs", "x"], ["--builds", "armhf"], ["now", "1"]])
 def test_words_that_it_does_not_know_run_nothing(tree, words):
     status, lines = run(tree, *words)
     assert (status, lines) == (2, [])
