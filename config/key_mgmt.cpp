@@ -18,7 +18,7 @@ constexpr uint32_t KIND_WEP = 0x10;
 constexpr uint32_t KIND_NONE = 0x20;
 
 struct key_mgmt_word {
-    const char *word;
+    char word[16];
     uint32_t kind;
 };
 

@@ -35,8 +35,8 @@ constexpr uint32_t BAND_SETS[] = {0x1, 0x2, 0x3, 0x7, 0xb, 0xf};
 
 struct band_row {
     int32_t priority;
-    const char *scan_path;
-    const char *ifname;
+    char scan_path[28];
+    char ifname[8];
 };
 
 // wlan1 stands before wlan0 on purpose: the 2.4 GHz radio is the second one of this board. With the
@@ -50,7 +50,7 @@ constexpr band_row BANDS[KELM_BAND_COUNT] = {
 
 struct flag_row {
     uint32_t flag;
-    const char *name;
+    char name[28];
 };
 
 // In the order of the dump, which is not the order of the bits. CONFIG_WIFI and OVER_SCAN are not

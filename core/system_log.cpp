@@ -32,8 +32,8 @@ constexpr int32_t OWED_MAX = 60'000;  // milliseconds; real waits never owe that
 constexpr sockaddr_un LOG_SOCKET = {AF_UNIX, "/dev/log"};
 
 // In English, whatever the locale: programs read them.
-constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+constexpr char MONTHS[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 // A line has waited and got no room. The lines after it do not wait, until one gets through.
 std::atomic<bool> queue_stuck{false};

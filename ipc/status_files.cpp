@@ -24,7 +24,7 @@ constexpr const char *INFO_PATH = "/tmp/kelm.info";
 constexpr size_t RESULT_COMMAND_SIZE = 128;
 
 // Texts by status code; the web page shows them by name. Do not reorder.
-constexpr const char *STATUS_TEXTS[] = {
+constexpr char STATUS_TEXTS[][8] = {
     "ok",       // 0 idle
     "cancel",   // 1
     "success",  // 2
@@ -44,8 +44,8 @@ static_assert(sizeof STATUS_TEXTS / sizeof STATUS_TEXTS[0] == WPS_STATUS_SILENT 
 
 struct info_row {
     int band;
-    const char *status_key;
-    const char *mac_key;
+    char status_key[16];
+    char mac_key[16];
 };
 
 // The keys count bands, not interfaces. The 6 GHz band has no keys: no page asks for it.

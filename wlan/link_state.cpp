@@ -16,8 +16,8 @@ constexpr size_t LINK_SIZE = 512;
 constexpr int LINK_UP = 1;
 
 struct link_row {
-    const char *path;
-    const char *label;
+    char path[28];
+    char label[4];
 };
 
 constexpr link_row LINKS[KELM_BAND_COUNT] = {

@@ -37,9 +37,9 @@ constexpr const char *MULTI_AP_OFF = "";
 
 // How the board is wired: 2.4 GHz is wlan1 and 5 GHz is wlan0. The other bands have no interface of
 // their own.
-constexpr const char *BASE_NAMES[KELM_BAND_COUNT] = {"wlan1", "wlan0", "", ""};
+constexpr char BASE_NAMES[KELM_BAND_COUNT][8] = {"wlan1", "wlan0", "", ""};
 
-constexpr const char *BAND_NAMES[] = {"2.4G", "5G", "5G2"};
+constexpr char BAND_NAMES[][8] = {"2.4G", "5G", "5G2"};
 
 void _remove_if_there(const char *path)
 {

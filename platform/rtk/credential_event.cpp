@@ -86,7 +86,7 @@ constexpr uint16_t ENCRYPTION_NONE = 0x0001;
 // Flags of an authentication or an encryption type, and wpa_supplicant's words for them.
 struct flag_words {
     uint16_t flags;
-    const char *words;
+    char words[10];
 };
 
 constexpr flag_words PROTO_WORDS[] = {{0x0002, "WPA"}, {0x0020, "RSN"}, {0x0022, "WPA RSN"}};

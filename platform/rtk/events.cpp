@@ -187,7 +187,7 @@ constexpr event_row ACCESS_POINT_EVENTS[] = {
 constexpr const char *QUOTING_MARKS = "[('\"|=";
 constexpr const char *INTERFACE_PREFIX = "IFNAME=";
 
-constexpr const char *QUOTING_EVENTS[] = {
+constexpr char QUOTING_EVENTS[][28] = {
     "CTRL-REQ-",                    // what an authentication server asks, and the SSID
     "CTRL-EVENT-EAP-NOTIFICATION",  // a server's message
     "DPP-",                         // names, addresses and errors of a configurator

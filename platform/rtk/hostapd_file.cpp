@@ -61,7 +61,7 @@ void _set_passphrase(hostapd_reading *at, const cfgitem &item)
     at->has_passphrase = true;
 }
 
-constexpr const char *SAE_OPTIONS[] = {"|mac=", "|vlanid=", "|pk=", "|id="};
+constexpr char SAE_OPTIONS[][12] = {"|mac=", "|vlanid=", "|pk=", "|id="};
 constexpr const char *ANY_STATION = "|mac=ff:ff:ff:ff:ff:ff";
 
 // A password with an identifier, or for one station only, is not everybody's: no other device can

@@ -241,7 +241,7 @@ void _apply_band_rules(int ap_band, learnt_network *network)
 constexpr const char *OWN_POSTFIX = "_EXT";
 
 // For a band that takes over another band's SSID.
-constexpr const char *ssid_suffix[KELM_BAND_COUNT] = {"_2.4GEXT", "_5GEXT", "_5GEXT", "_6GEXT"};
+constexpr char ssid_suffix[KELM_BAND_COUNT][12] = {"_2.4GEXT", "_5GEXT", "_5GEXT", "_6GEXT"};
 
 // Without a record, the station gets an SSID only on the band that learnt the network. On another
 // band the root access point may have another name. With a wrong SSID the station would not find
