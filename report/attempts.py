@@ -9,7 +9,8 @@ from report.facts import Fact, facts
 from report.verdicts import judge, standing
 
 STARTED, SILENT, IDLE = 11, 12, 0
-REPEATED_S = 12  # so long the scripts of stock OpenWrt send a request again that nothing came of
+REPEATED_S = 12  # so soon the scripts of stock OpenWrt send a request again that nothing came of
+MOST_SENT = 7  # they send it no more often; a slow router's still do when it has been served
 STEP_S = 0.2
 TAIL_S = 15  # what happens so soon after an outcome belongs to its picture
 MOST_BEFORE = 4000  # facts before a press that can matter for it
@@ -37,7 +38,8 @@ class _Part:
         self.next_daemon = None
         self.is_cut_by_boot = False
         self.is_open = True  # until something says that it is over
-        self.by_script = fact.kind == "asked" or fact.event.source == "button"
+        self.by_script = fact.kind in ("asked", "asked-pin") or fact.event.source == "button"
+        self.sent = [fact] if fact.kind in ("asked", "asked-pin") else []  # by those scripts
 
     @property
     def is_over(self):
@@ -93,12 +95,20 @@ class _Splitter:
             return False
         if fact.time_s is None or part.opener.time_s is None:
             return part is self.now and not part.begun
-        return fact.time_s - part.opener.time_s < REPEATED_S
+        return self._is_soon(fact, part) and len(part.sent) < MOST_SENT
+
+    @staticmethod
+    def _is_soon(fact, part):
+        """Behind the last time that the scripts have sent it."""
+        last = part.sent[-1] if part.sent else part.opener
+        return fact.time_s is not None and last.time_s is not None \
+            and fact.time_s - last.time_s < REPEATED_S
 
     def press(self, fact, _place):
         method = {"asked": "press", "asked-pin": "PIN"}.get(fact.kind, "press")
         if self._is_repeat(fact):
             part = self.now or self.parts[-1]
+            part.sent.append(fact)
             part.method = method if not part.begun else part.method
             self.request, self.request_method = fact, method
         elif self.now and self.now.begun and not self.now.is_over:
@@ -108,6 +118,9 @@ class _Splitter:
 
     def refused(self, fact, _place):
         """The service says so at a press alone, which a system log does not show by itself."""
+        if self.parts and self.parts[-1].begun and self.parts[-1].sent \
+                and self._is_soon(fact, self.parts[-1]) and not self.parts[-1].presses:
+            return  # the scripts have not seen in time that their request was served
         if self.now is None or self.now.is_over:
             self._open(fact, "request")
         elif self.now.begun and not self.now.presses:

@@ -64,7 +64,9 @@ class Case:
         seconds = self.elapsed_s(fact)
         if seconds is None:
             return None
-        first, last = _moment(self.part.opener.event.wall), _moment(fact.event.wall)
+        # What was noted late has a late time of day, too; others have seen the beginning in time.
+        known = [_moment(one.event.wall) for one in [self.part.opener] + self.part.facts]
+        last, first = _moment(fact.event.wall), min(filter(None, known), default=None)
         if first is None or last is None:
             return seconds
         return max(seconds, (last - first).total_seconds())

@@ -308,7 +308,8 @@ def _wifi_daemon_gone(case, band):
         return answer("wifi-daemon-gone", (gone,), what=case.after(gone))
     silent = _is_silent(case, band)
     wireless = next((fact for fact in case.all_of("script")
-                     if fact.data["command"].startswith("/etc/init.d/wifi ")), None)
+                     if fact.data["command"].startswith("/etc/init.d/wifi ")
+                     and (silent is None or fact.index < silent.index)), None)
     missed = None
     for fact in case.part.after:
         if fact.kind in ("wifi-down", "script") and fact.data.get("run") == "0" \

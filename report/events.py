@@ -5,6 +5,10 @@ from dataclasses import dataclass, field
 
 BAND_2G, BAND_5G, BAND_6G = "2.4 GHz", "5 GHz", "6 GHz"
 BANDS = (BAND_2G, BAND_5G, BAND_6G)  # in the order of a page
+# The maker's names, and what else stands for a band in the lines of the daemon and its scripts.
+BAND_NAMES = {"wlan1": BAND_2G, "wlan0": BAND_5G, "wlan1-vxd": BAND_2G, "wlan0-vxd": BAND_5G,
+              "2g": BAND_2G, "5g": BAND_5G, "6g": BAND_6G, "2.4G": BAND_2G, "5G": BAND_5G,
+              "2G": BAND_2G, "0": BAND_2G, "1": BAND_5G, "3": BAND_6G}
 RECORDING, RUN, CONSOLE = "recording", "run", "console"  # kinds of an input
 
 

@@ -9,8 +9,7 @@ import json
 import re
 from dataclasses import dataclass, field
 
-from report.events import BAND_2G, BAND_5G
-from report.readers import BAND_NAMES
+from report.events import BAND_2G, BAND_5G, BAND_NAMES
 
 CODES = (("2g_status", BAND_2G), ("5g_status", BAND_5G))
 MAC = r"[0-9a-f]{2}(?::[0-9a-f]{2}){5}|device-\d+"  # or its alias in an anonymous recording
@@ -240,8 +239,9 @@ def _of_exit(event):
 
 
 def _of_start(event):
-    if re.match(r"\d+ daemon \d+", event.text):
-        yield "daemon-start", "", {}, False
+    found = re.match(r"(?P<run>\d+) daemon \d+", event.text)
+    if found:
+        yield "daemon-start", "", found.groupdict(), False
 
 
 def _of_button(event):
@@ -354,16 +354,23 @@ READERS = {"hostapd": _of_wifi_daemon, "station": _of_wifi_daemon, "console": _o
            "start": _of_start, "button": _of_button, "log": _of_service, "file": _of_file,
            "socket": _of_socket, "settings": _of_settings, "watch": _of_watch, "boot": _of_boot}
 _CLIENT = re.compile(r"client\d")
+OPENED = re.compile(r"WPS-(?:PBC|PIN)-ACTIVE")
 # What two sources tell is taken from the better one; a console tells it late, or not at all.
 SAME = {"pushes": "command", "takes-pin": "command", "stops": "command", "script": "command"}
 
 
-def _all_facts(log):
-    for index, event in enumerate(log.events):
+def of_each(events):
+    """What each of these lines means by itself."""
+    for index, event in enumerate(events):
         is_client = _CLIENT.fullmatch(event.source)
         reader = _of_client if is_client else READERS.get(event.source)
         for kind, band, data, second_hand in (reader(event) if reader else ()):
             yield Fact(kind, event, band, data, index, second_hand)
+
+
+def is_carried(fact):
+    """Whether the daemon tells here what a Wi-Fi daemon has told it."""
+    return fact.event.source == "console" and _CARRIED.match(fact.event.text) is not None
 
 
 def _better_sources(found):
@@ -381,13 +388,13 @@ def _better_sources(found):
 
 def facts(log):
     """All facts of a log in its order; second_hand where the same is told at first hand, too."""
-    found = list(_all_facts(log))
+    found = list(of_each(log.events))
     kinds, bands = _better_sources(found)
     result = []
     for fact in found:
         second = False
         if fact.second_hand:
-            carried = _CARRIED.match(fact.event.text)
-            second = fact.band in bands if carried else SAME.get(fact.kind, fact.kind) in kinds
+            second = fact.band in bands if is_carried(fact) \
+                else SAME.get(fact.kind, fact.kind) in kinds
         result.append(Fact(fact.kind, fact.event, fact.band, fact.data, fact.index, second))
     return result

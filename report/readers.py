@@ -7,8 +7,9 @@ import os
 import re
 import stat
 
-from report import console, kept
-from report.events import (BAND_2G, BAND_5G, BAND_6G, BANDS, CONSOLE, RECORDING, RUN, Event, Log)
+from report import console, kept, order
+from report.events import (BAND_2G, BAND_5G, BAND_6G, BAND_NAMES, BANDS, CONSOLE, RECORDING, RUN,
+                           Event, Log)
 from report.text import decoded, visible, without_escapes
 
 VERSION = 1  # of a recording
@@ -16,10 +17,6 @@ MOST_BYTES = 64 << 20  # of a file; the rest is left out, and it is said
 LONGEST_LINE = 64 << 10
 MOST_NAMES = 64  # of the clients and roots in a run folder
 
-# The maker's names, and what else stands for a band in the lines of the daemon and its scripts.
-BAND_NAMES = {"wlan1": BAND_2G, "wlan0": BAND_5G, "wlan1-vxd": BAND_2G, "wlan0-vxd": BAND_5G,
-              "2g": BAND_2G, "5g": BAND_5G, "6g": BAND_6G, "2.4G": BAND_2G, "5G": BAND_5G,
-              "2G": BAND_2G, "0": BAND_2G, "1": BAND_5G, "3": BAND_6G}
 # Stock OpenWrt's names of the virtual router's radios; the guest network is no band of its own.
 VIRTUAL_NAMES = {"phy0-ap0": BAND_2G, "phy0-sta0": BAND_2G,
                  "phy1-ap0": BAND_5G, "phy1-sta0": BAND_5G}
@@ -298,7 +295,13 @@ def _read_console(lines, log):
 
 def read(path):
     """Reads an input of any kind; what cannot be read of it stands in the log's trouble."""
-    path = os.fspath(path)
+    log = _read(os.fspath(path))
+    if log.kind != CONSOLE:  # that has one listener
+        log.events = order.in_order(log.events)
+    return log
+
+
+def _read(path):
     log = Log(path=path)
     if os.path.isdir(path):
         for name, reader in (("events.log", _read_run), ("recording.jsonl", _read_in_folder),

@@ -33,7 +33,7 @@ RUNS = {
     "client-pin": [
         ("PIN", "access point", "joined",
          {"2.4 GHz": "joined", "5 GHz": "not-needed"},
-         "2.4 GHz: the printer joined after 0.8 s. 5 GHz: not needed.",
+         "2.4 GHz: the printer joined after 0.9 s. 5 GHz: not needed.",
          []),
     ],
     "daemon-killed": [
@@ -143,7 +143,7 @@ RUNS = {
     "repeater-2g": [
         ("press", "repeater", "learnt",
          {"2.4 GHz": "learnt", "5 GHz": "given-up"},
-         "2.4 GHz: the repeater learnt the network of its root access point after 2.1 s. 5 "
+         "2.4 GHz: the repeater learnt the network of its root access point after 2.2 s. 5 "
          "GHz: given up at an estimate of 14 percent; it takes over what the other band has "
          "learnt.",
          []),
@@ -159,7 +159,7 @@ RUNS = {
     "repeater-6g": [
         ("press", "repeater", "learnt",
          {"2.4 GHz": "learnt", "5 GHz": "learnt", "6 GHz": "mirrored"},
-         "2.4 GHz: the repeater learnt the network of its root access point after 2.2 s. 5 "
+         "2.4 GHz: the repeater learnt the network of its root access point after 2.3 s. 5 "
          "GHz: the repeater learnt the network of its root access point after 2.6 s. 6 GHz: "
          "takes over what the other band has learnt.",
          []),
@@ -224,7 +224,7 @@ RUNS = {
     "repeater-rogue": [
         ("press", "repeater", "learnt",
          {"2.4 GHz": "learnt", "5 GHz": "learnt"},
-         "2.4 GHz: the repeater learnt the network of its root access point after 26.3 s. 5 "
+         "2.4 GHz: the repeater learnt the network of its root access point after 26.4 s. 5 "
          "GHz: the repeater learnt the network of its root access point after 26.4 s.",
          []),
     ],
