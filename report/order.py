@@ -359,7 +359,7 @@ def _latest(events, following):
 
 
 def in_order(events):
-    """The lines of one boot or of many, in order, those that were late with the time that they get."""
+    """The lines in order; one that was late has the time by which it must have happened."""
     if any(event.time_s is None for event in events):
         return events
     following = _successors(events)

@@ -239,6 +239,13 @@ CASES = {
                  ("start", "2 daemon 300"), ("exit", "2 daemon 300 status 255")],
         "wifi-daemon-gone wifi-daemon-gone",
         "The Wi-Fi daemon (hostapd) was gone in the middle of the attempt."),
+    "wifi-daemon-gone by its silence, and the wireless restarted behind it": (
+        BEGUN + [(135.0, "command", CLI + "wlan1 wps_cancel"),
+                 ("command", CLI + "wlan0 wps_cancel"),
+                 ("bus", bus_wps(2, 12, 12)), ("bus", bus_wps(2, 4, 4)),
+                 ("script", "0 /etc/init.d/wifi restart"), ("exit", "1 daemon 283 status 0"),
+                 ("start", "2 daemon 300"), ("exit", "2 daemon 300 status 255")],
+        "wifi-daemon-gone wifi-daemon-gone", None),
     "wifi-daemon-hung": (
         BEGUN + [own("killed after 15 s (its time limit): hostapd_cli -p /var/run/hostapd -i wlan1 "
                      "wps_pbc", "kelm_system:1")] + FAILED_LATE, "wifi-daemon-hung nobody-came",

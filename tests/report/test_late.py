@@ -94,6 +94,7 @@ SEND = "1 ubus send wps '{%s}'" % START
 PUSH = "1 hostapd_cli -p /var/run/hostapd -i wlan1 wps_pbc"
 STOP = "1 hostapd_cli -p /var/run/hostapd -i wlan1 wps_cancel"
 MESSAGE = 'kelm[wps_ubus_gpio_cb:86]: Message: {"type":"wps","pressed":1}'
+CLOSED = "kelm[f:1]: WPS is processing, close it anyway."
 
 # name: (lines as they were noted, the same in order and with their true times)
 ORDERS = {
@@ -123,6 +124,11 @@ ORDERS = {
          (2.0, "command", STOP)],
         [(1.0, "command", STOP), (1.0, "exit", "1 daemon 283 status 0"),
          (1.1, "start", "2 daemon 300")]),
+    "a daemon's last words": (
+        [(1.0, "console", "kelm[wps_exec_cmd:1]: " + STOP[2:]), (1.1, "command", STOP),
+         (1.2, "exit", "1 daemon 283 status 0"), (2.0, "console", CLOSED)],
+        [(1.0, "console", "kelm[wps_exec_cmd:1]: " + STOP[2:]), (1.1, "command", STOP),
+         (1.2, "console", CLOSED), (1.2, "exit", "1 daemon 283 status 0")]),
     "a daemon that ends late": (
         [(1.0, "start", "2 daemon 300"), (2.0, "exit", "1 daemon 283 status 0")],
         [(1.0, "exit", "1 daemon 283 status 0"), (1.0, "start", "2 daemon 300")]),
